@@ -1,0 +1,28 @@
+#pragma once
+
+#include "scene/node.h"
+
+struct RenderQueueEntry;
+
+struct Group : Node {
+    Node** children;  // a reference each
+    int32_t childCount;
+    RenderQueueEntry* queueEntries;  // the render queue of the last traversal that began here, kept between frames
+    int32_t queueCount;
+    int32_t queueCapacity;
+};
+
+Group* qelGroup_create();
+void qelGroup_init(Group* group);
+void qelGroup_finalise(Group* group);
+
+// The child array grows by one slot; the child gains a reference and this parent.
+Result qelGroup_addChild(Group* group, Node* child);
+// A node that is no child is ignored. Below a SkinnedMesh nothing can be removed.
+Result qelGroup_removeChild(Group* group, Node* child);
+Node* qelGroup_getChild(const Group* group, int32_t index, Result* result);
+int32_t qelGroup_getChildCount(const Group* group);
+
+// The class part of duplicate: child slots of the same number, all empty.
+Object3D* qelGroup_duplicate(const Group* group);
+int32_t qelGroup_getReferences(const Object3D* object, Object3D** out);

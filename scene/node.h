@@ -1,0 +1,40 @@
+// The base of everything that stands in a scene graph.
+#pragma once
+
+#include "scene/transformable.h"
+
+enum class AlignmentTarget : int32_t { None = 144, Origin = 145, XAxis = 146, YAxis = 147, ZAxis = 148 };
+
+struct Node : Transformable {
+    Node* parent;  // no reference
+    uint8_t renderingEnabled;
+    uint8_t pickingEnabled;
+    int32_t scope;  // bit mask
+    float alphaFactor;
+    Node* zReference;  // no references
+    Node* yReference;
+    AlignmentTarget zTarget, yTarget;
+    Node* lastDuplicate;  // most recent copy made by duplicateSubtree
+    qelTransform worldTransform;  // relative to the skinned mesh, used by skinning
+    uint8_t worldTransformUpdated;
+};
+
+void qelNode_init(Node* node);
+void qelNode_finalise(Node* node);
+
+void qelNode_setRenderingEnable(Node* node, bool enabled);
+void qelNode_setPickingEnable(Node* node, bool enabled);
+void qelNode_setScope(Node* node, int32_t mask);
+Result qelNode_setAlphaFactor(Node* node, float alpha);
+Result qelNode_setAlignment(Node* node, Node* zReference, int32_t zTarget, Node* yReference, int32_t yTarget);
+
+// The transform from a node to another of the same tree. False when there is no common ancestor or the way down cannot be inverted.
+bool qelNode_getTransformTo(Node* node, Node* target, qelTransform* out, Result* result);
+World* qelNode_getRootWorld(const Node* node);
+// The product of composites up to, but excluding, the topmost node; also stored in `toWorld`.
+void qelNode_computeToRoot(Node* node, qelTransform* out);
+
+void qelNode_updateWorldTransform(Node* node, const qelTransform* parentWorld);
+void qelNode_invalidateWorldTransforms(Node* root);
+
+bool qelNode_isAncestor(const Node* ancestor, const Node* node);
