@@ -1,8 +1,8 @@
+// What this renderer can do: constant for the life of the library, and a limit for scene objects and loaders as well.
 #pragma once
 
 #include <cstdint>
 
-// What this renderer can do. Constant for the life of the library.
 struct Graphics3DProperties {
     bool supportAntialiasing;
     bool supportTrueColor;

@@ -1,12 +1,12 @@
+// The records that queueing an object needs between two flushes come from fixed-size blocks, so that a frame costs no allocator
+// call once the blocks exist. A pool set holds one pool per record kind.
 #pragma once
 
 #include <array>
 #include <cstdint>
 
-struct K8Allocator;
+#include "k8.h"
 
-// The records that queueing an object needs between two flushes come from fixed-size blocks, so that a frame costs no
-// allocator call once the blocks exist. One pool set holds one pool per record kind.
 enum class RecordKind : uint32_t {
     DrawItem = 1,       // also the work-list record of releasing a handle copy
     WalkStack = 2,      // the draw list's own walks
