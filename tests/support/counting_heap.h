@@ -18,7 +18,8 @@ enum class FailMode { Once, FromThenOn };
 class AllocationCounter {
 public:
     // failAt counts alloc and realloc calls alike, from 0; that call returns null, and every later one too with FromThenOn.
-    AllocationCounter(bool zeroFill, int32_t failAt, FailMode mode) : zeroFill_(zeroFill), failAt_(failAt), mode_(mode) {}
+    AllocationCounter(bool zeroFill, int32_t failAt, FailMode mode)
+        : zeroFill_(zeroFill), failAt_(failAt), mode_(mode) {}
     AllocationCounter(const AllocationCounter&) = delete;
     AllocationCounter& operator=(const AllocationCounter&) = delete;
 
@@ -29,10 +30,10 @@ public:
     // Starts counting calls afresh, with live blocks kept, and arms the next failure.
     void failAfter(int32_t failAt, FailMode mode = FailMode::Once);
 
-    int32_t calls() const { return calls_; }            // alloc and realloc
+    int32_t calls() const { return calls_; }  // alloc and realloc
     int32_t liveBlocks() const { return int32_t(blocks_.size()); }
     int64_t liveBytes() const { return liveBytes_; }
-    int64_t peakBytes() const { return peakBytes_; }    // the most that was live at once
+    int64_t peakBytes() const { return peakBytes_; }  // the most that was live at once
     bool hasFailed() const { return calls_ > failAt_ && failAt_ != kNeverFail; }
 
 private:

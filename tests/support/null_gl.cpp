@@ -6,6 +6,7 @@
 
 std::array<uint64_t, kGlCallCount> nullGlCalls;
 
+// clang-format off
 static constexpr std::array<const char*, kGlCallCount> kNames = {
     "glActiveTexture", "glAlphaFunc", "glBindTexture", "glBlendFunc", "glClear", "glClearColor",
     "glClientActiveTexture", "glColor4f", "glColorMask", "glColorPointer", "glCompressedTexImage2D", "glCullFace",
@@ -15,8 +16,9 @@ static constexpr std::array<const char*, kGlCallCount> kNames = {
     "glLightf", "glLightfv", "glLoadIdentity", "glLoadMatrixf", "glMaterialf", "glMaterialfv", "glMatrixMode",
     "glNormalPointer", "glOrthof", "glPolygonOffset", "glPopMatrix", "glPushMatrix", "glReadPixels", "glScalef",
     "glScissor", "glShadeModel", "glTexCoordPointer", "glTexEnvf", "glTexEnvfv", "glTexEnvx", "glTexImage2D",
-    "glTexParameterf", "glVertexPointer", "glViewport",
+    "glTexParameterf", "glVertexPointer", "glViewport"
 };
+// clang-format on
 
 static GLuint lastTexture = 0;
 
@@ -37,7 +39,9 @@ void GL_APIENTRY glClientActiveTexture(GLenum) { count(GlCall::ClientActiveTextu
 void GL_APIENTRY glColor4f(GLfloat, GLfloat, GLfloat, GLfloat) { count(GlCall::Color4f); }
 void GL_APIENTRY glColorMask(GLboolean, GLboolean, GLboolean, GLboolean) { count(GlCall::ColorMask); }
 void GL_APIENTRY glColorPointer(GLint, GLenum, GLsizei, const void*) { count(GlCall::ColorPointer); }
-void GL_APIENTRY glCompressedTexImage2D(GLenum, GLint, GLenum, GLsizei, GLsizei, GLint, GLsizei, const void*) { count(GlCall::CompressedTexImage2D); }
+void GL_APIENTRY glCompressedTexImage2D(GLenum, GLint, GLenum, GLsizei, GLsizei, GLint, GLsizei, const void*) {
+    count(GlCall::CompressedTexImage2D);
+}
 void GL_APIENTRY glCullFace(GLenum) { count(GlCall::CullFace); }
 void GL_APIENTRY glDeleteTextures(GLsizei, const GLuint*) { count(GlCall::DeleteTextures); }
 void GL_APIENTRY glDepthFunc(GLenum) { count(GlCall::DepthFunc); }
@@ -88,7 +92,9 @@ void GL_APIENTRY glTexCoordPointer(GLint, GLenum, GLsizei, const void*) { count(
 void GL_APIENTRY glTexEnvf(GLenum, GLenum, GLfloat) { count(GlCall::TexEnvf); }
 void GL_APIENTRY glTexEnvfv(GLenum, GLenum, const GLfloat*) { count(GlCall::TexEnvfv); }
 void GL_APIENTRY glTexEnvx(GLenum, GLenum, GLfixed) { count(GlCall::TexEnvx); }
-void GL_APIENTRY glTexImage2D(GLenum, GLint, GLint, GLsizei, GLsizei, GLint, GLenum, GLenum, const void*) { count(GlCall::TexImage2D); }
+void GL_APIENTRY glTexImage2D(GLenum, GLint, GLint, GLsizei, GLsizei, GLint, GLenum, GLenum, const void*) {
+    count(GlCall::TexImage2D);
+}
 void GL_APIENTRY glTexParameterf(GLenum, GLenum, GLfloat) { count(GlCall::TexParameterf); }
 void GL_APIENTRY glVertexPointer(GLint, GLenum, GLsizei, const void*) { count(GlCall::VertexPointer); }
 void GL_APIENTRY glViewport(GLint, GLint, GLsizei, GLsizei) { count(GlCall::Viewport); }

@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 
+// clang-format off
 enum class GlCall : uint32_t {
     ActiveTexture, AlphaFunc, BindTexture, BlendFunc, Clear, ClearColor, ClientActiveTexture, Color4f, ColorMask,
     ColorPointer, CompressedTexImage2D, CullFace, DeleteTextures, DepthFunc, DepthMask, DepthRangef, Disable,
@@ -16,6 +17,7 @@ enum class GlCall : uint32_t {
     Viewport,
     Count
 };
+// clang-format on
 constexpr size_t kGlCallCount = size_t(GlCall::Count);
 
 // Calls since the start or the last reset, by GlCall.

@@ -1,0 +1,51 @@
+# A thin face over the presets of CMakePresets.json. JOBS=n limits the processes of a build.
+JOBS ?= $(shell nproc)
+FUZZ_SECONDS ?= 60
+
+build = cmake --preset $(1) $(if $(V),,--log-level=WARNING) && cmake --build --preset $(1) -j $(JOBS) $(if $(2),--target $(2))
+
+.PHONY: help demo test bench fuzz sanitize install clean
+.DEFAULT_GOAL := help
+
+help:
+	@echo "make demo       build the k8 tool and draw the samples, without a display, into out/demo"
+	@echo "make test       build everything and run all tests"
+	@echo "make bench      run the benchmarks"
+	@echo "make fuzz       run the fuzzer for FUZZ_SECONDS (default 60)"
+	@echo "make sanitize   run all tests under the address and undefined-behaviour sanitizers"
+	@echo "make install    install the library, its header and package files under PREFIX (default /usr/local)"
+	@echo "make clean      remove build/ and out/"
+	@echo
+	@echo "demo, test, bench, fuzz and sanitize first install the Debian packages that are missing."
+
+.PHONY: dependencies
+dependencies:
+	@cmake/install_dependencies.sh
+
+demo: dependencies
+	@$(call build,release,k8_tool)
+	@build/release/tools/k8 render samples -o out/demo
+
+test: dependencies
+	@$(call build,test)
+	@ctest --preset test
+
+sanitize: dependencies
+	@$(call build,sanitize)
+	@ctest --preset sanitize
+
+bench: dependencies
+	@$(call build,release,k8_bench)
+	@build/release/bench/k8_bench
+
+fuzz: dependencies
+	@$(call build,fuzz,k8_fuzz)
+	@build/fuzz/fuzz/k8_fuzz -max_total_time=$(FUZZ_SECONDS)
+
+install:
+	@cmake -S . -B build/install -DCMAKE_BUILD_TYPE=Release -DK8_DEVELOPMENT=OFF -DCMAKE_INSTALL_PREFIX=$(or $(PREFIX),/usr/local)
+	@cmake --build build/install -j $(JOBS)
+	@cmake --install build/install
+
+clean:
+	@rm -rf build out
