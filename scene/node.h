@@ -5,22 +5,42 @@
 
 enum class AlignmentTarget : int32_t { None = 144, Origin = 145, XAxis = 146, YAxis = 147, ZAxis = 148 };
 
+// A node knows who is aligned to it, so that no alignment outlives the node it names. One such chain runs through all nodes with the same reference.
+struct AlignmentChain {
+    Node* first;     // of the nodes aligned to this one
+    Node* previous;  // this node's neighbours among those aligned to the same reference
+    Node* next;
+};
+
 struct Node : Transformable {
     Node* parent;  // no reference
     uint8_t renderingEnabled;
     uint8_t pickingEnabled;
     int32_t scope;  // bit mask
     float alphaFactor;
-    Node* zReference;  // no references
+    Node* zReference;  // no references; written by qelNode_setAlignment alone
     Node* yReference;
     AlignmentTarget zTarget, yTarget;
     Node* lastDuplicate;  // most recent copy made by duplicateSubtree
     qelTransform worldTransform;  // relative to the skinned mesh, used by skinning
     uint8_t worldTransformUpdated;
+    AlignmentChain zChain, yChain;
 };
 
 void qelNode_init(Node* node);
+// Clears every alignment that names the node, then what the bases hold.
 void qelNode_finalise(Node* node);
+
+// Completes a memberwise copy with a header of its own: no parent, and aligned to what the source is aligned to.
+void qelNode_completeCopy(Node* copy);
+
+// qelObject3D_copy for nodes.
+template <typename T>
+T* qelNode_copy(const T* source) {
+    T* copy = qelObject3D_copy(source);
+    if (copy) qelNode_completeCopy(copy);
+    return copy;
+}
 
 void qelNode_setRenderingEnable(Node* node, bool enabled);
 void qelNode_setPickingEnable(Node* node, bool enabled);

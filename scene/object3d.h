@@ -2,6 +2,7 @@
 // the engine is polymorphic.
 #pragma once
 
+#include "frame/allocator.h"
 #include "scene/names.h"
 
 struct UserParameter {
@@ -34,7 +35,15 @@ struct qelObject3D {
     int32_t (*animate)(Object3D* object, int32_t worldTime, Result* result);
     // Releases what the object owns and frees it.
     void (*destroy)(Object3D* object);
+
+    Object3D* nextDoomed;  // chains objects without references that wait for their destroy
 };
+
+// The block of an object, for a class's create; null when memory runs out.
+template <typename T>
+T* qelObject3D_alloc(ClassId classId) {
+    return static_cast<T*>(qelAlloc(uint32_t(classId), int32_t(sizeof(T))));
+}
 
 // Writes the defaults and leaves the four slots null. Every class's init calls it first.
 void qelObject3D_init(Object3D* object);
@@ -71,6 +80,18 @@ uint32_t qelObject3D_getUserParameterCount(const Object3D* object);
 bool qelObject3D_isNode(const Object3D* object);   // false for null and for a FigureMesh
 bool qelObject3D_isGroup(const Object3D* object);  // Group or World; false for null
 
-// The shared part of every class's duplicate: a new block with a memberwise copy, reference count 1, own copies of the track list (a reference each) and
-// of the user parameters. Null when memory runs out. The class then fixes what must not be shared. Duplicates of T must copy by their own type.
+// Gives a memberwise copy a header of its own: reference count 1, its own track list (a reference each) and user parameters, marked changed. False, with
+// nothing kept, when memory runs out; the block is then to be freed without being finalised.
 bool qelObject3D_duplicateHeader(const Object3D* source, Object3D* copy);
+
+// The start of every class's duplicate: a copy with its own header, or null. Nodes use qelNode_copy. Before it does anything that can fail, the class takes a
+// reference to everything it shares and clears what it must not share; from then on qelObject3D_unref gives the copy back.
+template <typename T>
+T* qelObject3D_copy(const T* source) {
+    T* copy = qelObject3D_alloc<T>(source->classId);
+    if (!copy) return nullptr;
+    *copy = *source;
+    if (qelObject3D_duplicateHeader(source, copy)) return copy;
+    qelFree(copy);
+    return nullptr;
+}
