@@ -1,6 +1,8 @@
 // What the handle families share: the life-cycle pattern over K8Handle.
 #pragma once
 
+#include <cstddef>
+
 #include "k8.h"
 
 // Builds the header of a handle of `size` bytes in `memory`, or in a zeroed block of the allocator when memory is null; host memory is zeroed first. Null, with

@@ -36,6 +36,9 @@ struct RecordPool;
 // records at once, the other kinds for their first 32. Returns null, with everything given back, when memory runs out.
 RecordPool* RecordPool_create(K8Allocator* allocator, const std::array<uint32_t, kRecordKindCount + 1>& recordSizes);
 
+// The allocator given at creation.
+K8Allocator* RecordPool_allocator(const RecordPool* pool);
+
 // Gives back all memory, records still in use included. Null is ignored.
 void RecordPool_destroy(RecordPool* pool);
 

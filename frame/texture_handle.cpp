@@ -1,0 +1,28 @@
+#include "frame/allocator.h"
+#include "frame/error_status.h"
+#include "frame/handle.h"
+
+K8Texture* K8Texture_create(K8Texture* memory, K8Allocator* allocator) {
+    return static_cast<K8Texture*>(K8Handle_create(memory, allocator, sizeof(K8Texture), K8_CLASS_TEXTURE));
+}
+
+void K8Texture_destroy(K8Texture* handle) {
+    if (!handle) return;
+    K8Texture_clearTmpData(handle);
+    K8Handle_destroy(&handle->header, sizeof *handle);
+}
+
+bool K8Texture_setTmpData(K8Texture* handle, const K8TextureInfo* info) {
+    if (!handle || !info) return K8ErrStorage_fail();
+    auto* own = static_cast<K8TextureInfo*>(K8Handle_ensureInfo(&handle->header, handle->info, sizeof *info));
+    if (!own) return false;
+    *own = *info;
+    handle->info = own;
+    return true;
+}
+
+void K8Texture_clearTmpData(K8Texture* handle) {
+    if (!handle || !handle->info) return;
+    K8Allocator_free(handle->header.allocator, handle->info);
+    handle->info = nullptr;
+}
