@@ -17,16 +17,21 @@ BmpImage smallPaletteImage() {
 TEST(BmpEncoder, WritesAPalettePictureFromItsBottomRowUp) {
     BmpImage image = smallPaletteImage();
     image.fill = 0xEE;
-    EXPECT_EQ(encodeBmp(image).bytes, hexBytes("424D 46000000 00000000 3E000000"                       // 70 bytes, pixels at 62
-                                               "28000000 03000000 02000000 0100 0800 00000000"         // 3 x 2, 8 bits
-                                               "08000000 130B0000 130B0000 02000000 00000000"          // 8 bytes, 2 colours
+    EXPECT_EQ(encodeBmp(image).bytes, hexBytes("424D 46000000 00000000 3E000000"  // 70 bytes, pixels at 62
+                                               "28000000 03000000 02000000 0100 0800 00000000"  // 3 x 2, 8 bits
+                                               "08000000 130B0000 130B0000 02000000 00000000"   // 8 bytes, 2 colours
                                                "30201000 0080FF00"
                                                "01 01 00 EE  00 01 00 EE"));
 }
 
 TEST(BmpEncoder, WritesTrueColourFromTheTopAfterAGap) {
-    const BmpImage image = {.width = 1, .height = 2, .bitsPerPixel = 24, .pixels = {{1, 2, 3}, {4, 5, 6}},
-                            .topDown = true, .gapByteCount = 3, .fill = 0xEE};
+    const BmpImage image = {.width = 1,
+                            .height = 2,
+                            .bitsPerPixel = 24,
+                            .pixels = {{1, 2, 3}, {4, 5, 6}},
+                            .topDown = true,
+                            .gapByteCount = 3,
+                            .fill = 0xEE};
     EXPECT_EQ(encodeBmp(image).bytes, hexBytes("424D 41000000 00000000 39000000"
                                                "28000000 01000000 FEFFFFFF 0100 1800 00000000"
                                                "08000000 130B0000 130B0000 00000000 00000000"
@@ -44,7 +49,10 @@ TEST(BmpEncoder, FillsThePaletteWhenTheHeaderSaysAllColours) {
 }
 
 TEST(BmpEncoder, RefusesContradictions) {
-    struct Case { const char* what; std::function<void(BmpImage&)> spoil; };
+    struct Case {
+        const char* what;
+        std::function<void(BmpImage&)> spoil;
+    };
     for (const Case& c : {Case{"16 bits", [](BmpImage& i) { i.bitsPerPixel = 16; }},
                           Case{"too few indices", [](BmpImage& i) { i.indices.pop_back(); }},
                           Case{"index beyond the palette", [](BmpImage& i) { i.indices[3] = 2; }},

@@ -14,23 +14,28 @@ TEST(ByteWriter, PutsTheLeastSignificantBitFirst) {
     ByteWriter writer;
     writer.putU16("word", 0x1234);
     writer.putUnsigned("three", 0b101, 3);
-    writer.putSigned("ten", -2, 10);        // 11111 in the first byte, 11111 in the second
-    writer.putUnsigned("nothing", 0, 0);    // takes no room
-    writer.putF32("real", 1.0f);            // 3F800000, five bits into its first byte
-    writer.putBytes(hexBytes("AB CD"));     // starts at a byte
+    writer.putSigned("ten", -2, 10);      // 11111 in the first byte, 11111 in the second
+    writer.putUnsigned("nothing", 0, 0);  // takes no room
+    writer.putF32("real", 1.0f);          // 3F800000, five bits into its first byte
+    writer.putBytes(hexBytes("AB CD"));   // starts at a byte
     writer.putI32("long", -2);
     EXPECT_EQ(writer.take().bytes, hexBytes("3412 F5 1F 0000F007 ABCD FEFFFFFF"));
 }
 
 TEST(ByteWriter, RefusesWhatDoesNotFit) {
-    struct Case { int64_t value; uint32_t bitCount; bool isSigned, fits; };
-    for (const Case& c : {Case{255, 8, false, true}, Case{256, 8, false, false}, Case{0, 0, false, true},
-                          Case{1, 0, false, false}, Case{127, 8, true, true}, Case{128, 8, true, false},
-                          Case{-128, 8, true, true}, Case{-129, 8, true, false}, Case{-1, 8, false, false},
-                          Case{0, 0, true, false}, Case{1, 65, false, false}}) {
+    struct Case {
+        int64_t value;
+        uint32_t bitCount;
+        bool isSigned, fits;
+    };
+    for (const Case& c :
+         {Case{255, 8, false, true}, Case{256, 8, false, false}, Case{0, 0, false, true}, Case{1, 0, false, false},
+          Case{127, 8, true, true}, Case{128, 8, true, false}, Case{-128, 8, true, true}, Case{-129, 8, true, false},
+          Case{-1, 8, false, false}, Case{0, 0, true, false}, Case{1, 65, false, false}}) {
         ByteWriter writer;
         const auto put = [&] {
-            c.isSigned ? writer.putSigned("it", c.value, c.bitCount) : writer.putUnsigned("it", uint64_t(c.value), c.bitCount);
+            c.isSigned ? writer.putSigned("it", c.value, c.bitCount)
+                       : writer.putUnsigned("it", uint64_t(c.value), c.bitCount);
         };
         if (c.fits)
             EXPECT_NO_THROW(put()) << c.value << " in " << c.bitCount;
@@ -55,8 +60,7 @@ TEST(EncodedFile, OverwritesTheBitsOfOneField) {
 TEST(BoneMatrix, TurnsCounterClockwise) {
     EXPECT_EQ(rotationBone({2, 0, 0}, 90), (BoneMatrix{4096, 0, 0, 0, 0, 0, -4096, 0, 0, 4096, 0, 0}));
     EXPECT_EQ(rotationBone({0, 1, 0}, 90), (BoneMatrix{0, 0, 4096, 0, 0, 4096, 0, 0, -4096, 0, 0, 0}));
-    EXPECT_EQ(rotationBone({0, 0, 1}, 30, {7, 8, 9}),
-              (BoneMatrix{3547, -2048, 0, 7, 2048, 3547, 0, 8, 0, 0, 4096, 9}));
+    EXPECT_EQ(rotationBone({0, 0, 1}, 30, {7, 8, 9}), (BoneMatrix{3547, -2048, 0, 7, 2048, 3547, 0, 8, 0, 0, 4096, 9}));
     // A third of a turn about the diagonal carries x to y, y to z and z to x.
     EXPECT_EQ(rotationBone({1, 1, 1}, 120, {1, 2, 3}), (BoneMatrix{0, 0, 4096, 1, 4096, 0, 0, 2, 0, 4096, 0, 3}));
     EXPECT_EQ(rotationBone({0, 1, 0}, 0, {1, 2, 3}), translationBone(1, 2, 3));

@@ -14,7 +14,8 @@ inline ByteList hexBytes(const std::string& text) {
     std::string digits;
     for (const char c : text)
         if (c != ' ') digits += c;
-    for (size_t i = 0; i < digits.size(); i += 2) bytes.push_back(uint8_t(std::stoul(digits.substr(i, 2), nullptr, 16)));
+    for (size_t i = 0; i < digits.size(); i += 2)
+        bytes.push_back(uint8_t(std::stoul(digits.substr(i, 2), nullptr, 16)));
     return bytes;
 }
 

@@ -18,26 +18,28 @@ TEST(MtEncoder, WritesTheSmallestTable) {
 }
 
 TEST(MtEncoder, WritesEveryKindOfTrack) {
-    const MtAction action = {
-        .name = "all kinds",
-        .frameCount = 300,
-        .tracks = {MtConstantMatrix{{1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, -1}}, MtUnchanged{},
-                   MtTranslateScaleDirectionRoll{{{0, 1, 2, 3}}, {{0, 4, 5, 6}}, {{0, 7, 8, 9}, {300, 1, 0, 0}}, {{0, -5}}},
-                   MtDirectionFixedTranslateRoll{{11, 12, 13}, {{0, 14, 15, 16}}, 17}, MtDirectionRoll{{{0, 1, 1, 1}}, {{0, 2}}},
-                   MtDirection{{{0, 3, 3, 3}}}, MtTranslateDirectionRoll{{{0, 4, 4, 4}}, {{0, 5, 5, 5}}, {{0, 6}, {2, 7}}}},
-        .patterns = {{0, 0x80000001}, {9, 2}}};
+    const MtAction action = {.name = "all kinds",
+                             .frameCount = 300,
+                             .tracks = {MtConstantMatrix{{1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, -1}}, MtUnchanged{},
+                                        MtTranslateScaleDirectionRoll{
+                                            {{0, 1, 2, 3}}, {{0, 4, 5, 6}}, {{0, 7, 8, 9}, {300, 1, 0, 0}}, {{0, -5}}},
+                                        MtDirectionFixedTranslateRoll{{11, 12, 13}, {{0, 14, 15, 16}}, 17},
+                                        MtDirectionRoll{{{0, 1, 1, 1}}, {{0, 2}}}, MtDirection{{{0, 3, 3, 3}}},
+                                        MtTranslateDirectionRoll{{{0, 4, 4, 4}}, {{0, 5, 5, 5}}, {{0, 6}, {2, 7}}}},
+                             .patterns = {{0, 0x80000001}, {9, 2}}};
     const ByteList header = hexBytes("4D54 0500 0100 0700  0100 0100 0100 0100 0100 0100 0100 0000  32000000");
-    const ByteList body = hexBytes("2C01"
-                                   "00 0100 0200 0300 0400 0500 0600 0700 0800 0900 0A00 0B00 FFFF"
-                                   "01"
-                                   "02 0100 0000 0100 0200 0300"
-                                   "   0100 0000 0400 0500 0600"
-                                   "   0200 0000 0700 0800 0900  2C01 0100 0000 0000"
-                                   "   0100 0000 FBFF"
-                                   "03 0B00 0C00 0D00 0100 0000 0E00 0F00 1000 1100"
-                                   "04 0100 0000 0100 0100 0100  0100 0000 0200"
-                                   "05 0100 0000 0300 0300 0300"
-                                   "06 0100 0000 0400 0400 0400  0100 0000 0500 0500 0500  0200 0000 0600 0200 0700");
+    const ByteList body = hexBytes(
+        "2C01"
+        "00 0100 0200 0300 0400 0500 0600 0700 0800 0900 0A00 0B00 FFFF"
+        "01"
+        "02 0100 0000 0100 0200 0300"
+        "   0100 0000 0400 0500 0600"
+        "   0200 0000 0700 0800 0900  2C01 0100 0000 0000"
+        "   0100 0000 FBFF"
+        "03 0B00 0C00 0D00 0100 0000 0E00 0F00 1000 1100"
+        "04 0100 0000 0100 0100 0100  0100 0000 0200"
+        "05 0100 0000 0300 0300 0300"
+        "06 0100 0000 0400 0400 0400  0100 0000 0500 0500 0500  0200 0000 0600 0200 0700");
     const ByteList patterns = hexBytes("0200 0000 0100 0080  0900 0200 0000");
     const ByteList trailer(20, 0);
 
@@ -58,19 +60,23 @@ TEST(MtEncoder, WritesEveryKindOfTrack) {
 }
 
 TEST(MtEncoder, RefusesWhatTheFormatCannotSay) {
-    struct Case { const char* what; std::function<void(MtTable&, MtVectorKeys&)> spoil; };
-    for (const Case& c : {Case{"version 1", [](MtTable& t, MtVectorKeys&) { t.version = 1; }},
-                          Case{"version 6", [](MtTable& t, MtVectorKeys&) { t.version = 6; }},
-                          Case{"a track too few", [](MtTable& t, MtVectorKeys&) { t.boneCount = 2; }},
-                          Case{"negative length", [](MtTable& t, MtVectorKeys&) { t.actions[0].frameCount = -1; }},
-                          Case{"long action", [](MtTable& t, MtVectorKeys&) { t.actions[0].frameCount = 32768; }},
-                          Case{"patterns in version 4", [](MtTable& t, MtVectorKeys&) { t.version = 4; }},
-                          Case{"late pattern", [](MtTable& t, MtVectorKeys&) { t.actions[0].patterns[0].frame = 1; }},
-                          Case{"no keys", [](MtTable&, MtVectorKeys& k) { k.clear(); }},
-                          Case{"a late start", [](MtTable&, MtVectorKeys& k) { k[0].frame = 1; }},
-                          Case{"the same frame twice", [](MtTable&, MtVectorKeys& k) { k[2].frame = 4; }},
-                          Case{"a key after the end", [](MtTable&, MtVectorKeys& k) { k[2].frame = 11; }}}) {
-        MtTable table = {.boneCount = 1, .actions = {{.frameCount = 10, .tracks = {MtDirection{}}, .patterns = {{0, 1}}}}};
+    struct Case {
+        const char* what;
+        std::function<void(MtTable&, MtVectorKeys&)> spoil;
+    };
+    for (const Case& c : {Case{"version 1", [](MtTable&t, MtVectorKeys&) { t.version = 1; }},
+                          Case{"version 6", [](MtTable&t, MtVectorKeys&) { t.version = 6; }},
+                          Case{"a track too few", [](MtTable&t, MtVectorKeys&) { t.boneCount = 2; }},
+                          Case{"negative length", [](MtTable&t, MtVectorKeys&) { t.actions[0].frameCount = -1; }},
+                          Case{"long action", [](MtTable&t, MtVectorKeys&) { t.actions[0].frameCount = 32768; }},
+                          Case{"patterns in version 4", [](MtTable&t, MtVectorKeys&) { t.version = 4; }},
+                          Case{"late pattern", [](MtTable&t, MtVectorKeys&) { t.actions[0].patterns[0].frame = 1; }},
+                          Case{"no keys", [](MtTable&, MtVectorKeys&k) { k.clear(); }},
+                          Case{"a late start", [](MtTable&, MtVectorKeys&k) { k[0].frame = 1; }},
+                          Case{"the same frame twice", [](MtTable&, MtVectorKeys&k) { k[2].frame = 4; }},
+                          Case{"a key after the end", [](MtTable&, MtVectorKeys&k) { k[2].frame = 11; }}}) {
+        MtTable table = {.boneCount = 1,
+                         .actions = {{.frameCount = 10, .tracks = {MtDirection{}}, .patterns = {{0, 1}}}}};
         MtVectorKeys& keys = std::get<MtDirection>(table.actions[0].tracks[0]).direction;
         keys = {{0, 0, 0, 1}, {4, 0, 1, 0}, {10, 1, 0, 0}};
         ASSERT_NO_THROW(encodeMt(table));
@@ -80,9 +86,10 @@ TEST(MtEncoder, RefusesWhatTheFormatCannotSay) {
 }
 
 TEST(MtEncoder, WritesInvalidKeysOnDemand) {
-    const MtTable table = {.boneCount = 1,
-                           .actions = {{.frameCount = 5, .tracks = {MtDirectionRoll{{}, {{7, 0}, {7, 1}}}}, .patterns = {}}},
-                           .allowInvalidKeys = true};
+    const MtTable table = {
+        .boneCount = 1,
+        .actions = {{.frameCount = 5, .tracks = {MtDirectionRoll{{}, {{7, 0}, {7, 1}}}}, .patterns = {}}},
+        .allowInvalidKeys = true};
     const EncodedFile file = encodeMt(table);
     EXPECT_EQ(file.get("action[0].track[0].direction.count"), 0u);
     EXPECT_EQ(file.get("action[0].track[0].roll[1].frame"), 7u);

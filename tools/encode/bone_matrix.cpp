@@ -27,7 +27,8 @@ BoneMatrix rotationBone(std::array<double, 3> axis, double degrees, std::array<i
             double element = axis[row] * axis[column] * (1 - cosine);
             if (row == column) element += cosine;
             // The skew-symmetric part: -z at (0, 1), +y at (0, 2), -x at (1, 2), mirrored with the other sign.
-            else element += (column == (row + 1) % 3 ? -sine : sine) * axis[3 - row - column];
+            else
+                element += (column == (row + 1) % 3 ? -sine : sine) * axis[3 - row - column];
             matrix[row * 4 + column] = int16_t(std::lround(element * 4096));
         }
         matrix[row * 4 + 3] = translation[row];

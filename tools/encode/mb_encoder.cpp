@@ -73,7 +73,8 @@ static void orderVertices(Layout& layout) {
     for (size_t i = 0; i < figure.vertices.size(); ++i) {
         const int32_t bone = figure.vertices[i].bone;
         if (bone == -1) continue;
-        check(bone >= 0 && size_t(bone) < figure.bones.size(), indexed("vertex", i) + " is of a bone that is not there");
+        check(bone >= 0 && size_t(bone) < figure.bones.size(),
+              indexed("vertex", i) + " is of a bone that is not there");
         ++layout.boneVertexCounts[size_t(bone)];
     }
     layout.vertexOrder.resize(figure.vertices.size());
@@ -183,7 +184,8 @@ static void putHeader(ByteWriter& writer, const Layout& layout) {
 
 static void putPatternTable(ByteWriter& writer, const Layout& layout) {
     const auto countIn = [](const PolygonList& list, auto belongs) {
-        return uint64_t(std::ranges::count_if(list.polygons, [&](const MbPolygon* polygon) { return belongs(*polygon); }));
+        return uint64_t(
+            std::ranges::count_if(list.polygons, [&](const MbPolygon* polygon) { return belongs(*polygon); }));
     };
     for (uint32_t s = 0; s < layout.patternCount; ++s) {
         const std::string name = indexed("pattern", s);
@@ -282,10 +284,10 @@ struct PackedNormal {
 
 }  // namespace
 
-// Readers rebuild z from x and y. Near z = 0 that is coarse: a unit of y may be worth seven of z, so the nearest normal
-// that can be said is searched around the rounded one.
+// Readers rebuild z from x and y, which near z = 0 is coarse: the nearest normal that can be said may be 5.7 units away
+// and is searched around the rounded one.
 static PackedNormal choosePackedNormal(const std::array<double, 3>& wanted) {
-    constexpr int64_t kReach = 4;
+    constexpr int64_t kReach = 6;
     const int64_t nearX = std::llround(wanted[0]), nearY = std::llround(wanted[1]);
     PackedNormal best = {0, 0, false, std::numeric_limits<double>::max()};
     for (int64_t x = nearX - kReach; x <= nearX + kReach; ++x)
@@ -361,7 +363,8 @@ static void putPolygons(ByteWriter& writer, const Layout& layout, const PolygonL
         const std::string name = indexed(list.name, i);
         writer.putUnsigned(name + ".attribute", list.attributes[i], widths.attribute);
         for (size_t k = 0; k < polygon.corners.size(); ++k)
-            writer.putUnsigned(indexed(name + ".vertex", k), layout.filePosition[polygon.corners[k].vertex], widths.index);
+            writer.putUnsigned(indexed(name + ".vertex", k), layout.filePosition[polygon.corners[k].vertex],
+                               widths.index);
         if (polygon.colour) {
             const auto index = std::ranges::find(layout.colours, *polygon.colour) - layout.colours.begin();
             writer.putUnsigned(name + ".colour", uint64_t(index), widths.value);

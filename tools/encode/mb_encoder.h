@@ -11,6 +11,8 @@
 
 namespace encode {
 
+// In the descriptions every member has an initialiser: a designated initialiser may leave out any of them.
+
 using Rgb = std::array<uint8_t, 3>;
 
 struct MbVertex {
@@ -20,7 +22,7 @@ struct MbVertex {
 };
 
 struct MbBone {
-    std::string name;     // for readers of the description, not stored
+    std::string name{};   // for readers of the description, not stored
     int32_t parent = -1;  // an index into MbFigure::bones, -1 for a root. Parents may come after their children
     BoneMatrix rest = kIdentityBone;  // relative to the parent
 };
@@ -54,13 +56,13 @@ struct MbCorner {
 
 struct MbPolygon {
     // Three corners, or four in the order of a triangle strip: 0 1 2 and 1 3 2 are its halves.
-    std::vector<MbCorner> corners;
-    MbStyle style;
-    uint32_t pattern = 0;       // 0 is always drawn; the others are switched by the host or an action
-    uint32_t texture = 0;       // texture slot, for textured polygons
-    std::optional<Rgb> colour;  // set: a colour polygon, unset: a textured one
+    std::vector<MbCorner> corners{};
+    MbStyle style{};
+    uint32_t pattern = 0;         // 0 is always drawn; the others are switched by the host or an action
+    uint32_t texture = 0;         // texture slot, for textured polygons
+    std::optional<Rgb> colour{};  // set: a colour polygon, unset: a textured one
 
-    std::optional<uint32_t> rawAttribute;  // written to the file in place of what style says, legal or not
+    std::optional<uint32_t> rawAttribute{};  // written to the file in place of what style says, legal or not
 };
 
 // A run of vertexFormat 2: how many vertices share a width. Width codes 0..3 are 8, 10, 13 and 16 bits.
@@ -69,10 +71,12 @@ struct MbVertexRun {
     uint32_t widthCode;
 };
 
-// Widths of the bit-packed polygon sections. Unset ones become the smallest that hold the figure's values.
+// Widths in bits of the packed polygon sections. Unset ones become the smallest that hold the figure's values.
 struct MbWidths {
-    std::optional<uint32_t> attribute, index, coordinate;  // textured polygons; coordinate exists in polygonFormat 3 only
-    std::optional<uint32_t> colourAttribute, colourVertexIndex, colourChannel, colourIndex;  // polygonFormat 3 only
+    std::optional<uint32_t> attribute{}, index{};                    // textured polygons; index: of a vertex
+    std::optional<uint32_t> coordinate{};                            // polygonFormat 3 only, like everything below
+    std::optional<uint32_t> colourAttribute{}, colourVertexIndex{};  // colour polygons
+    std::optional<uint32_t> colourChannel{}, colourIndex{};
 };
 
 // An animated figure model. The defaults make the richest file: smooth, textured or coloured, with patterns.
@@ -83,19 +87,19 @@ struct MbFigure {
     uint32_t polygonFormat = 3;  // 1 plain, 2 packed, 3 packed with colours, textures and patterns
     uint32_t boneFormat = 1;     // there is no other
 
-    std::vector<MbVertex> vertices;  // in any order: the file holds them bone by bone, those without a bone last
-    std::vector<MbBone> bones;
-    std::vector<MbPolygon> polygons;  // in any order: see encodeMb
+    std::vector<MbVertex> vertices{};  // in any order: the file holds them bone by bone, those without a bone last
+    std::vector<MbBone> bones{};
+    std::vector<MbPolygon> polygons{};  // in any order: see encodeMb
 
     // Unset: as many as the polygons use, at least one pattern. Only polygonFormat 3 can say anything but 1 and 1.
-    std::optional<uint32_t> patternCount;  // 0..33
-    std::optional<uint32_t> textureCount;  // 0..16
+    std::optional<uint32_t> patternCount{};  // 0..33
+    std::optional<uint32_t> textureCount{};  // 0..16
 
     // The start of the colour table. Colours of polygons that are not in it follow in the order of their first use.
-    std::vector<Rgb> colourTable;
+    std::vector<Rgb> colourTable{};
 
-    MbWidths widths;
-    std::optional<std::vector<MbVertexRun>> vertexRuns;  // unset: the runs that take the fewest bits
+    MbWidths widths{};
+    std::optional<std::vector<MbVertexRun>> vertexRuns{};     // unset: the runs that take the fewest bits
     std::vector<uint8_t> trailer = std::vector<uint8_t>(20);  // after the bones, version 3 and later
 };
 

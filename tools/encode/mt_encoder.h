@@ -37,43 +37,43 @@ struct MtConstantMatrix {
 };
 struct MtUnchanged {};
 struct MtTranslateScaleDirectionRoll {
-    MtVectorKeys translation, scale, direction;
-    MtScalarKeys roll;
+    MtVectorKeys translation{}, scale{}, direction{};
+    MtScalarKeys roll{};
 };
 struct MtDirectionFixedTranslateRoll {
     std::array<int16_t, 3> translation{};
-    MtVectorKeys direction;
+    MtVectorKeys direction{};
     int16_t roll = 0;
 };
 struct MtDirectionRoll {
-    MtVectorKeys direction;
-    MtScalarKeys roll;
+    MtVectorKeys direction{};
+    MtScalarKeys roll{};
 };
 struct MtDirection {
-    MtVectorKeys direction;
+    MtVectorKeys direction{};
 };
 struct MtTranslateDirectionRoll {
-    MtVectorKeys translation, direction;
-    MtScalarKeys roll;
+    MtVectorKeys translation{}, direction{};
+    MtScalarKeys roll{};
 };
 
 // In the order of the file's track kinds: index() is the kind byte.
-using MtTrack = std::variant<MtConstantMatrix, MtUnchanged, MtTranslateScaleDirectionRoll, MtDirectionFixedTranslateRoll,
-                             MtDirectionRoll, MtDirection, MtTranslateDirectionRoll>;
+using MtTrack = std::variant<MtConstantMatrix, MtUnchanged, MtTranslateScaleDirectionRoll,
+                             MtDirectionFixedTranslateRoll, MtDirectionRoll, MtDirection, MtTranslateDirectionRoll>;
 
 struct MtAction {
-    std::string name;             // for readers of the description, not stored
-    int32_t frameCount = 0;       // 0..32767
-    std::vector<MtTrack> tracks;  // one per bone
-    MtPatternKeys patterns;       // version 5; empty becomes one key with mask 0, which older versions mean as well
+    std::string name{};             // for readers of the description, not stored
+    int32_t frameCount = 0;         // 0..32767
+    std::vector<MtTrack> tracks{};  // one per bone
+    MtPatternKeys patterns{};       // version 5; empty becomes one key with mask 0, which older versions mean as well
 };
 
 struct MtTable {
-    int32_t version = 5;    // 2..5
+    int32_t version = 5;  // 2..5
     uint32_t boneCount = 0;
-    std::vector<MtAction> actions;
+    std::vector<MtAction> actions{};
     std::vector<uint8_t> trailer = std::vector<uint8_t>(20);  // after the last action, version 4 and later
-    bool allowInvalidKeys = false;  // writes key arrays as they are: for tests of readers
+    bool allowInvalidKeys = false;                            // writes key arrays as they are: for tests of readers
 };
 
 // Writes an action table. Throws std::invalid_argument with a text that names the action and track for what the format

@@ -1,0 +1,333 @@
+#include "tools/encode/mb_encoder.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <functional>
+#include <random>
+#include <stdexcept>
+
+#include "tests/tools/literal_bytes.h"
+
+namespace encode {
+namespace {
+
+MbFigure triangleFigure(int32_t version, uint32_t vertexFormat, uint32_t normalFormat, uint32_t polygonFormat) {
+    MbFigure figure = {
+        .version = version, .vertexFormat = vertexFormat, .normalFormat = normalFormat, .polygonFormat = polygonFormat};
+    figure.vertices = {{{1, 2, 3}, {0, 0, 1}, 0}, {{-1, -2, -3}, {0, 0, 1}, 0}, {{256, 0, 0}, {0, 0, 1}, 0}};
+    figure.bones = {{.name = "root"}};
+    figure.polygons = {{.corners = {{0, 1, 2}, {1, 3, 4}, {2, 5, 127}}}};
+    return figure;
+}
+
+TEST(MbEncoder, WritesPlainTrianglesAndQuads) {
+    MbFigure figure = triangleFigure(2, 1, 0, 1);
+    figure.vertices.push_back({{0x7FFF, 0, -0x8000}, {}, 0});
+    figure.polygons[0].style = {.colourKey = true, .twoSided = true};
+    figure.polygons.push_back(
+        {.corners = {{3, 10, 11}, {2, 12, 13}, {1, 14, 15}, {0, 16, 255}}, .style = {.twoSided = true}});
+    const ByteList counts = hexBytes("0400 0100 0100 0100");
+    const ByteList vertices = hexBytes("0100 0200 0300  FFFF FEFF FDFF  0001 0000 0000  FF7F 0000 0080");
+    const ByteList polygons = hexBytes(
+        "0600 0000 0100 0200  01 02 03 04 05 7F"
+        "0500 0300 0200 0100 0000  0A 0B 0C 0D 0E 0F 10 FF");
+    const ByteList bones = hexBytes("0400 FFFF  0010 0000 0000 0000  0000 0010 0000 0000  0000 0000 0010 0000");
+    const ByteList sections = vertices + polygons + bones;
+    const ByteList trailer(20, 0xAB);
+    figure.trailer = trailer;
+
+    EXPECT_EQ(encodeMb(figure).bytes, hexBytes("4D42 0200") + counts + sections) << "version 2 has no trailer";
+    figure.version = 3;
+    EXPECT_EQ(encodeMb(figure).bytes, hexBytes("4D42 0300") + counts + sections + trailer);
+    figure.version = 4;
+    EXPECT_EQ(encodeMb(figure).bytes, hexBytes("4D42 0400 01 00 01 01") + counts + sections + trailer);
+    figure.version = 5;
+    EXPECT_EQ(encodeMb(figure).bytes,
+              hexBytes("4D42 0500 01 00 01 01") + counts + hexBytes("0000 0000 0100 0100") + sections + trailer);
+}
+
+TEST(MbEncoder, PacksVerticesNormalsAndPolygons) {
+    MbFigure figure = {.version = 4, .vertexFormat = 2, .normalFormat = 2, .polygonFormat = 2};
+    figure.vertices = {{{1, -2, 3}, {1, 0, 0}},
+                       {{200, -128, 0}, {0, 0, -1}},
+                       {{0, 0, 0}, {-33 / 64.0f, 20 / 64.0f, -51 / 64.0f}},
+                       {{5, 6, 7}, {0.001f, 0, 1}}};
+    figure.polygons = {{.corners = {{3, 1, 2}, {2, 3, 4}, {1, 5, 127}}, .style = {.twoSided = true, .lit = true}},
+                       {.corners = {{0, 0, 1}, {1, 2, 3}, {2, 4, 5}, {3, 6, 7}}, .style = {.blend = MbBlend::Add}}};
+    EXPECT_EQ(encodeMb(figure).bytes,
+              hexBytes("4D42 0400 02 02 02 01  0400 0100 0100 0000") +
+                  packedBits("01000001 0000000001 1111111110 0000000011 0011001000 1110000000 0000000000"
+                             " 00000001 00000000 00000000 00000000 00000101 00000110 00000111") +
+                  packedBits("1000000 000  1000000 101  1011111 0010100 1  1000000 010") +
+                  packedBits("00000110 00000010"
+                             " 110000 11 10 01 0000001 0000010 0000011 0000100 0000101 1111111"
+                             " 000100 00 01 10 11 0000000 0000001 0000010 0000011 0000100 0000101 0000110 0000111") +
+                  ByteList(20, 0));
+}
+
+TEST(MbEncoder, SortsPolygonsByPatternAndTexture) {
+    MbFigure figure = triangleFigure(5, 1, 1, 3);
+    figure.vertices.push_back({{0, 0, 0}, {-0.5f, 0, 0}, 0});
+    const std::vector<MbCorner> triangle = {{0, 0, 1}, {1, 2, 3}, {2, 0, 0}},
+                                quad = {{0, 1, 1}, {1, 2, 2}, {2, 3, 3}, {3, 0, 0}};
+    figure.polygons = {
+        {.corners = triangle, .style = {.flat = true}, .pattern = 1},
+        {.corners = quad, .style = {.blend = MbBlend::Half}, .colour = Rgb{3, 2, 1}},
+        {.corners = triangle, .style = {.flat = true}, .pattern = 1, .colour = Rgb{1, 2, 3}},
+        {.corners = triangle, .style = {.lit = true, .environmentMap = true}, .texture = 1},
+        {.corners = quad},
+    };
+    EXPECT_EQ(encodeMb(figure).bytes,
+              hexBytes("4D42 0500 01 01 03 01  0400 0200 0100 0100  0100 0100 0200 0200 0200"
+                       "0000 0100 0000 0100 0100 0000  0100 0000 0100 0000 0000 0000"
+                       "0100 0200 0300  FFFF FEFF FDFF  0001 0000 0000  0000 0000 0000"
+                       "0000 0000 0010  0000 0000 0010  0000 0000 0010  00F8 0000 0000") +
+                  packedBits("00000111 00000010 00000010 00000001 00000000"
+                             " 11 10 01  01 10 11"
+                             " 1000000 00 01 10 1"
+                             " 0000001 00 01 10 11 0"
+                             " 00001000 00000010 00000010 00000000"
+                             " 01100000 00 01 10 00 01 10 11 00 00"
+                             " 10000000 00 01 10 00 01 10 11 00 00"
+                             " 00000000 00 01 10 11 01 01 10 10 11 11 00 00") +
+                  hexBytes("0400 FFFF  0010 0000 0000 0000  0000 0010 0000 0000  0000 0000 0010 0000") +
+                  ByteList(20, 0));
+}
+
+TEST(MbEncoder, OrdersVerticesByBone) {
+    MbFigure figure = triangleFigure(5, 1, 0, 3);
+    figure.vertices = {
+        {{10, 0, 0}, {}, -1}, {{11, 0, 0}, {}, 2}, {{12, 0, 0}, {}, 0}, {{13, 0, 0}, {}, 2}, {{14, 0, 0}, {}, 0}};
+    figure.bones = {{.parent = 2}, {.parent = -1}, {.parent = 1, .rest = translationBone(1, 2, 3)}};
+    figure.polygons = {{.corners = {{0, 0, 0}, {1, 0, 0}, {2, 0, 0}}}};
+    const EncodedFile file = encodeMb(figure);
+    const uint64_t xOfFile[] = {12, 14, 11, 13, 10};
+    for (size_t i = 0; i < 5; ++i) EXPECT_EQ(file.get(indexed("vertex", i) + ".x"), xOfFile[i]) << i;
+    const uint64_t indicesOfFile[] = {4, 2, 0}, countsOfFile[] = {2, 0, 2};
+    for (size_t k = 0; k < 3; ++k) {
+        EXPECT_EQ(file.get(indexed("texturedTriangle[0].vertex", k)), indicesOfFile[k]) << k;
+        EXPECT_EQ(file.get(indexed("bone", k) + ".vertexCount"), countsOfFile[k]) << k;
+    }
+    EXPECT_EQ(file.get("bone[0].parent"), 2u);
+    EXPECT_EQ(file.get("bone[2].m[11]"), 3u);
+}
+
+// What a reader makes of the file's attribute bits depends on the format and the kind of polygon.
+TEST(MbEncoder, KnowsTheAttributeBitsOfEveryFormat) {
+    struct Case {
+        const char* what;
+        MbStyle style;
+        int32_t format1, format2, textured3, colour3;
+    };  // -1: cannot be said
+    for (const Case& c : {Case{"plain", {}, 0, 0, 0, 0}, Case{"colour key", {.colourKey = true}, 0x02, 0x01, 0x01, -1},
+                          Case{"two-sided", {.twoSided = true}, 0x04, 0x10, 0x10, 0x08},
+                          Case{"half", {.blend = MbBlend::Half}, -1, 0x02, 0x02, 0x01},
+                          Case{"add", {.blend = MbBlend::Add}, -1, 0x04, 0x04, 0x02},
+                          Case{"add by alpha", {.blend = MbBlend::AddByAlpha}, -1, 0x06, 0x06, 0x03},
+                          Case{"lit", {.lit = true}, -1, 0x20, 0x20, 0x10},
+                          Case{"environment map", {.environmentMap = true}, -1, 0x40, 0x40, 0x20},
+                          Case{"flat", {.flat = true}, -1, -1, 0x80, 0x40}}) {
+        const auto expectAttribute = [&](uint32_t format, std::optional<Rgb> colour, int32_t expected) {
+            for (const bool isQuad : {false, true}) {
+                MbFigure figure = triangleFigure(5, 1, 0, format);
+                figure.polygons[0].style = c.style;
+                figure.polygons[0].colour = colour;
+                if (isQuad) figure.polygons[0].corners.resize(4);
+                const int32_t quadBit = isQuad && format == 1 ? 1 : 0;
+                const std::string name =
+                    std::string(colour ? "colour" : "textured") + (isQuad ? "Quad" : "Triangle") + "[0].attribute";
+                if (expected < 0)
+                    EXPECT_THROW(encodeMb(figure), std::invalid_argument) << c.what << " in format " << format;
+                else
+                    EXPECT_EQ(encodeMb(figure).get(name), uint32_t(expected | quadBit))
+                        << c.what << " in format " << format;
+            }
+        };
+        expectAttribute(1, {}, c.format1);
+        expectAttribute(2, {}, c.format2);
+        expectAttribute(3, {}, c.textured3);
+        expectAttribute(3, Rgb{1, 2, 3}, c.colour3);
+    }
+}
+
+// The cost of the cheapest runs for vertices [first, end), by trying every first run.
+size_t cheapestRuns(const std::vector<uint32_t>& widths, size_t first) {
+    if (first == widths.size()) return 0;
+    size_t best = SIZE_MAX;
+    uint32_t width = 0;
+    for (size_t end = first + 1; end <= widths.size(); ++end) {
+        width = std::max(width, widths[end - 1]);
+        best = std::min(best, 8 + (end - first) * 3 * width + cheapestRuns(widths, end));
+    }
+    return best;
+}
+
+TEST(MbEncoder, ChoosesTheCheapestVertexRuns) {
+    std::mt19937 random(1);
+    const uint32_t widths[] = {8, 10, 13, 16};
+    const int16_t smallestOfWidth[] = {0, 128, -513, 4096};
+    for (int round = 0; round < 200; ++round) {
+        MbFigure figure = triangleFigure(5, 2, 0, 3);
+        figure.polygons.clear();
+        figure.vertices.clear();
+        std::vector<uint32_t> vertexWidths;
+        while (figure.vertices.size() < size_t(1 + round % 10)) {
+            const uint32_t code = random() % 4;
+            vertexWidths.push_back(widths[code]);
+            figure.vertices.push_back({{0, smallestOfWidth[code], 0}});
+        }
+        const EncodedFile file = encodeMb(figure);
+        const size_t begin = file.field("run[0].header").offset(), end = file.field("bone[0].vertexCount").offset();
+        ASSERT_EQ(end - begin, (cheapestRuns(vertexWidths, 0) + 7) / 8) << "round " << round;
+    }
+    MbFigure figure = triangleFigure(5, 2, 0, 3);
+    figure.vertices.assign(65, {});
+    EXPECT_EQ(encodeMb(figure).get("run[1].header"), encodeMb(figure).get("run[0].header") == 63 ? 0u : 63u);
+    figure.vertexRuns = {{60, 3}, {5, 1}};
+    EXPECT_EQ(encodeMb(figure).get("run[0].header"), 59u | 3 << 6);
+}
+
+// What a reader rebuilds from the fields of a packed normal, in units of 1/64.
+std::array<int, 3> readPackedNormal(const EncodedFile& file) {
+    const auto signExtend = [](uint64_t value) { return int(value) - (value >= 64 ? 128 : 0); };
+    if (file.get("normal[0].x") == 64) {
+        std::array<int, 3> axis{};
+        const int k = int(file.get("normal[0].axis"));
+        axis[size_t(k % 3)] = k < 3 ? 64 : -64;
+        return axis;
+    }
+    const int x = signExtend(file.get("normal[0].x")), y = signExtend(file.get("normal[0].y"));
+    const int z = int(std::lround(std::sqrt(4096.0 - x * x - y * y)));
+    return {x, y, file.get("normal[0].zSign") ? -z : z};
+}
+
+MbFigure oneNormal(double x, double y, double z) {
+    MbFigure figure = {.vertexFormat = 1, .normalFormat = 2};
+    figure.vertices = {{{}, {float(x / 64), float(y / 64), float(z / 64)}}};
+    return figure;
+}
+
+TEST(MbEncoder, PacksTheNearestNormal) {
+    std::vector<std::array<int, 3>> all;  // every normal the format can say
+    for (int x = -63; x <= 63; ++x)
+        for (int y = -64; y <= 63; ++y) {
+            if (x * x + y * y > 4096) continue;
+            const int z = int(std::lround(std::sqrt(4096.0 - x * x - y * y)));
+            for (const int signedZ : {z, -z}) {
+                all.push_back({x, y, signedZ});
+                ASSERT_EQ(readPackedNormal(encodeMb(oneNormal(x, y, signedZ))), all.back());
+            }
+        }
+    for (const int side : {64, -64}) all.insert(all.end(), {{side, 0, 0}, {0, side, 0}});
+
+    const auto distance = [](const std::array<int, 3>& said, double x, double y, double z) {
+        return std::hypot(said[0] - x, said[1] - y, said[2] - z);
+    };
+    std::mt19937 random(2);
+    std::uniform_real_distribution<double> turn(0, 6.2831853), height(-64, 64);
+    for (int round = 0; round < 500; ++round) {
+        const double angle = turn(random),
+                     z = round % 2 ? height(random) : height(random) / 16;  // half of them near the rim
+        const double radius = std::sqrt(4096 - z * z), x = radius * std::cos(angle), y = radius * std::sin(angle);
+        double nearest = 1000;
+        for (const auto& normal : all) nearest = std::min(nearest, distance(normal, x, y, z));
+        ASSERT_LE(distance(readPackedNormal(encodeMb(oneNormal(x, y, z))), x, y, z),
+                  nearest + 1e-4)  // floats in between
+            << x << " " << y << " " << z;
+    }
+}
+
+TEST(MbEncoder, TakesWidthsAndRawAttributes) {
+    MbFigure figure = triangleFigure(5, 1, 0, 3);
+    figure.polygons.push_back({.corners = figure.polygons[0].corners, .colour = Rgb{9, 9, 9}});
+    figure.widths = {.attribute = 12,
+                     .index = 16,
+                     .coordinate = 9,
+                     .colourAttribute = 11,
+                     .colourVertexIndex = 3,
+                     .colourChannel = 8,
+                     .colourIndex = 5};
+    figure.polygons[0].rawAttribute = 0x801;
+    figure.colourTable = {{1, 1, 1}, {9, 9, 9}};
+    const EncodedFile file = encodeMb(figure);
+    struct Case {
+        const char* header;
+        const char* value;
+        uint32_t width;
+    };
+    for (const Case& c : {Case{"textured.attributeWidth", "texturedTriangle[0].attribute", 12},
+                          Case{"textured.indexWidth", "texturedTriangle[0].vertex[2]", 16},
+                          Case{"textured.coordinateWidth", "texturedTriangle[0].v[2]", 9},
+                          Case{"colour.attributeWidth", "colourTriangle[0].attribute", 11},
+                          Case{"colour.indexWidth", "colourTriangle[0].vertex[2]", 3},
+                          Case{"colour.channelWidth", "colourTable[1].b", 8},
+                          Case{"colour.colourIndexWidth", "colourTriangle[0].colour", 5}}) {
+        EXPECT_EQ(file.get(c.header), c.width) << c.header;
+        EXPECT_EQ(file.field(c.value).bitCount, c.width) << c.value;
+    }
+    EXPECT_EQ(file.get("texturedTriangle[0].attribute"), 0x801u);
+    EXPECT_EQ(file.get("colourTriangle[0].colour"), 1u) << "found in the given table";
+}
+
+TEST(MbEncoder, RefusesWhatTheFormatsCannotSay) {
+    using Spoil = std::function<void(MbFigure&)>;
+    struct Case {
+        const char* what;
+        Spoil spoil;
+    };
+    const auto texture = [](uint32_t t) { return [t](MbFigure& f) { f.polygons[0].texture = t; }; };
+    const auto pattern = [](uint32_t p) { return [p](MbFigure& f) { f.polygons[0].pattern = p; }; };
+    for (
+        const Case& c : {
+            Case{"version 1", [](MbFigure& f) { f.version = 1; }},
+            Case{"version 6", [](MbFigure& f) { f.version = 6; }},
+            Case{"version 3 with patterns", [](MbFigure& f) { f.version = 3; }},
+            Case{"vertexFormat 3", [](MbFigure& f) { f.vertexFormat = 3; }},
+            Case{"normalFormat 3", [](MbFigure& f) { f.normalFormat = 3; }},
+            Case{"polygonFormat 4", [](MbFigure& f) { f.polygonFormat = 4; }},
+            Case{"boneFormat 0", [](MbFigure& f) { f.boneFormat = 0; }},
+            Case{"21846 vertices", [](MbFigure& f) { f.vertices.resize(21846); }},
+            Case{"vertex of a bone beyond", [](MbFigure& f) { f.vertices[0].bone = 1; }},
+            Case{"vertex of bone -2", [](MbFigure& f) { f.vertices[0].bone = -2; }},
+            Case{"parent beyond", [](MbFigure& f) { f.bones[0].parent = 1; }},
+            Case{"parent -2", [](MbFigure& f) { f.bones[0].parent = -2; }},
+            Case{"two corners", [](MbFigure& f) { f.polygons[0].corners.pop_back(); }},
+            Case{"corner beyond", [](MbFigure& f) { f.polygons[0].corners[2].vertex = 3; }},
+            Case{"texture 16", texture(16)},
+            Case{"pattern 33", pattern(33)},
+            Case{"the largest pattern number", pattern(UINT32_MAX)},
+            Case{"a texture less", [&](MbFigure& f) { texture(1)(f), f.textureCount = 1; }},
+            Case{"a pattern less", [&](MbFigure& f) { pattern(1)(f), f.patternCount = 1; }},
+            Case{"texture in version 4", [&](MbFigure& f) { f.version = 4, texture(1)(f); }},
+            Case{"pattern in version 4", [&](MbFigure& f) { f.version = 4, pattern(1)(f); }},
+            Case{"texture in polygonFormat 2", [&](MbFigure& f) { f.polygonFormat = 2, texture(1)(f); }},
+            Case{"no texture in polygonFormat 1", [](MbFigure& f) { f.polygonFormat = 1, f.textureCount = 0; }},
+            Case{"colour in polygonFormat 2", [](MbFigure& f) { f.polygonFormat = 2, f.polygons[0].colour = Rgb{}; }},
+            Case{"257 colours", [](MbFigure& f) { f.colourTable.resize(257); }},
+            Case{"coordinate 128 in polygonFormat 2",
+                 [](MbFigure& f) { f.polygonFormat = 2, f.polygons[0].corners[1].u = 128; }},
+            Case{"a narrow width", [](MbFigure& f) { f.widths.coordinate = 6; }},
+            Case{"a short normal",
+                 [](MbFigure& f) {
+                     f.vertices[1].normal = {0, 0.5f, 0};
+                 }},
+            Case{
+                "a run of 65",
+                [](MbFigure& f) {
+                    f.vertices.resize(65), f.vertexRuns = {{65, 0}};
+                }},
+            Case{"runs beyond", [](MbFigure& f) { f.vertexRuns = {{4, 3}}; }},
+            Case{"a narrow run", [](MbFigure& f) {
+                     f.vertexRuns = {{3, 0}};
+                 }}}) {
+        MbFigure figure = triangleFigure(5, 2, 2, 3);
+        ASSERT_NO_THROW(encodeMb(figure));
+        c.spoil(figure);
+        EXPECT_THROW(encodeMb(figure), std::invalid_argument) << c.what;
+    }
+}
+
+}  // namespace
+}  // namespace encode
