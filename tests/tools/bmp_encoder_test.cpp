@@ -24,7 +24,7 @@ TEST(BmpEncoder, WritesAPalettePictureFromItsBottomRowUp) {
                                                "01 01 00 EE  00 01 00 EE"));
 }
 
-TEST(BmpEncoder, WritesTrueColourFromTheTopAfterAGap) {
+TEST(BmpEncoder, WritesTrueColorFromTheTopAfterAGap) {
     const BmpImage image = {.width = 1,
                             .height = 2,
                             .bitsPerPixel = 24,
@@ -38,11 +38,11 @@ TEST(BmpEncoder, WritesTrueColourFromTheTopAfterAGap) {
                                                "EEEEEE 030201EE 060504EE"));
 }
 
-TEST(BmpEncoder, FillsThePaletteWhenTheHeaderSaysAllColours) {
+TEST(BmpEncoder, FillsThePaletteWhenTheHeaderSaysAllColors) {
     BmpImage image = smallPaletteImage();
-    image.coloursUsed = 0;
+    image.colorsUsed = 0;
     const EncodedFile file = encodeBmp(image);
-    EXPECT_EQ(file.get("coloursUsed"), 0u);
+    EXPECT_EQ(file.get("colorsUsed"), 0u);
     EXPECT_EQ(file.get("pixelOffset"), 54u + 4 * 256);
     EXPECT_EQ(file.bytes.size(), 54u + 4 * 256 + 8);
     EXPECT_EQ(file.bytes[54 + 4 * 2], 0);
@@ -58,7 +58,7 @@ TEST(BmpEncoder, RefusesContradictions) {
                           Case{"index beyond the palette", [](BmpImage& i) { i.indices[3] = 2; }},
                           Case{"no palette", [](BmpImage& i) { i.palette.clear(); }},
                           Case{"257 colours", [](BmpImage& i) { i.palette.resize(257); }},
-                          Case{"coloursUsed of another palette", [](BmpImage& i) { i.coloursUsed = 3; }},
+                          Case{"colorsUsed of another palette", [](BmpImage& i) { i.colorsUsed = 3; }},
                           Case{"24 bits with indices", [](BmpImage& i) { i.bitsPerPixel = 24; }}}) {
         BmpImage image = smallPaletteImage();
         c.spoil(image);

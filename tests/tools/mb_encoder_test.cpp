@@ -25,7 +25,7 @@ MbFigure triangleFigure(int32_t version, uint32_t vertexFormat, uint32_t normalF
 TEST(MbEncoder, WritesPlainTrianglesAndQuads) {
     MbFigure figure = triangleFigure(2, 1, 0, 1);
     figure.vertices.push_back({{0x7FFF, 0, -0x8000}, {}, 0});
-    figure.polygons[0].style = {.colourKey = true, .twoSided = true};
+    figure.polygons[0].style = {.colorKey = true, .twoSided = true};
     figure.polygons.push_back(
         {.corners = {{3, 10, 11}, {2, 12, 13}, {1, 14, 15}, {0, 16, 255}}, .style = {.twoSided = true}});
     const ByteList counts = hexBytes("0400 0100 0100 0100");
@@ -74,8 +74,8 @@ TEST(MbEncoder, SortsPolygonsByPatternAndTexture) {
                                 quad = {{0, 1, 1}, {1, 2, 2}, {2, 3, 3}, {3, 0, 0}};
     figure.polygons = {
         {.corners = triangle, .style = {.flat = true}, .pattern = 1},
-        {.corners = quad, .style = {.blend = MbBlend::Half}, .colour = Rgb{3, 2, 1}},
-        {.corners = triangle, .style = {.flat = true}, .pattern = 1, .colour = Rgb{1, 2, 3}},
+        {.corners = quad, .style = {.blend = MbBlend::Half}, .color = Rgb{3, 2, 1}},
+        {.corners = triangle, .style = {.flat = true}, .pattern = 1, .color = Rgb{1, 2, 3}},
         {.corners = triangle, .style = {.lit = true, .environmentMap = true}, .texture = 1},
         {.corners = quad},
     };
@@ -119,9 +119,9 @@ TEST(MbEncoder, KnowsTheAttributeBitsOfEveryFormat) {
     struct Case {
         const char* what;
         MbStyle style;
-        int32_t format1, format2, textured3, colour3;
+        int32_t format1, format2, textured3, color3;
     };  // -1: cannot be said
-    for (const Case& c : {Case{"plain", {}, 0, 0, 0, 0}, Case{"colour key", {.colourKey = true}, 0x02, 0x01, 0x01, -1},
+    for (const Case& c : {Case{"plain", {}, 0, 0, 0, 0}, Case{"colour key", {.colorKey = true}, 0x02, 0x01, 0x01, -1},
                           Case{"two-sided", {.twoSided = true}, 0x04, 0x10, 0x10, 0x08},
                           Case{"half", {.blend = MbBlend::Half}, -1, 0x02, 0x02, 0x01},
                           Case{"add", {.blend = MbBlend::Add}, -1, 0x04, 0x04, 0x02},
@@ -129,15 +129,15 @@ TEST(MbEncoder, KnowsTheAttributeBitsOfEveryFormat) {
                           Case{"lit", {.lit = true}, -1, 0x20, 0x20, 0x10},
                           Case{"environment map", {.environmentMap = true}, -1, 0x40, 0x40, 0x20},
                           Case{"flat", {.flat = true}, -1, -1, 0x80, 0x40}}) {
-        const auto expectAttribute = [&](uint32_t format, std::optional<Rgb> colour, int32_t expected) {
+        const auto expectAttribute = [&](uint32_t format, std::optional<Rgb> color, int32_t expected) {
             for (const bool isQuad : {false, true}) {
                 MbFigure figure = triangleFigure(5, 1, 0, format);
                 figure.polygons[0].style = c.style;
-                figure.polygons[0].colour = colour;
+                figure.polygons[0].color = color;
                 if (isQuad) figure.polygons[0].corners.resize(4);
                 const int32_t quadBit = isQuad && format == 1 ? 1 : 0;
                 const std::string name =
-                    std::string(colour ? "colour" : "textured") + (isQuad ? "Quad" : "Triangle") + "[0].attribute";
+                    std::string(color ? "color" : "textured") + (isQuad ? "Quad" : "Triangle") + "[0].attribute";
                 if (expected < 0)
                     EXPECT_THROW(encodeMb(figure), std::invalid_argument) << c.what << " in format " << format;
                 else
@@ -148,7 +148,7 @@ TEST(MbEncoder, KnowsTheAttributeBitsOfEveryFormat) {
         expectAttribute(1, {}, c.format1);
         expectAttribute(2, {}, c.format2);
         expectAttribute(3, {}, c.textured3);
-        expectAttribute(3, Rgb{1, 2, 3}, c.colour3);
+        expectAttribute(3, Rgb{1, 2, 3}, c.color3);
     }
 }
 
@@ -241,34 +241,34 @@ TEST(MbEncoder, PacksTheNearestNormal) {
 
 TEST(MbEncoder, TakesWidthsAndRawAttributes) {
     MbFigure figure = triangleFigure(5, 1, 0, 3);
-    figure.polygons.push_back({.corners = figure.polygons[0].corners, .colour = Rgb{9, 9, 9}});
+    figure.polygons.push_back({.corners = figure.polygons[0].corners, .color = Rgb{9, 9, 9}});
     figure.widths = {.attribute = 12,
                      .index = 16,
                      .coordinate = 9,
-                     .colourAttribute = 11,
-                     .colourVertexIndex = 3,
-                     .colourChannel = 8,
-                     .colourIndex = 5};
+                     .colorAttribute = 11,
+                     .colorVertexIndex = 3,
+                     .colorChannel = 8,
+                     .colorIndex = 5};
     figure.polygons[0].rawAttribute = 0x801;
-    figure.colourTable = {{1, 1, 1}, {9, 9, 9}};
+    figure.colorTable = {{1, 1, 1}, {9, 9, 9}};
     const EncodedFile file = encodeMb(figure);
     struct Case {
         const char* header;
         const char* value;
         uint32_t width;
     };
-    for (const Case& c : {Case{"textured.attributeWidth", "texturedTriangle[0].attribute", 12},
-                          Case{"textured.indexWidth", "texturedTriangle[0].vertex[2]", 16},
-                          Case{"textured.coordinateWidth", "texturedTriangle[0].v[2]", 9},
-                          Case{"colour.attributeWidth", "colourTriangle[0].attribute", 11},
-                          Case{"colour.indexWidth", "colourTriangle[0].vertex[2]", 3},
-                          Case{"colour.channelWidth", "colourTable[1].b", 8},
-                          Case{"colour.colourIndexWidth", "colourTriangle[0].colour", 5}}) {
+    for (const Case& c :
+         {Case{"textured.attributeWidth", "texturedTriangle[0].attribute", 12},
+          Case{"textured.indexWidth", "texturedTriangle[0].vertex[2]", 16},
+          Case{"textured.coordinateWidth", "texturedTriangle[0].v[2]", 9},
+          Case{"color.attributeWidth", "colorTriangle[0].attribute", 11},
+          Case{"color.indexWidth", "colorTriangle[0].vertex[2]", 3}, Case{"color.channelWidth", "colorTable[1].b", 8},
+          Case{"color.colorIndexWidth", "colorTriangle[0].color", 5}}) {
         EXPECT_EQ(file.get(c.header), c.width) << c.header;
         EXPECT_EQ(file.field(c.value).bitCount, c.width) << c.value;
     }
     EXPECT_EQ(file.get("texturedTriangle[0].attribute"), 0x801u);
-    EXPECT_EQ(file.get("colourTriangle[0].colour"), 1u) << "found in the given table";
+    EXPECT_EQ(file.get("colorTriangle[0].color"), 1u) << "found in the given table";
 }
 
 TEST(MbEncoder, RefusesWhatTheFormatsCannotSay) {
@@ -304,8 +304,8 @@ TEST(MbEncoder, RefusesWhatTheFormatsCannotSay) {
             Case{"pattern in version 4", [&](MbFigure& f) { f.version = 4, pattern(1)(f); }},
             Case{"texture in polygonFormat 2", [&](MbFigure& f) { f.polygonFormat = 2, texture(1)(f); }},
             Case{"no texture in polygonFormat 1", [](MbFigure& f) { f.polygonFormat = 1, f.textureCount = 0; }},
-            Case{"colour in polygonFormat 2", [](MbFigure& f) { f.polygonFormat = 2, f.polygons[0].colour = Rgb{}; }},
-            Case{"257 colours", [](MbFigure& f) { f.colourTable.resize(257); }},
+            Case{"colour in polygonFormat 2", [](MbFigure& f) { f.polygonFormat = 2, f.polygons[0].color = Rgb{}; }},
+            Case{"257 colours", [](MbFigure& f) { f.colorTable.resize(257); }},
             Case{"coordinate 128 in polygonFormat 2",
                  [](MbFigure& f) { f.polygonFormat = 2, f.polygons[0].corners[1].u = 128; }},
             Case{"a narrow width", [](MbFigure& f) { f.widths.coordinate = 6; }},

@@ -25,8 +25,8 @@ static void checkImage(const BmpImage& image) {
         check(image.pixels.size() == pixelCount, "the number of pixels is not width * height");
         check(image.indices.empty() && image.palette.empty(), "24-bit images have neither indices nor a palette");
     }
-    const uint32_t coloursUsed = image.coloursUsed.value_or(0);
-    check(coloursUsed == 0 || coloursUsed == image.palette.size(), "coloursUsed is neither 0 nor the palette's size");
+    const uint32_t colorsUsed = image.colorsUsed.value_or(0);
+    check(colorsUsed == 0 || colorsUsed == image.palette.size(), "colorsUsed is neither 0 nor the palette's size");
 }
 
 static void putHeaders(ByteWriter& writer, const BmpImage& image, uint32_t paletteSize, uint32_t imageByteCount) {
@@ -45,8 +45,8 @@ static void putHeaders(ByteWriter& writer, const BmpImage& image, uint32_t palet
     writer.putU32("imageSize", imageByteCount);
     writer.putU32("xPixelsPerMetre", 2835);  // 72 dpi
     writer.putU32("yPixelsPerMetre", 2835);
-    writer.putU32("coloursUsed", image.coloursUsed.value_or(uint32_t(image.palette.size())));
-    writer.putU32("importantColours", 0);
+    writer.putU32("colorsUsed", image.colorsUsed.value_or(uint32_t(image.palette.size())));
+    writer.putU32("importantColors", 0);
 }
 
 static void putRow(ByteWriter& writer, const BmpImage& image, size_t row) {
@@ -62,7 +62,7 @@ static void putRow(ByteWriter& writer, const BmpImage& image, size_t row) {
 EncodedFile encodeBmp(const BmpImage& image) {
     checkImage(image);
     uint32_t paletteSize = uint32_t(image.palette.size());
-    if (image.bitsPerPixel == 8 && image.coloursUsed == 0u) paletteSize = kFullPalette;
+    if (image.bitsPerPixel == 8 && image.colorsUsed == 0u) paletteSize = kFullPalette;
     const uint32_t rowByteCount = image.width * (image.bitsPerPixel / 8);
     const uint32_t paddingByteCount = (4 - rowByteCount % 4) % 4;
 

@@ -20,16 +20,16 @@ struct BmpImage {
     bool topDown = false;  // rows from top to bottom in the file as well, told by a negative height
 
     // Unset: the size of the palette (of 24 bits: 0). An 8-bit file with 0 holds 256 entries, unused ones black.
-    std::optional<uint32_t> coloursUsed{};
+    std::optional<uint32_t> colorsUsed{};
     uint32_t gapByteCount = 0;  // between the colour table and the pixels
     uint8_t fill = 0;           // value of the gap's bytes and of what pads rows to a multiple of 4 bytes
 };
 
 // Writes an uncompressed BMP file with a 40-byte info header. Throws std::invalid_argument when sizes contradict each
-// other or coloursUsed is neither 0 nor the size of the palette.
+// other or colorsUsed is neither 0 nor the size of the palette.
 //
 // Fields of the result: magic fileSize reserved pixelOffset headerSize width height planes bitsPerPixel compression
-// imageSize xPixelsPerMetre yPixelsPerMetre coloursUsed importantColours
+// imageSize xPixelsPerMetre yPixelsPerMetre colorsUsed importantColors
 EncodedFile encodeBmp(const BmpImage& image);
 
 }  // namespace encode

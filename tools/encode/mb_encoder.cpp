@@ -9,20 +9,20 @@
 
 namespace encode {
 
-static constexpr uint32_t kMaxVertices = 21845, kMaxTextures = 16, kMaxPatterns = 33, kMaxColours = 256;
+static constexpr uint32_t kMaxVertices = 21845, kMaxTextures = 16, kMaxPatterns = 33, kMaxColors = 256;
 static constexpr int64_t kNormalUnit = 64;
 
 namespace {
 
 // The file's attribute bit of each style, 0 where the kind of polygon has none.
 struct AttributeBits {
-    uint32_t colourKey, blend, twoSided, lit, environmentMap, flat;  // blend is the lower of two bits
-    uint32_t quad;                                                   // set on every quad
+    uint32_t colorKey, blend, twoSided, lit, environmentMap, flat;  // blend is the lower of two bits
+    uint32_t quad;                                                  // set on every quad
 };
 constexpr AttributeBits kBitsOfFormat1 = {0x02, 0, 0x04, 0, 0, 0, 0x01};
 constexpr AttributeBits kBitsOfFormat2 = {0x01, 0x02, 0x10, 0x20, 0x40, 0, 0};
 constexpr AttributeBits kTexturedBitsOfFormat3 = {0x01, 0x02, 0x10, 0x20, 0x40, 0x80, 0};
-constexpr AttributeBits kColourBitsOfFormat3 = {0, 0x01, 0x08, 0x10, 0x20, 0x40, 0};
+constexpr AttributeBits kColorBitsOfFormat3 = {0, 0x01, 0x08, 0x10, 0x20, 0x40, 0};
 
 // The polygons of one kind, in file order.
 struct PolygonList {
@@ -43,9 +43,9 @@ struct Layout {
     std::vector<uint32_t> vertexOrder;   // description index of each file vertex
     std::vector<uint32_t> filePosition;  // file index of each described vertex
     std::vector<uint32_t> boneVertexCounts;
-    PolygonList colourTriangles{"colourTriangle", {}, {}}, colourQuads{"colourQuad", {}, {}};
+    PolygonList colorTriangles{"colorTriangle", {}, {}}, colorQuads{"colorQuad", {}, {}};
     PolygonList texturedTriangles{"texturedTriangle", {}, {}}, texturedQuads{"texturedQuad", {}, {}};
-    std::vector<Rgb> colours;
+    std::vector<Rgb> colors;
     uint32_t patternCount = 1, textureCount = 1;
 };
 
@@ -95,7 +95,7 @@ static void countPatternsAndTextures(Layout& layout) {
     uint32_t patternCount = 1, textureCount = 0;
     for (const MbPolygon& polygon : figure.polygons) {
         patternCount = std::max(patternCount, polygon.pattern + 1);
-        if (!polygon.colour) textureCount = std::max(textureCount, polygon.texture + 1);
+        if (!polygon.color) textureCount = std::max(textureCount, polygon.texture + 1);
     }
     layout.patternCount = figure.patternCount.value_or(patternCount);
     layout.textureCount = figure.textureCount.value_or(textureCount);
@@ -108,10 +108,10 @@ static void checkPolygon(const Layout& layout, const MbPolygon& polygon, const s
     check(polygon.corners.size() == 3 || polygon.corners.size() == 4, name + " has neither 3 nor 4 corners");
     for (const MbCorner& corner : polygon.corners)
         check(corner.vertex < figure.vertices.size(), name + " has a corner at a vertex that is not there");
-    check(!polygon.colour || figure.polygonFormat == 3, name + ": colour polygons need polygonFormat 3");
+    check(!polygon.color || figure.polygonFormat == 3, name + ": colour polygons need polygonFormat 3");
     check(polygon.pattern < layout.patternCount, name + " is of a pattern that is not there");
-    check(polygon.colour || polygon.texture < layout.textureCount, name + " is of a texture that is not there");
-    const bool inFirstRange = polygon.pattern == 0 && (polygon.colour || polygon.texture == 0);
+    check(polygon.color || polygon.texture < layout.textureCount, name + " is of a texture that is not there");
+    const bool inFirstRange = polygon.pattern == 0 && (polygon.color || polygon.texture == 0);
     check(figure.version == 5 || inFirstRange, name + ": patterns and textures other than 0 need version 5");
 }
 
@@ -119,15 +119,15 @@ static uint32_t makeAttribute(const MbFigure& figure, const MbPolygon& polygon, 
     if (polygon.rawAttribute) return *polygon.rawAttribute;
     const AttributeBits& bits = figure.polygonFormat == 1   ? kBitsOfFormat1
                                 : figure.polygonFormat == 2 ? kBitsOfFormat2
-                                : polygon.colour            ? kColourBitsOfFormat3
+                                : polygon.color             ? kColorBitsOfFormat3
                                                             : kTexturedBitsOfFormat3;
     const auto say = [&](uint32_t value, uint32_t bit, const char* style) {
         check(value == 0 || bit != 0, name + " cannot be " + style + " in polygonFormat " +
-                                          std::to_string(figure.polygonFormat) + (polygon.colour ? ", colour" : ""));
+                                          std::to_string(figure.polygonFormat) + (polygon.color ? ", colour" : ""));
         return value * bit;
     };
     const MbStyle& style = polygon.style;
-    return say(style.colourKey, bits.colourKey, "colour keyed") | say(uint32_t(style.blend), bits.blend, "blended") |
+    return say(style.colorKey, bits.colorKey, "colour keyed") | say(uint32_t(style.blend), bits.blend, "blended") |
            say(style.twoSided, bits.twoSided, "two-sided") | say(style.lit, bits.lit, "lit") |
            say(style.environmentMap, bits.environmentMap, "environment mapped") | say(style.flat, bits.flat, "flat") |
            (polygon.corners.size() == 4 ? bits.quad : 0);
@@ -138,26 +138,26 @@ static void sortPolygons(Layout& layout) {
     for (const MbPolygon& polygon : layout.figure.polygons) sorted.push_back(&polygon);
     // The texture of a colour polygon means nothing.
     std::ranges::stable_sort(sorted, {}, [](const MbPolygon* polygon) {
-        return std::tuple(polygon->pattern, polygon->colour ? 0 : polygon->texture);
+        return std::tuple(polygon->pattern, polygon->color ? 0 : polygon->texture);
     });
     for (const MbPolygon* polygon : sorted) {
         const std::string name = indexed("polygon", size_t(polygon - layout.figure.polygons.data()));
         checkPolygon(layout, *polygon, name);
-        PolygonList& triangles = polygon->colour ? layout.colourTriangles : layout.texturedTriangles;
-        PolygonList& quads = polygon->colour ? layout.colourQuads : layout.texturedQuads;
+        PolygonList& triangles = polygon->color ? layout.colorTriangles : layout.texturedTriangles;
+        PolygonList& quads = polygon->color ? layout.colorQuads : layout.texturedQuads;
         PolygonList& list = polygon->corners.size() == 3 ? triangles : quads;
         list.polygons.push_back(polygon);
         list.attributes.push_back(makeAttribute(layout.figure, *polygon, name));
     }
 }
 
-static void collectColours(Layout& layout) {
-    layout.colours = layout.figure.colourTable;
+static void collectColors(Layout& layout) {
+    layout.colors = layout.figure.colorTable;
     for (const MbPolygon& polygon : layout.figure.polygons)
-        if (polygon.colour && std::ranges::find(layout.colours, *polygon.colour) == layout.colours.end())
-            layout.colours.push_back(*polygon.colour);
-    check(layout.colours.size() <= kMaxColours, "more than 256 colours");
-    check(layout.colours.empty() || layout.figure.polygonFormat == 3, "colours need polygonFormat 3");
+        if (polygon.color && std::ranges::find(layout.colors, *polygon.color) == layout.colors.end())
+            layout.colors.push_back(*polygon.color);
+    check(layout.colors.size() <= kMaxColors, "more than 256 colours");
+    check(layout.colors.empty() || layout.figure.polygonFormat == 3, "colours need polygonFormat 3");
 }
 
 static void putHeader(ByteWriter& writer, const Layout& layout) {
@@ -175,11 +175,11 @@ static void putHeader(ByteWriter& writer, const Layout& layout) {
     writer.putU16("texturedQuadCount", layout.texturedQuads.polygons.size());
     writer.putU16("boneCount", figure.bones.size());
     if (figure.polygonFormat < 3) return;
-    writer.putU16("colourTriangleCount", layout.colourTriangles.polygons.size());
-    writer.putU16("colourQuadCount", layout.colourQuads.polygons.size());
+    writer.putU16("colorTriangleCount", layout.colorTriangles.polygons.size());
+    writer.putU16("colorQuadCount", layout.colorQuads.polygons.size());
     writer.putU16("textureCount", layout.textureCount);
     writer.putU16("patternCount", layout.patternCount);
-    writer.putU16("colourCount", layout.colours.size());
+    writer.putU16("colorCount", layout.colors.size());
 }
 
 static void putPatternTable(ByteWriter& writer, const Layout& layout) {
@@ -190,8 +190,8 @@ static void putPatternTable(ByteWriter& writer, const Layout& layout) {
     for (uint32_t s = 0; s < layout.patternCount; ++s) {
         const std::string name = indexed("pattern", s);
         const auto inPattern = [&](const MbPolygon& polygon) { return polygon.pattern == s; };
-        writer.putU16(name + ".colourTriangleCount", countIn(layout.colourTriangles, inPattern));
-        writer.putU16(name + ".colourQuadCount", countIn(layout.colourQuads, inPattern));
+        writer.putU16(name + ".colorTriangleCount", countIn(layout.colorTriangles, inPattern));
+        writer.putU16(name + ".colorQuadCount", countIn(layout.colorQuads, inPattern));
         for (uint32_t t = 0; t < layout.textureCount; ++t) {
             const std::string textureName = indexed(name + ".texture", t);
             const auto inRange = [&](const MbPolygon& polygon) { return inPattern(polygon) && polygon.texture == t; };
@@ -365,9 +365,9 @@ static void putPolygons(ByteWriter& writer, const Layout& layout, const PolygonL
         for (size_t k = 0; k < polygon.corners.size(); ++k)
             writer.putUnsigned(indexed(name + ".vertex", k), layout.filePosition[polygon.corners[k].vertex],
                                widths.index);
-        if (polygon.colour) {
-            const auto index = std::ranges::find(layout.colours, *polygon.colour) - layout.colours.begin();
-            writer.putUnsigned(name + ".colour", uint64_t(index), widths.value);
+        if (polygon.color) {
+            const auto index = std::ranges::find(layout.colors, *polygon.color) - layout.colors.begin();
+            writer.putUnsigned(name + ".color", uint64_t(index), widths.value);
             continue;
         }
         for (size_t k = 0; k < polygon.corners.size(); ++k) {
@@ -377,30 +377,30 @@ static void putPolygons(ByteWriter& writer, const Layout& layout, const PolygonL
     }
 }
 
-static void putColourBlock(ByteWriter& writer, const Layout& layout) {
-    if (layout.colourTriangles.polygons.empty() && layout.colourQuads.polygons.empty()) return;
+static void putColorBlock(ByteWriter& writer, const Layout& layout) {
+    if (layout.colorTriangles.polygons.empty() && layout.colorQuads.polygons.empty()) return;
     const MbWidths& given = layout.figure.widths;
-    BlockWidths widths = smallestWidths(layout, layout.colourTriangles, layout.colourQuads);
-    widths.attribute = given.colourAttribute.value_or(widths.attribute);
-    widths.index = given.colourVertexIndex.value_or(widths.index);
-    widths.value = given.colourIndex.value_or(unsignedWidth(layout.colours.size() - 1));
+    BlockWidths widths = smallestWidths(layout, layout.colorTriangles, layout.colorQuads);
+    widths.attribute = given.colorAttribute.value_or(widths.attribute);
+    widths.index = given.colorVertexIndex.value_or(widths.index);
+    widths.value = given.colorIndex.value_or(unsignedWidth(layout.colors.size() - 1));
     uint32_t channelWidth = 0;
-    for (const Rgb& colour : layout.colours) raiseTo(channelWidth, colour[0] | colour[1] | colour[2]);
-    channelWidth = given.colourChannel.value_or(channelWidth);
+    for (const Rgb& color : layout.colors) raiseTo(channelWidth, color[0] | color[1] | color[2]);
+    channelWidth = given.colorChannel.value_or(channelWidth);
 
-    writer.putU8("colour.attributeWidth", widths.attribute);
-    writer.putU8("colour.indexWidth", widths.index);
-    writer.putU8("colour.channelWidth", channelWidth);
-    writer.putU8("colour.colourIndexWidth", widths.value);
-    writer.putU8("colour.unused", 0);
-    for (size_t i = 0; i < layout.colours.size(); ++i) {
-        const std::string name = indexed("colourTable", i);
-        writer.putUnsigned(name + ".r", layout.colours[i][0], channelWidth);
-        writer.putUnsigned(name + ".g", layout.colours[i][1], channelWidth);
-        writer.putUnsigned(name + ".b", layout.colours[i][2], channelWidth);
+    writer.putU8("color.attributeWidth", widths.attribute);
+    writer.putU8("color.indexWidth", widths.index);
+    writer.putU8("color.channelWidth", channelWidth);
+    writer.putU8("color.colorIndexWidth", widths.value);
+    writer.putU8("color.unused", 0);
+    for (size_t i = 0; i < layout.colors.size(); ++i) {
+        const std::string name = indexed("colorTable", i);
+        writer.putUnsigned(name + ".r", layout.colors[i][0], channelWidth);
+        writer.putUnsigned(name + ".g", layout.colors[i][1], channelWidth);
+        writer.putUnsigned(name + ".b", layout.colors[i][2], channelWidth);
     }
-    putPolygons(writer, layout, layout.colourTriangles, widths);
-    putPolygons(writer, layout, layout.colourQuads, widths);
+    putPolygons(writer, layout, layout.colorTriangles, widths);
+    putPolygons(writer, layout, layout.colorQuads, widths);
 }
 
 // The three formats have the same records: the plain one is packed with the widths of whole bytes.
@@ -443,14 +443,14 @@ EncodedFile encodeMb(const MbFigure& figure) {
     orderVertices(layout);
     countPatternsAndTextures(layout);
     sortPolygons(layout);
-    collectColours(layout);
+    collectColors(layout);
 
     ByteWriter writer;
     putHeader(writer, layout);
     if (figure.version == 5) putPatternTable(writer, layout);
     putVertices(writer, layout);
     putNormals(writer, layout);
-    putColourBlock(writer, layout);
+    putColorBlock(writer, layout);
     putTexturedBlock(writer, layout);
     writer.alignToByte();
     putBones(writer, layout);

@@ -35,13 +35,13 @@ enum class MbBlend : uint8_t {
 };
 
 // How a polygon looks. What a polygon format cannot say is refused by encodeMb:
-//                    colourKey  twoSided  blend  lit  environmentMap  flat
+//                    colorKey  twoSided  blend  lit  environmentMap  flat
 //   1                    x         x
 //   2                    x         x        x     x         x
 //   3, textured          x         x        x     x         x          x
 //   3, colour                      x        x     x         x          x
 struct MbStyle {
-    bool colourKey = false;  // palette index 0 of the texture is cut out
+    bool colorKey = false;  // palette index 0 of the texture is cut out
     bool twoSided = false;
     MbBlend blend = MbBlend::None;
     bool lit = false;
@@ -58,9 +58,9 @@ struct MbPolygon {
     // Three corners, or four in the order of a triangle strip: 0 1 2 and 1 3 2 are its halves.
     std::vector<MbCorner> corners{};
     MbStyle style{};
-    uint32_t pattern = 0;         // 0 is always drawn; the others are switched by the host or an action
-    uint32_t texture = 0;         // texture slot, for textured polygons
-    std::optional<Rgb> colour{};  // set: a colour polygon, unset: a textured one
+    uint32_t pattern = 0;        // 0 is always drawn; the others are switched by the host or an action
+    uint32_t texture = 0;        // texture slot, for textured polygons
+    std::optional<Rgb> color{};  // set: a colour polygon, unset: a textured one
 
     std::optional<uint32_t> rawAttribute{};  // written to the file in place of what style says, legal or not
 };
@@ -73,10 +73,10 @@ struct MbVertexRun {
 
 // Widths in bits of the packed polygon sections. Unset ones become the smallest that hold the figure's values.
 struct MbWidths {
-    std::optional<uint32_t> attribute{}, index{};                    // textured polygons; index: of a vertex
-    std::optional<uint32_t> coordinate{};                            // polygonFormat 3 only, like everything below
-    std::optional<uint32_t> colourAttribute{}, colourVertexIndex{};  // colour polygons
-    std::optional<uint32_t> colourChannel{}, colourIndex{};
+    std::optional<uint32_t> attribute{}, index{};                  // textured polygons; index: of a vertex
+    std::optional<uint32_t> coordinate{};                          // polygonFormat 3 only, like everything below
+    std::optional<uint32_t> colorAttribute{}, colorVertexIndex{};  // colour polygons
+    std::optional<uint32_t> colorChannel{}, colorIndex{};
 };
 
 // An animated figure model. The defaults make the richest file: smooth, textured or coloured, with patterns.
@@ -96,7 +96,7 @@ struct MbFigure {
     std::optional<uint32_t> textureCount{};  // 0..16
 
     // The start of the colour table. Colours of polygons that are not in it follow in the order of their first use.
-    std::vector<Rgb> colourTable{};
+    std::vector<Rgb> colorTable{};
 
     MbWidths widths{};
     std::optional<std::vector<MbVertexRun>> vertexRuns{};     // unset: the runs that take the fewest bits
@@ -112,15 +112,15 @@ struct MbFigure {
 //
 // Fields of the result, with indices in file order (k is a corner; a width stands once per block):
 //   magic version vertexFormat normalFormat polygonFormat boneFormat vertexCount texturedTriangleCount texturedQuadCount
-//   boneCount colourTriangleCount colourQuadCount textureCount patternCount colourCount
-//   pattern[s].colourTriangleCount  pattern[s].colourQuadCount
+//   boneCount colorTriangleCount colorQuadCount textureCount patternCount colorCount
+//   pattern[s].colorTriangleCount  pattern[s].colorQuadCount
 //   pattern[s].texture[t].triangleCount  pattern[s].texture[t].quadCount
 //   vertex[i].x .y .z   run[r].header
 //   normal[i].x .y .z   normal[i].axis .zSign (packed normals)
 //   textured.attributeWidth .indexWidth .coordinateWidth .unused
-//   colour.attributeWidth .indexWidth .channelWidth .colourIndexWidth .unused
-//   colourTable[i].r .g .b
-//   colourTriangle[i].attribute .vertex[k] .colour     colourQuad[i] likewise
+//   color.attributeWidth .indexWidth .channelWidth .colorIndexWidth .unused
+//   colorTable[i].r .g .b
+//   colorTriangle[i].attribute .vertex[k] .color     colorQuad[i] likewise
 //   texturedTriangle[i].attribute .vertex[k] .u[k] .v[k]     texturedQuad[i] likewise
 //   bone[b].vertexCount .parent .m[e] (e = 0..11)
 EncodedFile encodeMb(const MbFigure& figure);
