@@ -38,9 +38,17 @@ bench: dependencies
 	@$(call build,release,k8_bench)
 	@build/release/bench/k8_bench
 
+# libFuzzer comes with clang; without it the entry is driven by plain mutation.
 fuzz: dependencies
+ifneq ($(shell command -v clang++),)
 	@$(call build,fuzz,k8_fuzz)
-	@build/fuzz/fuzz/k8_fuzz -max_total_time=$(FUZZ_SECONDS)
+	@mkdir -p build/fuzz/corpus
+	@build/fuzz/fuzz/k8_fuzz -max_total_time=$(FUZZ_SECONDS) -timeout=10 -artifact_prefix=build/fuzz/ \
+	    -print_final_stats=1 build/fuzz/corpus build/fuzz/fuzz/seeds
+else
+	@$(call build,sanitize,k8_fuzz)
+	@cd build/sanitize && fuzz/k8_fuzz -max_total_time=$(FUZZ_SECONDS) fuzz/seeds
+endif
 
 install:
 	@cmake -S . -B build/install -DCMAKE_BUILD_TYPE=Release -DK8_DEVELOPMENT=OFF -DCMAKE_INSTALL_PREFIX=$(or $(PREFIX),/usr/local)

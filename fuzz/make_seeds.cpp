@@ -1,0 +1,96 @@
+// make_seeds DIRECTORY: writes one small file of every format and version that the loader takes, for a fuzzer to start from.
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include "tools/encode/bmp_encoder.h"
+#include "tools/encode/mb_encoder.h"
+#include "tools/encode/mt_encoder.h"
+
+using namespace encode;
+
+static std::filesystem::path directory;
+
+static void write(const std::string& name, const EncodedFile& file) {
+    std::ofstream stream(directory / name, std::ios::binary);
+    stream.write(reinterpret_cast<const char*>(file.bytes.data()), std::streamsize(file.bytes.size()));
+}
+
+// Two bones; a textured and, where the format has it, a coloured quad and triangle.
+static MbFigure figure(int32_t version, uint32_t vertexFormat, uint32_t normalFormat, uint32_t polygonFormat) {
+    MbFigure figure;
+    figure.version = version;
+    figure.vertexFormat = vertexFormat;
+    figure.normalFormat = normalFormat;
+    figure.polygonFormat = polygonFormat;
+    figure.bones = {{.name = "root"}, {.name = "tip", .parent = 0, .rest = translationBone(0, 100, 0)}};
+    for (const int32_t bone : {0, 1}) {
+        for (const int16_t x : {int16_t(-60), int16_t(500)})
+            for (const int16_t y : {int16_t(0), int16_t(7000)})
+                figure.vertices.push_back({.position = {x, y, 5}, .normal = {0, 0, 1}, .bone = bone});
+    }
+    const auto addPolygon = [&](uint32_t cornerCount, uint32_t first) {
+        MbPolygon polygon;
+        for (uint32_t k = 0; k < cornerCount; ++k)
+            polygon.corners.push_back({.vertex = first + k, .u = uint8_t(k * 9), .v = uint8_t(100 + k)});
+        polygon.style.twoSided = true;
+        figure.polygons.push_back(polygon);
+        if (polygonFormat < 3) return;
+        polygon.colour = Rgb{uint8_t(first), 128, 255};
+        polygon.style.lit = normalFormat != 0;
+        polygon.style.blend = MbBlend::Half;
+        if (version >= 5) polygon.pattern = 1 + first % 3;
+        figure.polygons.push_back(polygon);
+    };
+    addPolygon(3, 0);
+    addPolygon(4, 4);
+    return figure;
+}
+
+static MtTable table(int32_t version) {
+    const MtVectorKeys vectors = {{0, 10, 20, 4096}, {4, -300, 0, 4096}};
+    const MtScalarKeys scalars = {{0, 0}, {6, 1024}};
+    MtTable table;
+    table.version = version;
+    const std::vector<MtTrack> kinds = {MtConstantMatrix{},
+                                        MtUnchanged{},
+                                        MtTranslateScaleDirectionRoll{vectors, vectors, vectors, scalars},
+                                        MtDirectionFixedTranslateRoll{{1, 2, 3}, vectors, 77},
+                                        MtDirectionRoll{vectors, scalars},
+                                        MtDirection{vectors},
+                                        MtTranslateDirectionRoll{vectors, vectors, scalars}};
+    table.boneCount = uint32_t(kinds.size());
+    table.actions = {{.name = "all kinds", .frameCount = 8, .tracks = kinds}};
+    if (version >= 5) table.actions[0].patterns = {{0, 1}, {3, 6}};
+    return table;
+}
+
+static BmpImage image(uint32_t width, uint32_t height, uint32_t bitsPerPixel) {
+    BmpImage image{.width = width, .height = height, .bitsPerPixel = bitsPerPixel};
+    for (uint32_t i = 0; i < width * height; ++i) {
+        if (bitsPerPixel == 8)
+            image.indices.push_back(uint8_t(i % 5));
+        else
+            image.pixels.push_back({uint8_t(i), uint8_t(i * 3), 200});
+    }
+    if (bitsPerPixel == 8) image.palette = {{0, 0, 0}, {255, 0, 0}, {0, 255, 0}, {0, 0, 255}, {9, 9, 9}};
+    return image;
+}
+
+int main(int argc, char** argv) {
+    if (argc != 2) return 1;
+    directory = argv[1];
+    std::filesystem::create_directories(directory);
+    for (const int32_t version : {2, 3})
+        write("v" + std::to_string(version) + ".mb", encodeMb(figure(version, 1, 0, 1)));
+    for (const int32_t version : {4, 5}) {
+        for (const uint32_t format : {1u, 2u, 3u})
+            write("v" + std::to_string(version) + "-" + std::to_string(format) + ".mb",
+                  encodeMb(figure(version, format == 1 ? 1 : 2, format - 1, format)));
+    }
+    for (const int32_t version : {2, 3, 4, 5}) write("v" + std::to_string(version) + ".mt", encodeMt(table(version)));
+    write("8.bmp", encodeBmp(image(8, 8, 8)));
+    write("8-padded.bmp", encodeBmp(image(5, 3, 8)));
+    write("24.bmp", encodeBmp(image(4, 2, 24)));
+    write("24-padded.bmp", encodeBmp(image(3, 7, 24)));
+}
