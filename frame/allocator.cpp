@@ -61,10 +61,21 @@ void qelFree(void* block) {
     MALK8_malc.functions->free(&MALK8_malc, block);
 }
 
-void* qelAllocArray(uint32_t count, uint32_t elementSize) {
+// The byte size of an array, or -1 when it leaves 31 bits. Never 0, which an allocator may answer with null.
+static int32_t arraySize(uint32_t count, uint32_t elementSize) {
     const uint64_t size = uint64_t(count) * elementSize;
-    if (size > uint64_t(INT32_MAX)) return noteOutcome(nullptr);
-    return qelAlloc(kScratchTag, size ? int32_t(size) : 1);  // an allocator may answer 0 bytes with null
+    if (size > uint64_t(INT32_MAX)) return -1;
+    return size ? int32_t(size) : 1;
+}
+
+void* qelAllocArray(uint32_t count, uint32_t elementSize) {
+    const int32_t size = arraySize(count, elementSize);
+    return size < 0 ? noteOutcome(nullptr) : qelAlloc(kScratchTag, size);
+}
+
+void* qelReallocArray(void* block, uint32_t count, uint32_t elementSize) {
+    const int32_t size = arraySize(count, elementSize);
+    return size < 0 ? noteOutcome(nullptr) : qelRealloc(block, size);
 }
 
 void* K8Allocator_alloc(K8Allocator* allocator, uint64_t size) {

@@ -18,6 +18,8 @@ void qelFree(void* block);
 // count elements of elementSize bytes, zero-filled; null when there is no room or the product leaves the allocator's 31-bit sizes. Both failures leave the
 // engine status at QEL_STATUS_OUT_OF_MEMORY. A count of 0 gives a valid block.
 void* qelAllocArray(uint32_t count, uint32_t elementSize);
+// The same around qelRealloc: null leaves the old block as it was, and elements added at the end are not cleared.
+void* qelReallocArray(void* block, uint32_t count, uint32_t elementSize);
 
 template <typename T>
 T* qelAllocArrayOf(uint32_t count) {
