@@ -36,7 +36,7 @@ static MbFigure figure(int32_t version, uint32_t vertexFormat, uint32_t normalFo
         polygon.style.twoSided = true;
         figure.polygons.push_back(polygon);
         if (polygonFormat < 3) return;
-        polygon.colour = Rgb{uint8_t(first), 128, 255};
+        polygon.color = Rgb{uint8_t(first), 128, 255};
         polygon.style.lit = normalFormat != 0;
         polygon.style.blend = MbBlend::Half;
         if (version >= 5) polygon.pattern = 1 + first % 3;
