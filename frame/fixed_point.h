@@ -1,13 +1,12 @@
+// The number kernels behind the K8 interface. F numbers are 20.12 fixed point (4096 = 1.0), J numbers are single
+// floats, angles are in 1/4096 of a turn unless said otherwise. All of it is pure, takes every bit pattern and wraps
+// around in 32 bits instead of overflowing.
 #pragma once
 
 #include <cstdint>
 
-// The number kernels behind the K8 interface. F numbers are 20.12 fixed point (4096 = 1.0), J numbers are single floats,
-// angles are in 1/4096 of a turn unless said otherwise. All of it is pure, works for every bit pattern and wraps around
-// in 32 bits instead of overflowing.
-
 constexpr int32_t kFixedOne = 4096;
-constexpr int32_t kFixedQuarterTurn = 90 * kFixedOne;  // 90 degrees as an F number
+constexpr int32_t kFixedQuarterTurn = 90 * kFixedOne;  // degrees
 
 // --- Conversion ---
 

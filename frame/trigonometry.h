@@ -1,9 +1,8 @@
+// Trigonometric functions that give the same bits on every machine: libm's differ between versions and processors in
+// the last place, these use only IEEE additions, multiplications, divisions and square roots. Errors stay below one
+// unit in the last place for angles up to a million radians; larger angles lose accuracy but stay finite and within
+// -1..1. NaN and infinite arguments, and sines and cosines beyond 1, give NaN.
 #pragma once
-
-// Trigonometric functions that give the same bits on every machine: libm's differ between versions and processors in the
-// last place, these use only IEEE additions, multiplications, divisions and square roots. Errors stay below one unit in
-// the last place for angles up to a million radians; larger angles lose accuracy but stay finite and within -1..1.
-// NaN and infinite arguments, and sines and cosines beyond 1, give NaN.
 
 double stableSin(double radians);
 double stableCos(double radians);

@@ -1,9 +1,8 @@
+// Two's complement arithmetic on 32-bit words. Signed overflow is undefined in C++, so everything that is meant to wrap
+// around goes through these.
 #pragma once
 
 #include <cstdint>
-
-// Two's complement arithmetic on 32-bit words. Signed overflow is undefined in C++, so everything that is meant to wrap
-// around goes through these.
 
 static_assert((int32_t(-5) >> 1) == -3, "the kernels rely on an arithmetic right shift of negative numbers");
 

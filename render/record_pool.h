@@ -1,5 +1,5 @@
-// The records that queueing an object needs between two flushes come from fixed-size blocks, so that a frame costs no allocator
-// call once the blocks exist. A pool set holds one pool per record kind.
+// The records that queueing an object needs between two flushes come from fixed-size blocks, so that a frame costs no
+// allocator call once the blocks exist. A pool set holds one pool per record kind.
 #pragma once
 
 #include <array>
@@ -32,12 +32,10 @@ constexpr uint32_t kMaxRecordsPerKind = 2048;
 
 struct RecordPool;
 
-// recordSizes[kind] is the byte size of a record of that kind; entry 0 is not used. The draw items get room for all 2048
-// records at once, the other kinds for their first 32. Returns null, with everything given back, when memory runs out.
+// recordSizes[kind] is the byte size of a record of that kind; entry 0 is not used. The draw items get room for all
+// 2048 records at once, the other kinds for their first 32. Returns null, with everything given back, when memory runs
+// out.
 RecordPool* RecordPool_create(K8Allocator* allocator, const std::array<uint32_t, kRecordKindCount + 1>& recordSizes);
-
-// The allocator given at creation.
-K8Allocator* RecordPool_allocator(const RecordPool* pool);
 
 // Gives back all memory, records still in use included. Null is ignored.
 void RecordPool_destroy(RecordPool* pool);
@@ -45,6 +43,9 @@ void RecordPool_destroy(RecordPool* pool);
 // Returns a record, aligned for pointers and with whatever its last user left in it. Null when 2048 records of the kind
 // are in use, when memory runs out, or when kind is none of the enumerators.
 void* RecordPool_take(RecordPool* pool, RecordKind kind);
+
+// The allocator of the blocks, for what hangs off a record and has no fixed size.
+K8Allocator* RecordPool_allocator(const RecordPool* pool);
 
 // The record must have come from RecordPool_take; null is not allowed. Its memory stays with the pool.
 void RecordPool_giveBack(void* record);
