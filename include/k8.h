@@ -531,6 +531,8 @@ typedef struct K8RenderParams {
 
 typedef struct K8RenderContext K8RenderContext;
 
+enum { K8_RENDER_CONTEXT_SIZE = 8192 }; /* bytes that are enough for a K8RenderContext on every target */
+
 /* A render context: a draw list, and the surface it goes to. Calling order: create, bind, then any number of render3D followed by flush or
  * clear3D, again and again; destroy. */
 typedef struct K8Render {
@@ -538,8 +540,9 @@ typedef struct K8Render {
     K8RenderContext *context;
 } K8Render;
 
-/* Makes an unbound context. `memory` is null, or a block whose `context` member is null or points to a block for the context's own
- * record. Needs no current OpenGL ES context. Null for a null allocator or when memory runs out. */
+/* Makes an unbound context. Needs no current OpenGL ES context. Null for a null allocator or when memory runs out.
+ * memory   null, or the host's memory for the handle, of which only the member `context` is read: null, or the host's block of
+ *          K8_RENDER_CONTEXT_SIZE bytes, aligned for any object, for what the context keeps */
 K8_API K8Render *K8Render_create(K8Render *memory, K8Allocator *allocator);
 
 /* Discards the list and releases everything. Call it while the OpenGL ES context is still current. Ignores null. */

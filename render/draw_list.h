@@ -1,14 +1,23 @@
-// The draw list: queued copies of objects, and how each kind is drawn.
+// The draw list of a render context: private copies of what the host queued, in queue order.
 #pragma once
 
-#include "frame/error_status.h"
 #include "render/render_context.h"
 
-// Record sizes of the pool: the draw list's own kinds and those of handle copies.
+struct DrawItem {
+    K8RenderParams params;  // without its pointers, but for the copied fog: what they said is in the members below
+    K8Handle* object;       // a copy of the queued handle with its loaded info
+    K8Transform transform;  // viewing transform x object transform
+    uint32_t sortKey;       // the queued-call count at the time of the call
+    int32_t lightCount;     // entries of the two arrays; 0 unless lightsChanged
+    Light** lights;         // duplicates, one reference each; array of the handle's allocator
+    K8Transform* lightTransforms;  // array of the handle's allocator
+    K8Handle* fog;                 // fog found in the object's tree, or null
+    DrawItem* next;
+    uint8_t lightsChanged;  // the lights differ from those of the item before
+};
+
+// Record sizes of the context's pool.
 std::array<uint32_t, kRecordKindCount + 1> K8DrawList_recordSizes();
 
-// Draws every item in queue order. On failure the error status is stored.
-bool K8DrawList_draw(K8Render* handle, FailureMark since);
-
-// Gives back every item, forgets the collected lights, rewinds the pools.
+// Gives every item back, forgets the collected lights, rewinds the pools. Works on unbound handles too.
 void K8DrawList_discard(K8Render* handle);

@@ -1,4 +1,4 @@
-// The context behind a K8Render handle.
+// The context behind a K8Render handle, and the one Graphics3D that all bound contexts share.
 #pragma once
 
 #include "render/graphics3d.h"
@@ -7,7 +7,8 @@
 struct DrawItem;
 
 struct K8RenderContext {
-    void* target;  // the host's; non-null once bound
+    uint8_t isOurs;  // allocated by K8Render_create, not given by the host
+    void* target;    // the host's; non-null once bound
     int32_t targetWidth, targetHeight;
     int32_t bufferWidth;
     PixelRect bindRect;
@@ -15,17 +16,24 @@ struct K8RenderContext {
     DrawItem* head;
     DrawItem* tail;
     uint32_t queuedCalls;  // K8Render_render3D calls since the last flush or clear
+
+    // Lights of the current call: maxLights entries each.
     int32_t maxLights;
-    Light** lights;                 // of the current call; no references
-    K8Transform** lightTransforms;  // one record per slot
+    Light** lights;                 // no references
+    K8Transform** lightTransforms;  // owned records
     uint32_t* lightWords;
-    int32_t textureUnits;  // used by the draw list
-    Texture2D* whiteTexture;  // 1 x 1, ALPHA 255
+
+    int32_t textureUnits;     // that the draw list uses
+    Texture2D* whiteTexture;  // one reference; 1 x 1, ALPHA 255
     RecordPool* pool;
-    int32_t collectedCount;  // lights of the item queued last
-    Light** collectedLights;          // owned by the item; identities for comparing
-    K8Transform** collectedTransforms;
+
+    // Lights of the item whose lights changed last, which hold for the items behind it: maxLights entries each, all borrowed from that item.
+    int32_t collectedCount;
+    Light** collectedLights;
+    const K8Transform** collectedTransforms;
 };
 
-// The process-wide Graphics3D that every bound context shares; null while none is bound.
-Graphics3D* K8Render_sharedGraphics();
+static_assert(sizeof(K8RenderContext) <= K8_RENDER_CONTEXT_SIZE);
+
+// Null for an unbound handle.
+Graphics3D* K8Render_graphics(const K8Render* handle);

@@ -1,0 +1,46 @@
+#include "render/draw_camera.h"
+
+#include "frame/fixed_point.h"
+#include "frame/trigonometry.h"
+#include "scene/transform.h"
+
+// Width over height, as F numbers divide.
+static float aspectOf(int32_t width, int32_t height) { return f2j(fixedDiv(width * kFixedOne, height * kFixedOne)); }
+
+// The opening under which a screen of this height, standing in the near plane, is seen; degrees.
+static float angleOfScreen(float height, float near) {
+    return float(2.0 * stableAtan(double(height) / 2.0 / double(near)) * 57.29577951308232);
+}
+
+void K8DrawList_setCamera(K8Render* handle, const K8RenderParams& params) {
+    const K8RenderContext* context = handle->context;
+    Camera* camera = context->drawCamera;
+    const float near = f2j(params.nearDistance);
+    const float far = f2j(params.farDistance);
+    const float aspect = aspectOf(params.screenWidth, params.screenHeight);
+    switch (params.projection) {
+        case K8_PROJECTION_PARALLEL: qelCamera_setParallel(camera, params.screenHeight, aspect, 0.0f, 32768.0f); break;
+        case K8_PROJECTION_PERSPECTIVE_SIZE:
+            if (near > 0.0f)
+                qelCamera_setPerspective(camera, angleOfScreen(params.screenHeight, near), aspect, near, far);
+            break;
+        case K8_PROJECTION_PERSPECTIVE_ANGLE:
+            qelCamera_setPerspective(camera, f2j(params.verticalAngle),
+                                     aspectOf(context->targetWidth, context->targetHeight), near, far);
+            break;
+        default: break;
+    }
+    qelGraphics3D_setCamera(K8Render_graphics(handle), camera, nullptr);
+}
+
+qelTransform K8DrawList_sceneMatrix(const K8Transform& transform, float scale) {
+    qelTransform placed;
+    qelTransform_set_fl(&placed, transform.elements);
+    qelTransform_postScale(&placed, scale, scale, scale);
+    qelTransform frame;  // y up and z towards the viewer, as OpenGL ES has them
+    qelTransform_setIdentity(&frame);
+    qelTransform_postScale(&frame, 1.0f, -1.0f, -1.0f);
+    qelTransform matrix;
+    qelTransform_multiplyInto(&matrix, &frame, &placed);
+    return matrix;
+}
