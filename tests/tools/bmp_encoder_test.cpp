@@ -53,13 +53,16 @@ TEST(BmpEncoder, RefusesContradictions) {
         const char* what;
         std::function<void(BmpImage&)> spoil;
     };
-    for (const Case& c : {Case{"16 bits", [](BmpImage& i) { i.bitsPerPixel = 16; }},
-                          Case{"too few indices", [](BmpImage& i) { i.indices.pop_back(); }},
-                          Case{"index beyond the palette", [](BmpImage& i) { i.indices[3] = 2; }},
-                          Case{"no palette", [](BmpImage& i) { i.palette.clear(); }},
-                          Case{"257 colours", [](BmpImage& i) { i.palette.resize(257); }},
-                          Case{"colorsUsed of another palette", [](BmpImage& i) { i.colorsUsed = 3; }},
-                          Case{"24 bits with indices", [](BmpImage& i) { i.bitsPerPixel = 24; }}}) {
+    const Case cases[] = {
+        {"16 bits", [](BmpImage& i) { i.bitsPerPixel = 16; }},
+        {"too few indices", [](BmpImage& i) { i.indices.pop_back(); }},
+        {"an index beyond the palette", [](BmpImage& i) { i.indices[3] = 2; }},
+        {"no palette", [](BmpImage& i) { i.palette.clear(); }},
+        {"257 colours", [](BmpImage& i) { i.palette.resize(257); }},
+        {"colorsUsed of another palette", [](BmpImage& i) { i.colorsUsed = 3; }},
+        {"24 bits with indices", [](BmpImage& i) { i.bitsPerPixel = 24; }},
+    };
+    for (const Case& c : cases) {
         BmpImage image = smallPaletteImage();
         c.spoil(image);
         EXPECT_THROW(encodeBmp(image), std::invalid_argument) << c.what;

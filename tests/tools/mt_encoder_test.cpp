@@ -64,17 +64,20 @@ TEST(MtEncoder, RefusesWhatTheFormatCannotSay) {
         const char* what;
         std::function<void(MtTable&, MtVectorKeys&)> spoil;
     };
-    for (const Case& c : {Case{"version 1", [](MtTable&t, MtVectorKeys&) { t.version = 1; }},
-                          Case{"version 6", [](MtTable&t, MtVectorKeys&) { t.version = 6; }},
-                          Case{"a track too few", [](MtTable&t, MtVectorKeys&) { t.boneCount = 2; }},
-                          Case{"negative length", [](MtTable&t, MtVectorKeys&) { t.actions[0].frameCount = -1; }},
-                          Case{"long action", [](MtTable&t, MtVectorKeys&) { t.actions[0].frameCount = 32768; }},
-                          Case{"patterns in version 4", [](MtTable&t, MtVectorKeys&) { t.version = 4; }},
-                          Case{"late pattern", [](MtTable&t, MtVectorKeys&) { t.actions[0].patterns[0].frame = 1; }},
-                          Case{"no keys", [](MtTable&, MtVectorKeys&k) { k.clear(); }},
-                          Case{"a late start", [](MtTable&, MtVectorKeys&k) { k[0].frame = 1; }},
-                          Case{"the same frame twice", [](MtTable&, MtVectorKeys&k) { k[2].frame = 4; }},
-                          Case{"a key after the end", [](MtTable&, MtVectorKeys&k) { k[2].frame = 11; }}}) {
+    const Case cases[] = {
+        {"version 1", [](MtTable& t, MtVectorKeys&) { t.version = 1; }},
+        {"version 6", [](MtTable& t, MtVectorKeys&) { t.version = 6; }},
+        {"a track too few", [](MtTable& t, MtVectorKeys&) { t.boneCount = 2; }},
+        {"a negative length", [](MtTable& t, MtVectorKeys&) { t.actions[0].frameCount = -1; }},
+        {"a long action", [](MtTable& t, MtVectorKeys&) { t.actions[0].frameCount = 32768; }},
+        {"patterns in version 4", [](MtTable& t, MtVectorKeys&) { t.version = 4; }},
+        {"a late pattern", [](MtTable& t, MtVectorKeys&) { t.actions[0].patterns[0].frame = 1; }},
+        {"no keys", [](MtTable&, MtVectorKeys& k) { k.clear(); }},
+        {"a late start", [](MtTable&, MtVectorKeys& k) { k[0].frame = 1; }},
+        {"the same frame twice", [](MtTable&, MtVectorKeys& k) { k[2].frame = 4; }},
+        {"a key after the end", [](MtTable&, MtVectorKeys& k) { k[2].frame = 11; }},
+    };
+    for (const Case& c : cases) {
         MtTable table = {.boneCount = 1,
                          .actions = {{.frameCount = 10, .tracks = {MtDirection{}}, .patterns = {{0, 1}}}}};
         MtVectorKeys& keys = std::get<MtDirection>(table.actions[0].tracks[0]).direction;
