@@ -26,7 +26,7 @@ struct LoaderContext {
     char* externalNames[kMaxExternalNames];  // owned
     uint32_t externalNameCount;
     int32_t status;
-    uint8_t reason;  // a LoadReason, or the engine's result code of a failed image
+    uint8_t reason;      // a LoadReason, or the engine's result code of a failed image
     uint32_t bytesRead;  // of the object being read
 };
 
@@ -36,7 +36,8 @@ void LoaderContext_release(LoaderContext* context);
 void LoaderContext_destroy(LoaderContext* context);
 int32_t LoaderContext_getStatus(const LoaderContext* context);  // 0 for null
 void LoaderContext_setStatus(LoaderContext* context, int32_t status);
-// Adopts the caller's reference and sets the root flag. False, with OUT_OF_MEMORY as status, when the table cannot grow.
+// Adopts the caller's reference and sets the root flag. When the table cannot grow: false, with OUT_OF_MEMORY as
+// status, and the reference stays the caller's.
 bool LoaderContext_append(LoaderContext* context, Object3D* object);
 void LoaderContext_clearRootFlag(LoaderContext* context, uint32_t entry);
 // Adopts the name. False, with the status set and the name freed, for more than the list holds.
