@@ -1,0 +1,23 @@
+#pragma once
+
+#include "scene/mesh.h"
+
+struct MorphingMesh : Mesh {
+    VertexBuffer** morphTargets;  // one reference each
+    float* weights;
+    int32_t targetCount;
+    uint8_t weightsChanged;
+    VertexBuffer* morphedBuffer;  // what is drawn and picked
+};
+
+MorphingMesh* qelMorphingMesh_create(VertexBuffer* vertexBuffer, VertexBuffer* const* targets,
+                                     TriangleStripArray* const* indexBuffers, Appearance* const* appearances,
+                                     int32_t submeshCount, int32_t targetCount, Result* result);
+void qelMorphingMesh_finalise(MorphingMesh* mesh);
+Result qelMorphingMesh_setWeights(MorphingMesh* mesh, const float* weights);
+void qelMorphingMesh_getWeights(const MorphingMesh* mesh, float* out);
+VertexBuffer* qelMorphingMesh_getMorphTarget(const MorphingMesh* mesh, int32_t index, Result* result);
+// Computes morphedBuffer from the weights and clears weightsChanged. ILLEGAL_STATE when the targets do not match each other or the base
+// buffer; the morphed buffer then keeps its values.
+Result qelMorphingMesh_morph(MorphingMesh* mesh);
+Object3D* qelMorphingMesh_duplicate(const MorphingMesh* mesh);

@@ -1,0 +1,24 @@
+#pragma once
+
+#include "scene/object3d.h"
+
+struct qelVertexArray : Object3D {
+    int32_t vertexCount;
+    int32_t componentCount;
+    int32_t componentSize;  // bytes
+    void* data;             // vertexCount x componentCount x componentSize bytes; owned
+    uint8_t modified;       // written since its consumer last looked
+    void* cache;            // a buffer that a consumer attached; freed with the array
+};
+
+// Adopts an engine block as data. On failure the block stays the caller's.
+VertexArray* qelVertexArray_createAdopting(int32_t vertexCount, int32_t componentCount, int32_t componentSize,
+                                           void* data, Result* result);
+Result qelVertexArray_set8(VertexArray* array, int32_t first, int32_t count, const int8_t* values);
+Result qelVertexArray_set16(VertexArray* array, int32_t first, int32_t count, const int16_t* values);
+Result qelVertexArray_get8(const VertexArray* array, int32_t first, int32_t count, int8_t* values);
+Result qelVertexArray_get16(const VertexArray* array, int32_t first, int32_t count, int16_t* values);
+bool qelVertexArray_sameShape(const VertexArray* a,
+                              const VertexArray* b);  // count, components and size; two nulls are the same
+uint32_t qelVertexArray_byteCount(const VertexArray* array);
+Object3D* qelVertexArray_duplicate(const VertexArray* array);
