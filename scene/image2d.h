@@ -12,6 +12,8 @@ struct LevelRecord {
     uint8_t uploaded;       // a name exists
     uint8_t counted;        // its size is part of the texture memory in use
     uint8_t palette5551;    // the palette holds RGBA5551 entries
+    uint8_t mipmapped;      // the smaller levels are uploaded as well
+    uint32_t sampling;      // filters and wraps last given to the OpenGL ES texture, packed; 0 before
 };
 
 struct Image2D : Object3D {
