@@ -10,7 +10,7 @@ struct RenderQueueEntry {
     VertexBuffer* vertexBuffer;
     TriangleStripArray* indexBuffer;
     Appearance* appearance;
-    const VertexArray* colors;  // see SubmeshDraw
+    VertexArray* colors;  // see SubmeshDraw
     const qelTransform* worldTransform;
     float alphaFactor;  // product of the node's and its ancestors'
     int32_t scope;

@@ -17,7 +17,7 @@ struct ViewVolume {
 
 constexpr int32_t kNearPlane = 4;
 
-void qelViewVolume_set(ViewVolume* volume, const Camera* camera, const qelTransform* cameraTransform);
+void qelViewVolume_set(ViewVolume* volume, Camera* camera, const qelTransform* cameraTransform);
 bool qelViewVolume_containsPoint(const ViewVolume* volume, const float p[3]);
 // False when the sphere lies outside. Writes the sort depth; unchanged for a generic camera.
 bool qelViewVolume_testSphere(const ViewVolume* volume, const float center[3], float radius, float* depth);

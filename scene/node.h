@@ -25,8 +25,13 @@ struct Node : Transformable {
     qelTransform worldTransform;  // relative to the skinned mesh, used by skinning
     uint8_t worldTransformUpdated;
     AlignmentChain zChain, yChain;
+    int32_t childSlot;  // position among the children of a parent that is a Group
+    // Of the last render traversal.
+    float worldAlpha;      // product of the alpha factors down to here
+    uint8_t originInView;  // groups and skinned meshes: the origin passed the view-volume test
 };
 
+// For the init and finalise of classes: after finalise the class runs its own init again.
 void qelNode_init(Node* node);
 // Clears every alignment that names the node, then what the bases hold.
 void qelNode_finalise(Node* node);
@@ -47,6 +52,8 @@ void qelNode_setPickingEnable(Node* node, bool enabled);
 void qelNode_setScope(Node* node, int32_t mask);
 Result qelNode_setAlphaFactor(Node* node, float alpha);
 Result qelNode_setAlignment(Node* node, Node* zReference, int32_t zTarget, Node* yReference, int32_t yTarget);
+// Exchanges the references under the same targets.
+void qelNode_setAlignmentReferences(Node* node, Node* zReference, Node* yReference);
 
 // The transform from a node to another of the same tree. False when there is no common ancestor or the way down cannot be inverted.
 bool qelNode_getTransformTo(Node* node, Node* target, qelTransform* out, Result* result);
@@ -54,7 +61,8 @@ World* qelNode_getRootWorld(const Node* node);
 // The product of composites up to, but excluding, the topmost node; also stored in `toWorld`.
 void qelNode_computeToRoot(Node* node, qelTransform* out);
 
+// worldTransform = parentWorld composite, or the composite alone for null; the composite must be up to date.
 void qelNode_updateWorldTransform(Node* node, const qelTransform* parentWorld);
 void qelNode_invalidateWorldTransforms(Node* root);
 
-bool qelNode_isAncestor(const Node* ancestor, const Node* node);
+bool qelNode_isAncestor(const Node* ancestor, const Node* node);  // of itself too
