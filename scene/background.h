@@ -5,8 +5,8 @@
 enum class ImageMode : int32_t { Border = 32, Repeat = 33 };
 
 struct Background : Object3D {
-    uint32_t color;  // 0xAARRGGBB
-    Image2D* image;  // one reference, or null; RGB or RGBA
+    uint32_t color;                               // 0xAARRGGBB
+    Image2D* image;                               // one reference, or null; RGB or RGBA
     int32_t cropX, cropY, cropWidth, cropHeight;  // image pixels
     uint8_t colorClearEnabled;
     uint8_t depthClearEnabled;

@@ -23,6 +23,8 @@ Result qelGroup_removeChild(Group* group, Node* child);
 Node* qelGroup_getChild(const Group* group, int32_t index, Result* result);
 int32_t qelGroup_getChildCount(const Group* group);
 
-// The class part of duplicate: child slots of the same number, all empty.
+// The class part of duplicate: child slots of the same number, all empty. duplicateSubtree fills them.
 Object3D* qelGroup_duplicate(const Group* group);
+// The same for a memberwise copy of a Group or World; false leaves it without slots.
+bool qelGroup_completeCopy(Group* copy);
 int32_t qelGroup_getReferences(const Object3D* object, Object3D** out);

@@ -6,7 +6,7 @@ enum class LightMode : int32_t { Ambient = 128, Directional = 129, Omni = 130, S
 
 struct Light : Node {
     LightMode mode;
-    uint32_t color;  // 0xRRGGBB
+    uint32_t color;   // 0xRRGGBB
     float spotAngle;  // degrees
     float spotCosine;
     float spotExponent;

@@ -21,7 +21,7 @@ struct Node : Transformable {
     Node* zReference;  // no references; written by qelNode_setAlignment alone
     Node* yReference;
     AlignmentTarget zTarget, yTarget;
-    Node* lastDuplicate;          // most recent copy made by duplicateSubtree
+    Node* lastDuplicate;          // most recent copy made by duplicateSubtree; followed only while that runs
     qelTransform worldTransform;  // relative to the skinned mesh, used by skinning
     uint8_t worldTransformUpdated;
     AlignmentChain zChain, yChain;

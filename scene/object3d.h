@@ -31,7 +31,7 @@ struct qelObject3D {
     int32_t animationTrackCapacity;
     AnimationTrack** animationTracks;
 
-    // Applies the animation at a world time; returns for how many milliseconds the outcome stays valid. Null: cannot be animated.
+    // Applies the animation at a world time and always writes the result; returns for how many milliseconds the outcome stays valid. Null: cannot be animated.
     int32_t (*animate)(Object3D* object, int32_t worldTime, Result* result);
     // Releases what the object owns and frees it.
     void (*destroy)(Object3D* object);

@@ -15,7 +15,6 @@
 enum CachedState : uint32_t { kUnknown = 0, kNo = 1, kYes = 2 };
 
 constexpr float kIdentity[16] = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
-constexpr float kRadiansPerDegree = 0.017453292f;
 
 static void setStates(qelTransform* t, CachedState identity, CachedState uniformDiagonal) {
     t->identityState = identity;

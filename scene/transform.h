@@ -4,6 +4,8 @@
 #include "frame/atrans3i.h"
 #include "scene/names.h"
 
+constexpr float kRadiansPerDegree = 0.017453292f;  // of all angles of the engine; pi / 180 in single precision
+
 qelTransform* qelTransform_create();  // identity; null when memory runs out
 void qelTransform_destroy(qelTransform* t);
 
@@ -24,6 +26,7 @@ Result qelTransform_transformVectors(const qelTransform* t, float* vectors, int3
 // Rows 0 to 2 applied to (x, y, z, 1); three floats out per triple.
 void qelTransform_transformPoints16(const qelTransform* t, const int16_t* points, float* out, int32_t count);
 // Upper-left 3x3, rounded; stored in the low bits at the component width (1 or 2 bytes), not clamped.
-void qelTransform_transformNormalsInt(const qelTransform* t, const void* in, void* out, int32_t count, int32_t componentWidth);
+void qelTransform_transformNormalsInt(const qelTransform* t, const void* in, void* out, int32_t count,
+                                      int32_t componentWidth);
 // Rows 0 to 2 as F numbers, truncated.
 void qelTransform_toFixedRows(const qelTransform* t, int32_t out[12]);

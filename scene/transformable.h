@@ -18,6 +18,7 @@ struct Transformable : Object3D {
     uint8_t compositeChanged;  // the composite was rebuilt or written; cleared by skinning
 };
 
+// For the init and finalise of classes: after finalise the class runs its own init again.
 void qelTransformable_init(Transformable* t);
 void qelTransformable_finalise(Transformable* t);
 
