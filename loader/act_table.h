@@ -70,12 +70,15 @@ struct qelActTable : Object3D {
     uint8_t* data;              // owned: the one block behind everything below; null while empty
     uint32_t actionCount;
     uint32_t boneCount;
-    uint32_t** tracks;     // per action boneCount + 1 track words: kind << 24 | offset of the record in data; the last is the pattern track, 0 for none
+    // Per action boneCount + 1 track words: kind << 24 | offset of the record in data. The last is the pattern track's,
+    // 0 when there is none.
+    uint32_t** tracks;
     int32_t* frameCounts;  // per action, 16.16
 };
 
-ActTable* qelActTable_create();
+ActTable* qelActTable_create();  // empty; null when memory runs out
 void qelActTable_finalise(ActTable* table);
+void qelActTable_releaseData(ActTable* table);  // empties the table; the object itself stays as it is
 
 inline TrackKind trackKindOf(uint32_t trackWord) { return TrackKind(trackWord >> 24); }
 template <typename Record>

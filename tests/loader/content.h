@@ -3,10 +3,13 @@
 
 #include <cstdint>
 #include <cstring>
+#include <functional>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "loader/stream.h"
+#include "tools/encode/byte_writer.h"
 
 using ByteList = std::vector<uint8_t>;
 
@@ -23,4 +26,31 @@ public:
 private:
     std::unique_ptr<uint8_t[]> bytes_;
     size_t size_;
+};
+
+// A stream of a make that the library does not know: a decoder cannot ask it how much is left and has to rely on its
+// latch.
+struct OpaqueStream : LoaderStream {
+    MemoryStream inner;
+
+    OpaqueStream(const void* data, uint32_t length) {
+        MemoryStream_init(&inner, data, length);
+        functions = &kFunctions;
+    }
+    static LoaderStream* innerOf(LoaderStream* stream) { return &static_cast<OpaqueStream*>(stream)->inner; }
+    static constexpr LoaderStreamFunctions kFunctions = {
+        [](LoaderStream* stream) { return readByte(innerOf(stream)); },
+        [](LoaderStream* stream) { return readUInt16(innerOf(stream)); },
+        [](LoaderStream* stream) { return readUInt32(innerOf(stream)); },
+        [](LoaderStream* stream, void* to, uint32_t count) { readBytes(innerOf(stream), to, count); },
+        [](LoaderStream* stream, uint32_t count) { skipBytes(innerOf(stream), count); },
+        [](LoaderStream* stream) { return hasError(innerOf(stream)); },
+        nullptr,
+        nullptr};
+};
+
+// One way to break a file that is otherwise good.
+struct BrokenFile {
+    const char* what;
+    std::function<void(encode::EncodedFile&)> breakIt;
 };
