@@ -5,7 +5,9 @@
 #include "render/draw_camera.h"
 #include "scene/compositing_mode.h"
 #include "scene/figure_mesh.h"
+#include "scene/fog.h"
 #include "scene/polygon_mode.h"
+#include "scene/texture2d.h"
 
 constexpr uint32_t kActionIndexBits = 0x7FFFFFFF;
 constexpr uint32_t kActionKeepsPattern = 0x80000000;  // draw the info's pattern, not the action's

@@ -5,6 +5,7 @@
 #include "frame/allocator.h"
 #include "frame/error_status.h"
 #include "render/draw_list.h"
+#include "scene/texture2d.h"
 
 // The Graphics3D of the process and how many contexts use it beside the first.
 static Graphics3D* sharedGraphics;
