@@ -3,6 +3,9 @@
 
 #include "scene/texture2d.h"
 
+// Builds the chain with the builder that suits the image's storage.
+bool qelMipmaps_build(Texture2D* texture, const Image2D* image);
+
 // Each builds the chain for one kind of storage, stores it in the texture in place of an older one and sets its mipmapsBuilt; false,
 // with the texture as it was, when memory runs out. The texture's size logarithms must be those of the image.
 bool qelMipmaps_buildPalettized(Texture2D* texture, const Image2D* image);

@@ -47,9 +47,10 @@ Image2D* qelImage2D_createPalettized5551(int32_t width, int32_t height, const ui
 // kept as 5-5-5-1.
 Image2D* qelImage2D_createIndexed(ImageFormat format, int32_t width, int32_t height, bool palette5551,
                                   uint8_t** indices, Result* result);
-// At most 256 entries in the form that createPalettized and createPalettized5551 take; the rest of the palette becomes 0xFF (ALPHA) or 0.
+// At most 256 entries in the form that createPalettized and createPalettized5551 take; the rest becomes 0xFF (ALPHA) or 0.
 void qelImage2D_setPalette(Image2D* image, const uint8_t* palette, uint32_t entryCount);
-// The same for a direct RGB image of 16-bit 5-6-5 pixels.
+
+// The same for a direct RGB image, whose 5-6-5 pixels the caller writes.
 Image2D* qelImage2D_createRgb565(int32_t width, int32_t height, uint16_t** pixels, Result* result);
 
 Result qelImage2D_set(Image2D* image, int32_t x, int32_t y, int32_t width, int32_t height, const uint8_t* pixels);

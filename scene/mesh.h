@@ -28,8 +28,8 @@ void qelMesh_initEmpty(Mesh* mesh);
 Result qelMesh_init(Mesh* mesh, VertexBuffer* vertexBuffer, TriangleStripArray* const* indexBuffers,
                     Appearance* const* appearances, int32_t submeshCount);
 void qelMesh_finalise(Mesh* mesh);
-// Makes the per-submesh arrays of an empty mesh, without appearances and index buffers. False, with nothing kept, when memory runs
-// out.
+// Makes the per-submesh arrays of an empty mesh, with null appearances and index buffers. False, with nothing kept, when
+// memory runs out.
 bool qelMesh_allocSubmeshes(Mesh* mesh, int32_t submeshCount);
 
 Result qelMesh_setAppearance(Mesh* mesh, int32_t index, Appearance* appearance);

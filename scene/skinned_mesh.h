@@ -24,10 +24,10 @@ struct SkinnedMesh : Mesh {
     int32_t bindingCount, bindingCapacity;
     uint8_t bindingsChanged;
     qelTransform** restTransforms;  // per bone: mesh to bone when it was first bound
-    int32_t* boneMatrices;  // per bone 12 entries of 20.12, and 12 more for normals behind those of boneCapacity bones
-    uint8_t* boneMatrixDone;      // per bone, within one pass
-    VertexBuffer* skinnedBuffer;  // what is drawn and picked
-    Node** bones;                 // no references
+    int32_t* boneMatrices;          // per bone 12 entries of 20.12; for normals the same again after boneCapacity bones
+    uint8_t* boneMatrixDone;        // per bone, within one pass
+    VertexBuffer* skinnedBuffer;    // what is drawn and picked
+    Node** bones;                   // no references
     int32_t boneCount, boneCapacity;
     uint8_t tablesValid;             // 0 for good once the influence tables could not be built
     VertexArray* rescaledPositions;  // base positions requantised for a larger scale, or null
@@ -44,12 +44,12 @@ void qelSkinnedMesh_finalise(SkinnedMesh* mesh);
 Result qelSkinnedMesh_addTransform(SkinnedMesh* mesh, Node* bone, int32_t weight, int32_t firstVertex,
                                    int32_t vertexCount);
 
-// Makes skinnedBuffer and its arrays, or brings them to the shape and attributes of the base buffer. The first step of skinning; also
-// makes a figure's output, whose normals keep their length.
+// Makes skinnedBuffer and its arrays, or brings them to the shape and attributes of the base buffer. The first step of
+// skinning; also makes a figure's output, whose normals keep their length.
 Result qelSkinnedMesh_prepareSkinnedBuffer(SkinnedMesh* mesh);
-// Computes the skinned vertices; normals only when asked for, present and needed by a material. ILLEGAL_STATE when the influence tables
-// are invalid, OUT_OF_MEMORY, or ARITHMETIC when no position scale makes the vertices fit.
+// Computes the skinned vertices; normals only when asked for, present and needed by a material. ILLEGAL_STATE when the
+// influence tables are invalid, OUT_OF_MEMORY, or ARITHMETIC when no position scale makes the vertices fit.
 Result qelSkinnedMesh_skin(SkinnedMesh* mesh, bool withNormals);
-// The copy has skinned arrays of its own and no skeleton; its bone list still names the source's bones. duplicateSubtree puts the copied
-// skeleton and bones in their place.
+// The copy has skinned arrays of its own and no skeleton; its bone list still names the source's bones. duplicateSubtree
+// puts the copied skeleton and bones in their place.
 Object3D* qelSkinnedMesh_duplicate(const SkinnedMesh* mesh);

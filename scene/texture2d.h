@@ -41,7 +41,4 @@ Result qelTexture2D_setFiltering(Texture2D* texture, int32_t levelFilter, int32_
 Result qelTexture2D_setWrapping(Texture2D* texture, int32_t wrapS, int32_t wrapT);
 Result qelTexture2D_setBlending(Texture2D* texture, int32_t blending);
 void qelTexture2D_setBlendColor(Texture2D* texture, uint32_t color);
-// Rebuilds the chain of a texture that has one when its image was changed since. For the renderer, before it uploads the levels. False
-// when memory runs out; the old chain stays.
-bool qelTexture2D_refreshMipmaps(Texture2D* texture);
 Object3D* qelTexture2D_duplicate(const Texture2D* texture);
