@@ -21,8 +21,8 @@ struct VertexGroup {
     uint32_t count;
 };
 
-// The bones of a figure; taken over from the decoded model. FigureBones_alloc makes every array in one block, FigureBones_release
-// frees it.
+// The bones of a figure; taken over from the decoded model. Two blocks: one that `bones` heads and that holds the other
+// arrays up to `groups`, and groupVertices.
 struct FigureBones {
     uint32_t boneCount;
     uint32_t groupCount;
@@ -70,7 +70,4 @@ struct qelFigureMesh : SkinnedMesh {
 FigureMesh* qelFigureMesh_create();  // empty; null when memory runs out
 void qelFigureMesh_init(FigureMesh* figure);
 void qelFigureMesh_finalise(FigureMesh* figure);
-
-// Zeroed arrays for that many bones, groups and expanded vertices. False, with `bones` empty, when memory runs out.
-bool FigureBones_alloc(FigureBones* bones, uint32_t boneCount, uint32_t groupCount, uint32_t vertexCount);
-void FigureBones_release(FigureBones* bones);
+void FigureBones_release(FigureBones* bones);  // leaves it empty
