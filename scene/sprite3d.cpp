@@ -5,6 +5,7 @@
 #include "animation/animate.h"
 #include "render/capabilities.h"
 #include "render/renderer_texture.h"
+#include "scene/animate_parts.h"
 #include "scene/appearance.h"
 #include "scene/image2d.h"
 
@@ -23,10 +24,9 @@ static int32_t getReferencesOfSprite(const Object3D* object, Object3D** out) {
 }
 
 static int32_t animateSprite(Object3D* object, int32_t worldTime, Result* result) {
-    const int32_t validity = qelObject3D_animateCommon(object, worldTime, result);
-    Appearance* appearance = static_cast<Sprite3D*>(object)->appearance;
-    if (*result != QEL_STATUS_OK || !appearance) return validity;
-    return std::min(validity, appearance->animate(appearance, worldTime, result));
+    int32_t validity = qelObject3D_animateCommon(object, worldTime, result);
+    if (*result == QEL_STATUS_OK) animatePart(static_cast<Sprite3D*>(object)->appearance, worldTime, &validity, result);
+    return validity;
 }
 
 static void destroySprite(Object3D* object) {

@@ -1,8 +1,7 @@
 #include "scene/world.h"
 
-#include <algorithm>
-
 #include "animation/animate.h"
+#include "scene/animate_parts.h"
 #include "scene/background.h"
 #include "scene/camera.h"
 
@@ -21,10 +20,9 @@ static int32_t getReferencesOfWorld(const Object3D* object, Object3D** out) {
 }
 
 static int32_t animateWorld(Object3D* object, int32_t worldTime, Result* result) {
-    const int32_t validity = qelObject3D_animateCommon(object, worldTime, result);
-    Background* background = static_cast<World*>(object)->background;
-    if (*result != QEL_STATUS_OK || !background) return validity;
-    return std::min(validity, background->animate(background, worldTime, result));
+    int32_t validity = qelObject3D_animateCommon(object, worldTime, result);
+    if (*result == QEL_STATUS_OK) animatePart(static_cast<World*>(object)->background, worldTime, &validity, result);
+    return validity;
 }
 
 static void destroyWorld(Object3D* object) {
