@@ -5,7 +5,6 @@
 #include "animation/animate.h"
 #include "scene/animate_parts.h"
 #include "scene/appearance.h"
-#include "scene/carve.h"
 #include "scene/triangle_strip_array.h"
 #include "scene/vertex_buffer.h"
 
@@ -67,12 +66,21 @@ void qelMesh_initEmpty(Mesh* mesh) {
     qelMesh_detachCopy(mesh);
 }
 
+// The next `count` elements of a block; `next` moves behind them.
+template <typename T>
+static T* carve(uint8_t*& next, uint32_t count) {
+    T* part = reinterpret_cast<T*>(next);
+    next += size_t(count) * sizeof(T);
+    return part;
+}
+
 bool qelMesh_allocSubmeshes(Mesh* mesh, int32_t submeshCount) {
     constexpr uint32_t kBytesPerSubmesh = sizeof(Appearance*) + sizeof(TriangleStripArray*) + 2 * sizeof(uint32_t) +
                                           sizeof(SubmeshBounds) + sizeof(uint8_t);
     const auto count = uint32_t(submeshCount);
     auto* next = static_cast<uint8_t*>(qelAllocArray(count, kBytesPerSubmesh));
     if (!next) return false;
+    // Strictest alignment first.
     mesh->appearances = carve<Appearance*>(next, count);
     mesh->indexBuffers = carve<TriangleStripArray*>(next, count);
     for (uint32_t*& words : mesh->rendererWords) words = carve<uint32_t>(next, count);
