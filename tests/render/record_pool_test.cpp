@@ -1,0 +1,107 @@
+#include "render/record_pool.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <set>
+#include <vector>
+
+#include "frame/error_status.h"
+#include "tests/support/counting_heap.h"
+
+namespace {
+
+constexpr RecordKind kKind = RecordKind::Light;
+
+std::array<uint32_t, kRecordKindCount + 1> sizesOf(uint32_t size) {
+    std::array<uint32_t, kRecordKindCount + 1> sizes;
+    sizes.fill(size);
+    return sizes;
+}
+
+TEST(RecordPool, TakesBlocksOf32AsTheyAreNeeded) {
+    CountingAllocator host;
+    RecordPool* pool = RecordPool_create(host.get(), sizesOf(20));
+    ASSERT_NE(pool, nullptr);
+    EXPECT_EQ(RecordPool_allocator(pool), host.get());
+    EXPECT_EQ(host.calls(), 1 + 64 + 17);
+    std::vector<void*> records;
+    for (int i = 0; i < 33; ++i) records.push_back(RecordPool_take(pool, kKind));
+    EXPECT_EQ(host.calls(), 1 + 64 + 17 + 1) << "the 33rd opens a second block";
+
+    RecordPool_giveBack(records[9]);
+    RecordPool_giveBack(records[5]);
+    void* next = RecordPool_take(pool, kKind);
+    EXPECT_TRUE(next != records[5] && next != records[9]) << "the cursor stays on the second block";
+    RecordPool_rewind(pool);
+    EXPECT_EQ(RecordPool_take(pool, kKind), records[5]) << "lowest first";
+    EXPECT_EQ(RecordPool_take(pool, kKind), records[9]);
+    RecordPool_giveBack(next);
+    EXPECT_EQ(RecordPool_take(pool, kKind), next) << "on to the second block";
+    RecordPool_destroy(pool);
+    RecordPool_destroy(nullptr);
+    EXPECT_EQ(host.liveBlocks(), 0);
+}
+
+TEST(RecordPool, HoldsRecordsApartAndAligned) {
+    CountingAllocator host;
+    std::array<uint32_t, kRecordKindCount + 1> sizes;
+    for (uint32_t kind = 0; kind <= kRecordKindCount; ++kind) sizes[kind] = 3 * kind;
+    RecordPool* pool = RecordPool_create(host.get(), sizes);
+    ASSERT_NE(pool, nullptr);
+    std::vector<std::pair<uint8_t*, uint32_t>> records;
+    for (uint32_t i = 0; i < 18 * 70; ++i) {
+        const uint32_t kind = i % kRecordKindCount + 1;
+        auto* record = static_cast<uint8_t*>(RecordPool_take(pool, RecordKind(kind)));
+        ASSERT_NE(record, nullptr);
+        ASSERT_EQ(reinterpret_cast<uintptr_t>(record) % alignof(void*), 0u);
+        std::memset(record, int(i & 255), sizes[kind]);
+        records.push_back({record, kind});
+    }
+    for (uint32_t i = 0; i < records.size(); ++i)
+        for (uint32_t k = 0; k < sizes[records[i].second]; ++k) ASSERT_EQ(records[i].first[k], i & 255) << i;
+    for (const auto& [record, kind] : records) RecordPool_giveBack(record);
+    RecordPool_rewind(pool);
+    EXPECT_EQ(RecordPool_take(pool, RecordKind::DrawItem), records[0].first);
+    RecordPool_destroy(pool);
+}
+
+TEST(RecordPool, EndsAt2048RecordsOfAKind) {
+    CountingAllocator host;
+    RecordPool* pool = RecordPool_create(host.get(), sizesOf(8));
+    ASSERT_NE(pool, nullptr);
+    std::vector<void*> records;
+    for (uint32_t i = 0; i < kMaxRecordsPerKind; ++i) records.push_back(RecordPool_take(pool, kKind));
+    EXPECT_EQ(std::set<void*>(records.begin(), records.end()).size(), kMaxRecordsPerKind);
+    K8ErrStorage_setErrorStatus(9);
+    qelStatus_set(QEL_STATUS_OK);
+    const FailureMark mark = FailureMark_now();
+    EXPECT_EQ(RecordPool_take(pool, kKind), nullptr);
+    K8ErrStorage_storeFailure(mark);
+    EXPECT_EQ(K8ErrStorage_getErrorStatus(), K8_ERR_OUT_OF_MEMORY);
+    EXPECT_NE(RecordPool_take(pool, RecordKind::Fog), nullptr) << "the other kinds have room";
+
+    RecordPool_giveBack(records[100]);
+    EXPECT_EQ(RecordPool_take(pool, kKind), records[100]) << "found below the cursor";
+    for (const uint32_t kind : {0u, 19u, UINT32_MAX}) EXPECT_EQ(RecordPool_take(pool, RecordKind(kind)), nullptr);
+    RecordPool_destroy(pool);
+}
+
+TEST(RecordPool, SurvivesWithoutMemory) {
+    const int32_t calls = sweepHostAllocations(FailMode::Once, [](CountingAllocator& host) {
+        RecordPool* pool = RecordPool_create(host.get(), sizesOf(16));
+        EXPECT_EQ(pool == nullptr, host.hasFailed());
+        RecordPool_destroy(pool);
+    });
+    EXPECT_EQ(calls, 1 + 64 + 17);
+
+    CountingAllocator host;
+    RecordPool* pool = RecordPool_create(host.get(), sizesOf(16));
+    for (int i = 0; i < 32; ++i) RecordPool_take(pool, kKind);
+    host.failAfter(0);
+    EXPECT_EQ(RecordPool_take(pool, kKind), nullptr);
+    EXPECT_NE(RecordPool_take(pool, kKind), nullptr) << "the next attempt gets its block";
+    RecordPool_destroy(pool);
+}
+
+}  // namespace
