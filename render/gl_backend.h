@@ -65,6 +65,6 @@ void qelGLBackend_setTextureMemoryLimit(GLBackend* backend, uint32_t bytes);  //
 Result qelGLBackend_clear(GLBackend* backend, uint32_t flags, Background* background);
 // OUT_OF_MEMORY for textures and colour copies, ILLEGAL_STATE for indices beyond one of the arrays used.
 Result qelGLBackend_drawSubmesh(GLBackend* backend, const SubmeshDraw& draw);
-// Clears the sprite's stateChanged once its image is uploaded; nobody else may.
+// A sprite without appearance is not drawn.
 Result qelGLBackend_drawSprite(GLBackend* backend, Sprite3D* sprite, const qelTransform* modelTransform,
                                float alphaFactor);

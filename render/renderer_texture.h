@@ -15,3 +15,9 @@ struct RendererTexture {
 
 RendererTexture* qelRendererTexture_create();               // null when memory runs out
 void qelRendererTexture_destroy(RendererTexture* texture);  // deletes its OpenGL ES texture; ignores null
+
+// Binds the texture on the active unit and uploads the image, which must not be empty, unless the texture has it in that form and
+// it did not change. Power-of-two sides stay as they are; the others grow, with the image stretched or at the left or top.
+// OUT_OF_MEMORY leaves no texture.
+Result qelRendererTexture_bind(RendererTexture* texture, const Image2D* image, bool stretchX, bool stretchY,
+                               bool imageChanged);
