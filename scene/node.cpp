@@ -79,6 +79,8 @@ void qelNode_init(Node* node) {
     node->worldTransformUpdated = 0;
     node->zChain = node->yChain = {};
     node->childSlot = 0;
+    node->worldAlpha = 1.0f;
+    node->originInView = 0;
 }
 
 void qelNode_finalise(Node* node) {
