@@ -54,17 +54,8 @@ static bool hasLevels(const Texture2D* texture) { return texture->levelFilter !=
 
 // The chain as the pixels are at this upload: the image may have been written since the chain was built.
 static bool refreshChain(Texture2D* texture) {
-    const Image2D* image = texture->image;
-    if (texture->mipmapLevels && texture->mipmapLevels->imageVersion == image->version) return true;
-    if (image->paletteBlock) return qelMipmaps_buildPalettized(texture, image);
-    switch (image->format) {
-        case ImageFormat::Alpha:
-        case ImageFormat::Luminance: return qelMipmaps_buildByte(texture, image);
-        case ImageFormat::LuminanceAlpha: return qelMipmaps_buildLuminanceAlpha(texture, image);
-        case ImageFormat::Rgb:
-        case ImageFormat::Rgba: break;
-    }
-    return qelMipmaps_buildColor(texture, image);
+    const MipmapChain* chain = texture->mipmapLevels;
+    return (chain && chain->imageVersion == texture->image->version) || qelMipmaps_build(texture, texture->image);
 }
 
 static bool uploadDirect(const Texture2D* texture, uint32_t limit) {
