@@ -1,0 +1,301 @@
+#include "scene/object3d.h"
+
+#include <algorithm>
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "animation/animation_track.h"
+#include "animation/keyframe_sequence.h"
+#include "frame/error_status.h"
+#include "scene/duplicate.h"
+#include "scene/group.h"
+#include "scene/material.h"
+#include "tests/support/counting_heap.h"
+
+// Tracks and targets on the stack: only their headers and what is read of them.
+struct Target : Object3D {
+    explicit Target(ClassId id) {
+        qelObject3D_init(this);
+        classId = id;
+        find = qelObject3D_findCommon;
+    }
+    ~Target() { qelObject3D_finalise(this); }
+};
+
+struct TrackOnStack {
+    TrackOnStack(int32_t property, int32_t componentCount) : sequence{}, track{} {
+        qelObject3D_init(&sequence);
+        sequence.componentCount = componentCount;
+        qelObject3D_init(&track);
+        track.classId = ClassId::AnimationTrack;
+        track.find = qelObject3D_findCommon;
+        track.keyframeSequence = &sequence;
+        track.targetProperty = AnimationProperty(property);
+    }
+    operator AnimationTrack*() { return &track; }
+    KeyframeSequence sequence;
+    AnimationTrack track;
+};
+
+static std::vector<AnimationTrack*> tracksOf(const Object3D* object) {
+    return {object->animationTracks, object->animationTracks + object->animationTrackCount};
+}
+
+// --- Animation tracks ---
+
+TEST(Object3D, AcceptsTracksThatSuitTheClass) {
+    static const std::set<int32_t> kNode = {256, 268, 269, 270, 275, 276};
+    struct Case {
+        int32_t classId;
+        bool isNode;
+        std::set<int32_t> own;
+    };
+    const Case kCases[] = {
+        {0, false, {}},
+        {1, true, {}},
+        {2, false, {}},
+        {3, false, {}},
+        {4, false, {}},
+        {5, false, {256, 258, 259}},
+        {6, true, {263, 264, 267}},
+        {7, false, {}},
+        {8, false, {258, 260, 263, 267}},
+        {10, true, {23, 25}},
+        {11, false, {}},
+        {12, false, {}},
+        {13, true, {258, 265, 273, 274}},
+        {14, false, {256, 257, 261, 262, 271, 272}},
+        {15, true, {}},
+        {16, true, {266}},
+        {19, false, {}},
+        {20, true, {}},
+        {21, true, {259}},
+        {22, false, {258, 268, 270, 275}},
+        {24, false, {}},
+        {25, false, {}},
+        {26, false, {256, 258}},
+        {27, true, {}},
+    };
+    for (const Case& c : kCases) {
+        for (int32_t property = 20; property < 280; ++property) {
+            const bool suits = c.own.contains(property) || (c.isNode && kNode.contains(property));
+            TrackOnStack track(property, 1);
+            Target target{ClassId(c.classId)};
+            EXPECT_EQ(qelObject3D_addAnimationTrack(&target, track),
+                      suits ? QEL_STATUS_OK : QEL_STATUS_ILLEGAL_ARGUMENT)
+                << "class " << c.classId << ", property " << property;
+        }
+    }
+}
+
+TEST(Object3D, RefusesTracksThatClash) {
+    struct Case {
+        const char* what;
+        ClassId classId;
+        int32_t firstProperty, firstComponents, secondProperty, secondComponents;
+        Result result;
+    };
+    for (const Case& c :
+         {Case{"same property, same size", ClassId::Material, 257, 3, 257, 3, QEL_STATUS_OK},
+          Case{"same property, other size", ClassId::Material, 257, 3, 257, 4, QEL_STATUS_ILLEGAL_ARGUMENT},
+          Case{"other property, other size", ClassId::Material, 257, 3, 271, 1, QEL_STATUS_OK},
+          Case{"directions are not summed", ClassId::Group, 25, 3, 25, 4, QEL_STATUS_OK},
+          Case{"matrices must agree", ClassId::Group, 23, 16, 23, 12, QEL_STATUS_ILLEGAL_ARGUMENT}}) {
+        TrackOnStack first(c.firstProperty, c.firstComponents), second(c.secondProperty, c.secondComponents);
+        Target target(c.classId);
+        ASSERT_EQ(qelObject3D_addAnimationTrack(&target, first), QEL_STATUS_OK) << c.what;
+        EXPECT_EQ(qelObject3D_addAnimationTrack(&target, second), c.result) << c.what;
+        EXPECT_EQ(second.track.refCount, c.result == QEL_STATUS_OK ? 2 : 1) << c.what;
+        EXPECT_EQ(qelObject3D_addAnimationTrack(&target, first), QEL_STATUS_ILLEGAL_ARGUMENT) << "the same track again";
+    }
+    Target target(ClassId::Group);
+    EXPECT_EQ(qelObject3D_addAnimationTrack(&target, nullptr), QEL_STATUS_NULL_POINTER);
+    EXPECT_EQ(qelObject3D_removeAnimationTrack(&target, nullptr), QEL_STATUS_NULL_POINTER);
+}
+
+TEST(Object3D, TrackListKeepsOrderAndReferences) {
+    std::vector<std::unique_ptr<TrackOnStack>> tracks;
+    Target target(ClassId::Group);
+    for (int32_t i = 0; i < 6; ++i) {
+        tracks.push_back(std::make_unique<TrackOnStack>(270, 3));
+        ASSERT_EQ(qelObject3D_addAnimationTrack(&target, *tracks.back()), QEL_STATUS_OK);
+        EXPECT_EQ(target.animationTrackCapacity, i < 5 ? 5 : 10);
+    }
+    Result result;
+    for (const int32_t outside : {-1, 6, INT32_MIN, INT32_MAX}) {
+        EXPECT_EQ(qelObject3D_getAnimationTrack(&target, outside, &result), nullptr);
+        EXPECT_EQ(result, QEL_STATUS_INDEX_OUT_OF_RANGE);
+    }
+    TrackOnStack stranger(270, 3);
+    EXPECT_EQ(qelObject3D_removeAnimationTrack(&target, stranger), QEL_STATUS_OK);
+    EXPECT_EQ(qelObject3D_removeAnimationTrack(&target, *tracks[2]), QEL_STATUS_OK);
+    EXPECT_EQ(tracks[2]->track.refCount, 1);
+    EXPECT_EQ(stranger.track.refCount, 1);
+    EXPECT_EQ(tracksOf(&target),
+              (std::vector<AnimationTrack*>{*tracks[0], *tracks[1], *tracks[3], *tracks[4], *tracks[5]}));
+    EXPECT_EQ(target.animationTracks[5], nullptr);
+    qelObject3D_finalise(&target);
+    for (const auto& track : tracks) EXPECT_EQ(track->track.refCount, 1);
+}
+
+TEST(Object3D, TrackListThatCannotGrowStaysAsItWas) {
+    CountingHeap heap;
+    std::vector<std::unique_ptr<TrackOnStack>> tracks;
+    for (int32_t i = 0; i < 6; ++i) tracks.push_back(std::make_unique<TrackOnStack>(270, 3));
+    Target target(ClassId::Group);
+    for (int32_t i = 0; i < 6; ++i) {
+        if (i % 5 == 0) {
+            heap.failAfter(0);
+            EXPECT_EQ(qelObject3D_addAnimationTrack(&target, *tracks[size_t(i)]), QEL_STATUS_OUT_OF_MEMORY);
+            EXPECT_EQ(qelStatus_get(), QEL_STATUS_OUT_OF_MEMORY);
+            EXPECT_EQ(target.animationTrackCount, i);
+            EXPECT_EQ(tracks[size_t(i)]->track.refCount, 1);
+        }
+        ASSERT_EQ(qelObject3D_addAnimationTrack(&target, *tracks[size_t(i)]), QEL_STATUS_OK);
+    }
+    qelObject3D_finalise(&target);
+}
+
+// --- Life ---
+
+static int32_t liveMarkers;
+
+struct Marker : Object3D {
+    Object3D* next;
+};
+
+// An object that refers to another one, as every link of a scene does.
+static Object3D* markerBefore(Object3D* next) {
+    auto* marker = qelObject3D_alloc<Marker>(ClassId::Object3D);
+    qelObject3D_init(marker);
+    marker->next = next;
+    marker->destroy = [](Object3D* object) {
+        qelObject3D_unref(static_cast<Marker*>(object)->next);
+        qelObject3D_finalise(object);
+        qelFree(object);
+        --liveMarkers;
+    };
+    ++liveMarkers;
+    return marker;
+}
+
+TEST(Object3D, LongChainsDieWithoutDeepRecursion) {
+    Object3D* head = nullptr;
+    for (int32_t i = 0; i < 1000000; ++i) head = markerBefore(head);
+    qelObject3D_unref(qelObject3D_ref(head));
+    EXPECT_EQ(liveMarkers, 1000000);
+    qelObject3D_unref(head);
+    EXPECT_EQ(liveMarkers, 0);
+}
+
+TEST(Object3D, ExchangeSurvivesTheSameObject) {
+    Object3D* member = markerBefore(nullptr);
+    qelObject3D_exchange(member, member);
+    EXPECT_EQ(liveMarkers, 1);
+    EXPECT_EQ(member->refCount, 1);
+    qelObject3D_exchange(member, static_cast<Object3D*>(nullptr));
+    EXPECT_EQ(liveMarkers, 0);
+    EXPECT_EQ(qelObject3D_ref(nullptr), nullptr);
+    qelObject3D_unref(nullptr);
+}
+
+TEST(Object3D, PredicatesFollowTheClass) {
+    static const std::set<int32_t> kNodes = {6, 10, 13, 15, 16, 17, 20, 21, 27};
+    for (int32_t id = 0; id < 28; ++id) {
+        const Target target{ClassId(id)};
+        EXPECT_EQ(qelObject3D_isNode(&target), kNodes.contains(id)) << id;
+        EXPECT_EQ(qelObject3D_isGroup(&target), id == 10 || id == 27) << id;
+        EXPECT_EQ(qelObject3D_getClassID(&target), uint32_t(id));
+    }
+    EXPECT_FALSE(qelObject3D_isNode(nullptr));
+    EXPECT_FALSE(qelObject3D_isGroup(nullptr));
+}
+
+TEST(Object3D, FindsItselfBeforeItsTracksInListOrder) {
+    TrackOnStack first(270, 3), second(270, 3);
+    first.track.userId = second.track.userId = 7;
+    Target target(ClassId::Group);
+    qelObject3D_addAnimationTrack(&target, second);
+    qelObject3D_addAnimationTrack(&target, first);
+    EXPECT_EQ(target.find(&target, 7), static_cast<AnimationTrack*>(second));
+    EXPECT_EQ(target.find(&target, 8), nullptr);
+    qelObject3D_setUserID(&target, 7);
+    EXPECT_EQ(target.find(&target, 7), &target);
+}
+
+// --- Duplication ---
+
+static UserParameter* makeParameters(const std::vector<std::string>& values) {
+    auto* parameters = qelAllocArrayOf<UserParameter>(uint32_t(values.size()));
+    for (size_t i = 0; i < values.size(); ++i) {
+        parameters[i] = {uint32_t(100 + i), uint32_t(values[i].size()),
+                         qelAllocArrayOf<uint8_t>(uint32_t(values[i].size()))};
+        std::ranges::copy(values[i], parameters[i].data);
+    }
+    return parameters;
+}
+
+TEST(Object3D, DuplicateHasAHeaderOfItsOwn) {
+    CountingHeap heap;
+    TrackOnStack track(257, 3);
+    Material* source = qelMaterial_create();
+    source->userId = 42;
+    source->refCount = 3;
+    source->stateChanged = 0;
+    qelMaterial_setShininess(source, 5.0f);
+    qelObject3D_addAnimationTrack(source, track);
+    qelObject3D_adoptUserParameters(source, makeParameters({"red", ""}), 2);
+
+    auto* copy = static_cast<Material*>(qelObject3D_duplicate(source));
+    ASSERT_NE(copy, nullptr);
+    EXPECT_EQ(copy->refCount, 1);
+    EXPECT_EQ(copy->userId, 42);
+    EXPECT_EQ(copy->stateChanged, 1);
+    EXPECT_EQ(copy->shininess, 5.0f);
+    EXPECT_EQ(tracksOf(copy), tracksOf(source));
+    EXPECT_EQ(copy->animationTrackCapacity, 5);
+    EXPECT_EQ(track.track.refCount, 3);
+
+    source->refCount = 1;
+    qelObject3D_unref(source);  // the copy's parameters and tracks must outlive it
+    ASSERT_EQ(qelObject3D_getUserParameterCount(copy), 2u);
+    const UserParameter* parameters = qelObject3D_getUserParameters(copy);
+    EXPECT_EQ(parameters[0].id, 100u);
+    EXPECT_EQ(std::string(parameters[0].data, parameters[0].data + parameters[0].length), "red");
+    EXPECT_EQ(parameters[1].id, 101u);
+    EXPECT_EQ(parameters[1].length, 0u);
+    EXPECT_EQ(track.track.refCount, 2);
+    qelObject3D_unref(copy);
+    EXPECT_EQ(track.track.refCount, 1);
+}
+
+TEST(Object3D, DuplicateGivesEverythingBackOnEveryFailure) {
+    CountingHeap heap;
+    TrackOnStack track(257, 3);
+    Material* source = qelMaterial_create();
+    qelObject3D_addAnimationTrack(source, track);
+    qelObject3D_adoptUserParameters(source, makeParameters({"red", "green"}), 2);
+    const int32_t blocks = heap.liveBlocks();
+    constexpr int32_t kAllocations = 5;  // the object, its track list, the parameters and their data
+    for (int32_t failAt = 0; failAt <= kAllocations; ++failAt) {
+        heap.failAfter(failAt);
+        Object3D* copy = qelObject3D_duplicate(source);
+        EXPECT_EQ(copy == nullptr, failAt < kAllocations) << failAt;
+        qelObject3D_unref(copy);
+        EXPECT_EQ(heap.liveBlocks(), blocks) << failAt;
+        EXPECT_EQ(track.track.refCount, 2) << failAt;
+    }
+    qelObject3D_unref(source);
+}
+
+TEST(Object3D, ClassesThatCannotBeDuplicated) {
+    for (const int32_t id : {0, 1, 17, 18}) {
+        Target target{ClassId(id)};
+        EXPECT_EQ(qelObject3D_duplicate(&target), nullptr) << id;
+        EXPECT_EQ(qelObject3D_duplicateSubtree(&target), nullptr) << id;
+    }
+    EXPECT_EQ(qelObject3D_duplicate(nullptr), nullptr);
+    EXPECT_EQ(qelObject3D_duplicateSubtree(nullptr), nullptr);
+}
