@@ -22,9 +22,13 @@ help:
 dependencies:
 	@cmake/install_dependencies.sh
 
+penguin := samples/penguin/content
+k8_render := build/release/tools/k8/k8 render $(penguin)/penguin.mb $(penguin)/penguin.mt $(penguin)/penguin-body.bmp $(penguin)/penguin-gear.bmp
 demo: dependencies
 	@$(call build,release,k8_tool)
-	@build/release/tools/k8 render samples -o out/demo
+	@$(k8_render) --action 0 -o out/demo/walk
+	@$(k8_render) --action 1 -o out/demo/wave
+	@$(k8_render) --action 2 -o out/demo/hop
 
 test: dependencies
 	@$(call build,test)

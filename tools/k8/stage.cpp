@@ -1,0 +1,134 @@
+#include "tools/k8/stage.h"
+
+#include <GLES/gl.h>
+
+#include <algorithm>
+#include <cmath>
+#include <numbers>
+#include <stdexcept>
+
+namespace {
+
+int32_t fixed(double value) { return int32_t(std::lround(value * 4096)); }
+
+// Throws with what the library says about its last failure.
+[[noreturn]] void failWith(const char* what) {
+    throw std::runtime_error(
+        std::string(what) + (K8ErrStorage_getErrorStatus() == K8_ERR_OUT_OF_MEMORY ? ": memory ran out" : ": refused"));
+}
+
+// The figure's info, with arrays from the allocator that owns the figure.
+void setInfo(FigureContent& content, const Pose& pose) {
+    auto* figure = reinterpret_cast<K8Figure*>(content.figure.get());
+    K8FigureInfo info = *figure->info;
+    if (!info.loadedTextures && !content.textures.empty()) {
+        const size_t bytes = content.textures.size() * sizeof(K8Texture*);
+        info.loadedTextures = static_cast<K8Texture**>(MALK8_malc.functions->alloc(&MALK8_malc, int32_t(bytes)));
+        if (!info.loadedTextures) throw std::runtime_error("memory ran out");
+        for (size_t i = 0; i < content.textures.size(); ++i)
+            info.loadedTextures[i] = reinterpret_cast<K8Texture*>(content.textures[i].get());
+        info.loadedTextureCount = uint16_t(content.textures.size());
+    }
+    info.loadedAction = reinterpret_cast<K8ActionTable*>(content.actions.get());
+    info.frame = int32_t(std::lround(pose.frame * 65536));
+    info.action = pose.action | (pose.patterns ? 0x80000000u : 0);
+    if (!K8Figure_setTmpData(figure, &info)) failWith("the figure's parameters");
+    if (pose.patterns && !K8Figure_setPattern(figure, *pose.patterns)) failWith("the patterns");
+}
+
+struct Sphere {
+    std::array<double, 3> center;
+    double radius;
+};
+
+// Around the figure at rest, in units; an eighth is added for what moves outwards.
+Sphere boundsOf(const inspect::FigureSummary& summary) {
+    Sphere sphere{};
+    double squared = 0;
+    for (size_t i = 0; i < 3; ++i) {
+        sphere.center[i] = (summary.least[i] + summary.greatest[i]) / 2 / 64;
+        squared += std::pow((summary.greatest[i] - summary.least[i]) / 2 / 64, 2);
+    }
+    sphere.radius = std::max(std::sqrt(squared) * 1.125, 0.25);
+    return sphere;
+}
+
+}  // namespace
+
+Stage::Stage(const StageOptions& options, FigureContent content) : options_(options), content_(std::move(content)) {
+    surface_ = GlSurface::create(options.width, options.height);
+    render_ = K8Render_create(nullptr, &MALK8_malc);
+    if (!render_) failWith("the render context");
+    if (!K8Render_bind(render_, this, options.width, options.height, options.width, 0, 0, options.width,
+                       options.height))
+        failWith("binding to the surface");
+    setUpLights();
+    aim();
+}
+
+Stage::~Stage() {
+    for (K8Light* light : lights_) K8Light_destroy(light);
+    K8Render_destroy(render_);
+    content_ = {};  // textures go while the context is current
+}
+
+void Stage::setUpLights() {
+    const Lighting& lighting = options_.lighting;
+    if (!lighting.isOn) return;
+    for (K8Light*& light : lights_) {
+        light = K8Light_create(nullptr, &MALK8_malc);
+        if (!light) failWith("a light");
+        K8Light_setColor(light, lighting.color);
+    }
+    K8Light_setMode(lights_[0], K8_LIGHT_AMBIENT);
+    K8Light_setIntensity(lights_[0], fixed(lighting.ambient));
+    K8Light_setMode(lights_[1], K8_LIGHT_DIRECTIONAL);
+    K8Light_setIntensity(lights_[1], fixed(lighting.direct));
+    const K8LightInfo ambient = {};
+    K8LightInfo direct = {};
+    for (size_t i = 0; i < 3; ++i) direct.direction[i] = fixed(lighting.direction[i]);
+    if (!K8Light_setTmpData(lights_[0], &ambient) || !K8Light_setTmpData(lights_[1], &direct)) failWith("a light");
+}
+
+void Stage::aim() {
+    const View& view = options_.view;
+    const Sphere bounds = boundsOf(content_.figureSummary);
+    const double opening = view.openingDegrees * std::numbers::pi / 180;
+    // The narrower side of the picture must hold the sphere.
+    const double half = std::atan(std::tan(opening / 2) * std::min(1.0, double(options_.width) / options_.height));
+    const double distance = (view.distance > 0 ? view.distance : bounds.radius / std::sin(half)) / view.zoom;
+    const double yaw = view.yawDegrees * std::numbers::pi / 180, pitch = view.pitchDegrees * std::numbers::pi / 180;
+    const std::array<double, 3> towards = {std::sin(yaw) * std::cos(pitch), std::sin(pitch),
+                                           std::cos(yaw) * std::cos(pitch)};
+    const std::array<double, 3> upwards = {-std::sin(yaw) * std::sin(pitch), std::cos(pitch),
+                                           -std::cos(yaw) * std::sin(pitch)};
+    int32_t position[3], look[3], up[3];
+    for (size_t i = 0; i < 3; ++i) {
+        position[i] = fixed(bounds.center[i] + distance * towards[i]);
+        look[i] = fixed(-towards[i]);
+        up[i] = fixed(upwards[i]);
+    }
+    K8Transform_create(&view_, &MALK8_malc);
+    K8Transform_lookAt(&view_, position, look, up);
+
+    params_.projection = K8_PROJECTION_PERSPECTIVE_ANGLE;
+    params_.screenWidth = uint16_t(options_.width);
+    params_.screenHeight = uint16_t(options_.height);
+    params_.nearDistance = fixed(std::max(distance - 3 * bounds.radius, distance / 50));
+    params_.farDistance = fixed(distance + 3 * bounds.radius);
+    params_.verticalAngle = fixed(view.openingDegrees);
+}
+
+Picture Stage::draw(const Pose& pose) {
+    setInfo(content_, pose);
+    const uint32_t b = options_.background;
+    const auto channel = [b](int shift) { return float(b >> shift & 255) / 255; };
+    glClearColor(channel(16), channel(8), channel(0), 1.0f);
+    glClear(GL_COLOR_BUFFER_BIT);
+    params_.lightCount = options_.lighting.isOn ? uint16_t(lights_.size()) : 0;
+    params_.lights = lights_.data();
+    // Lights stand in view axes, so the view goes into the figure's transform, not into the block.
+    if (!K8Render_render3D(render_, &params_, content_.figure.get(), &view_)) failWith("queueing the figure");
+    if (!K8Render_flush(render_, 0, 0, options_.width, options_.height)) failWith("drawing the figure");
+    return {options_.width, options_.height, surface_->readPixels()};
+}

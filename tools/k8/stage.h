@@ -1,0 +1,63 @@
+// Where a figure is shown: a surface without a window, a camera that goes around the figure, lights.
+#pragma once
+
+#include <array>
+#include <memory>
+#include <optional>
+
+#include "k8.h"
+#include "tools/gl_surface.h"
+#include "tools/k8/content.h"
+#include "tools/k8/picture.h"
+
+struct View {
+    double yawDegrees = 28;    // around the figure, 0 in front of it, positive to its left
+    double pitchDegrees = 14;  // above it
+    double distance = 0;       // from its middle, in units; 0: as far as it takes to see all of it
+    double openingDegrees = 32;
+    double zoom = 1;
+};
+
+struct Lighting {
+    double ambient = 0.45, direct = 0.75;  // intensities
+    std::array<double, 3> direction = {-0.5, -0.7,
+                                       -0.6};  // where the direct light shines, in view axes: right, up, towards us
+    uint32_t color = 0xFFFFFF;
+    bool isOn = true;
+};
+
+struct StageOptions {
+    int width = 480, height = 480;
+    View view;
+    Lighting lighting;
+    uint32_t background = 0xDCE6F0;
+};
+
+struct Pose {
+    uint32_t action = 0;
+    double frame = 0;
+    std::optional<uint32_t> patterns;  // bit k shows pattern k + 1; unset: as the action says
+};
+
+class Stage {
+public:
+    // Throws std::runtime_error where there is no OpenGL ES 1.1, or memory runs out.
+    Stage(const StageOptions& options, FigureContent content);
+    ~Stage();
+    Stage(const Stage&) = delete;
+    Stage& operator=(const Stage&) = delete;
+
+    Picture draw(const Pose& pose);
+
+private:
+    void setUpLights();
+    void aim();
+
+    StageOptions options_;
+    std::unique_ptr<GlSurface> surface_;
+    FigureContent content_;
+    K8Render* render_ = nullptr;
+    std::array<K8Light*, 2> lights_{};
+    K8Transform view_{};
+    K8RenderParams params_{};
+};
