@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <cassert>
 
 #include "frame/fixed_tables.h"
 #include "frame/wrap.h"
@@ -180,7 +181,7 @@ void crossFixed(const int32_t a[3], const int32_t b[3], int32_t out[3]) {
 bool normalizeFixed(int32_t v[3]) {
     const uint32_t bits = magnitude(v[0]) | magnitude(v[1]) | magnitude(v[2]);
     if (bits == 0) return false;
-    // The largest component gets 15 bits: the sum of squares fits 32 bits, and the length is never 0.
+    // The largest component gets 15 bits: the sum of squares fits 32 bits.
     const int32_t shift = std::countl_zero(bits) - 17;
     uint32_t square = 0;
     for (int i = 0; i < 3; ++i) {
@@ -188,6 +189,7 @@ bool normalizeFixed(int32_t v[3]) {
         square += uint32_t(v[i] * v[i]);
     }
     const int32_t length = int32_t(integerSqrt(square));
+    assert(length >= 1 << 14);
     for (int i = 0; i < 3; ++i) v[i] = v[i] * kFixedOne / length;
     return true;
 }

@@ -29,7 +29,8 @@ uint32_t highestBit(uint32_t value);
 // minus infinity.
 int32_t fixedMul(int32_t a, int32_t b);
 
-// a / b, truncated; 0 when b is 0.
+// a / b; 0 when b is 0. The dividend is widened to 31 bits before the division, which cuts toward zero; where the
+// quotient has more fraction bits than 12, the rest is cut toward minus infinity.
 int32_t fixedDiv(int32_t a, int32_t b);
 
 // The nearest integer to the square root, for every value: 0..65536.
@@ -37,16 +38,17 @@ uint32_t integerSqrt(uint32_t value);
 
 // --- Angles ---
 
-// Sine and cosine of an angle in 1/4096 of a turn (any integer; whole turns drop out) as F numbers, -4096..4096.
+// Sine and cosine of an angle in 1/4096 of a turn (any integer; whole turns drop out) as F numbers, -4096..4096: the
+// nearest one for every angle.
 int32_t sine12(int32_t angle);
 int32_t cosine12(int32_t angle);
 
-// Arcsine. sine: 1.0 = 2^20, -2^20..2^20. Returns the angle in 1/2^20 of a turn, -2^18..2^18.
+// Arcsine. sine: 1.0 = 2^20, -2^20..2^20. Returns the angle in 1/2^20 of a turn, -2^18..2^18, at most 1.18 off. Rises
+// with the sine everywhere.
 int32_t arcsine20(int32_t sine);
 
 // --- Vectors of three F numbers ---
 
-// dot sums as x + (z + y).
 int32_t dotFixed(const int32_t a[3], const int32_t b[3]);
 
 // out may be a or b.

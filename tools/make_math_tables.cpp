@@ -122,9 +122,9 @@ void printTable(const char* type, const char* name, const std::vector<Fit>& fits
 // --- Square root: 8 segments of the fraction t/65536 in [1, 2); the value is root - 1 in 2^-33 ---
 
 void printSquareRoot() {
-    const Scheme scheme{1,
-                        [](const Row& row, uint32_t u) { return int64_t(((row.c1 - ((row.c2 * u) >> 2)) >> 16) * u); },
-                        0x1p-16L, -0x1p-18L};
+    const Scheme scheme{
+        1, [](const Row& row, uint32_t u) -> int64_t { return ((row.c1 - ((row.c2 * u) >> 2)) >> 16) * u; }, 0x1p-16L,
+        -0x1p-18L};
     std::vector<Fit> fits;
     for (uint32_t segment = 0; segment < 8; ++segment) {
         std::vector<Sample> samples;
@@ -160,7 +160,7 @@ std::vector<Sample> octantSamples(uint32_t segment, Real (*function)(Real)) {
 
 void printSine() {
     const Scheme scheme{
-        1, [](const Row& row, uint32_t u) { return int64_t((((row.c1 - ((row.c2 * u) >> 6)) >> 16) * u) >> 4); },
+        1, [](const Row& row, uint32_t u) -> int64_t { return (((row.c1 - ((row.c2 * u) >> 6)) >> 16) * u) >> 4; },
         0x1p-20L, -0x1p-26L};
     const std::array<Row, 2> given = {{{0, 0xc91b0000, 0x7c6}, {0xc8faf77, 0xc8dd8137, 0x1740}}};
     std::vector<Fit> fits;
@@ -214,17 +214,17 @@ Scheme arcsineScheme(uint32_t curvatureShift) {
         case 3:
             return {
                 1,
-                [](const Row& row, uint32_t w) { return int64_t((((((row.c2 * w) >> 3) + row.c1) >> 16) * w) >> 7); },
+                [](const Row& row, uint32_t w) -> int64_t { return (((((row.c2 * w) >> 3) + row.c1) >> 16) * w) >> 7; },
                 0x1p-23L, 0x1p-26L};
         case 4:
             return {
                 1,
-                [](const Row& row, uint32_t w) { return int64_t((((((row.c2 * w) >> 4) + row.c1) >> 16) * w) >> 7); },
+                [](const Row& row, uint32_t w) -> int64_t { return (((((row.c2 * w) >> 4) + row.c1) >> 16) * w) >> 7; },
                 0x1p-23L, 0x1p-27L};
         default:
             return {
                 1,
-                [](const Row& row, uint32_t w) { return int64_t((((((row.c2 * w) >> 5) + row.c1) >> 16) * w) >> 7); },
+                [](const Row& row, uint32_t w) -> int64_t { return (((((row.c2 * w) >> 5) + row.c1) >> 16) * w) >> 7; },
                 0x1p-23L, 0x1p-28L};
     }
 }

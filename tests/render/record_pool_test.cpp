@@ -25,8 +25,8 @@ TEST(RecordPool, TakesBlocksOf32AsTheyAreNeeded) {
     ASSERT_NE(pool, nullptr);
     EXPECT_EQ(RecordPool_allocator(pool), host.get());
     EXPECT_EQ(host.calls(), 1 + 64 + 17);
-    std::vector<void*> records;
-    for (int i = 0; i < 33; ++i) records.push_back(RecordPool_take(pool, kKind));
+    std::array<void*, 33> records;
+    for (void*& record : records) record = RecordPool_take(pool, kKind);
     EXPECT_EQ(host.calls(), 1 + 64 + 17 + 1) << "the 33rd opens a second block";
 
     RecordPool_giveBack(records[9]);
