@@ -105,8 +105,8 @@ MbFigure randomFigure(Random& random) {
         for (uint32_t left = random.below(60); left > 0; --left)
             figure.polygons.push_back(randomPolygon(random, figure));
     if (figure.polygonFormat == 3 && random.chance(3)) {
-        figure.patternCount = figure.version == 5 ? random.between(4, 33) : 1;
-        figure.textureCount = figure.version == 5 ? random.between(3, 16) : 1;
+        figure.patternCount = random.between(4, 33);
+        figure.textureCount = random.between(3, 16);
     }
     if (random.chance(3))
         figure.widths = {.attribute = 16,
@@ -131,12 +131,13 @@ void addMeaninglessBits(const MbFigure& figure, EncodedFile& file) {
 struct Model {
     struct Polygon {
         int32_t attributeClass;
-        std::vector<uint32_t> vertices;
+        std::vector<uint16_t> vertices;
         bool operator==(const Polygon&) const = default;
     };
     struct Bone {
         int32_t parent;
-        std::vector<int32_t> rest;
+        uint16_t changed;
+        std::vector<int32_t> rest, local;
         uint32_t firstGroup, groupCount;
         bool operator==(const Bone&) const = default;
     };
@@ -188,8 +189,8 @@ struct Expectation {
             const MbBone& bone = figure.bones[b];
             const auto first = uint32_t(vertexOrder.size());
             takeThoseOf(int32_t(b));
-            model.bones.push_back(
-                {bone.parent, {bone.rest.begin(), bone.rest.end()}, first, uint32_t(vertexOrder.size()) - first});
+            const std::vector<int32_t> rest(bone.rest.begin(), bone.rest.end());
+            model.bones.push_back({bone.parent, 1, rest, rest, first, uint32_t(vertexOrder.size()) - first});
         }
         takeThoseOf(-1);
         filePosition.resize(vertexOrder.size());
@@ -199,7 +200,7 @@ struct Expectation {
 
     // Corners of one file vertex share an expanded vertex when the coordinates, or the colours, are the same. Coordinates
     // of vertices made for colour polygons are 0 and are shared as well.
-    uint32_t expand(uint32_t vertex, bool isColored, std::array<int, 4> color, std::array<int, 2> texCoord) {
+    uint16_t expand(uint32_t vertex, bool isColored, std::array<int, 4> color, std::array<int, 2> texCoord) {
         std::vector<uint16_t>& group = model.groups[filePosition[vertex]];
         for (const uint16_t candidate : group)
             if (isColored ? model.colors[candidate] == color : model.texCoords[candidate] == texCoord) return candidate;
@@ -313,8 +314,11 @@ Model readModel(const FigureModelData& data) {
         model.quads.push_back({each.attributeClass, listOf(each.vertices, 4)});
     for (const VertexGroup& each : listOf(data.bones.groups, data.bones.groupCount))
         model.groups.push_back(listOf(each.vertices, each.count));
-    for (const BoneRecord& each : listOf(data.bones.bones, data.bones.boneCount))
-        model.bones.push_back({each.parent, listOf(&each.rest.m[0], 12), each.firstGroup, each.groupCount});
+    for (uint32_t b = 0; b < data.bones.boneCount; ++b) {
+        const BoneRecord& bone = data.bones.bones[b];
+        model.bones.push_back({bone.parent, bone.changed, listOf(&bone.rest.m[0], 12),
+                               listOf(&data.bones.local[b].m[0], 12), bone.firstGroup, bone.groupCount});
+    }
     return model;
 }
 
