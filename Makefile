@@ -48,10 +48,10 @@ ifneq ($(shell command -v clang++),)
 	@$(call build,fuzz,k8_fuzz)
 	@mkdir -p build/fuzz/corpus
 	@build/fuzz/fuzz/k8_fuzz -max_total_time=$(FUZZ_SECONDS) -timeout=10 -artifact_prefix=build/fuzz/ \
-	    -print_final_stats=1 build/fuzz/corpus build/fuzz/fuzz/seeds
+	    -print_final_stats=1 build/fuzz/corpus build/fuzz/fuzz/seeds samples/*/content
 else
 	@$(call build,sanitize,k8_fuzz)
-	@cd build/sanitize && fuzz/k8_fuzz -max_total_time=$(FUZZ_SECONDS) fuzz/seeds
+	@cd build/sanitize && fuzz/k8_fuzz -max_total_time=$(FUZZ_SECONDS) fuzz/seeds ../../samples/*/content
 endif
 
 install:
