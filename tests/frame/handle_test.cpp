@@ -1,0 +1,323 @@
+// The life of handles: creation, loaded info, destruction, the operations on any handle, and what primitives accept.
+#include <cstring>
+#include <functional>
+#include <vector>
+
+#include "scene/figure_mesh.h"
+#include "scene/fog.h"
+#include "scene/light.h"
+#include "tests/support/counting_heap.h"
+
+namespace {
+
+constexpr int32_t kUntouched = 77;  // a status that no function stores
+
+struct Family {
+    const char* name;
+    int16_t classId;
+    size_t size;
+    std::function<void*(void*, K8Allocator*)> create;
+};
+
+template <typename Handle>
+Family familyOf(const char* name, int16_t classId, Handle* (*create)(Handle*, K8Allocator*)) {
+    return {name, classId, sizeof(Handle),
+            [create](void* memory, K8Allocator* allocator) { return create(static_cast<Handle*>(memory), allocator); }};
+}
+
+const std::vector<Family>& families() {
+    static const std::vector<Family> all = {
+        familyOf("action table", K8_CLASS_ACTION_TABLE, K8ActionTable_create),
+        familyOf("figure", K8_CLASS_FIGURE, K8Figure_create),
+        familyOf("texture", K8_CLASS_TEXTURE, K8Texture_create),
+        familyOf("fog", K8_CLASS_FOG, K8Fog_create),
+        familyOf("light", K8_CLASS_LIGHT, K8Light_create),
+        familyOf("primitive", K8_CLASS_PRIMITIVE, K8Primitive_create),
+        familyOf("group", K8_CLASS_GROUP, K8Group_create),
+    };
+    return all;
+}
+
+bool ownsObject(const Family& family) { return family.classId == K8_CLASS_FOG || family.classId == K8_CLASS_LIGHT; }
+
+TEST(Handles, AreBuiltInHostMemoryOrInABlockOfTheAllocator) {
+    for (const Family& family : families()) {
+        SCOPED_TRACE(family.name);
+        CountingHeap heap;
+        CountingAllocator host;
+        std::vector<uint8_t> memory(family.size, 0xA5);
+        for (void* place : {static_cast<void*>(nullptr), static_cast<void*>(memory.data())}) {
+            auto* handle = static_cast<K8Handle*>(family.create(place, host.get()));
+            ASSERT_NE(handle, nullptr);
+            EXPECT_EQ(handle->ownBlock, place ? nullptr : handle);
+            EXPECT_EQ(handle->allocator, host.get());
+            EXPECT_EQ(handle->object != nullptr, ownsObject(family));
+            EXPECT_EQ(K8Object3D_getClassId(handle), family.classId);
+            EXPECT_EQ(host.liveBlocks(), place ? 0 : 1);
+            K8Object3D_destroy(handle);
+            EXPECT_EQ(host.liveBlocks(), 0);
+            EXPECT_EQ(heap.liveBlocks(), 0);
+        }
+        EXPECT_EQ(memory, std::vector<uint8_t>(family.size, 0)) << "host memory is left zeroed";
+        K8Object3D_destroy(reinterpret_cast<K8Handle*>(memory.data()));  // harmless
+    }
+}
+
+TEST(Handles, CreationFailsWithTheStatusThatSaysWhy) {
+    for (const Family& family : families()) {
+        SCOPED_TRACE(family.name);
+        K8ErrStorage_setErrorStatus(kUntouched);
+        EXPECT_EQ(family.create(nullptr, nullptr), nullptr);
+        EXPECT_EQ(K8ErrStorage_getErrorStatus(), K8_ERR_FAILURE);
+        CountingAllocator host(0);
+        EXPECT_EQ(family.create(nullptr, host.get()), nullptr);
+        EXPECT_EQ(K8ErrStorage_getErrorStatus(), K8_ERR_OUT_OF_MEMORY);
+        if (!ownsObject(family)) continue;
+        sweepEngineAllocations(FailMode::Once, [&](CountingHeap& heap) {
+            CountingAllocator counted;
+            K8ErrStorage_setErrorStatus(kUntouched);
+            auto* handle = static_cast<K8Handle*>(family.create(nullptr, counted.get()));
+            EXPECT_EQ(handle == nullptr, heap.hasFailed());
+            EXPECT_EQ(K8ErrStorage_getErrorStatus(), handle ? kUntouched : K8_ERR_OUT_OF_MEMORY);
+            K8Object3D_destroy(handle);
+        });
+    }
+}
+
+TEST(Handles, OperationsOnAnyHandle) {
+    K8ErrStorage_setErrorStatus(kUntouched);
+    EXPECT_EQ(K8Object3D_getClassId(nullptr), 0);
+    EXPECT_EQ(K8ErrStorage_getErrorStatus(), K8_ERR_FAILURE);
+    struct Case {
+        const char* what;
+        int16_t classId;
+        bool hasInfo;
+        int32_t time, status;
+    };
+    for (const Case& c :
+         {Case{"figure without info", K8_CLASS_FIGURE, false, 0, kUntouched},
+          Case{"figure", K8_CLASS_FIGURE, true, 0x58000, kUntouched},
+          Case{"group", K8_CLASS_GROUP, true, 0x58000, kUntouched},
+          Case{"scene group", K8_CLASS_SCENE_GROUP, true, 0x58000, kUntouched},
+          Case{"light has no time", K8_CLASS_LIGHT, true, 0, kUntouched},
+          Case{"texture has no time", K8_CLASS_TEXTURE, true, 0, kUntouched},
+          Case{"no family", 9, true, 0, K8_ERR_FAILURE}, Case{"a destroyed handle", 0, false, 0, K8_ERR_FAILURE}}) {
+        int32_t frame = 0x58000;
+        K8Figure handle = {};  // the info of every family stands in the same place
+        handle.header.classId = c.classId;
+        handle.info = c.hasInfo ? reinterpret_cast<K8FigureInfo*>(&frame) : nullptr;
+        K8ErrStorage_setErrorStatus(kUntouched);
+        EXPECT_EQ(K8Object3D_getTime(&handle.header), c.time) << c.what;
+        EXPECT_EQ(K8ErrStorage_getErrorStatus(), c.status) << c.what;
+    }
+    K8Handle unknown = {nullptr, 9, nullptr, nullptr};
+    K8ErrStorage_setErrorStatus(kUntouched);
+    K8Object3D_destroy(&unknown);
+    K8Object3D_destroy(nullptr);
+    EXPECT_EQ(unknown.classId, 9);
+    EXPECT_EQ(K8ErrStorage_getErrorStatus(), kUntouched);
+    EXPECT_EQ(K8Object3D_getTime(nullptr), 0);
+    EXPECT_EQ(K8ErrStorage_getErrorStatus(), K8_ERR_FAILURE);
+}
+
+template <typename T>
+T* hostArray(CountingAllocator& host, int count) {
+    return static_cast<T*>(host.get()->functions->alloc(host.get(), int32_t(sizeof(T)) * count));
+}
+
+TEST(FigureHandle, SettingItsInfoAgainReleasesTheArraysOfTheFirst) {
+    CountingAllocator host;
+    K8Figure* figure = K8Figure_create(nullptr, host.get());
+    K8FigureInfo info = {};
+    info.loadedTextures = hostArray<K8Texture*>(host, 2);
+    info.textureIndices = hostArray<uint16_t>(host, 3);
+    info.loadedTextureCount = 2;
+    info.transparency = 409600;
+    EXPECT_TRUE(K8Figure_setTmpData(figure, &info));
+    EXPECT_EQ(K8Figure_getLoadedTextures(figure), info.loadedTextures);
+    EXPECT_EQ(K8Figure_getLoadedNumTextures(figure), 2);
+    EXPECT_EQ(host.liveBlocks(), 4);
+
+    K8FigureInfo changed = *figure->info;  // a host that changes one member keeps the arrays it names again
+    changed.frame = 3 << 16;
+    changed.textureIndices = nullptr;
+    EXPECT_TRUE(K8Figure_setTmpData(figure, &changed));
+    EXPECT_EQ(K8Object3D_getTime(&figure->header), 3 << 16);
+    EXPECT_EQ(figure->info->loadedTextures, info.loadedTextures);
+    EXPECT_EQ(host.liveBlocks(), 3);
+
+    K8FigureInfo other = {};
+    other.loadedTextures = hostArray<K8Texture*>(host, 1);
+    EXPECT_TRUE(K8Figure_setTmpData(figure, &other));
+    EXPECT_EQ(host.liveBlocks(), 3);
+    K8Figure_clearLoadedInfo(figure);
+    ASSERT_NE(figure->info, nullptr);
+    EXPECT_EQ(figure->info->loadedTextures, nullptr);
+    EXPECT_EQ(host.liveBlocks(), 2);
+    K8Figure_clearTmpData(figure);
+    EXPECT_EQ(figure->info, nullptr);
+    K8Figure_destroy(figure);
+}
+
+TEST(FigureHandle, PatternsAndActionsDependOnTheObject) {
+    CountingHeap heap;
+    CountingAllocator host;
+    K8Figure* figure = K8Figure_create(nullptr, host.get());
+    K8ActionTable* table = K8ActionTable_create(nullptr, host.get());
+    struct Case {
+        const char* what;
+        int classId;  // -1: no object
+        bool hasInfo;
+        uint32_t pattern;
+        bool taken;
+        uint32_t stored;
+        int32_t bones, patterns;
+    };
+    for (const Case& c : {Case{"no object", -1, true, 0, false, 0, 0, 0},
+                          Case{"figure mesh", QEL_CLASS_FIGURE_MESH, true, 5, true, 10, 3, 4},
+                          Case{"figure mesh, bit 31 is lost", QEL_CLASS_FIGURE_MESH, true, 0x80000001, true, 2, 3, 4},
+                          Case{"figure mesh without info", QEL_CLASS_FIGURE_MESH, false, 5, false, 0, 3, 4},
+                          Case{"scene mesh, nothing to show", QEL_CLASS_MESH, true, 0, true, 0, 0, 1},
+                          Case{"scene mesh, only the lost bit", QEL_CLASS_MESH, true, 0x80000000, true, 0, 0, 1},
+                          Case{"scene mesh", QEL_CLASS_MESH, true, 1, false, 0, 0, 1}}) {
+        SCOPED_TRACE(c.what);
+        qelFigureMesh object = {};
+        object.classId = ClassId(c.classId);
+        object.bones.boneCount = 3;
+        object.patternCount = 4;
+        figure->header.object = c.classId < 0 ? nullptr : &object;
+        const K8FigureInfo empty = {};
+        if (c.hasInfo) K8Figure_setTmpData(figure, &empty);
+        K8ErrStorage_setErrorStatus(kUntouched);
+        EXPECT_EQ(K8Figure_setPattern(figure, c.pattern), c.taken);
+        EXPECT_EQ(K8ErrStorage_getErrorStatus(), c.taken ? kUntouched : K8_ERR_FAILURE);
+        EXPECT_EQ(figure->info ? figure->info->pattern : 0, c.stored);
+        EXPECT_EQ(K8Figure_getNumBones(figure), c.bones);
+        EXPECT_EQ(K8Figure_getNumPatterns(figure), c.patterns);
+        qelObject3D tableObject = {};
+        tableObject.classId = ClassId::ActTable;
+        table->header.object = &tableObject;
+        K8ErrStorage_setErrorStatus(kUntouched);
+        EXPECT_EQ(K8Figure_canChangeAction(figure, table), c.classId == QEL_CLASS_FIGURE_MESH);
+        EXPECT_EQ(K8ErrStorage_getErrorStatus(), c.classId < 0 ? K8_ERR_FAILURE : kUntouched);
+        figure->header.object = table->header.object = nullptr;
+        K8Figure_clearTmpData(figure);
+    }
+    EXPECT_EQ(K8Figure_getNumBones(nullptr), 0);
+    K8Figure_destroy(figure);
+    K8ActionTable_destroy(table);
+}
+
+TEST(ActionTableHandle, WithoutObjectStandsForOneEndlessAction) {
+    CountingAllocator host;
+    K8ActionTable* table = K8ActionTable_create(nullptr, host.get());
+    K8ErrStorage_setErrorStatus(kUntouched);
+    EXPECT_EQ(K8ActionTable_getNumActions(table), 1);
+    EXPECT_EQ(K8ActionTable_getMaxFrame(table, -1), INT32_MAX);
+    EXPECT_EQ(K8ErrStorage_getErrorStatus(), kUntouched);
+    EXPECT_EQ(K8ActionTable_getNumActions(nullptr), 0);
+    EXPECT_EQ(K8ErrStorage_getErrorStatus(), K8_ERR_FAILURE);
+    EXPECT_EQ(K8ActionTable_getMaxFrame(nullptr, 0), 0);
+    K8ActionTable_destroy(table);
+}
+
+TEST(LightAndFogHandles, PassOnWhatIsInRange) {
+    CountingHeap heap;
+    CountingAllocator host;
+    K8Light* light = K8Light_create(nullptr, host.get());
+    const auto* own = static_cast<const Light*>(light->header.object);
+    K8ErrStorage_setErrorStatus(kUntouched);
+    K8Light_setMode(light, K8_LIGHT_SPOT);
+    K8Light_setMode(light, 127);
+    K8Light_setMode(light, 132);
+    EXPECT_EQ(own->mode, LightMode::Spot);
+    K8Light_setSpotAngle(light, 30 << 12);
+    K8Light_setSpotAngle(light, 91 << 12);
+    EXPECT_EQ(own->spotAngle, 30.0f);
+    struct Case {
+        int32_t given[3];
+        float stored[3];
+    };
+    for (const Case& c :
+         {Case{{0, 0, 4096}, {0, 0, 1}}, Case{{-1, 0, 0}, {0, 0, 1}}, Case{{0, 0, -1}, {0, 0, 1}},
+          Case{{0, 0, 0}, {0.0001f, 0.0001f, 0.0001f}}, Case{{8192, 2048, 1}, {2, 0.5f, 1.0f / 4096}}}) {
+        K8Light_setAttenuation(light, c.given[0], c.given[1], c.given[2]);
+        for (int i = 0; i < 3; ++i) EXPECT_EQ(own->attenuation[i], c.stored[i]) << c.given[0] << " factor " << i;
+    }
+    K8Fog* fog = K8Fog_create(nullptr, host.get());
+    const auto* ownFog = static_cast<const Fog*>(fog->header.object);
+    K8Fog_setMode(fog, K8_FOG_EXPONENTIAL);
+    K8Fog_setMode(fog, 82);
+    EXPECT_EQ(ownFog->mode, FogMode::Exponential);
+    K8Fog_setDensity(fog, 2048);
+    K8Fog_setDensity(fog, -4096);
+    EXPECT_EQ(ownFog->density, 0.5f);
+    K8Fog_setLinear(fog, -4096, 8192);
+    EXPECT_EQ(ownFog->near, -1.0f);
+    EXPECT_EQ(ownFog->far, 2.0f);
+    K8Light_setColor(nullptr, 1);
+    K8Fog_setColor(nullptr, 1);
+    EXPECT_EQ(K8ErrStorage_getErrorStatus(), kUntouched) << "setters store no error";
+    K8Fog_destroy(fog);
+    K8Light_destroy(light);
+}
+
+TEST(PrimitiveHandle, ChecksCombinationsInOrder) {
+    struct Case {
+        uint32_t type, params;
+        int32_t code;
+    };
+    for (const Case& c : {Case{1, 0x800, 0},  Case{1, 0x400, 0},          Case{1, 0, 2},
+                          Case{2, 0xC00, 8},  Case{2, 0x410, 2},          Case{3, 0, 0},
+                          Case{3, 0x1000, 4}, Case{3, 0x1010, 9},         Case{3, 0x2000, 9},
+                          Case{3, 0x3000, 0}, Case{3, 0x3C00, 3},         Case{3, 0x3100, 7},
+                          Case{4, 0x3313, 0}, Case{4, 0xC00, 8},          Case{5, 0x1000, 0},
+                          Case{5, 0x3013, 0}, Case{5, 0x2000, 10},        Case{5, 0, 6},
+                          Case{5, 0x1400, 5}, Case{5, 0x3300, 5},         Case{6, 0, 1},
+                          Case{0, 0x400, 1},  Case{0x3000000, 0x3300, 0}, Case{0x3000001, 0x3300, 1}}) {
+        K8ErrStorage_setErrorStatus(kUntouched);
+        EXPECT_EQ(K8Primitive_checkValues(c.type, c.params), c.code) << std::hex << c.type << " " << c.params;
+        EXPECT_EQ(K8ErrStorage_getErrorStatus(), c.code ? K8_ERR_FAILURE : kUntouched);
+    }
+}
+
+TEST(PrimitiveHandle, TellsHowLongItsArraysAre) {
+    struct Case {
+        uint32_t type, params;
+        int32_t lengths[5];
+    };
+    for (const Case& c :
+         {Case{1, 0x400, {3, 0, -1, 0, 0}}, Case{2, 0x800, {6, 0, 1, 0, 0}}, Case{3, 0x3300, {9, 9, 0, 6, 0}},
+          Case{3, 0x600, {9, 3, -1, 0, 0}}, Case{4, 0x3300, {12, 12, 0, 8, 0}}, Case{4, 0xA00, {12, 3, 1, 0, 0}},
+          Case{5, 0x1000, {3, 0, 0, 0, -8}}, Case{0x5000000, 0x3000, {3, 0, 0, 0, 8}}})
+        for (int kind = 0; kind < 5; ++kind)
+            EXPECT_EQ(K8Primitive_getLength(c.type, c.params, kind), c.lengths[kind])
+                << std::hex << c.type << " " << c.params << " kind " << kind;
+    for (const int32_t kind : {-1, 5}) {
+        K8ErrStorage_setErrorStatus(kUntouched);
+        EXPECT_EQ(K8Primitive_getLength(3, 0x300, kind), 0);
+        EXPECT_EQ(K8ErrStorage_getErrorStatus(), K8_ERR_FAILURE);
+    }
+    EXPECT_EQ(K8Primitive_getLength(3, 0x100, 0), 0) << "a combination that is refused has no lengths";
+}
+
+TEST(PrimitiveHandle, ClearingKeepsWhatIsNoArray) {
+    CountingAllocator host;
+    K8Primitive* primitive = K8Primitive_create(nullptr, host.get());
+    K8PrimitiveInfo info = {};
+    info.type = K8_PRIM_TRIANGLES;
+    info.params = 0x3000;
+    info.counts[K8_PRIM_POSITIONS] = 9;
+    info.values[K8_PRIM_POSITIONS] = hostArray<int32_t>(host, 9);
+    info.values[K8_PRIM_TEXTURE_COORDS] = hostArray<int32_t>(host, 6);
+    EXPECT_TRUE(K8Primitive_setTmpData(primitive, &info));
+    K8Primitive_clearLoadedInfo(primitive);
+    EXPECT_EQ(host.liveBlocks(), 2);
+    EXPECT_EQ(primitive->info->type, uint32_t(K8_PRIM_TRIANGLES));
+    EXPECT_EQ(primitive->info->params, 0x3000u);
+    EXPECT_EQ(primitive->info->counts[K8_PRIM_POSITIONS], 9u);
+    EXPECT_EQ(primitive->info->values[K8_PRIM_POSITIONS], nullptr);
+    K8Primitive_destroy(primitive);
+}
+
+}  // namespace
