@@ -1,0 +1,347 @@
+#include "tests/support/gl_recorder.h"
+
+#include <GLES/gl.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <map>
+#include <utility>
+
+GlRecorder glRecorder;
+
+GlLines GlRecorder::take() { return std::exchange(lines, {}); }
+
+GlLines linesBeyond(const GlLines& always, const GlLines& all) {
+    GlLines beyond;
+    size_t matched = 0;
+    for (const std::string& line : all) {
+        if (matched < always.size() && line == always[matched])
+            ++matched;
+        else
+            beyond.push_back(line);
+    }
+    if (matched != always.size()) beyond.push_back("missing: " + always[matched]);
+    return beyond;
+}
+
+namespace {
+
+// --- Text ---
+
+// clang-format off
+#define NAME(constant) {constant, #constant}
+const std::map<GLenum, const char*> kNames = {
+    NAME(GL_ADD), NAME(GL_ALPHA), NAME(GL_ALPHA_TEST), NAME(GL_ALWAYS), NAME(GL_AMBIENT), NAME(GL_BACK),
+    NAME(GL_BLEND), NAME(GL_BYTE), NAME(GL_CCW), NAME(GL_CLAMP_TO_EDGE), NAME(GL_COLOR_ARRAY), NAME(GL_COLOR_MATERIAL),
+    NAME(GL_CONSTANT_ATTENUATION), NAME(GL_CULL_FACE), NAME(GL_CW), NAME(GL_DECAL), NAME(GL_DEPTH_TEST),
+    NAME(GL_DIFFUSE), NAME(GL_DITHER), NAME(GL_DST_COLOR), NAME(GL_EMISSION), NAME(GL_EXP), NAME(GL_FASTEST),
+    NAME(GL_FLAT), NAME(GL_FLOAT), NAME(GL_FOG), NAME(GL_FOG_COLOR), NAME(GL_FOG_DENSITY), NAME(GL_FOG_END),
+    NAME(GL_FOG_MODE), NAME(GL_FOG_START), NAME(GL_FRONT), NAME(GL_FRONT_AND_BACK), NAME(GL_GEQUAL), NAME(GL_LEQUAL),
+    NAME(GL_LIGHTING), NAME(GL_LIGHT_MODEL_AMBIENT), NAME(GL_LIGHT_MODEL_TWO_SIDE), NAME(GL_LINEAR),
+    NAME(GL_LINEAR_ATTENUATION), NAME(GL_LINEAR_MIPMAP_LINEAR), NAME(GL_LINEAR_MIPMAP_NEAREST), NAME(GL_LUMINANCE),
+    NAME(GL_LUMINANCE_ALPHA), NAME(GL_MODELVIEW), NAME(GL_MODULATE), NAME(GL_NEAREST), NAME(GL_NEAREST_MIPMAP_LINEAR),
+    NAME(GL_NEAREST_MIPMAP_NEAREST), NAME(GL_NICEST), NAME(GL_NORMALIZE), NAME(GL_NORMAL_ARRAY),
+    NAME(GL_ONE_MINUS_SRC_ALPHA), NAME(GL_PACK_ALIGNMENT), NAME(GL_PALETTE8_R5_G6_B5_OES),
+    NAME(GL_PALETTE8_RGB5_A1_OES), NAME(GL_PALETTE8_RGB8_OES), NAME(GL_PALETTE8_RGBA4_OES),
+    NAME(GL_PALETTE8_RGBA8_OES), NAME(GL_PERSPECTIVE_CORRECTION_HINT), NAME(GL_POLYGON_OFFSET_FILL), NAME(GL_POSITION),
+    NAME(GL_PROJECTION), NAME(GL_QUADRATIC_ATTENUATION), NAME(GL_REPEAT), NAME(GL_REPLACE), NAME(GL_RESCALE_NORMAL),
+    NAME(GL_RGB), NAME(GL_RGBA), NAME(GL_SCISSOR_TEST), NAME(GL_SHININESS), NAME(GL_SHORT), NAME(GL_SMOOTH),
+    NAME(GL_SPECULAR), NAME(GL_SPOT_CUTOFF), NAME(GL_SPOT_DIRECTION), NAME(GL_SPOT_EXPONENT), NAME(GL_SRC_ALPHA),
+    NAME(GL_SRC_COLOR), NAME(GL_TEXTURE), NAME(GL_TEXTURE_2D), NAME(GL_TEXTURE_COORD_ARRAY), NAME(GL_TEXTURE_ENV),
+    NAME(GL_TEXTURE_ENV_COLOR), NAME(GL_TEXTURE_ENV_MODE), NAME(GL_TEXTURE_MAG_FILTER), NAME(GL_TEXTURE_MIN_FILTER),
+    NAME(GL_TEXTURE_WRAP_S), NAME(GL_TEXTURE_WRAP_T), NAME(GL_UNPACK_ALIGNMENT), NAME(GL_UNSIGNED_BYTE),
+    NAME(GL_UNSIGNED_SHORT), NAME(GL_UNSIGNED_SHORT_4_4_4_4), NAME(GL_UNSIGNED_SHORT_5_6_5), NAME(GL_VERTEX_ARRAY)};
+#undef NAME
+// clang-format on
+
+// Wrappers that choose how an argument is written. Small values have several names, so their function knows which to use.
+struct Enum {
+    GLenum value;
+};
+struct Factor {
+    GLenum value;
+};
+struct Mode {
+    GLenum value;
+};
+struct Floats {
+    const GLfloat* values;
+    size_t count;
+};
+
+std::string numbered(const char* name, uint32_t n) { return name + std::to_string(n); }
+
+std::string text(Enum e) {
+    if (e.value >= GL_LIGHT0 && e.value <= GL_LIGHT7) return numbered("GL_LIGHT", e.value - GL_LIGHT0);
+    if (e.value >= GL_TEXTURE0 && e.value <= GL_TEXTURE31) return numbered("GL_TEXTURE", e.value - GL_TEXTURE0);
+    const auto found = kNames.find(e.value);
+    if (found != kNames.end()) return found->second;
+    char hex[16];
+    std::snprintf(hex, sizeof hex, "0x%04X", e.value);
+    return hex;
+}
+std::string text(Factor f) {
+    return f.value == GL_ZERO ? "GL_ZERO" : f.value == GL_ONE ? "GL_ONE" : text(Enum{f.value});
+}
+std::string text(Mode m) {
+    static const char* const kModes[] = {"GL_POINTS",    "GL_LINES",          "GL_LINE_LOOP",   "GL_LINE_STRIP",
+                                         "GL_TRIANGLES", "GL_TRIANGLE_STRIP", "GL_TRIANGLE_FAN"};
+    return kModes[m.value];
+}
+std::string text(GLfloat value) {
+    char digits[32];
+    std::snprintf(digits, sizeof digits, "%g", double(value) + 0.0);  // + 0.0: no minus sign for zero
+    return digits;
+}
+std::string text(GLint value) { return std::to_string(value); }
+std::string text(const char* literal) { return literal; }
+std::string text(Floats f) {
+    std::string all = "{";
+    for (size_t i = 0; i < f.count; ++i) all += (i ? ", " : "") + text(f.values[i]);
+    return all + "}";
+}
+
+template <typename... Arguments>
+std::string line(const char* name, Arguments... arguments) {
+    std::string all = std::string(name) + "(";
+    [[maybe_unused]] const char* separator = "";
+    ((all += separator + text(arguments), separator = ", "), ...);
+    return all + ")";
+}
+
+template <typename... Arguments>
+void record(const char* name, Arguments... arguments) {
+    glRecorder.lines.push_back(line(name, arguments...));
+}
+
+// --- Arrays ---
+
+GlRecorder::Array* arrayOf(GLenum name) {
+    switch (name) {
+        case GL_VERTEX_ARRAY: return &glRecorder.positions;
+        case GL_NORMAL_ARRAY: return &glRecorder.normals;
+        case GL_COLOR_ARRAY: return &glRecorder.colors;
+        default: return &glRecorder.texCoords[glRecorder.clientUnit];
+    }
+}
+
+void setPointer(GlRecorder::Array* array, GLint size, GLenum type, const void* data) {
+    array->size = size;
+    array->type = type;
+    array->data = data;
+}
+
+float component(const GlRecorder::Array& array, size_t index) {
+    switch (array.type) {
+        case GL_BYTE: return static_cast<const int8_t*>(array.data)[index];
+        case GL_UNSIGNED_BYTE: return static_cast<const uint8_t*>(array.data)[index];
+        case GL_SHORT: return static_cast<const int16_t*>(array.data)[index];
+        default: return static_cast<const float*>(array.data)[index];
+    }
+}
+
+GlDraw::Vectors resolve(const GlRecorder::Array& array, const std::vector<uint32_t>& vertices) {
+    GlDraw::Vectors all;
+    if (!array.enabled) return all;
+    const auto size = size_t(array.size);
+    for (const uint32_t vertex : vertices) {
+        std::vector<float>& value = all.emplace_back();
+        for (size_t i = 0; i < size; ++i) value.push_back(component(array, vertex * size + i));
+    }
+    return all;
+}
+
+void recordDraw(std::string call, const std::vector<uint32_t>& vertices) {
+    const GlRecorder& r = glRecorder;
+    glRecorder.draws.push_back({call,
+                                resolve(r.positions, vertices),
+                                resolve(r.normals, vertices),
+                                resolve(r.colors, vertices),
+                                {resolve(r.texCoords[0], vertices), resolve(r.texCoords[1], vertices)}});
+    glRecorder.lines.push_back(std::move(call));
+}
+
+// --- Textures ---
+
+size_t texelBytes(GLenum format, GLenum type) {
+    if (type != GL_UNSIGNED_BYTE) return 2;
+    return format == GL_LUMINANCE_ALPHA ? 2 : 1;
+}
+
+void recordUpload(std::string call, GLint level, const void* data, size_t byteCount) {
+    const auto* bytes = static_cast<const uint8_t*>(data);
+    glRecorder.uploads.push_back(
+        {call, glRecorder.boundTextures[glRecorder.activeUnit], level, {bytes, bytes + byteCount}});
+    glRecorder.lines.push_back(std::move(call));
+    if (glRecorder.uploadsUntilOutOfMemory >= 0 && glRecorder.uploadsUntilOutOfMemory-- == 0)
+        glRecorder.error = GL_OUT_OF_MEMORY;
+}
+
+}  // namespace
+
+// --- The context ---
+
+void GL_APIENTRY glActiveTexture(GLenum texture) {
+    glRecorder.activeUnit = texture - GL_TEXTURE0;
+    record("glActiveTexture", Enum{texture});
+}
+void GL_APIENTRY glAlphaFunc(GLenum func, GLfloat ref) { record("glAlphaFunc", Enum{func}, ref); }
+void GL_APIENTRY glBindTexture(GLenum target, GLuint texture) {
+    glRecorder.boundTextures[glRecorder.activeUnit] = texture;
+    record("glBindTexture", Enum{target}, GLint(texture));
+}
+void GL_APIENTRY glBlendFunc(GLenum source, GLenum destination) {
+    record("glBlendFunc", Factor{source}, Factor{destination});
+}
+void GL_APIENTRY glClear(GLbitfield mask) {
+    std::string bits;
+    if (mask & GL_COLOR_BUFFER_BIT) bits += "color";
+    if (mask & GL_DEPTH_BUFFER_BIT) bits += bits.empty() ? "depth" : ", depth";
+    record("glClear", bits.c_str());
+}
+void GL_APIENTRY glClearColor(GLfloat r, GLfloat g, GLfloat b, GLfloat a) { record("glClearColor", r, g, b, a); }
+void GL_APIENTRY glClientActiveTexture(GLenum texture) {
+    glRecorder.clientUnit = texture - GL_TEXTURE0;
+    record("glClientActiveTexture", Enum{texture});
+}
+void GL_APIENTRY glColor4f(GLfloat r, GLfloat g, GLfloat b, GLfloat a) { record("glColor4f", r, g, b, a); }
+void GL_APIENTRY glColorMask(GLboolean r, GLboolean g, GLboolean b, GLboolean a) {
+    record("glColorMask", GLint(r), GLint(g), GLint(b), GLint(a));
+}
+void GL_APIENTRY glColorPointer(GLint size, GLenum type, GLsizei stride, const void* data) {
+    setPointer(&glRecorder.colors, size, type, data);
+    record("glColorPointer", size, Enum{type}, stride);
+}
+void GL_APIENTRY glCompressedTexImage2D(GLenum target, GLint level, GLenum format, GLsizei width, GLsizei height,
+                                        GLint border, GLsizei size, const void* data) {
+    recordUpload(line("glCompressedTexImage2D", Enum{target}, level, Enum{format}, width, height, border, size), level,
+                 data, size_t(size));
+}
+void GL_APIENTRY glCullFace(GLenum mode) { record("glCullFace", Enum{mode}); }
+void GL_APIENTRY glDeleteTextures(GLsizei n, const GLuint* names) {
+    for (GLsizei i = 0; i < n; ++i) {
+        std::erase(glRecorder.liveTextures, names[i]);
+        record("glDeleteTextures", GLint(names[i]));
+    }
+}
+void GL_APIENTRY glDepthFunc(GLenum func) { record("glDepthFunc", Enum{func}); }
+void GL_APIENTRY glDepthMask(GLboolean flag) { record("glDepthMask", GLint(flag)); }
+void GL_APIENTRY glDepthRangef(GLfloat near, GLfloat far) { record("glDepthRangef", near, far); }
+void GL_APIENTRY glDisable(GLenum cap) { record("glDisable", Enum{cap}); }
+void GL_APIENTRY glDisableClientState(GLenum array) {
+    arrayOf(array)->enabled = false;
+    record("glDisableClientState", Enum{array});
+}
+void GL_APIENTRY glDrawArrays(GLenum mode, GLint first, GLsizei count) {
+    std::vector<uint32_t> vertices;
+    for (GLsizei i = 0; i < count; ++i) vertices.push_back(uint32_t(first + i));
+    recordDraw(line("glDrawArrays", Mode{mode}, first, count), vertices);
+}
+void GL_APIENTRY glDrawElements(GLenum mode, GLsizei count, GLenum type, const void* indices) {
+    const auto* words = static_cast<const uint16_t*>(indices);
+    recordDraw(line("glDrawElements", Mode{mode}, count, Enum{type}), {words, words + count});
+}
+void GL_APIENTRY glEnable(GLenum cap) { record("glEnable", Enum{cap}); }
+void GL_APIENTRY glEnableClientState(GLenum array) {
+    arrayOf(array)->enabled = true;
+    record("glEnableClientState", Enum{array});
+}
+void GL_APIENTRY glFinish() { record("glFinish"); }
+void GL_APIENTRY glFogf(GLenum name, GLfloat value) {
+    if (name == GL_FOG_MODE)
+        record("glFogf", Enum{name}, Enum{GLenum(value)});
+    else
+        record("glFogf", Enum{name}, value);
+}
+void GL_APIENTRY glFogfv(GLenum name, const GLfloat* values) { record("glFogfv", Enum{name}, Floats{values, 4}); }
+void GL_APIENTRY glFrontFace(GLenum mode) { record("glFrontFace", Enum{mode}); }
+void GL_APIENTRY glGenTextures(GLsizei n, GLuint* names) {
+    for (GLsizei i = 0; i < n; ++i) {
+        names[i] = ++glRecorder.lastTexture;
+        glRecorder.liveTextures.push_back(names[i]);
+        record("glGenTextures", GLint(names[i]));
+    }
+}
+GLenum GL_APIENTRY glGetError() {
+    record("glGetError");
+    return std::exchange(glRecorder.error, GLenum(GL_NO_ERROR));
+}
+void GL_APIENTRY glGetIntegerv(GLenum name, GLint* data) {
+    *data = name == GL_PACK_ALIGNMENT ? glRecorder.packAlignment : glRecorder.unpackAlignment;
+    record("glGetIntegerv", Enum{name});
+}
+void GL_APIENTRY glHint(GLenum target, GLenum mode) { record("glHint", Enum{target}, Enum{mode}); }
+void GL_APIENTRY glLightModelf(GLenum name, GLfloat value) { record("glLightModelf", Enum{name}, value); }
+void GL_APIENTRY glLightModelfv(GLenum name, const GLfloat* values) {
+    record("glLightModelfv", Enum{name}, Floats{values, 4});
+}
+void GL_APIENTRY glLightf(GLenum light, GLenum name, GLfloat value) {
+    record("glLightf", Enum{light}, Enum{name}, value);
+}
+void GL_APIENTRY glLightfv(GLenum light, GLenum name, const GLfloat* values) {
+    record("glLightfv", Enum{light}, Enum{name}, Floats{values, name == GL_SPOT_DIRECTION ? 3u : 4u});
+}
+void GL_APIENTRY glLoadIdentity() { record("glLoadIdentity"); }
+void GL_APIENTRY glLoadMatrixf(const GLfloat* m) { record("glLoadMatrixf", Floats{m, 16}); }
+void GL_APIENTRY glMaterialf(GLenum face, GLenum name, GLfloat value) {
+    record("glMaterialf", Enum{face}, Enum{name}, value);
+}
+void GL_APIENTRY glMaterialfv(GLenum face, GLenum name, const GLfloat* values) {
+    record("glMaterialfv", Enum{face}, Enum{name}, Floats{values, 4});
+}
+void GL_APIENTRY glMatrixMode(GLenum mode) { record("glMatrixMode", Enum{mode}); }
+void GL_APIENTRY glNormalPointer(GLenum type, GLsizei stride, const void* data) {
+    setPointer(&glRecorder.normals, 3, type, data);
+    record("glNormalPointer", Enum{type}, stride);
+}
+void GL_APIENTRY glOrthof(GLfloat l, GLfloat r, GLfloat b, GLfloat t, GLfloat n, GLfloat f) {
+    record("glOrthof", l, r, b, t, n, f);
+}
+void GL_APIENTRY glPolygonOffset(GLfloat factor, GLfloat units) { record("glPolygonOffset", factor, units); }
+void GL_APIENTRY glPopMatrix() { record("glPopMatrix"); }
+void GL_APIENTRY glPushMatrix() { record("glPushMatrix"); }
+void GL_APIENTRY glReadPixels(GLint x, GLint y, GLsizei width, GLsizei height, GLenum format, GLenum type, void* out) {
+    const auto rowBytes = size_t(width) * 4, alignment = size_t(glRecorder.packAlignment);
+    const size_t stride = (rowBytes + alignment - 1) / alignment * alignment;
+    for (size_t row = 0; row < size_t(height); ++row)
+        std::memcpy(static_cast<uint8_t*>(out) + row * stride, &glRecorder.frame.at(row * rowBytes), rowBytes);
+    record("glReadPixels", x, y, width, height, Enum{format}, Enum{type});
+}
+void GL_APIENTRY glScalef(GLfloat x, GLfloat y, GLfloat z) { record("glScalef", x, y, z); }
+void GL_APIENTRY glScissor(GLint x, GLint y, GLsizei width, GLsizei height) {
+    record("glScissor", x, y, width, height);
+}
+void GL_APIENTRY glShadeModel(GLenum mode) { record("glShadeModel", Enum{mode}); }
+void GL_APIENTRY glTexCoordPointer(GLint size, GLenum type, GLsizei stride, const void* data) {
+    setPointer(&glRecorder.texCoords[glRecorder.clientUnit], size, type, data);
+    record("glTexCoordPointer", size, Enum{type}, stride);
+}
+void GL_APIENTRY glTexEnvf(GLenum target, GLenum name, GLfloat value) {
+    record("glTexEnvf", Enum{target}, Enum{name}, Enum{GLenum(value)});
+}
+void GL_APIENTRY glTexEnvfv(GLenum target, GLenum name, const GLfloat* values) {
+    record("glTexEnvfv", Enum{target}, Enum{name}, Floats{values, 4});
+}
+void GL_APIENTRY glTexEnvx(GLenum target, GLenum name, GLfixed value) {
+    record("glTexEnvx", Enum{target}, Enum{name}, Enum{GLenum(value)});
+}
+void GL_APIENTRY glTexImage2D(GLenum target, GLint level, GLint internal, GLsizei width, GLsizei height, GLint border,
+                              GLenum format, GLenum type, const void* pixels) {
+    const auto rowBytes = size_t(width) * texelBytes(format, type), alignment = size_t(glRecorder.unpackAlignment);
+    const size_t stride = (rowBytes + alignment - 1) / alignment * alignment;
+    const size_t byteCount = height ? stride * size_t(height - 1) + rowBytes : 0;
+    recordUpload(line("glTexImage2D", Enum{target}, level, Enum{GLenum(internal)}, width, height, border, Enum{format},
+                      Enum{type}),
+                 level, pixels, byteCount);
+}
+void GL_APIENTRY glTexParameterf(GLenum target, GLenum name, GLfloat value) {
+    record("glTexParameterf", Enum{target}, Enum{name}, Enum{GLenum(value)});
+}
+void GL_APIENTRY glVertexPointer(GLint size, GLenum type, GLsizei stride, const void* data) {
+    setPointer(&glRecorder.positions, size, type, data);
+    record("glVertexPointer", size, Enum{type}, stride);
+}
+void GL_APIENTRY glViewport(GLint x, GLint y, GLsizei width, GLsizei height) {
+    record("glViewport", x, y, width, height);
+}

@@ -1,0 +1,64 @@
+// An OpenGL ES 1.1 that draws nothing and records what it is told: every call as a line of text, the arrays of every draw
+// resolved through the client state, and the pixels of every upload. It defines exactly the functions that the library may
+// call.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+using GlLines = std::vector<std::string>;
+
+// The vertices of one draw in the order in which they are used, each with the values of its array. Disabled arrays are empty.
+struct GlDraw {
+    using Vectors = std::vector<std::vector<float>>;
+    std::string call;
+    Vectors positions, normals, colors;  // colours in 0..255
+    std::array<Vectors, 2> texCoords;
+};
+
+struct GlUpload {
+    std::string call;
+    uint32_t texture;  // name bound to the active unit
+    int32_t level;
+    std::vector<uint8_t> bytes;  // all that OpenGL ES would read, row padding included
+};
+
+class GlRecorder {
+public:
+    GlLines take();  // the lines since the last take
+    // Everything back to a fresh context, with no calls.
+    void reset() { *this = GlRecorder(); }
+
+    std::vector<GlDraw> draws;
+    std::vector<GlUpload> uploads;
+    std::vector<uint32_t> liveTextures;  // generated and not deleted, in the order of generation
+
+    // What the context answers.
+    std::vector<uint8_t>
+        frame;  // r, g, b, a from the bottom row up, without row padding; read whatever the size asked for
+    int32_t unpackAlignment = 4, packAlignment = 4;
+    int32_t uploadsUntilOutOfMemory = -1;  // 0: the next one
+
+    // For the functions of the context.
+    struct Array {
+        bool enabled = false;
+        int32_t size = 0;
+        uint32_t type = 0;
+        const void* data = nullptr;
+    };
+    Array positions, normals, colors;
+    std::array<Array, 2> texCoords;
+    uint32_t clientUnit = 0, activeUnit = 0;
+    std::array<uint32_t, 2> boundTextures{};
+    uint32_t lastTexture = 0;
+    uint32_t error = 0;
+    GlLines lines;
+};
+
+extern GlRecorder glRecorder;
+
+// The lines of `all` that are left when `always`, which must be a part of it in the same order, is taken away. One line that
+// says so when it is not.
+GlLines linesBeyond(const GlLines& always, const GlLines& all);
