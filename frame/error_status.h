@@ -7,14 +7,15 @@
 int32_t qelStatus_get();
 void qelStatus_set(int32_t status);
 
-// Remembers how often memory had run out when a K8 function began. The engine status alone forgets an exhausted allocation as soon as a later
-// one succeeds; the count does not.
+// Remembers how often memory had run out when a K8 function began. The engine status alone forgets an exhausted
+// allocation as soon as a later one succeeds; the count does not.
 struct FailureMark {
     uint32_t exhaustions;
 };
 FailureMark FailureMark_now();
 
-// Counts one exhaustion that the engine status does not see: a host allocator that returned null, a record pool that is full.
+// Counts one exhaustion that the engine status does not see: a host allocator that returned null, a record pool that is
+// full.
 void FailureMark_noteExhaustion();
 
 // Stores K8_ERR_OUT_OF_MEMORY when memory ran out since the mark or the engine status says so, else K8_ERR_FAILURE.

@@ -21,6 +21,7 @@ Result qelCamera_setParallel(Camera* camera, float height, float aspectRatio, fl
 Result qelCamera_setPerspective(Camera* camera, float fovy, float aspectRatio, float near, float far);
 Result qelCamera_setGeneric(Camera* camera, const qelTransform* projection);
 ProjectionType qelCamera_getProjectionParameters(const Camera* camera, float* out);  // four floats, or null
-// Recomputes the matrix when parameters changed. ARITHMETIC, with nothing written, when near equals far and the type is not Generic.
+// Recomputes the matrix when parameters changed. ARITHMETIC, with nothing written, when near equals far and the type is
+// not Generic.
 ProjectionType qelCamera_getProjection(Camera* camera, qelTransform* out, Result* result);
 Object3D* qelCamera_duplicate(const Camera* camera);

@@ -74,7 +74,7 @@ static void attachCopy(const Node* source, Node* copy) {
     }
 }
 
-// Copies every node of the subtree and leaves each source node's copy in its lastDuplicate. Null on failure, with nothing kept.
+// Copies every node of the subtree; lastDuplicate of a source node is its copy. Null on failure, with nothing kept.
 static Node* copyNodes(Node* root) {
     Node* rootCopy = nullptr;
     SubtreeWalk walk{root, root, 0};

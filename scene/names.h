@@ -1,5 +1,5 @@
-// The public header gives engine classes a qel prefix so that they cannot collide with a host's own classes; inside the library
-// they go by their short names. Classes that no exported function mentions have only the short one.
+// The public header gives engine classes a qel prefix so that they cannot collide with a host's own classes; inside the
+// library they go by their short names. Classes that no exported function mentions have only the short one.
 #pragma once
 
 #include <cstddef>

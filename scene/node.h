@@ -5,7 +5,8 @@
 
 enum class AlignmentTarget : int32_t { None = 144, Origin = 145, XAxis = 146, YAxis = 147, ZAxis = 148 };
 
-// A node knows who is aligned to it, so that no alignment outlives the node it names. One such chain runs through all nodes with the same reference.
+// A node knows who is aligned to it, so that no alignment outlives the node it names. One such chain runs through all
+// nodes with the same reference.
 struct AlignmentChain {
     Node* first;     // of the nodes aligned to this one
     Node* previous;  // this node's neighbours among those aligned to the same reference
@@ -55,7 +56,8 @@ Result qelNode_setAlignment(Node* node, Node* zReference, int32_t zTarget, Node*
 // Exchanges the references under the same targets.
 void qelNode_setAlignmentReferences(Node* node, Node* zReference, Node* yReference);
 
-// The transform from a node to another of the same tree. False when there is no common ancestor or the way down cannot be inverted.
+// The transform from a node to another of the same tree. False when there is no common ancestor or the way down cannot
+// be inverted.
 bool qelNode_getTransformTo(Node* node, Node* target, qelTransform* out, Result* result);
 World* qelNode_getRootWorld(const Node* node);
 // The product of composites up to, but excluding, the topmost node; also stored in `toWorld`.

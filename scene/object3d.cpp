@@ -65,8 +65,9 @@ Object3D* qelObject3D_ref(Object3D* object) {
     return object;
 }
 
-// Destroying an object gives up what it referred to, and so on down. A chain of groups can be as long as its file, so this goes round a loop
-// instead of down the stack: what loses its last reference inside a destroy waits until that destroy is done.
+// Destroying an object gives up what it referred to, and so on down. A chain of groups can be as long as its file, so
+// this goes round a loop instead of down the stack: what loses its last reference inside a destroy waits until that
+// destroy is done.
 static Object3D* doomedObjects;
 static bool destroying;
 

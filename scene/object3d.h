@@ -1,5 +1,5 @@
-// The header that every engine object begins with: class, reference count, user parameters, animation tracks, and the four operations through which
-// the engine is polymorphic.
+// The header that every engine object begins with: class, reference count, user parameters, animation tracks, and the
+// four operations through which the engine is polymorphic.
 #pragma once
 
 #include "frame/allocator.h"
@@ -31,7 +31,8 @@ struct qelObject3D {
     int32_t animationTrackCapacity;
     AnimationTrack** animationTracks;
 
-    // Applies the animation at a world time and always writes the result; returns for how many milliseconds the outcome stays valid. Null: cannot be animated.
+    // Applies the animation at a world time and always writes the result; returns for how many milliseconds the outcome
+    // stays valid. Null: cannot be animated.
     int32_t (*animate)(Object3D* object, int32_t worldTime, Result* result);
     // Releases what the object owns and frees it.
     void (*destroy)(Object3D* object);
@@ -58,7 +59,7 @@ int32_t qelObject3D_getReferencesCommon(const Object3D* object, Object3D** out);
 Object3D* qelObject3D_findIn(Object3D* object, int32_t userId);
 int32_t qelObject3D_appendReference(Object3D* object, Object3D** out, int32_t count);
 
-// Takes a reference to `object` (may be null) into the member, then releases what the member held. Both may be the same.
+// Takes a reference to `object` (may be null) into the member, then releases what it held. Both may be the same.
 template <typename T>
 void qelObject3D_exchange(T*& member, T* object) {
     T* old = member;
@@ -80,12 +81,14 @@ uint32_t qelObject3D_getUserParameterCount(const Object3D* object);
 bool qelObject3D_isNode(const Object3D* object);   // false for null and for a FigureMesh
 bool qelObject3D_isGroup(const Object3D* object);  // Group or World; false for null
 
-// Gives a memberwise copy a header of its own: reference count 1, its own track list (a reference each) and user parameters, marked changed. False, with
-// nothing kept, when memory runs out; the block is then to be freed without being finalised.
+// Gives a memberwise copy a header of its own: reference count 1, its own track list (a reference each) and user
+// parameters, marked changed. False, with nothing kept, when memory runs out; the block is then to be freed without
+// being finalised.
 bool qelObject3D_duplicateHeader(const Object3D* source, Object3D* copy);
 
-// The start of every class's duplicate: a copy with its own header, or null. Nodes use qelNode_copy. Before it does anything that can fail, the class takes a
-// reference to everything it shares and clears what it must not share; from then on qelObject3D_unref gives the copy back.
+// The start of every class's duplicate: a copy with its own header, or null. Nodes use qelNode_copy. Before it does
+// anything that can fail, the class takes a reference to everything it shares and clears what it must not share; from
+// then on qelObject3D_unref gives the copy back.
 template <typename T>
 T* qelObject3D_copy(const T* source) {
     T* copy = qelObject3D_alloc<T>(source->classId);

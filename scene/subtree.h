@@ -3,13 +3,13 @@
 
 #include "scene/names.h"
 
-// One step of the walk. Start with {root, root, 0}; `node` is visited whenever childIndex is 0. False when the walk has ended.
+// The place of a walk. It starts at {root, root, 0} with a visit of the root.
 struct SubtreeWalk {
     Node* root;
     Node* node;
     int32_t childIndex;
 };
-// Moves on to the next node to visit (its childIndex is 0 again).
+// Moves on to the next node to visit. False at the end; a FigureMesh, which is no part of scenes, ends the walk too.
 bool qelSubtreeWalk_next(SubtreeWalk* walk);
 
 int32_t qelObject3D_animateSubtree(Object3D* root, int32_t worldTime, Result* result);

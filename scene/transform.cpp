@@ -8,9 +8,9 @@
 #include "frame/fixed_point.h"
 #include "frame/trigonometry.h"
 
-// Precision: elements are single floats. What runs over many nodes and vertices (products, scales, translations, transformed points) is computed in
-// single precision, left to right. What is made once and then multiplied with others (rotations, inverses) is computed in double precision
-// and rounded when it is stored.
+// Precision: elements are single floats. What runs over many nodes and vertices (products, scales, translations,
+// transformed points) is computed in single precision, left to right. What is made once and then multiplied with others
+// (rotations, inverses) is computed in double precision and rounded when it is stored.
 
 enum CachedState : uint32_t { kUnknown = 0, kNo = 1, kYes = 2 };
 

@@ -73,7 +73,7 @@ Result qelTransformable_setOrientationQuat(Transformable* t, const float q[4]) {
     return QEL_STATUS_OK;
 }
 
-// Reads angle and axis back out of the orientation matrix. A rotation by nothing has no axis of its own and keeps the one before.
+// Reads angle and axis back out of the orientation matrix. A rotation by nothing has no axis and keeps the one before.
 static void deriveAngleAndAxis(Transformable* t) {
     const float* m = t->orientationMatrix.elements;
     const double k = (m[0] + m[5] + m[10] - 1.0f) / 2.0f;  // the cosine; rounding can take it just beyond 1

@@ -1,4 +1,5 @@
-// The base of nodes and textures: an orientation, a scale, a translation and a general matrix, and the composite T R S M they form.
+// The base of nodes and textures: an orientation R, a scale S, a translation T, a general matrix M, and the composite
+// T R S M.
 #pragma once
 
 #include "scene/object3d.h"

@@ -19,7 +19,7 @@ static T* addTo(Group* parent, T* child) {
     return child;
 }
 
-// A skinned mesh of one triangle over a skeleton of two bones: the skeleton group and an arm below it. Null when memory runs out.
+// A skinned mesh of one triangle whose bones are its skeleton group and an arm below. Null when memory runs out.
 static SkinnedMesh* makeArm() {
     const Held buffer(makeBuffer<int16_t>({0, 0, 0, 10, 0, 0, 0, 10, 0}));
     const Held triangle(makeTriangle());

@@ -137,7 +137,8 @@ TEST(Transformable, QuaternionsBecomeAngleAndAxis) {
 }
 
 TEST(Transformable, RotationsAccumulateOnTheirSide) {
-    // A quarter turn about x after or before one about z: (0 0 1 / 1 0 0 / 0 1 0) and (0 -1 0 / 0 0 -1 / 1 0 0), both 120 degrees.
+    // A quarter turn about x after or before one about z: (0 0 1 / 1 0 0 / 0 1 0) and (0 -1 0 / 0 0 -1 / 1 0 0), both
+    // 120 degrees.
     const auto post = newGroup(), pre = newGroup();
     for (const auto& node : {post.get(), pre.get()}) qelTransformable_setOrientation(node, 90, 0, 0, 1);
     EXPECT_EQ(qelTransformable_postRotate(post, 90, 3, 0, 0), QEL_STATUS_OK);
@@ -328,8 +329,7 @@ TEST(Group, RefusesChildrenThatWouldBreakTheTree) {
 
 TEST(Group, KeepsChildrenInOrderWithTheirSlots) {
     const auto group = newGroup();
-    std::vector<Node*> nodes;
-    for (int i = 0; i < 4; ++i) nodes.push_back(addGroup(group));
+    const std::vector<Node*> nodes = {addGroup(group), addGroup(group), addGroup(group), addGroup(group)};
     const auto stranger = newGroup();
     EXPECT_EQ(qelGroup_removeChild(group, stranger), QEL_STATUS_OK);
     EXPECT_EQ(qelGroup_removeChild(group, nullptr), QEL_STATUS_OK);

@@ -1,7 +1,6 @@
 #include "scene/object3d.h"
 
 #include <algorithm>
-#include <memory>
 #include <set>
 #include <string>
 #include <vector>
@@ -25,7 +24,7 @@ struct Target : Object3D {
 };
 
 struct TrackOnStack {
-    TrackOnStack(int32_t property, int32_t componentCount) : sequence{}, track{} {
+    explicit TrackOnStack(int32_t property = 270, int32_t componentCount = 3) : sequence{}, track{} {
         qelObject3D_init(&sequence);
         sequence.componentCount = componentCount;
         qelObject3D_init(&track);
@@ -34,6 +33,7 @@ struct TrackOnStack {
         track.keyframeSequence = &sequence;
         track.targetProperty = AnimationProperty(property);
     }
+    TrackOnStack(const TrackOnStack&) = delete;
     operator AnimationTrack*() { return &track; }
     KeyframeSequence sequence;
     AnimationTrack track;
@@ -116,11 +116,10 @@ TEST(Object3D, RefusesTracksThatClash) {
 }
 
 TEST(Object3D, TrackListKeepsOrderAndReferences) {
-    std::vector<std::unique_ptr<TrackOnStack>> tracks;
+    TrackOnStack tracks[6], stranger;
     Target target(ClassId::Group);
     for (int32_t i = 0; i < 6; ++i) {
-        tracks.push_back(std::make_unique<TrackOnStack>(270, 3));
-        ASSERT_EQ(qelObject3D_addAnimationTrack(&target, *tracks.back()), QEL_STATUS_OK);
+        ASSERT_EQ(qelObject3D_addAnimationTrack(&target, tracks[i]), QEL_STATUS_OK);
         EXPECT_EQ(target.animationTrackCapacity, i < 5 ? 5 : 10);
     }
     Result result;
@@ -128,32 +127,29 @@ TEST(Object3D, TrackListKeepsOrderAndReferences) {
         EXPECT_EQ(qelObject3D_getAnimationTrack(&target, outside, &result), nullptr);
         EXPECT_EQ(result, QEL_STATUS_INDEX_OUT_OF_RANGE);
     }
-    TrackOnStack stranger(270, 3);
     EXPECT_EQ(qelObject3D_removeAnimationTrack(&target, stranger), QEL_STATUS_OK);
-    EXPECT_EQ(qelObject3D_removeAnimationTrack(&target, *tracks[2]), QEL_STATUS_OK);
-    EXPECT_EQ(tracks[2]->track.refCount, 1);
+    EXPECT_EQ(qelObject3D_removeAnimationTrack(&target, tracks[2]), QEL_STATUS_OK);
+    EXPECT_EQ(tracks[2].track.refCount, 1);
     EXPECT_EQ(stranger.track.refCount, 1);
-    EXPECT_EQ(tracksOf(&target),
-              (std::vector<AnimationTrack*>{*tracks[0], *tracks[1], *tracks[3], *tracks[4], *tracks[5]}));
+    EXPECT_EQ(tracksOf(&target), (std::vector<AnimationTrack*>{tracks[0], tracks[1], tracks[3], tracks[4], tracks[5]}));
     EXPECT_EQ(target.animationTracks[5], nullptr);
     qelObject3D_finalise(&target);
-    for (const auto& track : tracks) EXPECT_EQ(track->track.refCount, 1);
+    for (const auto& track : tracks) EXPECT_EQ(track.track.refCount, 1);
 }
 
 TEST(Object3D, TrackListThatCannotGrowStaysAsItWas) {
     CountingHeap heap;
-    std::vector<std::unique_ptr<TrackOnStack>> tracks;
-    for (int32_t i = 0; i < 6; ++i) tracks.push_back(std::make_unique<TrackOnStack>(270, 3));
+    TrackOnStack tracks[6];
     Target target(ClassId::Group);
     for (int32_t i = 0; i < 6; ++i) {
         if (i % 5 == 0) {
             heap.failAfter(0);
-            EXPECT_EQ(qelObject3D_addAnimationTrack(&target, *tracks[size_t(i)]), QEL_STATUS_OUT_OF_MEMORY);
+            EXPECT_EQ(qelObject3D_addAnimationTrack(&target, tracks[i]), QEL_STATUS_OUT_OF_MEMORY);
             EXPECT_EQ(qelStatus_get(), QEL_STATUS_OUT_OF_MEMORY);
             EXPECT_EQ(target.animationTrackCount, i);
-            EXPECT_EQ(tracks[size_t(i)]->track.refCount, 1);
+            EXPECT_EQ(tracks[i].track.refCount, 1);
         }
-        ASSERT_EQ(qelObject3D_addAnimationTrack(&target, *tracks[size_t(i)]), QEL_STATUS_OK);
+        ASSERT_EQ(qelObject3D_addAnimationTrack(&target, tracks[i]), QEL_STATUS_OK);
     }
     qelObject3D_finalise(&target);
 }
@@ -214,7 +210,7 @@ TEST(Object3D, PredicatesFollowTheClass) {
 }
 
 TEST(Object3D, FindsItselfBeforeItsTracksInListOrder) {
-    TrackOnStack first(270, 3), second(270, 3);
+    TrackOnStack first, second;
     first.track.userId = second.track.userId = 7;
     Target target(ClassId::Group);
     qelObject3D_addAnimationTrack(&target, second);
