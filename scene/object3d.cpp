@@ -93,9 +93,10 @@ static bool isNodeProperty(AnimationProperty property) {
            property == AnimationProperty::Pickability || property == AnimationProperty::Visibility;
 }
 
-static bool isTransformableAsNode(ClassId classId) {
-    return classId == ClassId::FigureMesh || classId == ClassId::Camera || classId == ClassId::Group ||
-           classId == ClassId::Light || classId == ClassId::Mesh || classId == ClassId::MorphingMesh ||
+// A FigureMesh is drawn like a node, but is no part of a scene.
+static bool isNodeClass(ClassId classId) {
+    return classId == ClassId::Camera || classId == ClassId::Group || classId == ClassId::Light ||
+           classId == ClassId::Mesh || classId == ClassId::MorphingMesh || classId == ClassId::Node ||
            classId == ClassId::SkinnedMesh || classId == ClassId::Sprite3D || classId == ClassId::World;
 }
 
@@ -145,7 +146,8 @@ static std::span<const AnimationProperty> ownProperties(ClassId classId) {
 }
 
 static bool suits(ClassId classId, AnimationProperty property) {
-    if (isTransformableAsNode(classId) && isNodeProperty(property)) return true;
+    const bool hasNodeProperties = isNodeClass(classId) || classId == ClassId::FigureMesh;
+    if (hasNodeProperties && isNodeProperty(property)) return true;
     const std::span<const AnimationProperty> own = ownProperties(classId);
     return std::ranges::find(own, property) != own.end();
 }
@@ -235,11 +237,7 @@ int32_t qelObject3D_getReferencesCommon(const Object3D* object, Object3D** out) 
     return object->animationTrackCount;
 }
 
-bool qelObject3D_isNode(const Object3D* object) {
-    if (!object) return false;
-    if (object->classId == ClassId::FigureMesh) return false;  // drawn like a node, but no part of a scene
-    return object->classId == ClassId::Node || isTransformableAsNode(object->classId);
-}
+bool qelObject3D_isNode(const Object3D* object) { return object && isNodeClass(object->classId); }
 
 bool qelObject3D_isGroup(const Object3D* object) {
     return object && (object->classId == ClassId::Group || object->classId == ClassId::World);
