@@ -25,7 +25,43 @@ GlLines linesBeyond(const GlLines& always, const GlLines& all) {
     return beyond;
 }
 
+static constexpr GlRecorder::Matrix kIdentity = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
+
+GlRecorder::MatrixStack::MatrixStack() : top(kIdentity) {}
+
+GlRecorder::MatrixStack& GlRecorder::currentMatrix() {
+    if (matrixMode == GL_PROJECTION) return projection;
+    return matrixMode == GL_TEXTURE ? textureMatrix[activeUnit] : modelView;
+}
+
 namespace {
+
+// --- Matrices ---
+
+void multiply(GlRecorder::Matrix& left, const GlRecorder::Matrix& right) {
+    const GlRecorder::Matrix m = left;
+    for (size_t column = 0; column < 4; ++column) {
+        for (size_t row = 0; row < 4; ++row) {
+            float& sum = left[4 * column + row];
+            sum = 0;
+            for (size_t i = 0; i < 4; ++i) sum += m[4 * i + row] * right[4 * column + i];
+        }
+    }
+}
+
+// The vectors, completed by 0, 0, 1, after the matrix and divided by their last component.
+GlDraw::Vectors transformed(const GlRecorder::Matrix& m, const GlDraw::Vectors& vectors) {
+    GlDraw::Vectors all;
+    for (std::vector<float> in : vectors) {
+        if (in.size() < 4) in.resize(3);
+        if (in.size() == 3) in.push_back(1);
+        std::array<float, 4> out{};
+        for (size_t row = 0; row < 4; ++row)
+            for (size_t i = 0; i < 4; ++i) out[row] += m[4 * i + row] * in[i];
+        all.push_back({out[0] / out[3], out[1] / out[3], out[2] / out[3]});
+    }
+    return all;
+}
 
 // --- Text ---
 
@@ -154,11 +190,18 @@ GlDraw::Vectors resolve(const GlRecorder::Array& array, const std::vector<uint32
 
 void recordDraw(std::string call, const std::vector<uint32_t>& vertices) {
     const GlRecorder& r = glRecorder;
-    glRecorder.draws.push_back({call,
-                                resolve(r.positions, vertices),
-                                resolve(r.normals, vertices),
-                                resolve(r.colors, vertices),
-                                {resolve(r.texCoords[0], vertices), resolve(r.texCoords[1], vertices)}});
+    GlDraw& draw = glRecorder.draws.emplace_back();
+    draw.call = call;
+    draw.positions = resolve(r.positions, vertices);
+    draw.normals = resolve(r.normals, vertices);
+    draw.colors = resolve(r.colors, vertices);
+    GlRecorder::Matrix toClip = r.projection.top;
+    multiply(toClip, r.modelView.top);
+    draw.corners = transformed(toClip, draw.positions);
+    for (size_t unit = 0; unit < 2; ++unit) {
+        draw.texCoords[unit] = resolve(r.texCoords[unit], vertices);
+        draw.lookups[unit] = transformed(r.textureMatrix[unit].top, draw.texCoords[unit]);
+    }
     glRecorder.lines.push_back(std::move(call));
 }
 
@@ -282,25 +325,49 @@ void GL_APIENTRY glLightf(GLenum light, GLenum name, GLfloat value) {
 void GL_APIENTRY glLightfv(GLenum light, GLenum name, const GLfloat* values) {
     record("glLightfv", Enum{light}, Enum{name}, Floats{values, name == GL_SPOT_DIRECTION ? 3u : 4u});
 }
-void GL_APIENTRY glLoadIdentity() { record("glLoadIdentity"); }
-void GL_APIENTRY glLoadMatrixf(const GLfloat* m) { record("glLoadMatrixf", Floats{m, 16}); }
+void GL_APIENTRY glLoadIdentity() {
+    glRecorder.currentMatrix().top = kIdentity;
+    record("glLoadIdentity");
+}
+void GL_APIENTRY glLoadMatrixf(const GLfloat* m) {
+    std::copy_n(m, 16, glRecorder.currentMatrix().top.begin());
+    record("glLoadMatrixf", Floats{m, 16});
+}
 void GL_APIENTRY glMaterialf(GLenum face, GLenum name, GLfloat value) {
     record("glMaterialf", Enum{face}, Enum{name}, value);
 }
 void GL_APIENTRY glMaterialfv(GLenum face, GLenum name, const GLfloat* values) {
     record("glMaterialfv", Enum{face}, Enum{name}, Floats{values, 4});
 }
-void GL_APIENTRY glMatrixMode(GLenum mode) { record("glMatrixMode", Enum{mode}); }
+void GL_APIENTRY glMatrixMode(GLenum mode) {
+    glRecorder.matrixMode = mode;
+    record("glMatrixMode", Enum{mode});
+}
 void GL_APIENTRY glNormalPointer(GLenum type, GLsizei stride, const void* data) {
     setPointer(&glRecorder.normals, 3, type, data);
     record("glNormalPointer", Enum{type}, stride);
 }
 void GL_APIENTRY glOrthof(GLfloat l, GLfloat r, GLfloat b, GLfloat t, GLfloat n, GLfloat f) {
+    multiply(glRecorder.currentMatrix().top, {2 / (r - l), 0, 0, 0, 0, 2 / (t - b), 0, 0, 0, 0, -2 / (f - n), 0,
+                                              -(r + l) / (r - l), -(t + b) / (t - b), -(f + n) / (f - n), 1});
     record("glOrthof", l, r, b, t, n, f);
 }
 void GL_APIENTRY glPolygonOffset(GLfloat factor, GLfloat units) { record("glPolygonOffset", factor, units); }
-void GL_APIENTRY glPopMatrix() { record("glPopMatrix"); }
-void GL_APIENTRY glPushMatrix() { record("glPushMatrix"); }
+void GL_APIENTRY glPopMatrix() {
+    GlRecorder::MatrixStack& stack = glRecorder.currentMatrix();
+    if (!stack.saved.empty()) {
+        stack.top = stack.saved.back();
+        stack.saved.pop_back();
+        record("glPopMatrix");
+    } else {
+        record("glPopMatrix from an empty stack");
+    }
+}
+void GL_APIENTRY glPushMatrix() {
+    GlRecorder::MatrixStack& stack = glRecorder.currentMatrix();
+    stack.saved.push_back(stack.top);
+    record("glPushMatrix");
+}
 void GL_APIENTRY glReadPixels(GLint x, GLint y, GLsizei width, GLsizei height, GLenum format, GLenum type, void* out) {
     const auto rowBytes = size_t(width) * 4, alignment = size_t(glRecorder.packAlignment);
     const size_t stride = (rowBytes + alignment - 1) / alignment * alignment;
@@ -308,7 +375,10 @@ void GL_APIENTRY glReadPixels(GLint x, GLint y, GLsizei width, GLsizei height, G
         std::memcpy(static_cast<uint8_t*>(out) + row * stride, &glRecorder.frame.at(row * rowBytes), rowBytes);
     record("glReadPixels", x, y, width, height, Enum{format}, Enum{type});
 }
-void GL_APIENTRY glScalef(GLfloat x, GLfloat y, GLfloat z) { record("glScalef", x, y, z); }
+void GL_APIENTRY glScalef(GLfloat x, GLfloat y, GLfloat z) {
+    multiply(glRecorder.currentMatrix().top, {x, 0, 0, 0, 0, y, 0, 0, 0, 0, z, 0, 0, 0, 0, 1});
+    record("glScalef", x, y, z);
+}
 void GL_APIENTRY glScissor(GLint x, GLint y, GLsizei width, GLsizei height) {
     record("glScissor", x, y, width, height);
 }

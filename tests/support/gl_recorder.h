@@ -16,6 +16,9 @@ struct GlDraw {
     std::string call;
     Vectors positions, normals, colors;  // colours in 0..255
     std::array<Vectors, 2> texCoords;
+    // The same after the matrices: clip coordinates divided by w, and places in the texture, 1 being its side.
+    Vectors corners;
+    std::array<Vectors, 2> lookups;
 };
 
 struct GlUpload {
@@ -42,6 +45,12 @@ public:
     int32_t uploadsUntilOutOfMemory = -1;  // 0: the next one
 
     // For the functions of the context.
+    using Matrix = std::array<float, 16>;  // by columns
+    struct MatrixStack {
+        MatrixStack();
+        std::vector<Matrix> saved;
+        Matrix top;
+    };
     struct Array {
         bool enabled = false;
         int32_t size = 0;
@@ -52,6 +61,10 @@ public:
     std::array<Array, 2> texCoords;
     uint32_t clientUnit = 0, activeUnit = 0;
     std::array<uint32_t, 2> boundTextures{};
+    MatrixStack modelView, projection;
+    std::array<MatrixStack, 2> textureMatrix;
+    MatrixStack& currentMatrix();
+    uint32_t matrixMode = 0;
     uint32_t lastTexture = 0;
     uint32_t error = 0;
     GlLines lines;
