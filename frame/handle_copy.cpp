@@ -218,8 +218,8 @@ K8Handle* K8Handle_copyTree(const K8Handle* handle, RecordPool* pool) {
     return nullptr;
 }
 
-// --- Releasing ---
-// Must not fail, so the work list needs no memory: it is linked through the ownBlock members, which in a copy always hold the copy's own address.
+// --- Releasing --- Must not fail, so the work list needs no memory: it is linked through the ownBlock members, which
+// in a copy always hold the copy's own address.
 
 static void queueRelease(K8Handle* handle, K8Handle*& list) {
     if (!handle) return;

@@ -1,12 +1,12 @@
 /* K8: a real-time 3D engine for OpenGL ES 1.1. This header is the whole public interface, valid C99 and C++17.
  *
  * Two interfaces stand on one object engine:
- *   K8   functions over handles. A host hands content as byte buffers to K8Loader_loadObject, places the handles that come
- *        back, queues them with K8Render_render3D and draws them with K8Render_flush.
+ *   K8   functions over handles. A host hands content as byte buffers to K8Loader_loadObject, places the handles that
+ *        come back, queues them with K8Render_render3D and draws them with K8Render_flush.
  *   qel  the engine's own reference-counted objects and float matrices, a subset of the JSR 184 object model.
  *
- * The library draws into the surface whose OpenGL ES 1.1 context is current on the calling thread. It opens no files, windows or
- * threads, reads no environment, and takes all memory from allocator objects.
+ * The library draws into the surface whose OpenGL ES 1.1 context is current on the calling thread. It opens no
+ * files, windows or threads, reads no environment, and takes all memory from allocator objects.
  *
  * Numbers
  *   F number   signed 20.12 fixed point in an int32_t, 4096 is 1.0; the real number of the K8 interface
@@ -16,22 +16,29 @@
  *   colour     0xRRGGBB or 0xAARRGGBB
  *
  * Frames of reference
- *   The K8 frame has x to the right, y down and z away from the viewer; screen coordinates start at the top left. Matrices are
+ *   The K8 frame has x to the right, y down and z away from the viewer; screen coordinates start at the top left.
+ *   Matrices are
  *   row-major and multiply column vectors from the left: p' = M p.
  *
  * Errors
- *   A K8 function that fails returns null, false or 0 and stores an error status, which K8ErrStorage_getErrorStatus reads. The status
- *   is sticky: success never clears it, so look at it only after a failure. "Fails" below means: stores K8_ERR_FAILURE and returns
- *   the failure value. Running out of memory stores K8_ERR_OUT_OF_MEMORY instead. qel functions return a result code or write one
+ *   A K8 function that fails returns null, false or 0 and stores an error status, which K8ErrStorage_getErrorStatus
+ *   reads. The status
+ *   is sticky: success never clears it, so look at it only after a failure. "Fails" below means: stores
+ *   K8_ERR_FAILURE and returns
+ *   the failure value. Running out of memory stores K8_ERR_OUT_OF_MEMORY instead. qel functions return a result code
+ *   or write one
  *   through a `result` pointer, which may not be null.
  *
  * Ownership
- *   A create or load function hands its result to the host, who gives it back with the matching destroy. A handle holds one reference
- *   to the engine object it wraps, and engine objects live as long as something refers to them. Unless a comment says otherwise
+ *   A create or load function hands its result to the host, who gives it back with the matching destroy. A handle
+ *   holds one reference
+ *   to the engine object it wraps, and engine objects live as long as something refers to them. Unless a comment
+ *   says otherwise
  *   pointer arguments are borrowed for the call.
  *
  * Threads
- *   None are created and nothing is locked: use the library from one thread at a time, the one whose context is current. */
+ *   None are created and nothing is locked: use the library from one thread at a time, the one whose context is
+ *   current. */
 #ifndef K8_H
 #define K8_H
 
@@ -54,7 +61,7 @@
 extern "C" {
 #endif
 
-/* ---- Error status -------------------------------------------------------------------------------------------------------- */
+/* ---- Error status ------------------------------------------------------------------------------------------------ */
 
 enum {
     K8_ERR_FAILURE = 0,      /* invalid argument, wrong class, content that cannot be loaded or drawn */
@@ -78,34 +85,38 @@ K8_API int32_t K8ErrStorage_setErrorStatus(int32_t status);
 /* The code of the most recent failure of a K8 function, 0 before the first. */
 K8_API int32_t K8ErrStorage_getErrorStatus(void);
 
-/* ---- Memory -------------------------------------------------------------------------------------------------------------- */
+/* ---- Memory ------------------------------------------------------------------------------------------------------ */
 
 typedef struct K8Allocator K8Allocator;
 
-/* The operations of an allocator. Sizes are bytes; each operation receives the allocator object itself first, so that a host can keep
- * its own state behind the table pointer. */
+/* The operations of an allocator. Sizes are bytes; each operation receives the allocator object itself first, so
+ * that a host can keep its own state behind the table pointer. */
 typedef struct K8AllocatorFunctions {
-    void *(*alloc)(K8Allocator *allocator, int32_t size);                /* a block aligned for any object, or null */
-    void *(*realloc)(K8Allocator *allocator, void *block, int32_t size); /* null block: as alloc. null: old block stays valid */
-    void (*free)(K8Allocator *allocator, void *block);                   /* ignores null */
+    void *(*alloc)(K8Allocator *allocator, int32_t size); /* a block aligned for any object, or null */
+    /* A null block is served like alloc. Returning null leaves the old block valid. */
+    void *(*realloc)(K8Allocator *allocator, void *block, int32_t size);
+    void (*free)(K8Allocator *allocator, void *block);    /* ignores null */
 } K8AllocatorFunctions;
 
-/* An allocator is any structure that begins with this one. It must outlive every handle made with it. Blocks need not be zeroed. */
+/* An allocator is any structure that begins with this one. It must outlive every handle made with it. Blocks need
+ * not be zeroed. */
 struct K8Allocator {
     const K8AllocatorFunctions *functions;
 };
 
-/* The library's own allocator over the process heap. Its blocks come zero-filled and a negative size yields null; bytes that a realloc
- * adds are not cleared. Empty until the first MALK8_touchMA. The engine takes everything that no handle owns from this object, through its
- * table pointer: a host that wants to watch or limit the engine's memory exchanges that pointer, after touching, while nothing is allocated. */
+/* The library's own allocator over the process heap. Its blocks come zero-filled and a negative size yields null;
+ * bytes that a realloc adds are not cleared. Empty until the first MALK8_touchMA. The engine takes everything that
+ * no handle owns from this object, through its table pointer: a host that wants to watch or limit the engine's
+ * memory exchanges that pointer, after touching, while nothing is allocated. */
 K8_API extern K8Allocator MALK8_malc;
 
 /* Makes MALK8_malc usable. Call it once before passing &MALK8_malc to a create function; later calls do nothing. */
 K8_API void MALK8_touchMA(void);
 
-/* ---- Engine objects ------------------------------------------------------------------------------------------------------ */
+/* ---- Engine objects ---------------------------------------------------------------------------------------------- */
 
-/* Engine objects are opaque here. qelObject3D is the base of all the others: a pointer to one may be cast to qelObject3D *. */
+/* Engine objects are opaque here. qelObject3D is the base of all the others: a pointer to one may be cast to
+ * qelObject3D *. */
 typedef struct qelObject3D qelObject3D;
 typedef struct qelActTable qelActTable;
 typedef struct qelFigureMesh qelFigureMesh; /* also a qelMesh */
@@ -155,7 +166,7 @@ K8_API qelObject3D *qelObject3D_ref(qelObject3D *object);
 /* Gives a reference back; the last one destroys the object and what only it refers to. Ignores null. */
 K8_API void qelObject3D_unref(qelObject3D *object);
 
-/* ---- Handles ------------------------------------------------------------------------------------------------------------- */
+/* ---- Handles ----------------------------------------------------------------------------------------------------- */
 
 /* Class ids of handles. */
 enum {
@@ -169,8 +180,8 @@ enum {
     K8_CLASS_SCENE_GROUP = 8   /* a K8Group that wraps a loaded scene */
 };
 
-/* Every handle begins with this header. The structures are declared whole so that a host may provide their memory; it reads
- * members but changes them only through functions. */
+/* Every handle begins with this header. The structures are declared whole so that a host may provide their memory;
+ * it reads members but changes them only through functions. */
 typedef struct K8Handle {
     qelObject3D *object;    /* the engine object the handle wraps, one reference; null while nothing is attached */
     int16_t classId;        /* K8_CLASS_... */
@@ -179,13 +190,15 @@ typedef struct K8Handle {
 } K8Handle;
 
 /* The life of every handle family below:
- *   create (memory, allocator)   builds the handle in `memory` (borrowed until destroy; may be uninitialised) or, when that is null, in a
- *                                block of the allocator. Returns null when the allocator is null or memory runs out
- *   destroy (handle)             releases the loaded info, the reference to the wrapped object and, if create allocated it, the
- *                                handle; a handle in host memory is left zeroed. Ignores null
- *   setTmpData (handle, info)    copies the host's record into the handle's own ("loaded info"), allocating it on first use. Returns
- *                                false for null arguments and when memory runs out
- *   clearTmpData (handle)        releases the loaded info and the arrays it owns. Ignores null and handles without loaded info
+ *   create (memory, allocator)   builds the handle in `memory` (borrowed until destroy; may be uninitialised) or, when
+ *                                that is null, in a block of the allocator. Returns null when the allocator is null or
+ *                                memory runs out
+ *   destroy (handle)             releases the loaded info, the reference to the wrapped object and, if create allocated
+ *                                it, the handle; a handle in host memory is left zeroed. Ignores null
+ *   setTmpData (handle, info)    copies the host's record into the handle's own ("loaded info"), allocating it on first
+ *                                use. Returns false for null arguments and when memory runs out
+ *   clearTmpData (handle)        releases the loaded info and the arrays it owns. Ignores null and handles without
+ *                                loaded info
  *   clearLoadedInfo (handle)     releases the arrays and zeroes the record but keeps it */
 
 /* The handle's class id; null fails with 0. */
@@ -194,11 +207,11 @@ K8_API int32_t K8Object3D_getClassId(const K8Handle *handle);
 /* Destroys a handle of any family. Ignores null and unknown class ids. */
 K8_API void K8Object3D_destroy(K8Handle *handle);
 
-/* The frame position in the loaded info of a figure or group, 0 when it has none or for the other families; null and unknown class
- * ids fail with 0. */
+/* The frame position in the loaded info of a figure or group, 0 when it has none or for the other families; null and
+ * unknown class ids fail with 0. */
 K8_API int32_t K8Object3D_getTime(const K8Handle *handle);
 
-/* ---- Action tables: the animations of a figure --------------------------------------------------------------------------- */
+/* ---- Action tables: the animations of a figure ------------------------------------------------------------------- */
 
 typedef struct K8ActionTable {
     K8Handle header; /* wraps a qelActTable */
@@ -210,11 +223,11 @@ K8_API void K8ActionTable_destroy(K8ActionTable *handle);
 /* The number of actions; 1 for a handle without object; null fails with 0. */
 K8_API int32_t K8ActionTable_getNumActions(const K8ActionTable *handle);
 
-/* The length of an action as a frame position (whole frames in the upper 16 bits); 0 for an action that does not exist, 2147483647 for a
- * handle without object; null fails with 0. */
+/* The length of an action as a frame position (whole frames in the upper 16 bits); 0 for an action that does not
+ * exist, 2147483647 for a handle without object; null fails with 0. */
 K8_API int32_t K8ActionTable_getMaxFrame(const K8ActionTable *handle, int32_t action);
 
-/* ---- Textures ------------------------------------------------------------------------------------------------------------ */
+/* ---- Textures ---------------------------------------------------------------------------------------------------- */
 
 typedef struct K8Texture K8Texture;
 
@@ -227,7 +240,7 @@ typedef struct K8TextureInfo {
 struct K8Texture {
     K8Handle header; /* wraps a Texture2D */
     K8TextureInfo *info;
-    uint8_t keepsBlending; /* set by the loader on textures of a scene: the texture's own blending is kept when it is drawn */
+    uint8_t keepsBlending; /* set by the loader on textures of a scene: drawing keeps their own blending */
 };
 
 K8_API K8Texture *K8Texture_create(K8Texture *memory, K8Allocator *allocator);
@@ -237,7 +250,7 @@ K8_API void K8Texture_destroy(K8Texture *handle);
 K8_API bool K8Texture_setTmpData(K8Texture *handle, const K8TextureInfo *info);
 K8_API void K8Texture_clearTmpData(K8Texture *handle);
 
-/* ---- Figures: animated models -------------------------------------------------------------------------------------------- */
+/* ---- Figures: animated models ------------------------------------------------------------------------------------ */
 
 /* Blend modes of figures and primitives. */
 enum {
@@ -250,13 +263,13 @@ typedef struct K8FigureInfo {
     int32_t frame;                 /* frame position at which the figure is posed when drawn */
     uint8_t perspectiveCorrection; /* 1: ask for perspective-correct texturing */
     int16_t blendMode;             /* K8_BLEND_... */
-    int32_t transparency;          /* opacity in percent, F number: 409600 is opaque; counts only where something blends */
+    int32_t transparency;          /* opacity in percent, F number (409600 is opaque); counts where something blends */
     uint8_t canChangeTextures;
-    uint32_t action;              /* bits 0-30: index of the action to pose; bit 31: draw `pattern` instead of the action's patterns */
+    uint32_t action;              /* bits 0-30: the action to pose; bit 31: draw `pattern`, not the action's patterns */
     uint32_t pattern;             /* the mask as K8Figure_setPattern stores it: the host's mask shifted left by one */
     uint16_t loadedTextureCount;  /* entries of `loadedTextures` */
-    K8Texture **loadedTextures;   /* owned array, through the handle's allocator; the textures in it are not owned. Texture j of the
-                                   * figure's polygons is drawn with entry j */
+    K8Texture **loadedTextures;   /* owned array, through the handle's allocator; the textures in it are not owned.
+                                   * Texture j of the figure's polygons is drawn with entry j */
     uint8_t canChangeAction;
     K8ActionTable *loadedAction;  /* whose action is posed; not owned; null leaves the figure in its last pose */
     uint16_t *textureIndices;     /* owned array, used while a package loads; null otherwise */
@@ -270,8 +283,8 @@ typedef struct K8Figure {
 K8_API K8Figure *K8Figure_create(K8Figure *memory, K8Allocator *allocator);
 K8_API void K8Figure_destroy(K8Figure *handle);
 
-/* Copies every member, after releasing the arrays of an existing record. The figure then owns `loadedTextures` and `textureIndices`, which
- * must come from its allocator. */
+/* Copies every member, after releasing the arrays of an existing record that the new one does not name again. The
+ * figure then owns `loadedTextures` and `textureIndices`, which must come from its allocator. */
 K8_API bool K8Figure_setTmpData(K8Figure *handle, const K8FigureInfo *info);
 K8_API void K8Figure_clearTmpData(K8Figure *handle);
 K8_API void K8Figure_clearLoadedInfo(K8Figure *handle);
@@ -283,33 +296,36 @@ K8_API K8ActionTable *K8Figure_getLoadedAction(const K8Figure *handle);
 K8_API int32_t K8Figure_canChangeLoadedAction(const K8Figure *handle);
 K8_API int32_t K8Figure_canChangeLoadedTextures(const K8Figure *handle);
 
-/* True when the action table can animate the figure: the figure wraps a qelFigureMesh, not a mesh of a scene. Fails with false when a handle
- * or its object is null. */
+/* True when the action table can animate the figure: the figure wraps a qelFigureMesh, not a mesh of a scene. Fails
+ * with false when a handle or its object is null. */
 K8_API bool K8Figure_canChangeAction(const K8Figure *figure, const K8ActionTable *actionTable);
 
-/* The number of patterns (polygon groups that can be switched), 1 for a mesh of a scene; a null handle or one without object fails with 0. */
+/* The number of patterns (polygon groups that can be switched), 1 for a mesh of a scene; a null handle or one
+ * without object fails with 0. */
 K8_API int32_t K8Figure_getNumPatterns(const K8Figure *handle);
 
 /* Chooses which patterns are drawn while bit 31 of the info's `action` is set.
  * pattern   bit k shows pattern k + 1; pattern 0 is always drawn. Kept shifted left by one, so bit 31 is lost
- * Returns true when the pattern was taken; a figure that wraps a mesh of a scene takes only what shifts to 0. Fails with false for a null
- * handle, a handle without object or without loaded info; nothing is changed then. Allocates nothing. */
+ * Returns true when the pattern was taken; a figure that wraps a mesh of a scene takes only what shifts to 0. Fails
+ * with false for a null handle, a handle without object or without loaded info; nothing is changed then. Allocates
+ * nothing. */
 K8_API bool K8Figure_setPattern(K8Figure *handle, uint32_t pattern);
 
 /* The number of bones; 0 for null and for anything that is not a qelFigureMesh. */
 K8_API int32_t K8Figure_getNumBones(const K8Figure *handle);
 
-/* ---- Transforms of the K8 interface -------------------------------------------------------------------------------------- */
+/* ---- Transforms of the K8 interface ------------------------------------------------------------------------------ */
 
-/* A 4x4 float matrix, row-major: element 4 r + c is row r, column c; the translation is in elements 3, 7 and 11. Arguments of its functions are
- * F numbers unless they are elements. Has no handle header. */
+/* A 4x4 float matrix, row-major: element 4 r + c is row r, column c; the translation is in elements 3, 7 and 11.
+ * Arguments of its functions are F numbers unless they are elements. Has no handle header. */
 typedef struct K8Transform {
     float elements[16];
     K8Allocator *allocator;
     void *ownBlock; /* the structure's own address when K8Transform_create allocated it, else null */
 } K8Transform;
 
-/* An identity transform, in `memory` or in a block of the allocator. Null for a null allocator (K8_ERR_FAILURE) or when memory runs out. */
+/* An identity transform, in `memory` or in a block of the allocator. Null for a null allocator (K8_ERR_FAILURE) or
+ * when memory runs out. */
 K8_API K8Transform *K8Transform_create(K8Transform *memory, K8Allocator *allocator);
 
 /* The same with the 16 given elements; null elements give the identity. */
@@ -323,8 +339,9 @@ K8_API void K8Transform_setIdentity(K8Transform *transform);
 K8_API void K8Transform_set(K8Transform *transform, const float *elements); /* null elements: identity */
 K8_API void K8Transform_setAll(K8Transform *transform, const float *elements); /* null elements: no change */
 K8_API void K8Transform_getAll(const K8Transform *transform, float *out);
-K8_API void K8Transform_setElement(K8Transform *transform, int32_t index, float value); /* an index outside 0..15 is ignored */
-K8_API float K8Transform_getElement(const K8Transform *transform, int32_t index);       /* 0 for null or an index outside 0..15 */
+/* An index outside 0..15 is ignored, and reads as 0, like a null transform. */
+K8_API void K8Transform_setElement(K8Transform *transform, int32_t index, float value);
+K8_API float K8Transform_getElement(const K8Transform *transform, int32_t index);
 
 /* Replaces the matrix by its inverse. Fails with false for null and for a singular matrix, which stays as it was. */
 K8_API bool K8Transform_invert(K8Transform *transform);
@@ -333,28 +350,31 @@ K8_API void K8Transform_transpose(K8Transform *transform);
 /* a = a b. Ignored unless both are given. */
 K8_API void K8Transform_multiply(K8Transform *a, const K8Transform *b);
 
-/* t = t S, t = t R (axis and degrees), t = t R (quaternion), t = t T; all arguments are F numbers. A zero axis or quaternion rotates nothing. */
+/* t = t S, t = t R (axis and degrees), t = t R (quaternion), t = t T; all arguments are F numbers. A zero axis or
+ * quaternion rotates nothing. */
 K8_API void K8Transform_scale(K8Transform *transform, int32_t sx, int32_t sy, int32_t sz);
 K8_API void K8Transform_rotate(K8Transform *transform, int32_t x, int32_t y, int32_t z, int32_t degrees);
 K8_API void K8Transform_rotateQuat(K8Transform *transform, int32_t qx, int32_t qy, int32_t qz, int32_t qw);
 K8_API void K8Transform_translate(K8Transform *transform, int32_t tx, int32_t ty, int32_t tz);
 
-/* Makes a viewing transform: the viewer stands at `position` and looks along the direction `look`, with `up` upwards on the screen. F vectors of
- * three; look and up need no unit length. The result maps the world into the y-down, z-forward K8 frame; elements 12 to 15 stay. */
+/* Makes a viewing transform: the viewer stands at `position` and looks along the direction `look`, with `up` upwards
+ * on the screen. F vectors of three; look and up need no unit length. The result maps the world into the y-down,
+ * z-forward K8 frame; elements 12 to 15 stay. */
 K8_API void K8Transform_lookAt(K8Transform *transform, const int32_t *position, const int32_t *look, const int32_t *up);
 
 /* out = rows 0 to 2 of the matrix, as F numbers, applied to (v, 1). F vectors of three; out may be v. */
 K8_API void K8Transform_transVector(const K8Transform *transform, const int32_t *v, int32_t *out);
 
-/* ---- Groups -------------------------------------------------------------------------------------------------------------- */
+/* ---- Groups ------------------------------------------------------------------------------------------------------ */
 
 typedef struct K8GroupInfo {
     int32_t frame;             /* frame position */
     K8Transform *transform;    /* applied to the children; not owned; may be null */
     uint16_t childHandleCount; /* entries of `childHandles` */
     K8Handle **childHandles;   /* owned array, through the handle's allocator; the children in it are not owned */
-    K8Handle **childData;      /* owned array that the loader attaches to the root of what it made: every other handle of the load,
-                                * null-terminated. To dispose of a loaded tree, destroy each of them and then the root */
+    K8Handle **childData;      /* owned array that the loader attaches to the root of what it made: every other
+                                * handle of the load, null-terminated. To dispose of a loaded tree, destroy each
+                                * of them and then the root */
     uint8_t flag;              /* 1 on groups that the loader made */
 } K8GroupInfo;
 
@@ -366,19 +386,20 @@ typedef struct K8Group {
 K8_API K8Group *K8Group_create(K8Group *memory, K8Allocator *allocator);
 K8_API void K8Group_destroy(K8Group *handle);
 
-/* Copies every member, after releasing the arrays of an existing record. The group then owns `childHandles` and `childData`, which must come
- * from its allocator. */
+/* Copies every member, after releasing the arrays of an existing record that the new one does not name again. The
+ * group then owns `childHandles` and `childData`, which must come from its allocator. */
 K8_API bool K8Group_setTmpData(K8Group *handle, const K8GroupInfo *info);
 K8_API void K8Group_clearTmpData(K8Group *handle);
 K8_API void K8Group_clearLoadedInfo(K8Group *handle);
 
-/* ---- Lights -------------------------------------------------------------------------------------------------------------- */
+/* ---- Lights ------------------------------------------------------------------------------------------------------ */
 
 enum { K8_LIGHT_AMBIENT = 128, K8_LIGHT_DIRECTIONAL = 129, K8_LIGHT_OMNI = 130, K8_LIGHT_SPOT = 131 };
 
-/* Where a light stands and which way it shines. F numbers, in the frame of the viewing transform's input but with OpenGL's view axes after it: y up
- * and z towards the viewer, not turned like the drawn objects are. A light that shines along the view, away from the viewer, has the direction
- * (0, 0, -4096). A zero direction counts as that default. */
+/* Where a light stands and which way it shines. F numbers, in the frame of the viewing transform's input but with
+ * OpenGL's view axes after it: y up and z towards the viewer, not turned like the drawn objects are. A light that
+ * shines along the view, away from the viewer, has the direction (0, 0, -4096). A zero direction counts as that
+ * default. */
 typedef struct K8LightInfo {
     int32_t position[3];
     int32_t direction[3];
@@ -403,11 +424,11 @@ K8_API void K8Light_setColor(K8Light *handle, uint32_t color);        /* 0xRRGGB
 K8_API void K8Light_setSpotAngle(K8Light *handle, int32_t degrees);   /* F number, 0..90 */
 K8_API void K8Light_setSpotExponent(K8Light *handle, int32_t exponent); /* F number, 0..128 */
 
-/* The divisor of an omni or spot light's intensity, constant + linear d + quadratic d^2, as F numbers. A negative factor is ignored with the others;
- * three zeros become 0.0001 each. */
+/* The divisor of an omni or spot light's intensity, constant + linear d + quadratic d^2, as F numbers. A negative
+ * factor is ignored with the others; three zeros become 0.0001 each. */
 K8_API void K8Light_setAttenuation(K8Light *handle, int32_t constant, int32_t linear, int32_t quadratic);
 
-/* ---- Fog ----------------------------------------------------------------------------------------------------------------- */
+/* ---- Fog --------------------------------------------------------------------------------------------------------- */
 
 enum { K8_FOG_EXPONENTIAL = 80, K8_FOG_LINEAR = 81 };
 
@@ -419,12 +440,12 @@ K8_API K8Fog *K8Fog_create(K8Fog *memory, K8Allocator *allocator);
 K8_API void K8Fog_destroy(K8Fog *handle);
 
 /* Setters ignore null handles, handles without object and values out of range; they store no error. */
-K8_API void K8Fog_setMode(K8Fog *handle, int32_t mode);                                      /* K8_FOG_... */
-K8_API void K8Fog_setLinear(K8Fog *handle, int32_t nearDistance, int32_t farDistance);       /* F numbers, view distances */
-K8_API void K8Fog_setDensity(K8Fog *handle, int32_t density);                                /* F number, not negative */
-K8_API void K8Fog_setColor(K8Fog *handle, uint32_t color);                                   /* 0xRRGGBB */
+K8_API void K8Fog_setMode(K8Fog *handle, int32_t mode); /* K8_FOG_... */
+K8_API void K8Fog_setLinear(K8Fog *handle, int32_t nearDistance, int32_t farDistance); /* F numbers, view distances */
+K8_API void K8Fog_setDensity(K8Fog *handle, int32_t density); /* F number, not negative */
+K8_API void K8Fog_setColor(K8Fog *handle, uint32_t color); /* 0xRRGGBB */
 
-/* ---- Primitives: geometry that the host gives ---------------------------------------------------------------------------- */
+/* ---- Primitives: geometry that the host gives -------------------------------------------------------------------- */
 
 /* Primitive types; also accepted as type << 24. */
 enum { K8_PRIM_POINTS = 1, K8_PRIM_LINES = 2, K8_PRIM_TRIANGLES = 3, K8_PRIM_QUADS = 4, K8_PRIM_SPRITES = 5 };
@@ -471,8 +492,8 @@ typedef struct K8Primitive {
 K8_API K8Primitive *K8Primitive_create(K8Primitive *memory, K8Allocator *allocator);
 K8_API void K8Primitive_destroy(K8Primitive *handle);
 
-/* Copies every member, after releasing the arrays of an existing record. The primitive then owns the five arrays, which must come from its
- * allocator. */
+/* Copies every member, after releasing the arrays of an existing record that the new one does not name again. The
+ * primitive then owns the five arrays, which must come from its allocator. */
 K8_API bool K8Primitive_setTmpData(K8Primitive *handle, const K8PrimitiveInfo *info);
 K8_API void K8Primitive_clearTmpData(K8Primitive *handle);
 
@@ -487,25 +508,27 @@ K8_API void K8Primitive_clearLoadedInfo(K8Primitive *handle);
  *   5 sprites: a bit they do not know                 10 sprites: texture 0x2000 */
 K8_API int32_t K8Primitive_checkValues(uint32_t type, uint32_t params);
 
-/* How many 32-bit values array `kind` needs per primitive; -n means n values for the whole set. Fails with 0 for an unknown kind and for what
- * K8Primitive_checkValues rejects. */
+/* How many 32-bit values array `kind` needs per primitive; -n means n values for the whole set. Fails with 0 for an
+ * unknown kind and for what K8Primitive_checkValues rejects. */
 K8_API int32_t K8Primitive_getLength(uint32_t type, uint32_t params, int32_t kind);
 
-/* ---- Loading ------------------------------------------------------------------------------------------------------------- */
+/* ---- Loading ----------------------------------------------------------------------------------------------------- */
 
 /* Loads content from memory and returns the handle that wraps it, which belongs to the host:
- *   "MB" figure model     a K8Figure with loaded info: frame 0, opaque, no textures, no action; both canChange... members 1
+ *   "MB" figure model     a K8Figure with loaded info: frame 0, opaque, no textures, no action; both canChange...
+ *                         members 1
  *   "MT" action table     a K8ActionTable
- *   "BM" BMP image        a K8Texture with loaded info of zeros. 8-bit palette or 24-bit, uncompressed, at most 256 x 256. An image whose sides are not
- *                         both powers of two is padded with zeros to a square that is; palette index 0 becomes transparent
+ *   "BM" BMP image        a K8Texture with loaded info of zeros. 8-bit palette or 24-bit, uncompressed, at most 256 x
+ *                         256. An image whose sides are not both powers of two is padded with zeros to a square that
+ *                         is; palette index 0 becomes transparent
  * size        bytes of data
  * data        borrowed; nothing refers to it afterwards
  * allocator   for the handle and its records
- * Returns null and stores an error status when an argument is null or 0, when the content is not accepted, or when memory runs out; nothing is
- * left allocated then. */
+ * Returns null and stores an error status when an argument is null or 0, when the content is not accepted, or when
+ * memory runs out; nothing is left allocated then. */
 K8_API K8Handle *K8Loader_loadObject(int32_t size, const void *data, K8Allocator *allocator);
 
-/* ---- Drawing ------------------------------------------------------------------------------------------------------------- */
+/* ---- Drawing ----------------------------------------------------------------------------------------------------- */
 
 /* Projections of K8RenderParams. */
 enum {
@@ -533,16 +556,16 @@ typedef struct K8RenderContext K8RenderContext;
 
 enum { K8_RENDER_CONTEXT_SIZE = 8192 }; /* bytes that are enough for a K8RenderContext on every target */
 
-/* A render context: a draw list, and the surface it goes to. Calling order: create, bind, then any number of render3D followed by flush or
- * clear3D, again and again; destroy. */
+/* A render context: a draw list, and the surface it goes to. Calling order: create, bind, then any number of
+ * render3D followed by flush or clear3D, again and again; destroy. */
 typedef struct K8Render {
     K8Handle header;          /* class id 0; `object` is non-null while bound */
     K8RenderContext *context;
 } K8Render;
 
 /* Makes an unbound context. Needs no current OpenGL ES context. Null for a null allocator or when memory runs out.
- * memory   null, or the host's memory for the handle, of which only the member `context` is read: null, or the host's block of
- *          K8_RENDER_CONTEXT_SIZE bytes, aligned for any object, for what the context keeps */
+ * memory   null, or the host's memory for the handle, of which only the member `context` is read: null, or the host's
+ *          block of K8_RENDER_CONTEXT_SIZE bytes, aligned for any object, for what the context keeps */
 K8_API K8Render *K8Render_create(K8Render *memory, K8Allocator *allocator);
 
 /* Discards the list and releases everything. Call it while the OpenGL ES context is still current. Ignores null. */
@@ -553,22 +576,25 @@ K8_API void K8Render_destroy(K8Render *handle);
  * width, height  of the surface in pixels, not 0, at most 2048
  * bufferWidth    pixels per row of the surface's buffer; kept with the target
  * x, y, w, h     the part of the surface that may be drawn to
- * Fails with false for a null handle or target or a zero size; also fails, or runs out of memory, when the engine cannot be set up. A context that
- * was unbound stays unbound then. */
+ * Fails with false for a null handle or target or a zero size; also fails, or runs out of memory, when the engine
+ * cannot be set up. A context that was unbound stays unbound then. */
 K8_API bool K8Render_bind(K8Render *handle, void *target, int32_t width, int32_t height, int32_t bufferWidth, int32_t x,
                           int32_t y, int32_t w, int32_t h);
 
-/* Queues an object for the next flush. Everything needed is copied: the host may change or destroy its handles afterwards.
+/* Queues an object for the next flush. Everything needed is copied: the host may change or destroy its handles
+ * afterwards.
  * object      a figure
  * transform   object to world; null: identity. Figure vertices are in 1/64 of a unit
- * Fails with false, queueing nothing, for null arguments (but transform), for a light without loaded info and for a handle of another class; also when
- * memory runs out. May be called while unbound. */
-K8_API bool K8Render_render3D(K8Render *handle, const K8RenderParams *params, K8Handle *object, const K8Transform *transform);
+ * Fails with false, queueing nothing, for null arguments (but transform), for a light without loaded info and for a
+ * handle of another class; also when memory runs out. May be called while unbound. */
+K8_API bool K8Render_render3D(K8Render *handle, const K8RenderParams *params, K8Handle *object,
+                              const K8Transform *transform);
 
-/* Draws what is queued into the intersection of the bind rectangle and (x, y, w, h), in queue order after clearing the depth buffer, and
- * empties the list. Colours are not cleared: the host does that. An intersection without pixels draws nothing and succeeds.
- * Fails with false for a null handle, w or h 0, an unbound context with a filled list, and when something cannot be drawn; the list is empty
- * afterwards in every case but a null handle. */
+/* Draws what is queued into the intersection of the bind rectangle and (x, y, w, h), in queue order after clearing
+ * the depth buffer, and empties the list. Colours are not cleared: the host does that. An intersection without
+ * pixels draws nothing and succeeds.
+ * Fails with false for a null handle, w or h 0, an unbound context with a filled list, and when something cannot be
+ * drawn; the list is empty afterwards in every case but a null handle. */
 K8_API bool K8Render_flush(K8Render *handle, int32_t x, int32_t y, int32_t w, int32_t h);
 
 /* Empties the list without drawing. Fails with false for a null or unbound handle. */
@@ -577,13 +603,15 @@ K8_API bool K8Render_clear3D(K8Render *handle);
 /* The number of lights that one call can use: 8. */
 K8_API int32_t K8Render_getMaxLights(void);
 
-/* Limits the bytes of texture memory in use by the whole process; 0 is no limit. A draw that would exceed it fails with K8_ERR_OUT_OF_MEMORY. The limit
- * belongs to the engine that all bound contexts share: an unbound handle fails with false. */
+/* Limits the bytes of texture memory in use by the whole process; 0 is no limit. A draw that would exceed it fails
+ * with K8_ERR_OUT_OF_MEMORY. The limit belongs to the engine that all bound contexts share: an unbound handle fails
+ * with false. */
 K8_API bool K8Render_limitTexMemory(K8Render *handle, uint32_t bytes);
 
-/* ---- Fixed-point math ---------------------------------------------------------------------------------------------------- */
+/* ---- Fixed-point math -------------------------------------------------------------------------------------------- */
 
-/* J to F, truncating toward zero; below 1/4096 and not finite gives 0; 524288 and above wraps. Two names for one function. */
+/* J to F, truncating toward zero; below 1/4096 and not finite gives 0; 524288 and above wraps. Two names for one
+ * function. */
 K8_API int32_t K8Math_J2F(float j);
 K8_API int32_t K8Math_J2I(float j);
 
@@ -595,8 +623,8 @@ K8_API float K8Math_I2J(int32_t f);
 K8_API int32_t K8Math_F2I(int32_t f);
 K8_API int32_t K8Math_I2F(int32_t f);
 
-/* Scalar functions convert their arguments with K8Math_J2F and return F numbers. Sums wrap at 32 bits; products and quotients keep as many bits
- * as 32-bit words allow; a division by 0 gives 0. */
+/* Scalar functions convert their arguments with K8Math_J2F and return F numbers. Sums wrap at 32 bits; products and
+ * quotients keep as many bits as 32-bit words allow; a division by 0 gives 0. */
 K8_API int32_t K8Math_add(float a, float b);
 K8_API int32_t K8Math_sub(float a, float b);
 K8_API int32_t K8Math_mul(float a, float b);
@@ -613,7 +641,8 @@ K8_API int32_t K8Math_tan(float degrees);
 K8_API int32_t K8Math_asin(float a);
 K8_API int32_t K8Math_acos(float a);
 
-/* F degrees. atan2 (a, b) is the angle of the slope b / a: 90 for a = 0, else 0 for b = 0, else atan (b / a), plus 180 when the signs of a and b differ. */
+/* F degrees. atan2 (a, b) is the angle of the slope b / a: 90 for a = 0, else 0 for b = 0, else atan (b / a), plus
+ * 180 when the signs of a and b differ. */
 K8_API int32_t K8Math_atan(float a);
 K8_API int32_t K8Math_atan2(float a, float b);
 
@@ -621,7 +650,8 @@ K8_API int32_t K8Math_atan2(float a, float b);
 K8_API int32_t K8Math_convAngleF2I(float degrees);
 K8_API int32_t K8Math_convAngleI2F(int32_t angle);
 
-/* Scales an F vector to length 1.0 in place. A zero vector is left alone and gives false. Two functions of one behaviour. */
+/* Scales an F vector to length 1.0 in place. A zero vector is left alone and gives false. Two functions of one
+ * behaviour. */
 K8_API bool K8Math_normalizeVector(int32_t *v);
 K8_API bool K8Math_normalize(int32_t *v);
 
@@ -639,14 +669,15 @@ K8_API void _qel_cross3(const float *a, const float *b, float *out);
 K8_API float _qel_dot2(float ax, float ay, float bx, float by); /* ax bx + ay by */
 K8_API float _qel_det2(float a, float b, float c, float d);     /* a d - b c */
 
-/* Compares two floats, given as their bit patterns: 0 when at most maxUlps representable values lie between them, else 1 for a above b, -1 below.
- * Numbers of different sign and a magnitude of 2.0 or more are never close. */
+/* Compares two floats, given as their bit patterns: 0 when at most maxUlps representable values lie between them,
+ * else 1 for a above b, -1 below. Numbers of different sign and a magnitude of 2.0 or more are never close. */
 K8_API int32_t _ieee_float_cmp_ulps(int32_t a, int32_t b, int32_t maxUlps);
 
-/* ---- Matrices of the engine ---------------------------------------------------------------------------------------------- */
+/* ---- Matrices of the engine -------------------------------------------------------------------------------------- */
 
-/* A 4x4 float matrix, row-major, translation in elements 3, 7 and 11. The host may allocate it; qelTransform_setIdentity or qelTransform_set_fl
- * initialises it. The other members cache what is known about the elements: write elements through functions. */
+/* A 4x4 float matrix, row-major, translation in elements 3, 7 and 11. The host may allocate it;
+ * qelTransform_setIdentity or qelTransform_set_fl initialises it. The other members cache what is known about the
+ * elements: write elements through functions. */
 typedef struct qelTransform {
     float elements[16];
     uint32_t identityState;        /* 0 not known, 1 not the identity, 2 exactly the identity */
@@ -654,25 +685,28 @@ typedef struct qelTransform {
     uint8_t changed;               /* set by every write, cleared by the renderer */
 } qelTransform;
 
-/* Transform pointers must not be null where nothing is said. Functions that return int32_t return a result code; those that can fail leave the
- * transform as it was. Names with an underscore in front are the same functions. */
+/* Transform pointers must not be null where nothing is said. Functions that return int32_t return a result code;
+ * those that can fail leave the transform as it was. Names with an underscore in front are the same functions. */
 K8_API void qelTransform_setIdentity(qelTransform *t);
 K8_API int32_t qelTransform_set_fl(qelTransform *t, const float *elements);      /* NULL_POINTER for null elements */
 K8_API int32_t qelTransform_set_tr(qelTransform *t, const qelTransform *source); /* NULL_POINTER for a null source */
 K8_API int32_t qelTransform_get(const qelTransform *t, float *out);              /* 16 floats; NULL_POINTER for null */
 
-/* Inverts in place or into `out`, which may be t. ARITHMETIC for a singular matrix. LU decomposition with implicit row scaling and partial pivoting. */
+/* Inverts in place or into `out`, which may be t. ARITHMETIC for a singular matrix. LU decomposition with implicit
+ * row scaling and partial pivoting. */
 K8_API int32_t qelTransform_invert(qelTransform *t);
 K8_API int32_t qelTransform_invert_copy(qelTransform *t, qelTransform *out);
 
-/* The inverse of a rotation with a translation: transposes the 3x3 block and turns the translation. Wrong for anything scaled. */
+/* The inverse of a rotation with a translation: transposes the 3x3 block and turns the translation. Wrong for
+ * anything scaled. */
 K8_API int32_t qelTransform_invertNonScaled_copy(qelTransform *t, qelTransform *out);
 
 /* t = t other, and out = a b; out may be a or b. NULL_POINTER for a null second operand or result. */
 K8_API int32_t qelTransform_postMultiply(qelTransform *t, qelTransform *other);
 K8_API int32_t qelTransform_postMultiply_copy(qelTransform *a, qelTransform *b, qelTransform *out);
 
-/* t = t R. Degrees about an axis of any length; ILLEGAL_ARGUMENT for a zero axis with an angle other than 0, or a zero quaternion. */
+/* t = t R. Degrees about an axis of any length; ILLEGAL_ARGUMENT for a zero axis with an angle other than 0, or a
+ * zero quaternion. */
 K8_API int32_t qelTransform_postRotate(qelTransform *t, float degrees, float x, float y, float z);
 K8_API int32_t _qelTransform_postRotate(qelTransform *t, float degrees, float x, float y, float z);
 K8_API int32_t _qelTransform_postRotateQuat(qelTransform *t, float qx, float qy, float qz, float qw);
@@ -683,11 +717,13 @@ K8_API void _qelTransform_postScale(qelTransform *t, float sx, float sy, float s
 K8_API void qelTransform_postTranslate(qelTransform *t, float tx, float ty, float tz);
 K8_API void _qelTransform_postTranslate(qelTransform *t, float tx, float ty, float tz);
 
-/* out = rows 0 to 2 applied to (v, 1), and the upper-left 3x3 applied to v without normalising. Three floats each; out may be v. Both return out. */
+/* out = rows 0 to 2 applied to (v, 1), and the upper-left 3x3 applied to v without normalising. Three floats each;
+ * out may be v. Both return out. */
 K8_API float *qelTransform_affineTransform(const qelTransform *t, const float *v, float *out);
 K8_API float *qelTransform_transformNormal(const qelTransform *t, const float *v, float *out);
 
-/* A 3x4 integer affine matrix, row-major: three rows of three F numbers (m) and one translation in the units of the vectors transformed. */
+/* A 3x4 integer affine matrix, row-major: three rows of three F numbers (m) and one translation in the units of the
+ * vectors transformed. */
 typedef struct Atrans3i {
     int32_t m[12]; /* m00 m01 m02 t0  m10 m11 m12 t1  m20 m21 m22 t2 */
 } Atrans3i;
@@ -698,19 +734,21 @@ K8_API void D_Atrans3i_multiply2(Atrans3i *out, const Atrans3i *a, const Atrans3
 /* The same matrix in floats; m / 4096, t as it is. Ignores null. */
 K8_API void Atrans3i2qelTransform(qelTransform *out, const Atrans3i *a);
 
-/* ---- Engine objects: figures and action tables ----------------------------------------------------------------------------- */
+/* ---- Engine objects: figures and action tables ------------------------------------------------------------------- */
 
-/* out = rest M, where M is what the track of `bone` in `action` says at the frame position. action and bone must be in range (bone below the table's
- * bone count); rest is the bone's rest transform. */
+/* out = rest M, where M is what the track of `bone` in `action` says at the frame position. action and bone must be
+ * in range (bone below the table's bone count); rest is the bone's rest transform. */
 K8_API void ActTable__calcTrans(const qelActTable *table, int32_t action, int32_t bone, int32_t frame, Atrans3i *out,
                                 const Atrans3i *rest);
 
-/* The pattern mask of the action at the frame position: bit i draws pattern i. 0 without a pattern track. action must be in range. */
+/* The pattern mask of the action at the frame position: bit i draws pattern i. 0 without a pattern track. action
+ * must be in range. */
 K8_API uint32_t ActTable__calcPattern(const qelActTable *table, int32_t action, int32_t frame);
 
 K8_API int32_t D_ActTable_getNumActions(const qelActTable *table);
 
-/* Shows the patterns whose bits are set, pattern 0 always, hides the others, and returns the mask. A figure with fewer than two patterns keeps all it has. */
+/* Shows the patterns whose bits are set, pattern 0 always, hides the others, and returns the mask. A figure with
+ * fewer than two patterns keeps all it has. */
 K8_API uint32_t D_Figure_setPattern(qelFigureMesh *figure, uint32_t mask);
 
 /* The mask last asked for; 0xFFFFFFFF before the first. */
@@ -720,20 +758,24 @@ K8_API int32_t D_Figure_getNumPatterns(const qelFigureMesh *figure);
 /* Deforms the figure's vertices and normals by the transforms its bones have. Drawing does this itself. */
 K8_API void _Figure_blendVertices(qelFigureMesh *figure);
 
-/* ---- Engine objects: meshes and appearances -------------------------------------------------------------------------------- */
+/* ---- Engine objects: meshes and appearances ---------------------------------------------------------------------- */
 
 /* A zero-filled array of integer vertex attributes, one reference.
  * vertexCount 1..65535, componentCount 2..4, componentSize 1 or 2 bytes
  * Null with ILLEGAL_ARGUMENT or OUT_OF_MEMORY in `result`. */
-K8_API qelVertexArray *qelVertexArray_create(int32_t vertexCount, int32_t componentCount, int32_t componentSize, int32_t *result);
+K8_API qelVertexArray *qelVertexArray_create(int32_t vertexCount, int32_t componentCount, int32_t componentSize,
+                                             int32_t *result);
 
-/* Releases what the array owns and resets its header; the object itself stays allocated. For an array that lives in a host's own object. */
+/* Releases what the array owns and resets its header; the object itself stays allocated. For an array that lives in
+ * a host's own object. */
 K8_API void qelVertexArray_finalize(qelVertexArray *array);
 
-/* The positions array, borrowed. scaleBias, if given, receives the scale and the three bias values: position = scale * integer + bias. */
+/* The positions array, borrowed. scaleBias, if given, receives the scale and the three bias values: position = scale
+ * * integer + bias. */
 K8_API qelVertexArray *qelVertexBuffer_getPositions(const qelVertexBuffer *buffer, float *scaleBias);
 
-/* Borrowed parts of a mesh. getAppearance gives null for a submesh without one, and null with INDEX_OUT_OF_RANGE unless 0 <= index < submesh count. */
+/* Borrowed parts of a mesh. getAppearance gives null for a submesh without one, and null with INDEX_OUT_OF_RANGE
+ * unless 0 <= index < submesh count. */
 K8_API qelVertexBuffer *qelMesh_getVertexBuffer(const qelMesh *mesh);
 K8_API qelAppearance *qelMesh_getAppearance(const qelMesh *mesh, int32_t index, int32_t *result);
 
@@ -741,7 +783,8 @@ K8_API qelAppearance *qelMesh_getAppearance(const qelMesh *mesh, int32_t index, 
 K8_API qelCompositingMode *qelAppearance_getCompositingMode(const qelAppearance *appearance);
 K8_API qelMaterial *qelAppearance_getMaterial(const qelAppearance *appearance);
 
-/* Blending modes, as JSR 184 numbers them, and two of the engine's own: 70 adds source and destination, 71 adds the source weighted by its alpha. */
+/* Blending modes, as JSR 184 numbers them, and two of the engine's own: 70 adds source and destination, 71 adds the
+ * source weighted by its alpha. */
 enum {
     QEL_BLENDING_ALPHA = 64,
     QEL_BLENDING_ALPHA_ADD = 65,
@@ -754,7 +797,12 @@ enum {
 K8_API int32_t qelCompositingMode_getBlending(const qelCompositingMode *mode);
 
 /* One colour of a material, 0xRRGGBB (diffuse 0xAARRGGBB); 0 for any other target, combinations included. */
-enum { QEL_MATERIAL_AMBIENT = 1024, QEL_MATERIAL_DIFFUSE = 2048, QEL_MATERIAL_EMISSIVE = 4096, QEL_MATERIAL_SPECULAR = 8192 };
+enum {
+    QEL_MATERIAL_AMBIENT = 1024,
+    QEL_MATERIAL_DIFFUSE = 2048,
+    QEL_MATERIAL_EMISSIVE = 4096,
+    QEL_MATERIAL_SPECULAR = 8192
+};
 K8_API uint32_t qelMaterial_getColor(const qelMaterial *material, int32_t target);
 
 #ifdef __cplusplus

@@ -51,7 +51,8 @@ static void applyCompositing(CompositingMode* mode, Blending figureBlending) {
     if (mode->depthWriteEnabled != uint8_t(writesDepth)) qelCompositingMode_setDepthWriteEnable(mode, writesDepth);
 }
 
-// Gives every visible appearance the figure's parameters. What each blended with is kept in the submesh's first renderer word.
+// Gives every visible appearance the figure's parameters. What each blended with is kept in the submesh's first
+// renderer word.
 static void applyToAppearances(FigureMesh* figure, const K8FigureInfo& info, Fog* fog) {
     const Blending blending = blendingOf(info.blendMode);
     for (int32_t i = 0; i < figure->submeshCount; ++i) {

@@ -73,7 +73,8 @@ static void placeLight(K8Transform* transform, const K8LightInfo& info) {
     rotateToDirection(transform, info.direction);
 }
 
-// Fills the context's light tables from the parameter block; the number of lights, or -1 for a light that cannot be used.
+// Fills the context's light tables from the parameter block; the number of lights, or -1 for a light that cannot be
+// used.
 static int32_t gatherLights(K8RenderContext* context, const K8RenderParams& params) {
     const int32_t count = params.lightCount < context->maxLights ? params.lightCount : context->maxLights;
     for (int32_t i = 0; i < count; ++i) {

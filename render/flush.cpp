@@ -45,7 +45,8 @@ static bool drawItems(K8Render* handle) {
     return true;
 }
 
-// Draws into the visible area. The lights are the items' own duplicates and leave with them, so that no later flush is lit by them.
+// Draws into the visible area. The lights are the items' own duplicates and leave with them, so that no later flush is
+// lit by them.
 static bool drawVisible(K8Render* handle, const PixelRect& area) {
     if (!bindTarget(handle, area)) return false;
     const bool drawn = drawItems(handle);

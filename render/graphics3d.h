@@ -52,12 +52,14 @@ int32_t qelGraphics3D_addLight(Graphics3D* graphics, Light* light, const qelTran
 Result qelGraphics3D_setLight(Graphics3D* graphics, int32_t index, Light* light, const qelTransform* transform);
 void qelGraphics3D_resetLights(Graphics3D* graphics);
 
-// Renders a mesh of any class, a group, a world or a sprite. The given transform takes the place of the node's own; null is the
-// identity. Nothing is drawn, successfully, while the camera's near equals its far.
+// Renders a mesh of any class, a group, a world or a sprite. The given transform takes the place of the node's own;
+// null is the identity. Nothing is drawn, successfully, while the camera's near equals its far.
 Result qelGraphics3D_render(Graphics3D* graphics, Node* node, const qelTransform* transform);
 
-// One submesh with the lights that reach a node of this scope standing at the model transform. The camera must have been prepared.
+// One submesh with the lights that reach a node of this scope standing at the model transform. The camera must have
+// been prepared.
 Result qelGraphics3D_drawSubmesh(Graphics3D* graphics, const SubmeshDraw& draw, int32_t scope);
 
-// Hands camera and projection to the backend. kResultCameraNotInvertible, with an identity view, for a singular camera transform.
+// Hands camera and projection to the backend. kResultCameraNotInvertible, with an identity view, for a singular camera
+// transform.
 Result qelGraphics3D_prepareCamera(Graphics3D* graphics);

@@ -14,7 +14,8 @@ static float squaredDistance(const qelTransform* a, const qelTransform* b) {
     return sum;
 }
 
-// The slot that a further light takes: that of the farthest light, or kMaxLights when the further light is itself the farthest.
+// The slot that a further light takes: that of the farthest light, or kMaxLights when the further light is itself the
+// farthest.
 static int32_t slotToYield(const SceneLight* const slots[kMaxLights], const SceneLight* further,
                            const qelTransform* model) {
     int32_t farthest = 0;

@@ -27,7 +27,8 @@ struct K8RenderContext {
     Texture2D* whiteTexture;  // one reference; 1 x 1, ALPHA 255
     RecordPool* pool;
 
-    // Lights of the item whose lights changed last, which hold for the items behind it: maxLights entries each, all borrowed from that item.
+    // Lights of the item whose lights changed last, which hold for the items behind it: maxLights entries each, all
+    // borrowed from that item.
     int32_t collectedCount;
     Light** collectedLights;
     const K8Transform** collectedTransforms;

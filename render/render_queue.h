@@ -18,5 +18,6 @@ struct RenderQueueEntry {
     uint8_t isSubmesh;  // 0: a sprite
 };
 
-// Inserts by layer, opacity, depth and shared state. OUT_OF_MEMORY when the queue of the group cannot grow; it is as it was then.
+// Inserts by layer, opacity, depth and shared state. OUT_OF_MEMORY when the queue of the group cannot grow; it is as it
+// was then.
 Result qelRenderQueue_insert(Group* owner, const RenderQueueEntry& entry);

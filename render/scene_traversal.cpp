@@ -65,7 +65,8 @@ static bool originIsInView(const Graphics3D* graphics, const qelTransform* world
     return qelViewVolume_containsPoint(&graphics->viewVolume, origin);
 }
 
-// Whether a submesh may be seen. Spheres are computed only where something depends on them: to cull, or to sort what blends.
+// Whether a submesh may be seen. Spheres are computed only where something depends on them: to cull, or to sort what
+// blends.
 static bool submeshIsVisible(const Graphics3D* graphics, Mesh* mesh, int32_t submesh, const VertexBuffer* buffer,
                              bool inView) {
     SubmeshBounds* bounds = &mesh->bounds[submesh];
@@ -154,8 +155,8 @@ static Result queueNode(Graphics3D* graphics, Group* owner, Node* node) {
     }
 }
 
-// World transform, alpha and visibility of a node whose parent has just been entered. transformChanged stays set while the subtree is walked, which tells the
-// children; leaving the node clears it.
+// World transform, alpha and visibility of a node whose parent has just been entered. transformChanged stays set while
+// the subtree is walked, which tells the children; leaving the node clears it.
 static void enterChild(const Graphics3D* graphics, Node* node) {
     const Node* parent = node->parent;
     qelTransformable_updateComposite(node);
@@ -177,8 +178,8 @@ static Node* childAt(Node* node, int32_t n) {
     return n < group->childCount ? group->children[n] : nullptr;
 }
 
-// Walks the subtree without recursion, depth first in child order, and queues what is to be drawn. A failure ends it at once: flags that stay set only have
-// transforms computed again.
+// Walks the subtree without recursion, depth first in child order, and queues what is to be drawn. A failure ends it at
+// once: flags that stay set only have transforms computed again.
 static Result queueSubtree(Graphics3D* graphics, Group* owner, Node* root) {
     Result result = queueNode(graphics, owner, root);
     Node* node = root;
@@ -233,7 +234,8 @@ static float alphaFromAncestors(const Node* node) {
     return alpha;
 }
 
-// The given transform takes the place of the node's own. A node inside a tree is marked, since its cached transform no longer comes from its parent.
+// The given transform takes the place of the node's own. A node inside a tree is marked, since its cached transform no
+// longer comes from its parent.
 static void enterRoot(const Graphics3D* graphics, Node* node, const qelTransform* transform) {
     if (transform)
         qelTransform_set_tr(&node->toWorld, transform);

@@ -9,6 +9,7 @@
 // Whether a submesh uses only vertices that the positions have.
 bool qelSubmeshBounds_indicesFit(const VertexBuffer* buffer, const TriangleStripArray* strips);
 
-// The sphere of one submesh under a world transform: half the diagonal of its transformed box, around that diagonal's middle. Indices must fit.
+// The sphere of one submesh under a world transform: half the diagonal of its transformed box, around that diagonal's
+// middle. Indices must fit.
 void qelSubmeshBounds_compute(const VertexBuffer* buffer, const TriangleStripArray* strips, const qelTransform* world,
                               SubmeshBounds* bounds);

@@ -1,4 +1,5 @@
-// What a camera sees, in world coordinates: six planes for a perspective, a box for a parallel projection, everything for a generic one.
+// What a camera sees, in world coordinates: six planes for a perspective, a box for a parallel projection, everything
+// for a generic one.
 #pragma once
 
 #include "scene/camera.h"

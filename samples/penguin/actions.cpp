@@ -9,8 +9,8 @@ namespace {
 
 constexpr double kUnit = 4096;  // 1.0
 
-// A turn of a bone's z axis, in degrees: forward tips it down (the body above leans forward, a leg below swings back), left
-// turns it to the left of the viewer's right, as the bone's own left.
+// A turn of a bone's z axis, in degrees: forward tips it down (the body above leans forward, a leg below swings back),
+// left turns it to the left of the viewer's right, as the bone's own left.
 MtVectorKey direction(uint16_t frame, double forward, double left = 0) {
     const double f = forward * std::numbers::pi / 180, l = left * std::numbers::pi / 180;
     const auto value = [](double v) { return int16_t(std::lround(v * kUnit)); };

@@ -32,8 +32,8 @@ enum PenguinBone {
 enum PenguinPattern : uint32_t { BodyPattern, WinterPattern, UmbrellaPattern };
 constexpr uint32_t maskOf(PenguinPattern pattern) { return 1u << pattern; }
 
-// Texture 0: two cut-outs in the top quarter (tuft of feathers, eye), the head's wrap below, the body's in the lower half.
-// Texture 1: knitted stripes with a fringe in the upper half, an umbrella's panel in the lower half.
+// Texture 0: two cut-outs in the top quarter (tuft of feathers, eye), the head's wrap below, the body's in the lower
+// half. Texture 1: knitted stripes with a fringe in the upper half, an umbrella's panel in the lower half.
 enum PenguinTexture : uint32_t { BodyTexture, GearTexture };
 
 encode::MbFigure penguinFigure();

@@ -7,7 +7,8 @@ namespace {
 
 constexpr uint32_t kSide = 64;
 
-// The first colour of a palette is transparent wherever a polygon asks for it; the others come in ramps of four, dark to light.
+// The first colour of a palette is transparent wherever a polygon asks for it; the others come in ramps of four, dark
+// to light.
 constexpr uint8_t kTransparent = 0;
 enum Ramp : uint8_t { Navy = 1, White = 5, Gold = 9, Grey = 13 };    // body
 enum GearRamp : uint8_t { Red = 1, Cream = 5, Blue = 9, Sun = 13 };  // gear

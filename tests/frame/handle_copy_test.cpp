@@ -17,8 +17,8 @@ struct CountedObject : qelObject3D {
     }
 };
 
-// A group with everything that a tree can hold: a figure with two textures, one with a second map, and an action; a light, a
-// fog, a primitive with a texture, and a nested group that names the primitive again.
+// A group with everything that a tree can hold: a figure with two textures, one with a second map, and an action; a
+// light, a fog, a primitive with a texture, and a nested group that names the primitive again.
 struct Tree {
     CountedObject actionObject, figureObject, textureObjects[3], lightObject, fogObject;
     K8ActionTable action{{&actionObject, K8_CLASS_ACTION_TABLE, nullptr, nullptr}};

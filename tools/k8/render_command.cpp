@@ -105,7 +105,8 @@ std::vector<Picture> drawFrames(Stage& stage, const RenderOptions& options, cons
 
 void report(const std::filesystem::path& path) { std::printf("%s\n", path.c_str()); }
 
-// A name that ends in .png or .webp is one file; any other is a folder for the frames, a contact sheet and the animation.
+// A name that ends in .png or .webp is one file; any other is a folder for the frames, a contact sheet and the
+// animation.
 void writePictures(const RenderOptions& options, const std::vector<Picture>& pictures, uint32_t background) {
     const std::filesystem::path out = options.out;
     if (out.extension() == ".png") {
