@@ -17,24 +17,18 @@
  *
  * Frames of reference
  *   The K8 frame has x to the right, y down and z away from the viewer; screen coordinates start at the top left.
- *   Matrices are
- *   row-major and multiply column vectors from the left: p' = M p.
+ *   Matrices are row-major and multiply column vectors from the left: p' = M p.
  *
  * Errors
  *   A K8 function that fails returns null, false or 0 and stores an error status, which K8ErrStorage_getErrorStatus
- *   reads. The status
- *   is sticky: success never clears it, so look at it only after a failure. "Fails" below means: stores
- *   K8_ERR_FAILURE and returns
- *   the failure value. Running out of memory stores K8_ERR_OUT_OF_MEMORY instead. qel functions return a result code
- *   or write one
- *   through a `result` pointer, which may not be null.
+ *   reads. The status is sticky: success never clears it, so look at it only after a failure. "Fails" below means:
+ *   stores K8_ERR_FAILURE and returns the failure value. Running out of memory stores K8_ERR_OUT_OF_MEMORY instead.
+ *   qel functions return a result code or write one through a `result` pointer, which may not be null.
  *
  * Ownership
  *   A create or load function hands its result to the host, who gives it back with the matching destroy. A handle
- *   holds one reference
- *   to the engine object it wraps, and engine objects live as long as something refers to them. Unless a comment
- *   says otherwise
- *   pointer arguments are borrowed for the call.
+ *   holds one reference to the engine object it wraps, and engine objects live as long as something refers to them.
+ *   Unless a comment says otherwise pointer arguments are borrowed for the call.
  *
  * Threads
  *   None are created and nothing is locked: use the library from one thread at a time, the one whose context is

@@ -170,12 +170,16 @@ static void enterChild(const Graphics3D* graphics, Node* node) {
     }
 }
 
-// The n-th node below `node` that the walk enters, or null.
-static Node* childAt(Node* node, int32_t n) {
-    if (node->classId == ClassId::SkinnedMesh) return n == 0 ? static_cast<SkinnedMesh*>(node)->skeleton : nullptr;
+// The next node below `node` that the walk enters, from child slot *next on, which moves behind it; null when there is none.
+// The duplicate of a single group has empty slots.
+static Node* nextChild(Node* node, int32_t* next) {
+    if (node->classId == ClassId::SkinnedMesh)
+        return (*next)++ == 0 ? static_cast<SkinnedMesh*>(node)->skeleton : nullptr;
     if (!qelObject3D_isGroup(node)) return nullptr;
     const auto* group = static_cast<const Group*>(node);
-    return n < group->childCount ? group->children[n] : nullptr;
+    while (*next < group->childCount)
+        if (Node* child = group->children[(*next)++]) return child;
+    return nullptr;
 }
 
 // Walks the subtree without recursion, depth first in child order, and queues what is to be drawn. A failure ends it at
@@ -185,9 +189,8 @@ static Result queueSubtree(Graphics3D* graphics, Group* owner, Node* root) {
     Node* node = root;
     int32_t next = 0;
     while (result == QEL_STATUS_OK) {
-        Node* child = childAt(node, next);
+        Node* child = nextChild(node, &next);
         if (child) {
-            ++next;
             if (!child->renderingEnabled) continue;
             enterChild(graphics, child);
             result = queueNode(graphics, owner, child);
