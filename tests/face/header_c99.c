@@ -3,7 +3,7 @@
 
 int main(void) {
     MALK8_touchMA();
-    K8Fog *fog = K8Fog_create(0, &MALK8_malc);
+    K8Fog* fog = K8Fog_create(0, &MALK8_malc);
     if (!fog || fog->header.classId != K8_CLASS_FOG) return 1;
     K8Object3D_destroy(&fog->header);
     return K8Fog_create(0, 0) || K8ErrStorage_getErrorStatus() != K8_ERR_FAILURE;
