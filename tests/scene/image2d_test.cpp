@@ -1,0 +1,332 @@
+#include "scene/image2d.h"
+
+#include <random>
+
+#include "tests/scene/held.h"
+#include "tests/support/counting_heap.h"
+
+using Bytes = std::vector<uint8_t>;
+using Words = std::vector<uint16_t>;
+
+constexpr int32_t kAlpha = 96, kLuminance = 97, kLuminanceAlpha = 98, kRgb = 99, kRgba = 100;
+
+// The 16-bit forms, written from their bit layouts.
+static uint16_t rgb565(int r, int g, int b) { return uint16_t((r / 8) * 2048 + (g / 4) * 32 + b / 8); }
+static uint16_t rgba4444(int r, int g, int b, int a) {
+    return uint16_t((r / 16) * 4096 + (g / 16) * 256 + (b / 16) * 16 + a / 16);
+}
+static uint16_t rgba5551(int r, int g, int b, int a) {
+    return uint16_t((r / 8) * 2048 + (g / 8) * 64 + (b / 8) * 2 + (a & 8 ? 1 : 0));
+}
+
+static Bytes bytesOf(const void* data, size_t count) {
+    const auto* bytes = static_cast<const uint8_t*>(data);
+    return {bytes, bytes + count};
+}
+
+static Words wordsOf(const void* data, size_t count) {
+    const auto* words = static_cast<const uint16_t*>(data);
+    return {words, words + count};
+}
+
+// --- Packing ---
+
+TEST(PixelPacking, MatchesTheBitLayoutsForEveryByteAndLength) {
+    std::mt19937 random(1);
+    Bytes given(4 * 1024 + 1);
+    for (uint8_t& byte : given) byte = uint8_t(random());
+    for (uint32_t i = 0; i < 256; ++i)
+        given[4 * i + 1] = given[4 * i + 2] = given[4 * i + 3] = given[4 * i + 4] = uint8_t(i);
+    const uint8_t* p = given.data() + 1;  // aligned to nothing
+    for (const uint32_t n : {0u, 1u, 2u, 3u, 7u, 8u, 9u, 15u, 16u, 17u, 33u, 1000u, 1024u}) {
+        SCOPED_TRACE(n);
+        Words rgb(n + 1, 0xBEEF), bgr = rgb, packed4444 = rgb, packed5551 = rgb;
+        Words rgbExpected = rgb, bgrExpected = rgb, expected4444 = rgb, expected5551 = rgb;
+        qelImage2D_packRgb565(p, rgb.data(), n);
+        qelImage2D_packBgr565(p, bgr.data(), n);
+        qelImage2D_packRgba4444(p, packed4444.data(), n);
+        qelImage2D_packRgba5551(p, packed5551.data(), n);
+        for (uint32_t i = 0; i < n; ++i) {
+            const uint8_t *three = p + 3 * i, *four = p + 4 * i;
+            rgbExpected[i] = rgb565(three[0], three[1], three[2]);
+            bgrExpected[i] = rgb565(three[2], three[1], three[0]);
+            expected4444[i] = rgba4444(four[0], four[1], four[2], four[3]);
+            expected5551[i] = rgba5551(four[0], four[1], four[2], four[3]);
+        }
+        EXPECT_EQ(rgb, rgbExpected);
+        EXPECT_EQ(bgr, bgrExpected);
+        EXPECT_EQ(packed4444, expected4444);
+        EXPECT_EQ(packed5551, expected5551);
+    }
+}
+
+// --- Stored forms ---
+
+TEST(Image2D, StoresPixelsReadyForUpload) {
+    struct Case {
+        int32_t format;
+        Bytes given;  // 2 x 1
+        Bytes stored;
+        int32_t bytesPerPixel;
+    };
+    for (const Case& c : {Case{kAlpha, {1, 2}, {1, 2}, 1}, Case{kLuminance, {1, 2}, {1, 2}, 1},
+                          Case{kLuminanceAlpha, {1, 2, 3, 4}, {1, 2, 3, 4}, 2},
+                          Case{kRgb, {0x12, 0x34, 0x56, 255, 0, 0}, {0xAA, 0x11, 0x00, 0xF8}, 2},
+                          Case{kRgba, {0x12, 0x34, 0x56, 0x78, 0, 255, 0, 16}, {0x57, 0x13, 0x01, 0x0F}, 2}}) {
+        SCOPED_TRACE(c.format);
+        Result result;
+        const Held image(qelImage2D_createFromPixels(c.format, 2, 1, c.given.data(), true, &result));
+        ASSERT_EQ(result, QEL_STATUS_OK);
+        EXPECT_EQ(bytesOf(image->pixels, c.stored.size()), c.stored);
+        EXPECT_EQ(image->bytesPerPixel, c.bytesPerPixel);
+        EXPECT_EQ(image->levelRecord->pixels, image->pixels);
+        EXPECT_EQ(image->levelRecord->textureName, -1);
+        EXPECT_EQ(qelImage2D_set(image, 0, 0, 1, 1, c.given.data()), QEL_STATUS_ILLEGAL_STATE) << "immutable";
+    }
+}
+
+TEST(Image2D, StoresPalettesOf256EntriesBeforeTheIndices) {
+    const Bytes indices = {0, 255, 1, 7};  // 4 x 1
+    struct Case {
+        int32_t format;
+        Bytes palette;  // two entries
+        Bytes stored;   // the same two
+        uint8_t rest;
+    };
+    for (const Case& c : {Case{kAlpha, {5, 6}, {255, 255, 255, 5, 255, 255, 255, 6}, 0xFF},
+                          Case{kLuminance, {5, 6}, {5, 5, 5, 6, 6, 6}, 0},
+                          Case{kLuminanceAlpha, {5, 6, 7, 8}, {5, 5, 5, 6, 7, 7, 7, 8}, 0},
+                          Case{kRgb, {0x12, 0x34, 0x56, 255, 0, 0}, {0xAA, 0x11, 0x00, 0xF8}, 0},
+                          Case{kRgba, {0x12, 0x34, 0x56, 0x78, 0, 255, 0, 16}, {0x57, 0x13, 0x01, 0x0F}, 0}}) {
+        SCOPED_TRACE(c.format);
+        Result result;
+        const Held image(qelImage2D_createPalettized(c.format, 4, 1, indices.data(), c.palette.data(),
+                                                     int32_t(c.palette.size()), &result));
+        ASSERT_EQ(result, QEL_STATUS_OK);
+        const size_t entrySize = c.stored.size() / 2;
+        EXPECT_EQ(qelImage2D_storedEntrySize(image), entrySize);
+        Bytes block = c.stored;
+        block.resize(256 * entrySize, c.rest);
+        block.insert(block.end(), indices.begin(), indices.end());
+        EXPECT_EQ(bytesOf(image->paletteBlock, block.size()), block);
+        EXPECT_EQ(image->pixels, image->paletteBlock + 256 * entrySize);
+        EXPECT_EQ(image->levelRecord->pixels, image->paletteBlock);
+        EXPECT_EQ(image->levelRecord->palette5551, 0);
+    }
+}
+
+TEST(Image2D, ChecksPaletteLengths) {
+    const Bytes indices(4), palette(2000);
+    struct Case {
+        int32_t format, length;
+        Result result;
+    };
+    constexpr Result kOk = QEL_STATUS_OK, kBad = QEL_STATUS_ILLEGAL_ARGUMENT;
+    for (const Case& c :
+         {Case{kRgb, 0, kOk}, Case{kRgb, 768, kOk}, Case{kRgb, 2000, kOk}, Case{kRgb, 767, kBad}, Case{kRgb, -3, kBad},
+          Case{kRgba, 6, kBad}, Case{kLuminanceAlpha, 3, kBad}, Case{kAlpha, 3, kOk}, Case{95, 3, kBad}}) {
+        SCOPED_TRACE(testing::Message() << c.format << ", " << c.length);
+        Result result;
+        const Held image(
+            qelImage2D_createPalettized(c.format, 2, 2, indices.data(), palette.data(), c.length, &result));
+        EXPECT_EQ(result, c.result);
+    }
+    Result result;
+    EXPECT_EQ(qelImage2D_createPalettized(kRgb, 2, 2, nullptr, palette.data(), 3, &result), nullptr);
+    EXPECT_EQ(result, QEL_STATUS_NULL_POINTER);
+    EXPECT_EQ(qelImage2D_createPalettized(kRgb, 2, 2, indices.data(), nullptr, 0, &result), nullptr);
+    EXPECT_EQ(result, QEL_STATUS_NULL_POINTER);
+}
+
+TEST(Image2D, KeepsFigureTexturesAs5551) {
+    const Bytes indices = {1, 0};
+    Bytes palette(1024);
+    for (size_t i = 0; i < palette.size(); ++i) palette[i] = uint8_t(i * 37);
+    Result result;
+    const Held image(qelImage2D_createPalettized5551(2, 1, indices.data(), palette.data(), &result));
+    ASSERT_EQ(result, QEL_STATUS_OK);
+    Words expected;
+    for (size_t i = 0; i < 1024; i += 4)
+        expected.push_back(rgba5551(palette[i], palette[i + 1], palette[i + 2], palette[i + 3]));
+    EXPECT_EQ(wordsOf(image->paletteBlock, 256), expected);
+    EXPECT_EQ(image->format, ImageFormat::Rgba);
+    EXPECT_EQ(image->bytesPerPixel, 2);
+    EXPECT_EQ(image->levelRecord->palette5551, 1);
+    EXPECT_EQ(qelImage2D_createPalettized5551(-1, 1, indices.data(), palette.data(), &result), nullptr);
+    EXPECT_EQ(result, QEL_STATUS_ILLEGAL_ARGUMENT);
+    EXPECT_EQ(qelImage2D_createPalettized5551(2, 1, indices.data(), nullptr, &result), nullptr);
+    EXPECT_EQ(result, QEL_STATUS_NULL_POINTER);
+}
+
+TEST(Image2D, LetsDecodersWriteIntoItsStorage) {
+    Result result;
+    uint16_t* pixels = nullptr;
+    const Held direct(qelImage2D_createRgb565(3, 2, &pixels, &result));
+    ASSERT_EQ(result, QEL_STATUS_OK);
+    EXPECT_EQ(static_cast<void*>(pixels), direct->pixels);
+    EXPECT_EQ(wordsOf(pixels, 6), Words(6));
+    uint8_t* indices = nullptr;
+    const Held indexed(qelImage2D_createIndexed(ImageFormat::Rgba, 3, 2, true, &indices, &result));
+    ASSERT_EQ(result, QEL_STATUS_OK);
+    EXPECT_EQ(indices, indexed->pixels);
+    const Bytes palette = {255, 255, 255, 255};
+    qelImage2D_setPalette(indexed, palette.data(), 1);
+    EXPECT_EQ(wordsOf(indexed->paletteBlock, 2), (Words{0xFFFF, 0}));
+    EXPECT_EQ(qelImage2D_createRgb565(-1, 2, &pixels, &result), nullptr);
+    EXPECT_EQ(result, QEL_STATUS_ILLEGAL_ARGUMENT);
+}
+
+TEST(Image2D, RefusesWhatIsNoImage) {
+    const Bytes some(16);
+    struct Case {
+        int32_t format, width, height;
+        Result result;
+    };
+    for (const Case& c :
+         {Case{95, 1, 1, QEL_STATUS_ILLEGAL_ARGUMENT}, Case{101, 1, 1, QEL_STATUS_ILLEGAL_ARGUMENT},
+          Case{kRgb, -1, 1, QEL_STATUS_ILLEGAL_ARGUMENT}, Case{kRgb, 1, -1, QEL_STATUS_ILLEGAL_ARGUMENT},
+          Case{kRgba, INT32_MAX, INT32_MAX, QEL_STATUS_OUT_OF_MEMORY},
+          Case{kAlpha, 65536, 65536, QEL_STATUS_OUT_OF_MEMORY},
+          Case{kLuminanceAlpha, 32768, 65536, QEL_STATUS_OUT_OF_MEMORY}, Case{kRgb, 0, 5, QEL_STATUS_OK}}) {
+        SCOPED_TRACE(testing::Message() << c.format << ": " << c.width << " x " << c.height);
+        Result result = -1;
+        const Held blank(qelImage2D_createMutable(c.format, c.width, c.height, &result));
+        EXPECT_EQ(result, c.result);
+        const Held image(qelImage2D_createFromPixels(c.format, c.width, c.height, some.data(), true, &result));
+        EXPECT_EQ(result, c.result);
+        const Held indexed(
+            qelImage2D_createPalettized(c.format, c.width, c.height, some.data(), some.data(), 0, &result));
+        EXPECT_EQ(result, c.result);
+    }
+    Result result;
+    EXPECT_EQ(qelImage2D_createFromPixels(kRgb, 1, 1, nullptr, true, &result), nullptr);
+    EXPECT_EQ(result, QEL_STATUS_NULL_POINTER);
+}
+
+TEST(Image2D, AdoptsOnlyPixelsThatNeedNoPacking) {
+    CountingHeap heap;
+    for (const int32_t format : {kAlpha, kLuminance, kLuminanceAlpha, kRgb, kRgba}) {
+        SCOPED_TRACE(format);
+        const bool isPacked = format >= kRgb;
+        auto* pixels = qelAllocArrayOf<uint8_t>(16);
+        Result result;
+        heap.failAfter(0);
+        EXPECT_EQ(qelImage2D_createFromPixels(format, 2, 2, pixels, false, &result), nullptr);
+        EXPECT_EQ(result, QEL_STATUS_OUT_OF_MEMORY);
+        heap.failAfter(kNeverFail);
+        Image2D* image = qelImage2D_createFromPixels(format, 2, 2, pixels, false, &result);
+        EXPECT_EQ(image->pixels == pixels, !isPacked);
+        qelObject3D_unref(image);
+        if (isPacked) qelFree(pixels);
+        EXPECT_EQ(heap.liveBlocks(), 0);
+    }
+}
+
+// --- Changes ---
+
+TEST(Image2D, MutableImagesStartWhiteAndTurnTo16Bits) {
+    for (const int32_t format : {kAlpha, kLuminance, kLuminanceAlpha, kRgb, kRgba}) {
+        SCOPED_TRACE(format);
+        const int32_t givenSize[] = {1, 1, 2, 3, 4}, storedSize[] = {1, 1, 2, 2, 2};
+        const size_t given = size_t(givenSize[format - kAlpha]), stored = size_t(storedSize[format - kAlpha]);
+        Result result;
+        const Held image(qelImage2D_createMutable(format, 3, 2, &result));
+        EXPECT_EQ(image->isMutable, 1);
+        EXPECT_EQ(size_t(image->bytesPerPixel), given);
+        EXPECT_EQ(bytesOf(image->pixels, 6 * given), Bytes(6 * given, 0xFF));
+
+        const Bytes patch(2 * given, 0x21);  // columns 1 and 2 of row 1
+        image->stateChanged = 0;
+        EXPECT_EQ(qelImage2D_set(image, 1, 1, 2, 1, patch.data()), QEL_STATUS_OK);
+        EXPECT_EQ(size_t(image->bytesPerPixel), stored);
+        EXPECT_EQ(image->version, 2u);
+        EXPECT_EQ(image->stateChanged, 1);
+        Bytes expected(6 * stored, 0xFF);
+        const uint16_t packed = format == kRgb ? rgb565(0x21, 0x21, 0x21) : rgba4444(0x21, 0x21, 0x21, 0x21);
+        for (size_t i = 4 * stored; i < expected.size(); ++i)
+            expected[i] = format < kRgb ? 0x21 : uint8_t(i % 2 ? packed >> 8 : packed);
+        EXPECT_EQ(bytesOf(image->pixels, expected.size()), expected);
+    }
+    Result result;
+    const Held image(qelImage2D_createMutable(kRgb, 2, 2, &result));
+    const Bytes red = {255, 0, 0};
+    qelImage2D_set(image, 0, 0, 1, 1, red.data());
+    EXPECT_EQ(wordsOf(image->pixels, 4), (Words{0xF800, 0xFFFF, 0xFFFF, 0xFFFF}));
+}
+
+TEST(Image2D, SetsOnlyRectanglesInside) {
+    Result result;
+    const Held image(qelImage2D_createMutable(kAlpha, 4, 3, &result));
+    const Bytes pixels(12);
+    struct Case {
+        int32_t x, y, width, height;
+        Result result;
+    };
+    for (const Case& c :
+         {Case{0, 0, 4, 3, QEL_STATUS_OK}, Case{3, 2, 1, 1, QEL_STATUS_OK},
+          Case{1, 0, 4, 1, QEL_STATUS_ILLEGAL_ARGUMENT}, Case{0, 1, 1, 3, QEL_STATUS_ILLEGAL_ARGUMENT},
+          Case{-1, 0, 1, 1, QEL_STATUS_ILLEGAL_ARGUMENT}, Case{0, -1, 1, 1, QEL_STATUS_ILLEGAL_ARGUMENT},
+          Case{0, 0, 0, 1, QEL_STATUS_ILLEGAL_ARGUMENT}, Case{0, 0, 1, 0, QEL_STATUS_ILLEGAL_ARGUMENT},
+          Case{1, 0, INT32_MAX, 1, QEL_STATUS_ILLEGAL_ARGUMENT},
+          Case{INT32_MAX, 0, 1, 1, QEL_STATUS_ILLEGAL_ARGUMENT}}) {
+        SCOPED_TRACE(testing::Message() << c.x << ' ' << c.y << ' ' << c.width << ' ' << c.height);
+        const uint32_t version = image->version;
+        EXPECT_EQ(qelImage2D_set(image, c.x, c.y, c.width, c.height, pixels.data()), c.result);
+        EXPECT_EQ(image->version, version + (c.result == QEL_STATUS_OK));
+        EXPECT_EQ(qelImage2D_set(image, c.x, c.y, c.width, c.height, nullptr),
+                  c.result == QEL_STATUS_OK ? QEL_STATUS_NULL_POINTER : c.result);
+    }
+}
+
+TEST(Image2D, CountsVersionsWithoutZero) {
+    Result result;
+    const Held image(qelImage2D_createMutable(kAlpha, 1, 1, &result));
+    EXPECT_TRUE(qelImage2D_needsUpload(image));
+    qelImage2D_markUploaded(image);
+    EXPECT_FALSE(qelImage2D_needsUpload(image));
+    image->version = image->versionUploaded = 0xFFFFFFFF;
+    qelImage2D_touch(image);
+    EXPECT_EQ(image->version, 1u);
+    EXPECT_TRUE(qelImage2D_needsUpload(image));
+}
+
+TEST(Image2D, DuplicateOwnsPixelsAndTexture) {
+    const Bytes indices = {1, 2, 3, 4};
+    const Bytes palette(1024, 0x88);
+    Result result;
+    const Held indexed(qelImage2D_createPalettized5551(2, 2, indices.data(), palette.data(), &result));
+    const Held blank(qelImage2D_createMutable(kRgba, 2, 2, &result));
+    const Held written(qelImage2D_createMutable(kRgb, 2, 2, &result));
+    qelImage2D_set(written, 0, 0, 1, 1, indices.data());
+    for (Image2D* image : {indexed.get(), blank.get(), written.get()}) {
+        const size_t size = image->paletteBlock ? 512 + 4 : size_t(4 * image->bytesPerPixel);
+        const uint8_t* storage = image->paletteBlock ? image->paletteBlock : image->pixels;
+        const Bytes before = bytesOf(storage, size);
+        const Held copy(static_cast<Image2D*>(qelImage2D_duplicate(image)));
+        const uint8_t* copied = copy->paletteBlock ? copy->paletteBlock : copy->pixels;
+        EXPECT_NE(copied, storage);
+        EXPECT_EQ(bytesOf(copied, size), before);
+        EXPECT_EQ(copy->levelRecord->pixels, copied);
+        EXPECT_EQ(copy->levelRecord->textureName, -1);
+        EXPECT_EQ(copy->levelRecord->palette5551, image->levelRecord->palette5551);
+    }
+}
+
+TEST(Image2D, GivesEverythingBackWhenMemoryRunsOut) {
+    const Bytes given(1024, 3);
+    const auto makers = {+[](const uint8_t*, Result* result) { return qelImage2D_createMutable(kRgb, 4, 4, result); },
+                         +[](const uint8_t* bytes, Result* result) {
+                             return qelImage2D_createFromPixels(kRgba, 4, 4, bytes, true, result);
+                         },
+                         +[](const uint8_t* bytes, Result* result) {
+                             return qelImage2D_createPalettized5551(4, 4, bytes, bytes, result);
+                         }};
+    for (const auto make : makers)
+        sweepEngineAllocations(FailMode::Once, [&](CountingHeap& heap) {
+            Result result;
+            const Held image(make(given.data(), &result));
+            EXPECT_EQ(result, image.get() ? QEL_STATUS_OK : QEL_STATUS_OUT_OF_MEMORY);
+            const Held copy(image.get() ? qelImage2D_duplicate(image) : nullptr);
+            EXPECT_EQ(copy.get() == nullptr, heap.hasFailed());
+        });
+}

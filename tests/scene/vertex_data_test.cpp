@@ -1,0 +1,390 @@
+#include <algorithm>
+#include <cmath>
+#include <random>
+
+#include "tests/scene/held.h"
+#include "tests/support/counting_heap.h"
+
+// --- VertexArray ---
+
+TEST(VertexArray, RefusesShapesOutsideItsLimits) {
+    struct Case {
+        int32_t vertexCount, componentCount, componentSize;
+        Result result;
+    };
+    for (const Case& c :
+         {Case{1, 2, 1, QEL_STATUS_OK}, Case{65535, 4, 2, QEL_STATUS_OK}, Case{0, 3, 2, QEL_STATUS_ILLEGAL_ARGUMENT},
+          Case{-1, 3, 2, QEL_STATUS_ILLEGAL_ARGUMENT}, Case{65536, 3, 2, QEL_STATUS_ILLEGAL_ARGUMENT},
+          Case{10, 1, 2, QEL_STATUS_ILLEGAL_ARGUMENT}, Case{10, 5, 2, QEL_STATUS_ILLEGAL_ARGUMENT},
+          Case{10, 3, 4, QEL_STATUS_ILLEGAL_ARGUMENT}, Case{10, 3, 0, QEL_STATUS_ILLEGAL_ARGUMENT}}) {
+        SCOPED_TRACE(testing::Message() << c.vertexCount << ", " << c.componentCount << ", " << c.componentSize);
+        Result result = -1;
+        const Held array(qelVertexArray_create(c.vertexCount, c.componentCount, c.componentSize, &result));
+        EXPECT_EQ(result, c.result);
+        EXPECT_EQ(array.get() != nullptr, c.result == QEL_STATUS_OK);
+    }
+}
+
+TEST(VertexArray, ChecksRangesInOrder) {
+    const Held array(makeArray<int8_t>(3, std::vector<int8_t>(15)));  // 5 vertices
+    int8_t bytes[15] = {};
+    int16_t words[15] = {};
+    struct Case {
+        const char* what;
+        int32_t first, count;
+        bool hasValues;
+        Result bytesResult, wordsResult;
+    };
+    for (const Case& c :
+         {Case{"all", 0, 5, true, QEL_STATUS_OK, QEL_STATUS_ILLEGAL_STATE},
+          Case{"none", 4, 0, true, QEL_STATUS_OK, QEL_STATUS_ILLEGAL_STATE},
+          Case{"null before range", 9, 9, false, QEL_STATUS_NULL_POINTER, QEL_STATUS_NULL_POINTER},
+          Case{"one past", 1, 5, true, QEL_STATUS_INDEX_OUT_OF_RANGE, QEL_STATUS_INDEX_OUT_OF_RANGE},
+          Case{"from the end", 5, 0, true, QEL_STATUS_INDEX_OUT_OF_RANGE, QEL_STATUS_INDEX_OUT_OF_RANGE},
+          Case{"sum wraps", 1, INT32_MAX, true, QEL_STATUS_INDEX_OUT_OF_RANGE, QEL_STATUS_INDEX_OUT_OF_RANGE},
+          Case{"before the start", -1, 2, true, QEL_STATUS_INDEX_OUT_OF_RANGE, QEL_STATUS_INDEX_OUT_OF_RANGE},
+          Case{"negative count", 0, -1, true, QEL_STATUS_ILLEGAL_ARGUMENT, QEL_STATUS_ILLEGAL_ARGUMENT}}) {
+        SCOPED_TRACE(c.what);
+        EXPECT_EQ(qelVertexArray_set8(array, c.first, c.count, c.hasValues ? bytes : nullptr), c.bytesResult);
+        EXPECT_EQ(qelVertexArray_get8(array, c.first, c.count, c.hasValues ? bytes : nullptr), c.bytesResult);
+        EXPECT_EQ(qelVertexArray_set16(array, c.first, c.count, c.hasValues ? words : nullptr), c.wordsResult);
+        EXPECT_EQ(qelVertexArray_get16(array, c.first, c.count, c.hasValues ? words : nullptr), c.wordsResult);
+    }
+}
+
+TEST(VertexArray, CopiesWholeVertices) {
+    const Held array(makeArray<int16_t>(2, std::vector<int16_t>(8)));
+    const int16_t values[] = {1, -2, 3, -32768};
+    EXPECT_EQ(qelVertexArray_set16(array, 1, 2, values), QEL_STATUS_OK);
+    EXPECT_EQ(valuesOf<int16_t>(array), (std::vector<int16_t>{0, 0, 1, -2, 3, -32768, 0, 0}));
+    EXPECT_EQ(array->modified, 1);
+    int16_t out[2];
+    EXPECT_EQ(qelVertexArray_get16(array, 2, 1, out), QEL_STATUS_OK);
+    EXPECT_EQ(out[0], 3);
+    EXPECT_EQ(out[1], -32768);
+}
+
+TEST(VertexArray, AdoptsABlockOnlyOnSuccess) {
+    CountingHeap heap;
+    Result result;
+    void* block = qelAllocArray(12, 1);
+    EXPECT_EQ(qelVertexArray_createAdopting(0, 3, 1, block, &result), nullptr);
+    EXPECT_EQ(result, QEL_STATUS_ILLEGAL_ARGUMENT);
+    heap.failAfter(0);
+    EXPECT_EQ(qelVertexArray_createAdopting(4, 3, 1, block, &result), nullptr);
+    EXPECT_EQ(result, QEL_STATUS_OUT_OF_MEMORY);
+    EXPECT_EQ(heap.liveBlocks(), 1);
+    const Held array(qelVertexArray_createAdopting(4, 3, 1, block, &result));
+    EXPECT_EQ(result, QEL_STATUS_OK);
+    EXPECT_EQ(array->data, block);
+    EXPECT_EQ(qelVertexArray_createAdopting(4, 3, 1, nullptr, &result), nullptr);
+    EXPECT_EQ(result, QEL_STATUS_NULL_POINTER);
+}
+
+TEST(VertexArray, FinalisedKeepsOnlyItsBlock) {
+    CountingHeap heap;
+    VertexArray* array = makeArray<int8_t>(3, {1, 2, 3});
+    array->cache = qelAllocArray(5, 1);
+    array->userId = 7;
+    qelVertexArray_finalize(array);
+    EXPECT_EQ(heap.liveBlocks(), 1);
+    EXPECT_EQ(qelObject3D_getClassID(array), uint32_t(QEL_CLASS_VERTEX_ARRAY));
+    EXPECT_EQ(array->userId, 0);
+    EXPECT_EQ(array->vertexCount, 0);
+    qelObject3D_unref(array);
+}
+
+TEST(VertexArray, DuplicateOwnsItsData) {
+    const Held array(makeArray<int16_t>(3, {1, 2, 3}));
+    array->cache = qelAllocArray(5, 1);
+    const Held copy(static_cast<VertexArray*>(qelVertexArray_duplicate(array)));
+    static_cast<int16_t*>(array->data)[1] = 9;
+    EXPECT_EQ(valuesOf<int16_t>(copy), (std::vector<int16_t>{1, 2, 3}));
+    EXPECT_EQ(copy->cache, nullptr);
+}
+
+// --- VertexBuffer ---
+
+TEST(VertexBuffer, RefusesArraysOfTheWrongShape) {
+    const Held buffer(qelVertexBuffer_create());
+    struct Case {
+        int32_t components;
+        bool isByte;
+        Result positions, normals, colors, texCoords;
+    };
+    constexpr Result kOk = QEL_STATUS_OK, kBad = QEL_STATUS_ILLEGAL_ARGUMENT;
+    for (const Case& c : {Case{2, true, kBad, kBad, kBad, kOk}, Case{3, true, kOk, kOk, kOk, kOk},
+                          Case{4, true, kBad, kBad, kOk, kBad}, Case{3, false, kOk, kOk, kBad, kOk}}) {
+        SCOPED_TRACE(testing::Message() << c.components << (c.isByte ? " bytes" : " words"));
+        const Held array(c.isByte ? makeArray<int8_t>(c.components, std::vector<int8_t>(12))
+                                  : makeArray<int16_t>(c.components, std::vector<int16_t>(12)));
+        EXPECT_EQ(qelVertexBuffer_setPositions(buffer, array, 1, nullptr), c.positions);
+        EXPECT_EQ(qelVertexBuffer_setNormals(buffer, array), c.normals);
+        EXPECT_EQ(qelVertexBuffer_setNormalsAsIs(buffer, array), c.normals);
+        EXPECT_EQ(qelVertexBuffer_setColors(buffer, array), c.colors);
+        EXPECT_EQ(qelVertexBuffer_setTexCoords(buffer, 1, array, 1, nullptr), c.texCoords);
+        EXPECT_EQ(qelVertexBuffer_setTexCoords(buffer, 2, array, 1, nullptr), kBad);
+        EXPECT_EQ(qelVertexBuffer_setTexCoords(buffer, -1, array, 1, nullptr), kBad);
+    }
+    EXPECT_EQ(qelVertexBuffer_setPositions(buffer, nullptr, 1, nullptr), kOk);
+}
+
+TEST(VertexBuffer, PositionsCountAsChangedByArrayAndScaleButNotByBias) {
+    const Held buffer(qelVertexBuffer_create());
+    const Held first(makeArray<int8_t>(3, {1, 2, 3})), second(makeArray<int8_t>(3, {1, 2, 3}));
+    const float bias[] = {1, 2, 3};
+    struct Case {
+        const char* what;
+        VertexArray* array;
+        float scale;
+        const float* bias;
+        bool changed;
+    };
+    for (const Case& c :
+         {Case{"first array", first, 1, nullptr, true}, Case{"the same again", first, 1, nullptr, false},
+          Case{"bias", first, 1, bias, false}, Case{"scale", first, 2, bias, true},
+          Case{"another array", second, 2, bias, true}, Case{"none", nullptr, 2, nullptr, true}}) {
+        SCOPED_TRACE(c.what);
+        buffer->positionsChanged = 0;
+        EXPECT_EQ(qelVertexBuffer_setPositions(buffer, c.array, c.scale, c.bias), QEL_STATUS_OK);
+        EXPECT_EQ(buffer->positionsChanged, c.changed);
+        float scaleBias[4];
+        EXPECT_EQ(qelVertexBuffer_getPositions(buffer, scaleBias), c.array);
+        EXPECT_EQ(scaleBias[0], c.scale);
+        EXPECT_EQ(scaleBias[3], c.bias ? 3 : 0);
+    }
+    EXPECT_EQ(first->refCount, 1);
+}
+
+TEST(VertexBuffer, TexCoordBiasHasAsManyComponentsAsTheArray) {
+    const Held buffer(qelVertexBuffer_create());
+    const Held pairs(makeArray<int16_t>(2, {1, 2})), triples(makeArray<int16_t>(3, {1, 2, 3}));
+    const float bias[] = {4, 5, 6};
+    float out[4];
+    Result result;
+    qelVertexBuffer_setTexCoords(buffer, 1, triples, 0.5f, bias);
+    EXPECT_EQ(qelVertexBuffer_getTexCoords(buffer, 1, out, &result), triples.get());
+    EXPECT_EQ(std::vector<float>(out, out + 4), (std::vector<float>{0.5f, 4, 5, 6}));
+    qelVertexBuffer_setTexCoords(buffer, 1, pairs, 0.5f, bias);
+    EXPECT_EQ(buffer->texCoordBias[1][2], 0);
+    out[3] = 99;
+    qelVertexBuffer_getTexCoords(buffer, 1, out, &result);
+    EXPECT_EQ(out[3], 99) << "written beyond the array's components";
+    EXPECT_EQ(qelVertexBuffer_getTexCoords(buffer, 2, out, &result), nullptr);
+    EXPECT_EQ(result, QEL_STATUS_INDEX_OUT_OF_RANGE);
+}
+
+TEST(VertexBuffer, ListsAndCountsByItsArrays) {
+    const Held buffer(qelVertexBuffer_create());
+    EXPECT_EQ(qelVertexBuffer_getVertexCount(buffer), 0);
+    const Held normals(makeArray<int8_t>(3, std::vector<int8_t>(3))),
+        colors(makeArray<int8_t>(4, std::vector<int8_t>(8)));
+    const Held unit1(makeArray<int8_t>(2, std::vector<int8_t>(6))), unit0(makeArray<int8_t>(2, std::vector<int8_t>(8)));
+    const Held positions(makeArray<int8_t>(3, std::vector<int8_t>(15)));
+    qelVertexBuffer_setNormals(buffer, normals);
+    EXPECT_EQ(qelVertexBuffer_getVertexCount(buffer), 1);
+    qelVertexBuffer_setColors(buffer, colors);
+    EXPECT_EQ(qelVertexBuffer_getVertexCount(buffer), 2);
+    qelVertexBuffer_setTexCoords(buffer, 1, unit1, 1, nullptr);
+    EXPECT_EQ(qelVertexBuffer_getVertexCount(buffer), 3);
+    qelVertexBuffer_setTexCoords(buffer, 0, unit0, 1, nullptr);
+    EXPECT_EQ(qelVertexBuffer_getVertexCount(buffer), 4);
+    qelVertexBuffer_setPositions(buffer, positions, 1, nullptr);
+    EXPECT_EQ(qelVertexBuffer_getVertexCount(buffer), 5);
+
+    const std::vector<Object3D*> order = {colors, normals, positions, unit0, unit1};
+    EXPECT_EQ(referencesOf(buffer), order);
+    for (size_t i = order.size(); i-- > 0;) {  // each hides those after it
+        order[i]->userId = 5;
+        EXPECT_EQ(buffer->find(buffer, 5), order[i]);
+    }
+    const Held copy(static_cast<VertexBuffer*>(qelVertexBuffer_duplicate(buffer)));
+    EXPECT_EQ(referencesOf(copy), order);
+    EXPECT_EQ(positions->refCount, 3);
+}
+
+// --- Normals ---
+
+template <typename T>
+static std::vector<T> normalised(const std::vector<T>& values) {
+    const double unit = std::numeric_limits<T>::max();
+    std::vector<T> out;
+    for (size_t i = 0; i < values.size(); i += 3) {
+        const double x = values[i], y = values[i + 1], z = values[i + 2];
+        const double length = std::max(std::floor(std::sqrt(x * x + y * y + z * z) + 0.5), 1.0);
+        for (size_t k = 0; k < 3; ++k) out.push_back(T(std::trunc(values[i + k] * unit / length)));
+    }
+    return out;
+}
+
+template <typename T>
+static void expectNormalised(const std::vector<T>& values) {
+    const Held buffer(qelVertexBuffer_create());
+    const Held array(makeArray<T>(3, values));
+    ASSERT_EQ(qelVertexBuffer_setNormals(buffer, array), QEL_STATUS_OK);
+    EXPECT_EQ(valuesOf<T>(array), normalised(values));
+}
+
+TEST(VertexBuffer, NormalisesNormalsInPlace) {
+    const Held buffer(qelVertexBuffer_create());
+    const Held array(makeArray<int16_t>(3, {3, 4, 0, 0, 0, 0, -32768, -32768, -32768}));
+    buffer->normalsChanged = 0;
+    qelVertexBuffer_setNormals(buffer, array);
+    EXPECT_EQ(valuesOf<int16_t>(array), (std::vector<int16_t>{19660, 26213, 0, 0, 0, 0, -18917, -18917, -18917}));
+    EXPECT_EQ(buffer->normalsChanged, 1);
+    buffer->normalsChanged = 0;
+    qelVertexBuffer_setNormals(buffer, array);
+    EXPECT_EQ(buffer->normalsChanged, 0) << "the same array";
+
+    std::vector<int8_t> bytes;
+    for (int32_t x = -128; x < 128; ++x)
+        for (int32_t y = -128; y < 128; ++y) {
+            const int8_t normal[] = {int8_t(x), int8_t(y), int8_t(x * 7 + y * 3)};
+            bytes.insert(bytes.end(), normal, normal + 3);
+            if (bytes.size() == 3 * 32768) expectNormalised(std::exchange(bytes, {}));
+        }
+    std::mt19937 random(1);
+    std::vector<int16_t> words(3 * 65535);
+    for (int16_t& word : words) word = int16_t(random() >> (random() & 15));
+    expectNormalised(words);
+}
+
+TEST(VertexBuffer, KeepsNormalsAsTheyAreWhenAsked) {
+    const Held buffer(qelVertexBuffer_create());
+    const Held array(makeArray<int8_t>(3, {0, 64, 0}));
+    qelVertexBuffer_setNormalsAsIs(buffer, array);
+    EXPECT_EQ(valuesOf<int8_t>(array), (std::vector<int8_t>{0, 64, 0}));
+}
+
+// --- TriangleStripArray ---
+
+static std::vector<uint16_t> indicesOf(const TriangleStripArray* array) {
+    return {array->indices, array->indices + array->indexCount};
+}
+
+TEST(TriangleStripArray, TurnsStripsIntoTrianglesOfOneWinding) {
+    struct Case {
+        const char* what;
+        std::vector<int32_t> lengths, indices;
+        std::vector<uint16_t> triangles;
+        int32_t limit;
+    };
+    for (Case& c : std::vector<Case>{
+             {"one strip", {5}, {0, 1, 2, 3, 4}, {0, 1, 2, 2, 1, 3, 2, 3, 4}, 4},
+             {"triangles and a quad", {3, 4}, {7, 8, 9, 3, 1, 2, 0}, {7, 8, 9, 3, 1, 2, 2, 1, 0}, 9},
+             {"index left over, and it is the largest", {3}, {0, 1, 2, 65535}, {0, 1, 2}, 65535},
+         }) {
+        SCOPED_TRACE(c.what);
+        Result result;
+        const Held array(qelTriangleStripArray_createExplicit(
+            c.lengths.data(), int32_t(c.lengths.size()), c.indices.data(), int32_t(c.indices.size()), true, &result));
+        ASSERT_EQ(result, QEL_STATUS_OK);
+        EXPECT_EQ(indicesOf(array), c.triangles);
+        EXPECT_EQ(array->indexLimit, c.limit);
+        EXPECT_EQ(array->stripCount, 1);
+        EXPECT_EQ(array->stripLengths[0], array->indexCount);
+        EXPECT_EQ(qelTriangleStripArray_getTriangleCount(array), int32_t(c.triangles.size()) / 3);
+        const Held copy(static_cast<TriangleStripArray*>(qelTriangleStripArray_duplicate(array)));
+        EXPECT_EQ(indicesOf(copy), c.triangles);
+        EXPECT_NE(copy->indices, array->indices);
+    }
+}
+
+TEST(TriangleStripArray, RefusesWhatIsNoStrip) {
+    struct Case {
+        const char* what;
+        std::vector<int32_t> lengths, indices;
+        int32_t stripCount, indexCount;
+        Result result;
+    };
+    constexpr Result kArgument = QEL_STATUS_ILLEGAL_ARGUMENT, kIndex = QEL_STATUS_INDEX_OUT_OF_RANGE;
+    for (Case& c : std::vector<Case>{
+             {"no strips", {3}, {0, 1, 2}, 0, 3, kArgument},
+             {"negative strip count", {3}, {0, 1, 2}, -1, 3, kArgument},
+             {"no indices", {3}, {0, 1, 2}, 1, 0, kArgument},
+             {"strip of two", {3, 2}, {0, 1, 2, 3, 4}, 2, 5, kArgument},
+             {"more strips than indices", {3, 3}, {0, 1, 2, 3, 4}, 2, 5, kArgument},
+             {"lengths whose sum wraps", {INT32_MAX, INT32_MAX, 5}, {0, 1, 2}, 3, 3, kArgument},
+             {"index too large", {3}, {0, 1, 65536}, 1, 3, kIndex},
+             {"negative index, not in a strip", {3}, {0, 1, 2, -1}, 1, 4, kIndex},
+         }) {
+        SCOPED_TRACE(c.what);
+        Result result = QEL_STATUS_OK;
+        EXPECT_EQ(qelTriangleStripArray_createExplicit(c.lengths.data(), c.stripCount, c.indices.data(), c.indexCount,
+                                                       true, &result),
+                  nullptr);
+        EXPECT_EQ(result, c.result);
+    }
+    int32_t some[] = {3, 4, 5};
+    Result result;
+    EXPECT_EQ(qelTriangleStripArray_createExplicit(nullptr, 0, some, 3, true, &result), nullptr);
+    EXPECT_EQ(result, QEL_STATUS_NULL_POINTER);
+    EXPECT_EQ(qelTriangleStripArray_createExplicit(some, 0, nullptr, 3, true, &result), nullptr);
+    EXPECT_EQ(result, QEL_STATUS_NULL_POINTER);
+}
+
+TEST(TriangleStripArray, ImplicitStripsStayWithin65535Vertices) {
+    struct Case {
+        int32_t first;
+        std::vector<int32_t> lengths;
+        Result result;
+    };
+    for (Case& c : std::vector<Case>{{0, {65535}, QEL_STATUS_OK},
+                                     {65532, {3}, QEL_STATUS_OK},
+                                     {65533, {3}, QEL_STATUS_INDEX_OUT_OF_RANGE},
+                                     {-1, {3}, QEL_STATUS_INDEX_OUT_OF_RANGE},
+                                     {INT32_MAX, {INT32_MAX, INT32_MAX}, QEL_STATUS_INDEX_OUT_OF_RANGE},
+                                     {0, {4, 2}, QEL_STATUS_ILLEGAL_ARGUMENT},
+                                     {0, {}, QEL_STATUS_ILLEGAL_ARGUMENT}}) {
+        SCOPED_TRACE(testing::Message() << c.first << ", " << c.lengths.size() << " strips");
+        c.lengths.reserve(1);
+        Result result;
+        const Held array(
+            qelTriangleStripArray_createImplicit(c.first, c.lengths.data(), int32_t(c.lengths.size()), true, &result));
+        EXPECT_EQ(result, c.result);
+        if (array.get()) {
+            EXPECT_EQ(array->indexLimit, 65535);
+        }
+    }
+    int32_t lengths[] = {3, 5};
+    Result result;
+    const Held array(qelTriangleStripArray_createImplicit(10, lengths, 2, true, &result));
+    EXPECT_EQ(qelTriangleStripArray_getTriangleCount(array), 4);
+    EXPECT_EQ(array->indexLimit, 18);
+    EXPECT_EQ(qelTriangleStripArray_createImplicit(0, nullptr, 1, true, &result), nullptr);
+    EXPECT_EQ(result, QEL_STATUS_NULL_POINTER);
+}
+
+TEST(TriangleStripArray, AdoptsBlocksOnlyOnSuccess) {
+    for (const bool isExplicit : {false, true})
+        sweepEngineAllocations(FailMode::Once, [=](CountingHeap& heap) {
+            auto* lengths = qelAllocArrayOf<int32_t>(1);
+            auto* indices = qelAllocArrayOf<int32_t>(4);
+            Result result = QEL_STATUS_OUT_OF_MEMORY;
+            TriangleStripArray* array = nullptr;
+            if (lengths && indices) {
+                lengths[0] = 4;
+                array = isExplicit ? qelTriangleStripArray_createExplicit(lengths, 1, indices, 4, false, &result)
+                                   : qelTriangleStripArray_createImplicit(0, lengths, 1, false, &result);
+            }
+            EXPECT_EQ(result, heap.hasFailed() ? QEL_STATUS_OUT_OF_MEMORY : QEL_STATUS_OK);
+            EXPECT_EQ(array == nullptr, heap.hasFailed());
+            if (!array) qelFree(lengths);
+            if (!array || !isExplicit) qelFree(indices);
+            qelObject3D_unref(array);
+        });
+}
+
+TEST(VertexData, GivesEverythingBackWhenMemoryRunsOut) {
+    for (const FailMode mode : {FailMode::Once, FailMode::FromThenOn})
+        sweepEngineAllocations(mode, [](CountingHeap& heap) {
+            const Held buffer(makeBuffer<int16_t>({1, 2, 3}));
+            const Held copy(buffer.get() ? qelVertexBuffer_duplicate(buffer) : nullptr);
+            const Held array(copy.get() ? qelVertexArray_duplicate(buffer->positions) : nullptr);
+            int32_t lengths[] = {3}, indices[] = {0, 0, 0};
+            Result result;
+            const Held strips(qelTriangleStripArray_createExplicit(lengths, 1, indices, 3, true, &result));
+            const Held stripsCopy(strips.get() ? qelTriangleStripArray_duplicate(strips) : nullptr);
+            EXPECT_TRUE(heap.hasFailed() || (array.get() && stripsCopy.get()));
+        });
+}
