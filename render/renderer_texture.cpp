@@ -22,6 +22,21 @@ void qelRendererTexture_destroy(RendererTexture* texture) {
     qelFree(texture);
 }
 
+struct Side {
+    int32_t length;
+    uint8_t isStretched;
+};
+
+// A stretched image fills its side. A side of four times its length, where that is not too long, keeps the edges of its
+// texels within an eighth of a texel of where they belong.
+static Side sideFor(int32_t imageSide, bool stretch) {
+    constexpr uint32_t kFineSide = 1024;
+    uint32_t length = std::bit_ceil(uint32_t(imageSide));
+    const bool isStretched = stretch && length != uint32_t(imageSide);
+    for (int doubled = 0; isStretched && doubled < 2 && length < kFineSide; ++doubled) length *= 2;
+    return {int32_t(length), isStretched};
+}
+
 // The texel of the image that stands at one place of the copy. Stretched sides are sampled at texel centres: whoever then
 // draws the image pixel by pixel hits every texel once.
 static int32_t sourceOf(int32_t place, int32_t imageSide, int32_t side, bool isStretched) {
@@ -69,18 +84,15 @@ Result qelRendererTexture_bind(RendererTexture* texture, const Image2D* image, b
         qelStatus_set(QEL_STATUS_OUT_OF_MEMORY);
         return QEL_STATUS_OUT_OF_MEMORY;
     }
-    const auto width = int32_t(std::bit_ceil(uint32_t(image->width)));
-    const auto height = int32_t(std::bit_ceil(uint32_t(image->height)));
-    const RendererTexture wanted = {0, width, height, uint8_t(stretchX && width != image->width),
-                                    uint8_t(stretchY && height != image->height)};
-    const bool isCurrent = texture->textureName != 0 && !imageChanged && texture->stretchX == wanted.stretchX &&
-                           texture->stretchY == wanted.stretchY;
+    const Side x = sideFor(image->width, stretchX), y = sideFor(image->height, stretchY);
+    const bool isCurrent = texture->textureName != 0 && !imageChanged && texture->stretchX == x.isStretched &&
+                           texture->stretchY == y.isStretched;
     if (isCurrent) {
         glBindTexture(GL_TEXTURE_2D, texture->textureName);
         return QEL_STATUS_OK;
     }
     deleteTexture(texture);
-    *texture = wanted;
+    *texture = {0, x.length, y.length, x.isStretched, y.isStretched};
     glGenTextures(1, &texture->textureName);
     glBindTexture(GL_TEXTURE_2D, texture->textureName);
     if (upload(image, *texture)) return QEL_STATUS_OK;

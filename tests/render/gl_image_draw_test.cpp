@@ -129,7 +129,8 @@ TEST_F(ImageDrawTest, OtherSidesGrowToPowersOfTwo) {
     qelBackground_setCrop(background, 0, 0, 6, 2);
     qelGLBackend_clear(backend, kClearColor, background);
     expectShown(lastShown(3, 2), {0, 0, 64, 48, 0, 0, 6, 2}, "twice");
-    EXPECT_EQ(indices(), (std::vector<uint8_t>{0, 1, 1, 2, 3, 4, 4, 5}));
+    EXPECT_EQ(indices(), (std::vector<uint8_t>{0, 0, 0, 0, 0, 1, 1, 1, 1, 1, 1, 2, 2, 2, 2, 2,  //
+                                               3, 3, 3, 3, 3, 4, 4, 4, 4, 4, 4, 5, 5, 5, 5, 5}));
     EXPECT_THAT(glRecorder.liveTextures, SizeIs(1));
 }
 

@@ -1,0 +1,214 @@
+// What a real OpenGL ES 1.1 makes of the calls.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdlib>
+
+#include "tests/render/scene_parts.h"
+#include "tools/gl_surface.h"
+
+struct Rgb {
+    int r, g, b;
+};
+
+class PixelTest : public testing::Test {
+protected:
+    static constexpr int32_t kSide = 32;
+
+    PixelTest() {
+        backend = qelGLBackend_create(kModeColorDepth, kSide, kSide);
+        qelTransform_setIdentity(&identity);
+        bindSurface();
+    }
+    ~PixelTest() override { qelGLBackend_destroy(backend); }
+
+    void bindSurface() {
+        qelGLBackend_setViewport(backend, {0, 0, kSide, kSide}, {0, 0, kSide, kSide});
+        EXPECT_EQ(qelGLBackend_bind(backend, kSide, kSide), QEL_STATUS_OK);
+        EXPECT_EQ(qelGLBackend_clear(backend, kClearColor | kClearDepth, nullptr), QEL_STATUS_OK);
+    }
+    void draw(const Square& square) { EXPECT_EQ(qelGLBackend_drawSubmesh(backend, square.submesh()), QEL_STATUS_OK); }
+    void take() { frame = surface->readPixels(); }
+    // Within what rounding to 8 bits in different places may make of a channel.
+    void expectPixel(int x, int y, Rgb expected, const char* what) const {
+        constexpr int kTolerance = 2;
+        const uint8_t* pixel = &frame.at(size_t(y * kSide + x) * 4);
+        const bool isNear = std::abs(pixel[0] - expected.r) <= kTolerance &&
+                            std::abs(pixel[1] - expected.g) <= kTolerance &&
+                            std::abs(pixel[2] - expected.b) <= kTolerance;
+        EXPECT_TRUE(isNear) << what << " at (" << x << ", " << y << "): " << int(pixel[0]) << " " << int(pixel[1])
+                            << " " << int(pixel[2]) << " instead of " << expected.r << " " << expected.g << " "
+                            << expected.b;
+    }
+
+    std::unique_ptr<GlSurface> surface = GlSurface::create(kSide, kSide);
+    GLBackend* backend;
+    qelTransform identity;
+    std::vector<uint8_t> frame;
+};
+
+static constexpr Rgb kBlack = {0, 0, 0}, kRed = {255, 0, 0}, kGreen = {0, 255, 0}, kBlue = {0, 0, 255},
+                     kWhite = {255, 255, 255};
+
+// 2 x 2 texels: red, green; blue, white.
+static Held<Image2D> makeFourColors(int32_t width = 2, int32_t height = 2) {
+    std::vector<uint8_t> pixels;
+    for (int32_t y = 0; y < height; ++y)
+        for (int32_t x = 0; x < width; ++x) {
+            const Rgb color = y % 2 == 0 ? (x % 2 == 0 ? kRed : kGreen) : (x % 2 == 0 ? kBlue : kWhite);
+            for (const int channel : {color.r, color.g, color.b}) pixels.push_back(uint8_t(channel));
+        }
+    Result result;
+    return Held<Image2D>(
+        qelImage2D_createFromPixels(int32_t(ImageFormat::Rgb), width, height, pixels.data(), true, &result));
+}
+
+// A square from (-1, -1) to (1, 1), shown whole.
+struct BigSquare : Square {
+    BigSquare() {
+        const auto positions = makeArray<int16_t>(3, {-1, -1, 0, 1, -1, 0, -1, 1, 0, 1, 1, 0});
+        qelVertexBuffer_setPositions(buffer, positions, 1, nullptr);
+        setNormals();
+    }
+};
+
+TEST_F(PixelTest, ATriangleIsLit) {
+    Square triangle;
+    const auto positions = makeArray<int16_t>(3, {-1, -1, 0, 1, -1, 0, -1, 1, 0});
+    qelVertexBuffer_setPositions(triangle.buffer, positions, 1, nullptr);
+    qelVertexBuffer_setNormals(triangle.buffer, makeArray<int8_t>(3, {0, 0, 9, 0, 0, 9, 0, 0, 9}));
+    int32_t length = 3;
+    Result result;
+    triangle.strip = Held<TriangleStripArray>(qelTriangleStripArray_createImplicit(0, &length, 1, true, &result));
+    Material* material = triangle.setMaterial();
+    qelMaterial_setColor(material, QEL_MATERIAL_DIFFUSE, 0xFFFF8040);
+    qelMaterial_setColor(material, QEL_MATERIAL_AMBIENT, 0x0000FF);
+
+    const Held<Light> sun(qelLight_create()), ambient(qelLight_create());
+    qelLight_setMode(ambient, int32_t(LightMode::Ambient));
+    qelLight_setIntensity(ambient, 0.25f);
+    qelTransform slanted = identity;
+    qelTransform_postRotate(&slanted, 60, 1, 0, 0);
+    qelGLBackend_setLight(backend, 0, sun, &slanted);  // cos 60 = 0.5
+    qelGLBackend_setLight(backend, 1, ambient, &identity);
+    draw(triangle);
+    take();
+    expectPixel(4, 28, {128, 64, 32 + 64}, "half the diffuse and a quarter of the ambient colour");
+    expectPixel(14, 15, {128, 64, 96}, "just inside");
+    expectPixel(16, 15, kBlack, "just outside");
+    expectPixel(28, 4, kBlack, "upper right");
+}
+
+TEST_F(PixelTest, TextureRowsGoUpTheTextureCoordinates) {
+    struct Case {
+        const char* what;
+        int32_t levelFilter;
+        bool palette;
+    };
+    Result result;
+    const std::vector<uint8_t> indices = {0, 1, 2, 3}, palette = {255, 0, 0, 0, 255, 0, 0, 0, 255, 255, 255, 255};
+    for (const Case& c : {Case{"direct", 208, false}, Case{"palette", 208, true}, Case{"direct levels", 210, false},
+                          Case{"palette levels", 210, true}}) {
+        const Held<Image2D> image =
+            c.palette ? Held<Image2D>(qelImage2D_createPalettized(int32_t(ImageFormat::Rgb), 2, 2, indices.data(),
+                                                                  palette.data(), int32_t(palette.size()), &result))
+                      : makeFourColors();
+        const Held<Texture2D> texture = makeTexture(image);
+        qelTexture2D_setFiltering(texture, c.levelFilter, int32_t(TextureFilter::Nearest));
+        BigSquare square;
+        square.setTexture(0, texture);
+        qelVertexBuffer_setTexCoords(square.buffer, 0, square.buffer->texCoords[0], 1 / 8.0f, nullptr);
+        bindSurface();
+        draw(square);
+        take();
+        // A chain's palette keeps the upper bits of 5-6-5 alone.
+        const bool isCut = c.palette && c.levelFilter != 208;
+        const int full = isCut ? 248 : 255, fullGreen = isCut ? 252 : 255;
+        expectPixel(8, 24, {full, 0, 0}, c.what);
+        expectPixel(24, 24, {0, fullGreen, 0}, c.what);
+        expectPixel(8, 8, {0, 0, full}, c.what);
+        expectPixel(24, 8, {full, fullGreen, full}, c.what);
+    }
+}
+
+TEST_F(PixelTest, BlendedSquaresFadeAndHideNothing) {
+    BigSquare back, front;
+    qelVertexBuffer_setDefaultColor(back.buffer, 0xFF0000FF);
+    qelVertexBuffer_setDefaultColor(front.buffer, 0xFFFF0000);
+    front.setCompositing(Blending::Alpha);
+    front.alphaFactor = 0.5f;
+    draw(back);
+    draw(front);  // at the same depth, which passes
+    take();
+    expectPixel(16, 16, {127, 0, 128}, "half and half");
+}
+
+TEST_F(PixelTest, ABackgroundRepeatsAnyImage) {
+    const Held<Background> background(qelBackground_create());
+    qelBackground_setColor(background, 0xFF00FFFF);
+    Result result;
+    const uint8_t pixels[] = {255, 0, 0, 0, 255, 0, 0, 0, 255};  // 3 x 1: red, green, blue
+    const Held<Image2D> image(qelImage2D_createFromPixels(int32_t(ImageFormat::Rgb), 3, 1, pixels, true, &result));
+    qelBackground_setImage(background, image);
+    qelBackground_setImageMode(background, int32_t(ImageMode::Repeat), int32_t(ImageMode::Border));
+    qelBackground_setCrop(background, 1, -1, 8, 2);  // eight texels of 4 pixels; the image in the lower half
+    qelGLBackend_clear(backend, kClearColor, background);
+    take();
+    const Rgb kColors[] = {kRed, kGreen, kBlue};
+    for (int texel = 0; texel < 8; ++texel) {
+        expectPixel(4 * texel, 17, kColors[(texel + 1) % 3], "left edge of a texel");
+        expectPixel(4 * texel + 3, 30, kColors[(texel + 1) % 3], "right edge of a texel");
+    }
+    expectPixel(16, 14, {0, 255, 255}, "border");
+}
+
+TEST_F(PixelTest, AnUnscaledSpriteShowsItsImagePixelForPixel) {
+    const Held<Image2D> image = makeFourColors(6, 5);
+    const Held<Appearance> appearance(qelAppearance_create());
+    Result result;
+    const Held<Sprite3D> sprite(qelSprite3D_create(false, image, appearance, &result));
+    const float perspective[] = {2, 0, 0, 0, 0, 2, 0, 0, 0, 0, -1, -1, 0, 0, -1, 0};
+    qelTransform projection = identity, place = identity;
+    qelTransform_set_fl(&projection, perspective);
+    qelGLBackend_setCamera(backend, &identity, &projection, ProjectionType::Perspective);
+    qelTransform_postTranslate(&place, 0.31f, -0.17f, -3);
+    for (const bool mirrored : {false, true}) {
+        qelSprite3D_setCrop(sprite, 0, 0, mirrored ? -6 : 6, 5);
+        bindSurface();
+        EXPECT_EQ(qelGLBackend_drawSprite(backend, sprite, &place, 1), QEL_STATUS_OK);
+        take();
+        // (0.31, -0.17) at a distance of 3 falls on (19.3, 17.8): the 6 x 5 pixels begin at (16, 15).
+        for (int y = 0; y < 5; ++y) {
+            for (int x = 0; x < 6; ++x) {
+                const int column = mirrored ? 5 - x : x;
+                const Rgb color = y % 2 == 0 ? (column % 2 == 0 ? kRed : kGreen) : (column % 2 == 0 ? kBlue : kWhite);
+                expectPixel(16 + x, 15 + y, color, mirrored ? "mirrored" : "plain");
+            }
+        }
+        expectPixel(15, 17, kBlack, "left of it");
+        expectPixel(22, 17, kBlack, "right of it");
+        expectPixel(18, 14, kBlack, "above it");
+        expectPixel(18, 20, kBlack, "below it");
+    }
+}
+
+TEST_F(PixelTest, AnImageTargetKeepsItsContentsAndTakesTheFrame) {
+    Result result;
+    const Held<Image2D> image(qelImage2D_createMutable(int32_t(ImageFormat::Rgb), 8, 6, &result));
+    std::vector<uint8_t> blue(8 * 6 * 3, 0);
+    for (size_t i = 2; i < blue.size(); i += 3) blue[i] = 255;
+    qelImage2D_set(image, 0, 0, 8, 6, blue.data());
+    qelGLBackend_setViewport(backend, {0, 0, 8, 6}, {0, 0, 8, 6});
+    ASSERT_EQ(qelGLBackend_bindImage(backend, image), QEL_STATUS_OK);
+    qelGLBackend_clear(backend, kClearDepth, nullptr);
+    Square upperRight;  // from (0, 0) to (1, 1)
+    qelVertexBuffer_setDefaultColor(upperRight.buffer, 0xFFFF0000);
+    draw(upperRight);
+    EXPECT_EQ(qelGLBackend_release(backend), QEL_STATUS_OK);
+    for (size_t y = 0; y < 6; ++y) {
+        for (size_t x = 0; x < 8; ++x) {
+            const uint8_t* pixel = image->pixels + (y * 8 + x) * 2;
+            EXPECT_EQ(pixel[0] | pixel[1] << 8, x >= 4 && y < 3 ? 0xF800 : 0x001F) << x << ", " << y;
+        }
+    }
+}
