@@ -17,6 +17,7 @@ namespace {
     throw std::runtime_error(text);
 }
 
+// The display is one and the same for all surfaces of the process, so none of them terminates it.
 EGLDisplay openDisplay() {
     const auto getPlatformDisplay =
         reinterpret_cast<PFNEGLGETPLATFORMDISPLAYEXTPROC>(eglGetProcAddress("eglGetPlatformDisplayEXT"));
@@ -67,7 +68,6 @@ GlSurface::~GlSurface() {
     eglMakeCurrent(display_, EGL_NO_SURFACE, EGL_NO_SURFACE, EGL_NO_CONTEXT);
     if (context_) eglDestroyContext(display_, context_);
     if (surface_) eglDestroySurface(display_, surface_);
-    eglTerminate(display_);
 }
 
 std::vector<uint8_t> GlSurface::readPixels() const {
