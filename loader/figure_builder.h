@@ -9,6 +9,6 @@
 // applied and the vertices are deformed once. magicConsumed: the stream stands behind the two bytes "MB".
 bool D_Figure_load(FigureMesh* figure, LoaderStream* stream, bool magicConsumed);
 
-// Builds from a decoded model, taking over the blocks it needs. On failure the figure needs finalising; the model is the
-// caller's to release either way.
+// Builds from a decoded model, taking over the blocks it needs. On failure the figure needs finalising; the model is
+// the caller's to release either way.
 bool D_Figure_build(FigureMesh* figure, FigureModelData* model);
