@@ -324,7 +324,7 @@ Model readModel(const FigureModelData& data) {
 
 TEST(MbRoundtrip, DecodesToWhatWasDescribed) {
     Random random{std::mt19937(20)};
-    for (int round = 0; round < 2000 && !testing::Test::HasFailure(); ++round) {
+    for (int round = 0; round < 800 && !testing::Test::HasFailure(); ++round) {
         const MbFigure figure = randomFigure(random);
         EncodedFile file = encodeMb(figure);
         addMeaninglessBits(figure, file);

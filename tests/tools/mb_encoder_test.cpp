@@ -234,7 +234,7 @@ TEST(MbEncoder, PacksTheNearestNormal) {
     };
     std::mt19937 random(2);
     std::uniform_real_distribution<double> turn(0, 6.2831853), height(-64, 64);
-    for (int round = 0; round < 500; ++round) {
+    for (int round = 0; round < 200; ++round) {
         const double angle = turn(random),
                      z = round % 2 ? height(random) : height(random) / 16;  // half of them near the rim
         const double radius = std::sqrt(4096 - z * z), x = radius * std::cos(angle), y = radius * std::sin(angle);
