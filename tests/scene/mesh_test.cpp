@@ -141,8 +141,9 @@ TEST(FigureMesh, FinalisedEqualsNewAndGivesEverythingBack) {
     figure->appearanceCount = 2;
     figure->appearanceTable = qelAllocArrayOf<Appearance*>(2);
     figure->appearanceTable[0] = qelAppearance_create();
-    figure->appearanceTable[1] = qelAppearance_create();
-    figure->appearances[0] = figure->appearanceTable[1];  // without a reference
+    Appearance* shown = qelAppearance_create();
+    figure->appearanceTable[1] = static_cast<Appearance*>(qelObject3D_ref(shown));
+    figure->appearances[0] = shown;  // without a reference
     figure->slotFlags = qelAllocArrayOf<uint32_t>(1);
     figure->patternTable = qelAllocArrayOf<uint32_t>(2);
     figure->bones.boneCount = 1;
@@ -157,6 +158,8 @@ TEST(FigureMesh, FinalisedEqualsNewAndGivesEverythingBack) {
     ASSERT_EQ(qelSkinnedMesh_prepareSkinnedBuffer(figure), kOk);
 
     qelFigureMesh_finalise(figure);
+    EXPECT_EQ(shown->refCount, 1);
+    qelObject3D_unref(shown);
     EXPECT_EQ(heap.liveBlocks(), emptyBlocks);
     EXPECT_EQ(qelObject3D_getClassID(figure), uint32_t(QEL_CLASS_FIGURE_MESH));
     EXPECT_EQ(figure->submeshCount, 0);

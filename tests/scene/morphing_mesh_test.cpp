@@ -70,14 +70,14 @@ TEST(MorphingMesh, AddsRoundedWeightedDifferences) {
     expectMorphs<uint8_t>(3, &VertexBuffer::colors);
 }
 
-TEST(MorphingMesh, RoundsHalvesAwayFromZero) {
+TEST(MorphingMesh, RoundsHalvesAwayFromZeroAndSaturates) {
     struct Case {
         int8_t base, target;
         float weight;
         int8_t morphed;
     };
-    for (const Case& c :
-         {Case{10, 20, 0.5f, 15}, Case{10, 21, 0.5f, 16}, Case{10, -1, 0.5f, 4}, Case{100, 120, 2, -116}}) {
+    for (const Case& c : {Case{10, 20, 0.5f, 15}, Case{10, 21, 0.5f, 16}, Case{10, -1, 0.5f, 4},
+                          Case{100, 120, 2, -116}, Case{0, 64, 0x1p25f, -1}, Case{0, -64, 0x1p25f, 0}}) {
         SCOPED_TRACE(testing::Message() << int(c.base) << " to " << int(c.target) << " x " << c.weight);
         const Held base(makeBuffer<int8_t>({c.base, 0, 0})), target(makeBuffer<int8_t>({c.target, 0, 0}));
         Result result;

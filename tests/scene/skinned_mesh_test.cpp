@@ -357,6 +357,7 @@ TEST(SkinnedMesh, EndsOnScalesThatNeverFit) {
             qelTransformable_setScale(puppet.bone(0), 40, 1, 1);
             const Result first = qelSkinnedMesh_skin(puppet.mesh, true);
             EXPECT_TRUE(first == kOk || first == QEL_STATUS_ARITHMETIC) << first;
+            EXPECT_EQ(std::isfinite(puppet.mesh->skinScale), std::isfinite(scale));
             EXPECT_EQ(qelSkinnedMesh_skin(puppet.mesh, true), first) << "the second time";
         }
 }
@@ -468,6 +469,7 @@ TEST(SkinnedMesh, RecomputesOnlyVerticesWhoseBonesMoved) {
     qelSkinnedMesh_addTransform(puppet.mesh, puppet.bone(1), 1, 0, 1);
     qelSkinnedMesh_addTransform(puppet.mesh, sibling, 1, 1, 1);
     ASSERT_EQ(qelSkinnedMesh_skin(puppet.mesh, true), kOk);
+    EXPECT_EQ(puppet.mesh->maxInfluences, 1);
     auto* out = static_cast<int16_t*>(puppet.positions()->data);
     struct Case {
         const char* what;
@@ -497,6 +499,35 @@ TEST(SkinnedMesh, RecomputesOnlyVerticesWhoseBonesMoved) {
     qelTransformable_setTranslation(puppet.bone(1), 1, 0, 0);
     ASSERT_EQ(qelSkinnedMesh_skin(puppet.mesh, true), kOk);
     EXPECT_EQ(valuesOf<int16_t>(puppet.positions())[6], 41);
+}
+
+TEST(SkinnedMesh, FollowsABaseThatGrows) {
+    Puppet puppet(makeBuffer<int8_t>({1, 2, 3}));
+    qelSkinnedMesh_addTransform(puppet.mesh, puppet.bone(0), 1, 0, 1);
+    qelTransformable_setTranslation(puppet.bone(0), 10, 0, 0);
+    ASSERT_EQ(qelSkinnedMesh_skin(puppet.mesh, true), kOk);
+    for (const int32_t vertexCount : {40, 2}) {
+        std::vector<int16_t> values(size_t(vertexCount) * 3, 7);
+        const Held longer(makeArray<int16_t>(3, values));
+        qelVertexBuffer_setPositions(puppet.buffer, longer, 1, nullptr);
+        ASSERT_EQ(qelSkinnedMesh_skin(puppet.mesh, true), kOk);
+        values[0] = 17;
+        EXPECT_EQ(valuesOf<int16_t>(puppet.positions()), values);
+    }
+}
+
+TEST(SkinnedMesh, LeavesTheSkeletonOfAMeshOnItsBonesAlone) {
+    Puppet outer(makeBuffer<int8_t>({1, 2, 3})), inner(makeBuffer<int8_t>({1, 2, 3}));
+    ASSERT_EQ(qelGroup_addChild(outer.bone(0), inner.mesh), kOk);
+    for (const Puppet* puppet : {&outer, &inner}) {
+        qelSkinnedMesh_addTransform(puppet->mesh, puppet->bone(0), 1, 0, 1);
+        ASSERT_EQ(qelSkinnedMesh_skin(puppet->mesh, true), kOk);
+    }
+    qelTransformable_setTranslation(outer.bone(0), 40, 0, 0);
+    qelTransformable_setTranslation(inner.bone(0), 0, 30, 0);
+    for (const Puppet* puppet : {&outer, &inner}) ASSERT_EQ(qelSkinnedMesh_skin(puppet->mesh, true), kOk);
+    EXPECT_EQ(valuesOf<int8_t>(outer.positions()), (std::vector<int8_t>{41, 2, 3}));
+    EXPECT_EQ(valuesOf<int8_t>(inner.positions()), (std::vector<int8_t>{1, 32, 3}));
 }
 
 TEST(SkinnedMesh, SkinsNormalsForMaterialsOnRequestAndCatchesUp) {
