@@ -126,7 +126,6 @@ static Result replaceTexture(Texture2D* texture, uint32_t limit) {
     glGenTextures(1, &name);
     record.textureName = name;
     record.uploaded = 1;
-    record.mipmapped = 0;
     record.sampling = 0;
     glBindTexture(GL_TEXTURE_2D, name);
     if (!upload(texture, limit)) {

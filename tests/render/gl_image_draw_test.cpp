@@ -47,6 +47,8 @@ static Held<Background> makeBackground(Image2D* image) {
 TEST_F(ImageDrawTest, ABackgroundImageIsDrawnOverItsColor) {
     const Held<Image2D> image = makeImage(ImageFormat::Rgba, 4, 4);
     const Held<Background> background = makeBackground(image);
+    Square square;
+    draw(square);
     qelBackground_setColor(background, 0xFF0000FF);
     EXPECT_EQ(qelGLBackend_clear(backend, kClearColor | kClearDepth, background), QEL_STATUS_OK);
     EXPECT_THAT(
@@ -76,7 +78,6 @@ TEST_F(ImageDrawTest, ABackgroundImageIsDrawnOverItsColor) {
     EXPECT_THAT(only(glRecorder.take(), "Tex"), testing::Not(testing::Contains(testing::StartsWith("glTexImage"))));
 
     // What it turned off comes back with the next draw.
-    Square square;
     EXPECT_THAT(draw(square), IsSupersetOf({"glEnable(GL_DEPTH_TEST)", "glEnable(GL_CULL_FACE)", "glDisable(GL_FOG)",
                                             "glDisable(GL_BLEND)", "glColor4f(1, 1, 1, 1)"}));
 }

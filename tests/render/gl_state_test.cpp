@@ -485,11 +485,16 @@ TEST_F(StateTest, AlphaFadesWithTheNodeWhereBlendingIsOn) {
 }
 
 TEST_F(StateTest, TheCurrentColorIsSentAgainAfterADrawFromColors) {
-    Square plain, colored;
-    colored.setColors();
-    draw(plain);
-    draw(colored);
-    EXPECT_THAT(only(draw(plain), "glColor4f"), ElementsAre("glColor4f(1, 1, 1, 1)"));
+    for (const bool tracked : {false, true}) {
+        Square plain, colored;
+        colored.setColors();
+        if (tracked)
+            for (Square* square : {&plain, &colored})
+                qelMaterial_setVertexColorTrackingEnable(square->setMaterial(), true);
+        draw(plain);
+        draw(colored);
+        EXPECT_THAT(only(draw(plain), "glColor4f"), ElementsAre("glColor4f(1, 1, 1, 1)")) << tracked;
+    }
 }
 
 // --- Compositing and polygon mode ---
