@@ -150,7 +150,7 @@ void addWinterWear(FigureMaker& maker) {
 
 void addUmbrella(FigureMaker& maker) {
     const Placement stick = placed({-345, 500, 60});
-    maker.addRound(stick, {{-120, 12, 12, Umbrella}, {1120, 12, 12, Umbrella}, {1180, 0, 0, Umbrella}}, 6,
+    maker.addRound(stick, {{-120, 12, 12, Umbrella}, {1300, 12, 12, Umbrella}, {1360, 0, 0, Umbrella}}, 6,
                    colored(kWood, UmbrellaPattern));
     maker.addRound(stick,
                    {{-150, 0, 0, Umbrella, 0, 0},
@@ -160,11 +160,11 @@ void addUmbrella(FigureMaker& maker) {
                    6, colored(kFelt, UmbrellaPattern));
     // Eight panels from the tip outwards; what hangs below the scallops of the texture is cut away.
     Paint panel = cutOut(textured(GearTexture, 0, 32, 64, 64, UmbrellaPattern));
-    const std::vector<Ring> canopy = {{880, 560, 560, Umbrella},
-                                      {960, 500, 500, Umbrella},
-                                      {1040, 360, 360, Umbrella},
-                                      {1100, 180, 180, Umbrella},
-                                      {1130, 0, 0, Umbrella}};
+    const std::vector<Ring> canopy = {{1070, 540, 540, Umbrella},
+                                      {1145, 485, 485, Umbrella},
+                                      {1220, 350, 350, Umbrella},
+                                      {1280, 175, 175, Umbrella},
+                                      {1310, 0, 0, Umbrella}};
     maker.addRound(stick, canopy, 16, panel);
 }
 

@@ -68,7 +68,7 @@ uint8_t bodyTexel(uint32_t x, uint32_t y) {
     if (side > belly) return shaded(Navy, 0.3 + 0.25 * std::sin(y * 0.9 + side * 0.4), x, y);
     if (side > belly - 1.2) return Grey + 2;
     if (y < 5) return shaded(Gold, 0.95 - y * 0.08, x, y);
-    return shaded(White, 1.05 - side / 26 - (y > 24 ? (y - 24) * 0.04 : 0), x, y);
+    return side > belly - 3.5 || y > 28 ? White + 2 : White + 3;
 }
 
 uint8_t bodyTextureTexel(uint32_t x, uint32_t y) {
