@@ -1,6 +1,7 @@
 #include "animation/animate.h"
 
 #include <algorithm>
+#include <cassert>
 #include <cmath>
 
 #include "animation/animate_apply.h"
@@ -82,13 +83,15 @@ static uint32_t morphTargetCount(const Object3D* object) {
 
 // The place of the values that the track contributes to: as many as the property takes, which need not be as many as the sequence has.
 static std::span<float> valuesFor(Accumulators& accumulators, const AnimationTrack* track) {
-    float* values = accumulators.values[indexOf(track->targetProperty)];
-    switch (track->targetProperty) {
-        case AnimationProperty::Matrix: return {values, kMatrixSize};
-        case AnimationProperty::Direction: return {values, kDirectionSize};
-        case AnimationProperty::MorphWeights: return {accumulators.morphWeights, morphTargetCount(accumulators.object)};
-        default: return {values, size_t(track->keyframeSequence->componentCount)};
-    }
+    const AnimationProperty property = track->targetProperty;
+    if (property == AnimationProperty::MorphWeights)
+        return {accumulators.morphWeights, morphTargetCount(accumulators.object)};
+    float* values = accumulators.values[indexOf(property)];
+    if (property == AnimationProperty::Matrix) return {values, kMatrixSize};
+    if (property == AnimationProperty::Direction) return {values, kDirectionSize};
+    assert(track->keyframeSequence->componentCount <=
+           int32_t(kMatrixSize));  // a track of a summed property takes at most 4
+    return {values, size_t(track->keyframeSequence->componentCount)};
 }
 
 static bool ensureMorphWeights(Accumulators& accumulators) {

@@ -1,0 +1,387 @@
+#include "animation/keyframe_sequence.h"
+
+#include <cmath>
+#include <random>
+#include <string>
+
+#include "frame/error_status.h"
+#include "scene/duplicate.h"
+#include "tests/animation/keyframe_reference.h"
+#include "tests/support/counting_heap.h"
+
+using enum Interpolation;
+constexpr RepeatMode kConstant = RepeatMode::Constant, kLoop = RepeatMode::Loop;
+constexpr int32_t kUnset = -1;
+
+// The sample, or nothing from an invalid sequence.
+static std::vector<float> sampleAt(KeyframeSequence* sequence, int64_t time) {
+    std::vector<float> values(size_t(sequence->componentCount), NAN);
+    if (!qelKeyframeSequence_sample(sequence, time, values)) return {};
+    return values;
+}
+
+// --- Creation and setters ---
+
+TEST(KeyframeSequence, CreationChecksCountsAndInterpolation) {
+    struct Case {
+        const char* what;
+        int32_t keyframeCount, componentCount, interpolation;
+        Result result;
+    };
+    for (const Case& c :
+         {Case{"smallest", 1, 1, 176, QEL_STATUS_OK}, Case{"quaternions", 2, 4, 177, QEL_STATUS_OK},
+          Case{"quaternion splines", 2, 4, 179, QEL_STATUS_OK}, Case{"last interpolation", 2, 3, 180, QEL_STATUS_OK},
+          Case{"no keyframes", 0, 1, 176, QEL_STATUS_ILLEGAL_ARGUMENT},
+          Case{"negative keyframes", -1, 1, 176, QEL_STATUS_ILLEGAL_ARGUMENT},
+          Case{"no components", 1, 0, 176, QEL_STATUS_ILLEGAL_ARGUMENT},
+          Case{"below the interpolations", 1, 1, 175, QEL_STATUS_ILLEGAL_ARGUMENT},
+          Case{"above the interpolations", 1, 1, 181, QEL_STATUS_ILLEGAL_ARGUMENT},
+          Case{"slerp of 3", 1, 3, 177, QEL_STATUS_ILLEGAL_ARGUMENT},
+          Case{"squad of 5", 1, 5, 179, QEL_STATUS_ILLEGAL_ARGUMENT},
+          Case{"values beyond all memory", 65536, 65536, 176, QEL_STATUS_OUT_OF_MEMORY},
+          Case{"components beyond 32 bits of bytes", 1, 0x40000001, 176, QEL_STATUS_OUT_OF_MEMORY},
+          Case{"most components", 1, INT32_MAX, 178, QEL_STATUS_OUT_OF_MEMORY},
+          Case{"most keyframes", INT32_MAX, 1, 180, QEL_STATUS_OUT_OF_MEMORY},
+          Case{"the most of both", INT32_MAX, INT32_MAX, 178, QEL_STATUS_OUT_OF_MEMORY}}) {
+        CountingHeap heap;
+        Result result = -1;
+        KeyframeSequence* sequence =
+            qelKeyframeSequence_create(c.keyframeCount, c.componentCount, c.interpolation, &result);
+        EXPECT_EQ(result, c.result) << c.what;
+        EXPECT_EQ(sequence != nullptr, c.result == QEL_STATUS_OK) << c.what;
+        EXPECT_EQ(qelStatus_get() == QEL_STATUS_OUT_OF_MEMORY, c.result == QEL_STATUS_OUT_OF_MEMORY) << c.what;
+        EXPECT_LT(heap.peakBytes(), 2000000) << c.what << ": a refused size must not be allocated in part";
+        qelObject3D_unref(sequence);
+        EXPECT_EQ(heap.liveBlocks(), 0) << c.what;
+    }
+}
+
+TEST(KeyframeSequence, SettersRefuseWhatIsOutOfRangeAndChangeNothing) {
+    const Held sequence(makeSequence({Linear, kLoop, 100, {{0, {1}}, {50, {2}}}}));
+    const float value = 9;
+    struct Case {
+        const char* what;
+        Result actual, expected;
+    };
+    for (const Case& c : {
+             Case{"null values", qelKeyframeSequence_setKeyframe(sequence, 0, 0, nullptr), QEL_STATUS_ILLEGAL_ARGUMENT},
+             Case{"null values of no keyframe", qelKeyframeSequence_setKeyframe(sequence, 2, 0, nullptr),
+                  QEL_STATUS_ILLEGAL_ARGUMENT},
+             Case{"negative time", qelKeyframeSequence_setKeyframe(sequence, 0, -1, &value),
+                  QEL_STATUS_ILLEGAL_ARGUMENT},
+             Case{"index -1", qelKeyframeSequence_setKeyframe(sequence, -1, 0, &value), QEL_STATUS_INDEX_OUT_OF_RANGE},
+             Case{"index 2", qelKeyframeSequence_setKeyframe(sequence, 2, 0, &value), QEL_STATUS_INDEX_OUT_OF_RANGE},
+             Case{"range from -1", qelKeyframeSequence_setValidRange(sequence, -1, 1), QEL_STATUS_INDEX_OUT_OF_RANGE},
+             Case{"range to 2", qelKeyframeSequence_setValidRange(sequence, 0, 2), QEL_STATUS_INDEX_OUT_OF_RANGE},
+             Case{"mode 191", qelKeyframeSequence_setRepeatMode(sequence, 191), QEL_STATUS_ILLEGAL_ARGUMENT},
+             Case{"mode 194", qelKeyframeSequence_setRepeatMode(sequence, 194), QEL_STATUS_ILLEGAL_ARGUMENT},
+             Case{"duration 0", qelKeyframeSequence_setDuration(sequence, 0), QEL_STATUS_ILLEGAL_ARGUMENT},
+             Case{"negative duration", qelKeyframeSequence_setDuration(sequence, -5), QEL_STATUS_ILLEGAL_ARGUMENT},
+         })
+        EXPECT_EQ(c.actual, c.expected) << c.what;
+    EXPECT_EQ(sampleAt(sequence, 25), std::vector<float>{1.5f});
+    EXPECT_EQ(sequence->validLast, 1);
+    EXPECT_EQ(sequence->repeatMode, kLoop);
+    EXPECT_EQ(sequence->duration, 100);
+
+    Result result;
+    float out = 0;
+    EXPECT_EQ(qelKeyframeSequence_getKeyframe(sequence, 1, &out, &result), 50);
+    EXPECT_EQ(out, 2);
+    EXPECT_EQ(result, QEL_STATUS_OK);
+    EXPECT_EQ(qelKeyframeSequence_getKeyframe(sequence, 1, nullptr, &result), 50);
+    for (const int32_t outside : {-1, 2}) {
+        qelKeyframeSequence_getKeyframe(sequence, outside, &out, &result);
+        EXPECT_EQ(result, QEL_STATUS_INDEX_OUT_OF_RANGE) << outside;
+    }
+}
+
+TEST(KeyframeSequence, NormalisesTheQuaternionsOfSlerpAndSquadOnly) {
+    struct Case {
+        const char* what;
+        std::vector<float> given, stored;
+    };
+    const float inf = INFINITY;
+    for (const Case& c : {Case{"longer", {0, 3, 0, 4}, {0, 0.6f, 0, 0.8f}},
+                          Case{"whose squares leave the single floats", {2e30f, 0, 0, 0}, {1, 0, 0, 0}},
+                          Case{"whose squares vanish in them", {0, 0, 1e-40f, 0}, {0, 0, 1, 0}},
+                          Case{"zero", {0, 0, 0, 0}, {0, 0, 0, 1}}, Case{"infinite", {inf, 0, 0, 0}, {0, 0, 0, 1}},
+                          Case{"not a number", {0, NAN, 0, 1}, {0, 0, 0, 1}}}) {
+        for (const Interpolation interpolation : {Slerp, Squad}) {
+            const Held sequence(makeSequence({interpolation, kConstant, 1, {{0, c.given}}}));
+            EXPECT_EQ(sampleAt(sequence, 0), c.stored) << c.what;
+        }
+    }
+    const Held linear(makeSequence({Linear, kConstant, 1, {{0, {0, 3, 0, 4}}}}));
+    EXPECT_EQ(sampleAt(linear, 0), (std::vector<float>{0, 3, 0, 4}));
+}
+
+// --- Validity ---
+
+TEST(KeyframeSequence, IsValidWhenTimesAreInOrderAndWithinTheDuration) {
+    struct Case {
+        const char* what;
+        std::vector<int32_t> times;
+        int32_t first, last, duration;
+        bool isValid;
+    };
+    for (const Case& c : {
+             Case{"in order", {0, 10, 20}, 0, 2, 20, true},
+             Case{"equal times", {5, 5, 5}, 0, 2, 20, true},
+             Case{"no duration", {0, 10, 20}, 0, 2, kUnset, false},
+             Case{"last one behind the duration", {0, 10, 21}, 0, 2, 20, false},
+             Case{"one behind the duration, outside the range", {0, 10, 21}, 0, 1, 20, true},
+             Case{"decreasing", {0, 11, 10}, 0, 2, 20, false},
+             Case{"decreasing into the range", {11, 10, 12}, 1, 2, 20, true},
+             Case{"decreasing at its start", {11, 10, 12}, 0, 2, 20, false},
+             Case{"single keyframe among others out of order", {30, 10, 0}, 1, 1, 20, true},
+             Case{"single keyframe behind the duration", {30, 10, 0}, 0, 0, 20, false},
+             Case{"wrapped", {15, 20, 0, 5, 10}, 2, 1, 20, true},
+             Case{"wrapped, decreasing at its start", {15, 20, 6, 5, 10}, 2, 1, 20, false},
+             Case{"wrapped, decreasing before the end", {15, 20, 0, 11, 10}, 2, 1, 20, false},
+             Case{"wrapped, keyframe 0 earlier than the last", {9, 20, 0, 5, 10}, 2, 1, 20, false},
+             Case{"wrapped, decreasing behind keyframe 0", {15, 14, 0, 5, 10}, 2, 1, 20, false},
+             Case{"wrapped, unordered between its ends", {15, 3, 2, 5, 10}, 3, 0, 20, true},
+             Case{"wrapped, end behind the duration", {15, 21, 0, 5, 10}, 2, 1, 20, false},
+         }) {
+        for (const int32_t interpolation : {176, 178, 180}) {
+            Result result;
+            const Held sequence(qelKeyframeSequence_create(int32_t(c.times.size()), 1, interpolation, &result));
+            const float value = 1;
+            for (size_t k = 0; k < c.times.size(); ++k)
+                qelKeyframeSequence_setKeyframe(sequence, int32_t(k), c.times[k], &value);
+            qelKeyframeSequence_setValidRange(sequence, c.first, c.last);
+            if (c.duration != kUnset) qelKeyframeSequence_setDuration(sequence, c.duration);
+            EXPECT_EQ(!sampleAt(sequence, 0).empty(), c.isValid) << c.what;
+            EXPECT_EQ(sequence->validity, c.isValid) << c.what;
+        }
+    }
+}
+
+TEST(KeyframeSequence, ChangesAreCheckedAtTheNextSample) {
+    const Held sequence(makeSequence({Spline, kConstant, 100, {{0, {0}}, {50, {8}}, {100, {0}}}}));
+    EXPECT_EQ(sampleAt(sequence, 25), std::vector<float>{4});
+    const float value = 16;
+    qelKeyframeSequence_setKeyframe(sequence, 2, 40, &value);
+    EXPECT_TRUE(sampleAt(sequence, 25).empty()) << "out of order";
+    qelKeyframeSequence_setKeyframe(sequence, 2, 100, &value);
+    EXPECT_EQ(sampleAt(sequence, 25), std::vector<float>{3}) << "new tangent at 50: 8 in place of 0";
+    qelKeyframeSequence_setDuration(sequence, 99);
+    EXPECT_TRUE(sampleAt(sequence, 25).empty()) << "too short";
+    qelKeyframeSequence_setValidRange(sequence, 0, 1);
+    EXPECT_EQ(sampleAt(sequence, 25), std::vector<float>{4}) << "the end has no tangent";
+
+    qelKeyframeSequence_setKeyframe(sequence, 2, 0, &value);
+    EXPECT_EQ(sequence->validity, 1) << "outside the range";
+    qelKeyframeSequence_setValidRange(sequence, 0, 2);
+    qelKeyframeSequence_setDuration(sequence, 200);
+    qelKeyframeSequence_setKeyframe(sequence, 2, 100, &value);
+    const std::vector<float> ends = sampleAt(sequence, 25);
+    qelKeyframeSequence_setRepeatMode(sequence, int32_t(kLoop));
+    EXPECT_NE(sampleAt(sequence, 25), ends) << "the loop gives keyframe 0 a tangent";
+}
+
+TEST(KeyframeSequence, KeyframesOfAWrappedRangeAreCheckedWithTheNextRange) {
+    const Held sequence(makeSequence({Linear, kConstant, 100, {{50, {5}}, {100, {10}}, {0, {0}}}, 2, 1}));
+    EXPECT_EQ(sampleAt(sequence, 25), std::vector<float>{2.5f});
+    const float value = 7;
+    qelKeyframeSequence_setKeyframe(sequence, 0, 200, &value);
+    EXPECT_EQ(sequence->validity, 1);
+    for (const int64_t time : {-1, 0, 25, 100, 199, 200, 300}) EXPECT_FALSE(sampleAt(sequence, time).empty());
+    qelKeyframeSequence_setValidRange(sequence, 2, 1);
+    EXPECT_TRUE(sampleAt(sequence, 25).empty());
+}
+
+// --- Sampling ---
+
+TEST(KeyframeSequence, SamplesAtAndAroundItsKeyframes) {
+    const std::vector<Key> ramp = {{0, {0}}, {1000, {8}}};
+    const std::vector<Key> early = {{0, {4}}, {600, {8}}};
+    const std::vector<Key> late = {{200, {4}}, {600, {8}}};
+    const std::vector<Key> steps = {{100, {1}}, {200, {2}}, {200, {3}}, {200, {4}}, {300, {5}}};
+    const std::vector<Key> wrapped = {{700, {7}}, {900, {9}}, {50, {-1}}, {100, {1}}, {300, {3}}};
+    struct Case {
+        const char* what;
+        SequenceSpec spec;
+        int64_t time;
+        float value;
+    };
+    for (const Case& c : {
+             Case{"before the first", {Linear, kConstant, 1000, ramp}, -5, 0},
+             Case{"at the last", {Linear, kConstant, 1000, ramp}, 1000, 8},
+             Case{"a quarter", {Linear, kConstant, 1000, ramp}, 250, 2},
+             Case{"long before", {Linear, kConstant, 1000, ramp}, INT64_MIN, 0},
+             Case{"long behind", {Linear, kConstant, 1000, ramp}, INT64_MAX, 8},
+             Case{"loop, a quarter", {Linear, kLoop, 1000, ramp}, 250, 2},
+             Case{"loop, negative time", {Linear, kLoop, 1000, ramp}, -250, 6},
+             Case{"loop, behind the end", {Linear, kLoop, 1000, ramp}, 4000000000750, 6},
+             Case{"loop, last one at the duration is the first", {Linear, kLoop, 1000, ramp}, 1000, 0},
+             Case{"loop, exactly at the last", {Linear, kLoop, 1000, early}, 600, 8},
+             Case{"loop, half from the last to the first", {Linear, kLoop, 1000, early}, 800, 6},
+             Case{"loop, over the end", {Linear, kLoop, 1000, late}, 900, 6},
+             Case{"loop, behind the end", {Linear, kLoop, 1000, late}, 50, 5},
+             Case{"loop, the first of the next round", {Linear, kLoop, 1000, late}, 200, 4},
+             Case{"loop, spline over the end", {Spline, kLoop, 1000, late}, 900, 6},
+             Case{"loop of one", {Spline, kLoop, 1000, {{300, {3}}}}, 299, 3},
+             Case{"loop of one, behind it", {Linear, kLoop, 1000, {{300, {3}}}}, 301, 3},
+             Case{"step just before the next", {Step, kConstant, 1000, ramp}, 999, 0},
+             Case{"step, over the end of a loop", {Step, kLoop, 1000, late}, 100, 8},
+             Case{"step, the last of equal times", {Step, kConstant, 1000, steps}, 200, 4},
+             Case{"step, before equal times", {Step, kConstant, 1000, steps}, 199, 1},
+             Case{"before equal times", {Linear, kConstant, 1000, steps}, 150, 1.5f},
+             Case{"behind equal times", {Linear, kConstant, 1000, steps}, 250, 4.5f},
+             Case{"spline before equal times", {Spline, kConstant, 1000, steps}, 199, 2},
+             Case{"wrapped, over the end of the array", {Linear, kConstant, 1000, wrapped, 3, 1}, 500, 5},
+             Case{"wrapped, before the range", {Linear, kConstant, 1000, wrapped, 3, 1}, 99, 1},
+             Case{"wrapped, in keyframe 0", {Linear, kConstant, 1000, wrapped, 3, 1}, 800, 8},
+             Case{"wrapped, the end", {Linear, kConstant, 1000, wrapped, 3, 1}, 900, 9},
+             Case{"wrapped loop, over the end", {Linear, kLoop, 1000, wrapped, 3, 1}, 0, 5},
+             Case{"wrapped to a single keyframe", {Linear, kLoop, 1000, wrapped, 4, 4}, 20, 3},
+             Case{"longest times", {Linear, kConstant, INT32_MAX, {{0, {0}}, {INT32_MAX, {1}}}}, INT32_MAX / 2, 0.5f},
+         }) {
+        const Held sequence(makeSequence(c.spec));
+        const std::vector<float> values = sampleAt(sequence, c.time);
+        ASSERT_EQ(values.size(), 1u) << c.what;
+        if (c.spec.interpolation == Spline)
+            EXPECT_NEAR(values[0], c.value, 0.05) << c.what;
+        else
+            EXPECT_FLOAT_EQ(values[0], c.value) << c.what;
+    }
+}
+
+TEST(KeyframeSequence, SamplesOnlyTheComponentsAskedFor) {
+    for (const Interpolation interpolation : {Linear, Slerp, Spline, Squad, Step}) {
+        const Held sequence(makeSequence({interpolation, kConstant, 100, {{0, {0, 0, 0, 1}}, {100, {0, 0, 1, 1}}}}));
+        const std::vector<float> all = sampleAt(sequence, 50);
+        float some[4] = {NAN, NAN, 99, 99};
+        ASSERT_TRUE(qelKeyframeSequence_sample(sequence, 50, std::span(some, 2)));
+        EXPECT_EQ(std::vector(some, some + 4), (std::vector<float>{all[0], all[1], 99, 99}));
+    }
+}
+
+TEST(KeyframeSequence, SlerpTakesTheShortestPath) {
+    const Held opposite(makeSequence({Slerp, kConstant, 100, {{0, {0, 0, 0, 1}}, {100, {0, 0, 0, -1}}}}));
+    for (int32_t time = 0; time <= 100; ++time) {
+        const std::vector<float> q = sampleAt(opposite, time);
+        EXPECT_EQ(std::vector(q.begin(), q.end() - 1), std::vector<float>(3, 0)) << time;
+        EXPECT_FLOAT_EQ(std::fabs(q[3]), 1) << time;
+    }
+    // To the opposite of a quarter turn it goes as to the quarter turn itself, with all signs turned.
+    const float half = std::sqrt(0.5f);
+    const Held quarter(makeSequence({Slerp, kConstant, 90, {{0, {0, 0, 0, 1}}, {90, {0, 0, -half, -half}}}}));
+    const std::vector<float> third = sampleAt(quarter, 30);
+    EXPECT_NEAR(third[2], -std::sin(M_PI / 12), 1e-7);
+    EXPECT_NEAR(third[3], -std::cos(M_PI / 12), 1e-7);
+}
+
+// --- Against the second calculation ---
+
+struct RandomSequences {
+    std::mt19937 random;
+    int32_t whole(int32_t low, int32_t high) { return std::uniform_int_distribution(low, high)(random); }
+    float real(float low, float high) { return std::uniform_real_distribution(low, high)(random); }
+
+    SequenceSpec make(Interpolation interpolation, RepeatMode mode, bool wraps) {
+        const int32_t count = whole(wraps ? 2 : 1, 12);
+        const int32_t first = whole(wraps ? 1 : 0, count - 1);
+        const int32_t last = wraps ? whole(0, first - 1) : whole(first, count - 1);
+        const bool isRotation = interpolation == Slerp || interpolation == Squad;
+        const int32_t components = isRotation ? 4 : whole(1, 5);
+        SequenceSpec spec{interpolation, mode, 1, std::vector<Key>(size_t(count)), first, last};
+        int32_t time = whole(0, 300);
+        std::vector<float> rotation = {0, 0, 0, 1};
+        for (int32_t k = first;; k = (k + 1) % count) {
+            spec.keys[size_t(k)].time = time;
+            if (k == last) break;
+            time += whole(0, 3) ? whole(1, 1000) : 0;
+        }
+        spec.duration = std::max(time + (whole(0, 2) ? whole(0, 700) : 0), 1);
+        for (Key& key : spec.keys) {
+            if (spec.validFirst > spec.validLast && whole(0, 1)) rotation = {0, 0, 0, 1};
+            if (isRotation) {
+                // Steps below a third of a turn: towards the opposite side the path is not well determined.
+                for (float& part : rotation) part += real(-0.6f, 0.6f);
+                key.values = rotation;
+            } else {
+                for (int32_t i = 0; i < components; ++i) key.values.push_back(real(-8, 8));
+            }
+        }
+        return spec;
+    }
+    int64_t timeFor(const SequenceSpec& spec) {
+        switch (whole(0, 3)) {
+            case 0: return spec.keys[size_t(whole(0, int32_t(spec.keys.size()) - 1))].time + whole(-1, 1);
+            case 1: return int64_t(whole(INT32_MIN, INT32_MAX)) * whole(1, 1000);
+            default: return whole(-100, spec.duration + 100);
+        }
+    }
+};
+
+TEST(KeyframeSequence, SamplesAsTheFormulasSay) {
+    RandomSequences sequences{std::mt19937(20)};
+    for (const Interpolation interpolation : {Linear, Slerp, Spline, Squad, Step}) {
+        for (const RepeatMode mode : {kConstant, kLoop}) {
+            for (const bool wraps : {false, true}) {
+                for (int32_t round = 0; round < 150 && !testing::Test::HasFailure(); ++round) {
+                    SCOPED_TRACE(std::to_string(int32_t(interpolation)) + " mode " + std::to_string(int32_t(mode)) +
+                                 (wraps ? " wrapped " : " straight ") + std::to_string(round));
+                    const SequenceSpec spec = sequences.make(interpolation, mode, wraps);
+                    const Held sequence(makeSequence(spec));
+                    const KeyframeReference reference(spec);
+                    for (int32_t i = 0; i < 60; ++i) {
+                        const int64_t time = sequences.timeFor(spec);
+                        const std::vector<float> values = sampleAt(sequence, time);
+                        const Reals expected = reference.sample(time);
+                        ASSERT_EQ(values.size(), expected.size());
+                        // One rounding of values up to 40, and those of the stored tangents and quaternions.
+                        for (size_t c = 0; c < values.size(); ++c)
+                            EXPECT_NEAR(values[c], double(expected[c]), 4e-6) << "component " << c << " at " << time;
+                    }
+                }
+            }
+        }
+    }
+}
+
+// --- Memory ---
+
+TEST(KeyframeSequence, GivesEverythingBackOnEveryFailure) {
+    for (const Interpolation interpolation : {Linear, Squad}) {
+        const int32_t arrays = interpolation == Squad ? 3 : 2;
+        const int32_t allocations = sweepEngineAllocations(FailMode::Once, [&](CountingHeap& heap) {
+            Result result;
+            const Held sequence(qelKeyframeSequence_create(3, 4, int32_t(interpolation), &result));
+            EXPECT_EQ(result, sequence.get() ? QEL_STATUS_OK : QEL_STATUS_OUT_OF_MEMORY);
+            EXPECT_EQ(sequence.get() == nullptr, heap.hasFailed());
+            if (!sequence.get()) return;
+            const Held copy(qelObject3D_duplicate(sequence));
+            EXPECT_EQ(copy.get() == nullptr, heap.hasFailed());
+        });
+        EXPECT_EQ(allocations, 2 * (1 + arrays));
+    }
+}
+
+TEST(KeyframeSequence, SamplingAllocatesNothing) {
+    CountingHeap heap;
+    const Held sequence(makeSequence({Spline, kLoop, 100, {{0, {1, 2}}, {50, {3, 4}}}}));
+    heap.failAfter(0, FailMode::FromThenOn);
+    EXPECT_FALSE(sampleAt(sequence, 30).empty());
+    EXPECT_EQ(heap.calls(), 0);
+}
+
+TEST(KeyframeSequence, DuplicateHasItsOwnKeyframes) {
+    for (const Interpolation interpolation : {Linear, Spline, Squad}) {
+        const SequenceSpec spec{
+            interpolation, kLoop, 90, {{70, {0, 0, 1, 1}}, {0, {0, 1, 0, 1}}, {40, {1, 0, 0, 1}}}, 1, 0};
+        auto* sequence = makeSequence(spec);
+        const std::vector<float> before = sampleAt(sequence, 20);
+        const Held copy(static_cast<KeyframeSequence*>(qelObject3D_duplicate(sequence)));
+        const float other[4] = {0, 0, 0, 1};
+        qelKeyframeSequence_setKeyframe(sequence, 1, 5, other);
+        qelObject3D_unref(sequence);
+        EXPECT_EQ(copy->validity, 1) << "tangents come along";
+        EXPECT_EQ(sampleAt(copy, 20), before);
+        EXPECT_EQ(qelKeyframeSequence_setValidRange(copy, 1, 0), QEL_STATUS_OK);
+        EXPECT_EQ(sampleAt(copy, 20), before) << "computed anew";
+    }
+}

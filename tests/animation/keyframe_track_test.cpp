@@ -1,0 +1,157 @@
+#include "animation/animation_track.h"
+
+#include <cmath>
+#include <limits>
+#include <map>
+#include <set>
+
+#include "animation/animation_controller.h"
+#include "scene/duplicate.h"
+#include "tests/animation/keyframes.h"
+#include "tests/support/counting_heap.h"
+
+// --- Controllers ---
+
+TEST(AnimationController, SettersRefuseWhatIsOutOfRangeAndChangeNothing) {
+    const Held controller(qelAnimationController_create());
+    EXPECT_EQ(qelAnimationController_setActiveInterval(controller, -7, 8), QEL_STATUS_OK);
+    EXPECT_EQ(qelAnimationController_setActiveInterval(controller, 9, 8), QEL_STATUS_ILLEGAL_ARGUMENT);
+    EXPECT_EQ(controller->activeStart, -7);
+    EXPECT_EQ(controller->activeEnd, 8);
+    EXPECT_EQ(qelAnimationController_setWeight(controller, 2.5f), QEL_STATUS_OK);
+    for (const float refused : {-1e-30f, -INFINITY, NAN})
+        EXPECT_EQ(qelAnimationController_setWeight(controller, refused), QEL_STATUS_ILLEGAL_ARGUMENT) << refused;
+    EXPECT_EQ(controller->weight, 2.5f);
+    EXPECT_EQ(qelAnimationController_setWeight(controller, 0), QEL_STATUS_OK);
+}
+
+TEST(AnimationController, AChangeOfSpeedKeepsThePosition) {
+    const Held controller(qelAnimationController_create());
+    qelAnimationController_setPosition(controller, 100, 1000);
+    EXPECT_EQ(qelAnimationController_getPosition(controller, 1500), 600);
+    qelAnimationController_setSpeed(controller, 0.5f, 1500);
+    EXPECT_EQ(qelAnimationController_getPosition(controller, 1500), 600);
+    EXPECT_EQ(qelAnimationController_getPosition(controller, 1600), 650);
+    qelAnimationController_setSpeed(controller, -2, 1400);
+    EXPECT_EQ(qelAnimationController_getPosition(controller, 1400), 550);
+    EXPECT_EQ(qelAnimationController_getPosition(controller, 1410), 530);
+    qelAnimationController_setPosition(controller, 3, INT32_MIN);
+    qelAnimationController_setSpeed(controller, 1, INT32_MAX);
+    EXPECT_EQ(controller->referenceSequenceTime, 3 - 2 * 4294967295.0f) << "the difference takes 33 bits";
+}
+
+TEST(AnimationController, PositionsStayExactAtLargeTimes) {
+    constexpr int32_t kChunk = 16776960;
+    struct Case {
+        const char* what;
+        float sequenceTime, speed;
+        int32_t reference, worldTime;
+        double position;
+    };
+    for (const Case& c : {
+             Case{"fractions below the first chunk", 0.25f, 0.5f, 0, kChunk - 1, 0.25 + 0.5 * (kChunk - 1)},
+             Case{"whole units from the first chunk on", 0.5f, 0.5f, 0, kChunk, 1 + 8388480},
+             Case{"halves go away from zero", -0.5f, 1.5f, 0, kChunk + 1, -1 + 25165440 + 2},
+             Case{"three chunks and a rest", 0, 0.3f, 0, 3 * kChunk + 7,
+                  3 * std::round(double(0.3f) * kChunk) + std::round(double(0.3f) * 7)},
+             Case{"most", 0, 1, 0, INT32_MAX, INT32_MAX},
+             Case{"from the most negative to the most positive", 0, 1, INT32_MIN, INT32_MAX, 4294967295.0},
+             Case{"back from a later reference", 0, 1, INT32_MAX, kChunk, double(kChunk) - INT32_MAX},
+             Case{"early, far from the reference", 0, 1, INT32_MAX, INT32_MIN, -4294967295.0},
+             Case{"backwards", 10, -1, 0, 2000000001, -1999999991.0},
+         }) {
+        const Held controller(qelAnimationController_create());
+        qelAnimationController_setPosition(controller, c.sequenceTime, c.reference);
+        controller->speed = c.speed;
+        EXPECT_EQ(qelAnimationController_getPosition(controller, c.worldTime), c.position) << c.what;
+    }
+}
+
+// --- What a track accepts ---
+
+TEST(AnimationTrack, AcceptsSequencesThatSuitTheProperty) {
+    const std::set<int32_t> one = {256, 260, 263, 264, 265, 267, 269, 271, 273, 274, 276};
+    const std::set<int32_t> three = {257, 258, 261, 262, 272, 275};
+    const auto suits = [&](int32_t property, int32_t count, int32_t interpolation) {
+        if (property >= 23 && property <= 25) return true;
+        if (property < 256 || property > 276) return false;
+        if ((interpolation == 177 || interpolation == 179) && property != 268) return property == 266;
+        if (one.contains(property)) return count == 1;
+        if (three.contains(property)) return count == 3;
+        if (property == 259) return count == 2 || count == 4;
+        if (property == 270) return count == 1 || count == 3;
+        return property == 266 || count == 4;
+    };
+    for (const int32_t interpolation : {176, 177, 178, 179, 180}) {
+        for (int32_t count = 1; count <= 6; ++count) {
+            Result result;
+            const Held sequence(qelKeyframeSequence_create(1, count, interpolation, &result));
+            if (!sequence.get()) continue;
+            for (int32_t property = -1; property <= 300; ++property) {
+                const Held track(qelAnimationTrack_create(sequence, property, &result));
+                const bool expected = suits(property, count, interpolation);
+                EXPECT_EQ(result, expected ? QEL_STATUS_OK : QEL_STATUS_ILLEGAL_ARGUMENT)
+                    << property << " with " << count << " of " << interpolation;
+                EXPECT_EQ(track.get() != nullptr, expected);
+            }
+        }
+    }
+    Result result;
+    EXPECT_EQ(qelAnimationTrack_create(nullptr, 999, &result), nullptr);
+    EXPECT_EQ(result, QEL_STATUS_NULL_POINTER);
+}
+
+// --- References ---
+
+TEST(AnimationTrack, HoldsItsSequenceAndController) {
+    CountingHeap heap;
+    {
+        const Held sequence(makeConstant({1}));
+        const Held first(qelAnimationController_create()), second(qelAnimationController_create());
+        const Held track(makeTrack(sequence, AnimationProperty::Alpha, first));
+        EXPECT_EQ(sequence->refCount, 2);
+        EXPECT_EQ(first->refCount, 2);
+        qelAnimationTrack_setController(track, first);
+        EXPECT_EQ(first->refCount, 2) << "the same again";
+        qelAnimationTrack_setController(track, second);
+        EXPECT_EQ(first->refCount, 1);
+        EXPECT_EQ(referencesOf(track), (std::vector<Object3D*>{second, sequence}));
+
+        const Held copy(static_cast<AnimationTrack*>(qelObject3D_duplicate(track)));
+        EXPECT_EQ(referencesOf(copy), (std::vector<Object3D*>{second, sequence})) << "shared, not copied";
+        EXPECT_EQ(sequence->refCount, 3);
+        EXPECT_EQ(second->refCount, 3);
+        qelAnimationTrack_setController(track, nullptr);
+        EXPECT_EQ(second->refCount, 2);
+        EXPECT_EQ(referencesOf(track), (std::vector<Object3D*>{sequence}));
+    }
+    EXPECT_EQ(heap.liveBlocks(), 0);
+}
+
+TEST(AnimationTrack, FindsItselfThenItsControllerThenItsSequence) {
+    const Held sequence(makeConstant({1}));
+    const Held controller(qelAnimationController_create());
+    const Held track(makeTrack(sequence, AnimationProperty::Alpha, controller));
+    sequence->userId = controller->userId = track->userId = 5;
+    EXPECT_EQ(track->find(track, 5), track.get());
+    track->userId = 1;
+    EXPECT_EQ(track->find(track, 5), controller.get());
+    controller->userId = 2;
+    EXPECT_EQ(track->find(track, 5), sequence.get());
+    EXPECT_EQ(sequence->find(sequence, 5), sequence.get());
+    EXPECT_EQ(controller->find(controller, 2), controller.get());
+    qelAnimationTrack_setController(track, nullptr);
+    EXPECT_EQ(track->find(track, 2), nullptr);
+}
+
+TEST(AnimationTrack, GivesEverythingBackOnEveryFailure) {
+    sweepEngineAllocations(FailMode::Once, [](CountingHeap& heap) {
+        const Held sequence(makeConstant({1}));
+        const Held controller(qelAnimationController_create());
+        const Held track(makeTrack(sequence, AnimationProperty::Alpha, controller));
+        EXPECT_EQ(track.get() == nullptr, heap.hasFailed());
+        if (!track.get()) return;
+        const Held copyOfTrack(qelObject3D_duplicate(track)), copyOfController(qelObject3D_duplicate(controller));
+        EXPECT_EQ(!copyOfTrack.get() || !copyOfController.get(), heap.hasFailed());
+    });
+}
