@@ -5,6 +5,7 @@
 
 #include "scene/animate_parts.h"
 #include "scene/appearance.h"
+#include "scene/skinning_kernel.h"
 #include "scene/transform.h"
 #include "scene/vertex_array.h"
 #include "scene/vertex_buffer.h"
@@ -132,9 +133,9 @@ static bool growArray(T*& array, int32_t capacity) {
 
 // What grew before a failure stays larger than the capacity says, which harms nothing.
 static bool reserveBones(SkinnedMesh* mesh, int32_t capacity) {
-    constexpr int32_t kMatrixWords = 2 * 12;  // positions and normals
+    constexpr uint32_t kBytesPerBone = 2 * kSkinMatrixWords * sizeof(int32_t);  // for positions and for normals
     if (!growArray(mesh->bones, capacity) || !growArray(mesh->restTransforms, capacity)) return false;
-    auto* matrices = static_cast<int32_t*>(qelAllocArray(uint32_t(capacity), kMatrixWords * sizeof(int32_t)));
+    auto* matrices = static_cast<int32_t*>(qelAllocArray(uint32_t(capacity), kBytesPerBone));
     auto* done = qelAllocArrayOf<uint8_t>(uint32_t(capacity));
     if (!matrices || !done) {
         qelFree(matrices);

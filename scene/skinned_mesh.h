@@ -24,7 +24,7 @@ struct SkinnedMesh : Mesh {
     int32_t bindingCount, bindingCapacity;
     uint8_t bindingsChanged;
     qelTransform** restTransforms;  // per bone: mesh to bone when it was first bound
-    int32_t* boneMatrices;          // per bone 12 entries of 20.12; for normals the same again after boneCapacity bones
+    int32_t* boneMatrices;          // per bone, as the kernel keeps them; for normals again behind boneCapacity bones
     uint8_t* boneMatrixDone;        // per bone, within one pass
     VertexBuffer* skinnedBuffer;    // what is drawn and picked
     Node** bones;                   // no references

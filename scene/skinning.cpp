@@ -5,9 +5,9 @@
 #include <span>
 
 #include "frame/fixed_point.h"
-#include "frame/wrap.h"
 #include "scene/appearance.h"
 #include "scene/skinned_mesh.h"
+#include "scene/skinning_kernel.h"
 #include "scene/subtree.h"
 #include "scene/transform.h"
 #include "scene/vertex_array.h"
@@ -135,11 +135,11 @@ struct SkinPass {
     SkinnedMesh* mesh;
     bool withNormals;
     qelTransform toModelUnits;  // applies bias and scale of the positions, both in units of the skinned scale
-    int32_t bias[3];            // in units of the skinned scale, 20.12
+    int32_t bias[4];            // in units of the skinned scale, 20.12; kernels read a fourth entry
 };
 
 static SkinPass beginPass(SkinnedMesh* mesh, bool withNormals) {
-    SkinPass pass;
+    SkinPass pass{};
     pass.mesh = mesh;
     pass.withNormals = withNormals;
     float column[4];
@@ -153,10 +153,8 @@ static SkinPass beginPass(SkinnedMesh* mesh, bool withNormals) {
     return pass;
 }
 
-static int32_t* positionMatrixOf(const SkinnedMesh* mesh, int32_t bone) { return mesh->boneMatrices + 12 * bone; }
-
-static int32_t* normalMatrixOf(const SkinnedMesh* mesh, int32_t bone) {
-    return mesh->boneMatrices + 12 * (mesh->boneCapacity + bone);
+static int32_t* normalMatricesOf(const SkinnedMesh* mesh) {
+    return mesh->boneMatrices + kSkinMatrixWords * mesh->boneCapacity;
 }
 
 static void computeBoneMatrices(const SkinPass& pass, int32_t bone) {
@@ -164,58 +162,47 @@ static void computeBoneMatrices(const SkinPass& pass, int32_t bone) {
     qelTransform moved, matrix;
     qelTransform_multiplyInto(&moved, &mesh->bones[bone]->worldTransform, mesh->restTransforms[bone]);
     qelTransform_multiplyInto(&matrix, &moved, &pass.toModelUnits);
-    qelTransform_toFixedRows(&matrix, positionMatrixOf(mesh, bone));
+    int32_t rows[12];
+    qelTransform_toFixedRows(&matrix, rows);
+    SkinKernel::setMatrix(rows, mesh->boneMatrices + kSkinMatrixWords * bone);
     if (pass.withNormals) {
         if (qelTransform_invert(&moved) == QEL_STATUS_OK) qelTransform_transpose(&moved);
-        qelTransform_toFixedRows(&moved, normalMatrixOf(mesh, bone));
+        qelTransform_toFixedRows(&moved, rows);
+        SkinKernel::setMatrix(rows, normalMatricesOf(mesh) + kSkinMatrixWords * bone);
     }
     mesh->boneMatrixDone[bone] |= kMatrixDone;
 }
 
 // --- Vertices ---
 
-struct Influences {
-    const int32_t* bones;
-    const int32_t* weights;
-    int32_t count;
-};
-
-static Influences influencesOf(const SkinnedMesh* mesh, int32_t vertex) {
+static SkinInfluences influencesOf(const SkinnedMesh* mesh, int32_t vertex) {
     const int32_t first = vertex * mesh->maxInfluences;
     return {mesh->vertexBones + first, mesh->vertexWeights + first, mesh->vertexInfluenceCount[vertex]};
 }
 
 // Whether some bone of the vertex moved; the matrices of all its bones are then ready.
-static bool needsSkinning(const SkinPass& pass, const Influences& influences) {
+static bool needsSkinning(const SkinPass& pass, const SkinInfluences& influences) {
     const uint8_t* flags = pass.mesh->boneMatrixDone;
-    const std::span bones(influences.bones, size_t(influences.count));
-    if (std::ranges::none_of(bones, [=](int32_t bone) { return flags[bone] & kBoneMoved; })) return false;
-    for (const int32_t bone : bones)
-        if (!(flags[bone] & kMatrixDone)) computeBoneMatrices(pass, bone);
+    uint8_t any = 0, all = 0xFF;
+    for (int32_t k = 0; k < influences.count; ++k) {
+        any |= flags[influences.bones[k]];
+        all &= flags[influences.bones[k]];
+    }
+    if (!(any & kBoneMoved)) return false;
+    if (all & kMatrixDone) return true;
+    for (int32_t k = 0; k < influences.count; ++k)
+        if (!(flags[influences.bones[k]] & kMatrixDone)) computeBoneMatrices(pass, influences.bones[k]);
     return true;
 }
 
-// Slightly more than one half of 4096: what is added before twelve bits are dropped.
-constexpr int32_t kRounding = 2253;
-
-// From 20.12 to an integer, alike on both sides of 0.
-static int32_t roundFixed(int32_t value) {
-    return value > 0 ? wrapAdd(value, kRounding) >> 12 : wrapNeg(wrapSub(kRounding, value) >> 12);
-}
-
 template <typename T>
-static int32_t rowProduct(const int32_t* row, const T* v) {
-    return wrapAdd(wrapAdd(wrapMul(row[0], v[0]), wrapMul(row[1], v[1])), wrapMul(row[2], v[2]));
-}
-
-template <typename T>
-static bool fits(const int32_t (&v)[3]) {
+static bool fits(const int32_t* v) {
     using Limits = std::numeric_limits<T>;
-    return std::ranges::all_of(
-        v, [](int32_t component) { return component >= Limits::min() && component <= Limits::max(); });
+    return std::all_of(v, v + 3,
+                       [](int32_t component) { return component >= Limits::min() && component <= Limits::max(); });
 }
 
-static uint32_t largestMagnitude(const int32_t (&v)[3]) {
+static uint32_t largestMagnitude(const int32_t* v) {
     return std::max({magnitude(v[0]), magnitude(v[1]), magnitude(v[2])});
 }
 
@@ -226,17 +213,10 @@ static uint32_t skinPositions(const SkinPass& pass, const VertexArray* from) {
     const auto* in = static_cast<const T*>(from->data);
     auto* out = static_cast<T*>(mesh->skinnedPositions->data);
     for (int32_t vertex = 0; vertex < from->vertexCount; ++vertex, in += 3, out += 3) {
-        const Influences influences = influencesOf(mesh, vertex);
+        const SkinInfluences influences = influencesOf(mesh, vertex);
         if (!needsSkinning(pass, influences)) continue;
-        int32_t sum[3] = {};
-        for (int32_t k = 0; k < influences.count; ++k) {
-            const int32_t* row = positionMatrixOf(mesh, influences.bones[k]);
-            for (int32_t r = 0; r < 3; ++r, row += 4)
-                sum[r] =
-                    wrapAdd(sum[r], wrapMul(roundFixed(wrapAdd(rowProduct(row, in), row[3])), influences.weights[k]));
-        }
-        int32_t position[3];
-        for (int32_t r = 0; r < 3; ++r) position[r] = roundFixed(wrapSub(sum[r], pass.bias[r]));
+        int32_t position[4];
+        SkinKernel::position(mesh->boneMatrices, influences, pass.bias, in, position);
         if (!fits<T>(position)) return largestMagnitude(position);
         for (int32_t r = 0; r < 3; ++r) out[r] = T(position[r]);
     }
@@ -250,18 +230,12 @@ static void skinNormals(const SkinPass& pass) {
     auto* out = static_cast<T*>(mesh->skinnedNormals->data);
     const int32_t count = std::min(mesh->skinnedNormals->vertexCount, mesh->skinnedPositions->vertexCount);
     for (int32_t vertex = 0; vertex < count; ++vertex, in += 3, out += 3) {
-        const Influences influences = influencesOf(mesh, vertex);
+        const SkinInfluences influences = influencesOf(mesh, vertex);
         if (!needsSkinning(pass, influences)) continue;
-        int32_t sum[3] = {};
-        for (int32_t k = 0; k < influences.count; ++k) {
-            const int32_t* row = normalMatrixOf(mesh, influences.bones[k]);
-            for (int32_t r = 0; r < 3; ++r, row += 4)
-                sum[r] = wrapAdd(sum[r], wrapMul(wrapAdd(rowProduct(row, in), kRounding) >> 12, influences.weights[k]));
-        }
-        int32_t normal[3];
-        for (int32_t r = 0; r < 3; ++r) normal[r] = wrapAdd(sum[r], kRounding) >> 12;
+        int32_t normal[4];
+        SkinKernel::normal(normalMatricesOf(mesh), influences, in, normal);
         while (!fits<T>(normal))
-            for (int32_t& component : normal) component >>= 1;
+            for (int32_t r = 0; r < 3; ++r) normal[r] >>= 1;
         for (int32_t r = 0; r < 3; ++r) out[r] = T(normal[r]);
     }
 }

@@ -9,6 +9,7 @@
 #include "scene/appearance.h"
 #include "scene/duplicate.h"
 #include "scene/material.h"
+#include "scene/skinning_kernel.h"
 #include "scene/world.h"
 #include "tests/scene/held.h"
 #include "tests/support/counting_heap.h"
@@ -361,6 +362,41 @@ TEST(SkinnedMesh, EndsOnScalesThatNeverFit) {
             EXPECT_EQ(qelSkinnedMesh_skin(puppet.mesh, true), first) << "the second time";
         }
 }
+
+#ifdef __SSE2__
+
+TEST(SkinningKernel, Sse2GivesTheBitsOfPlainIntegers) {
+    std::mt19937 random(9);
+    const auto word = [&] { return int32_t(random()) >> (random() % 32); };
+    const int32_t edges[] = {INT32_MIN, INT32_MAX, 0x7FFF8000, -0x8000, 0x8000, 0xFFFF, -1, 0};
+    for (int32_t i = 0; i < 50000; ++i) {
+        int32_t rows[2][12], plain[2 * kSkinMatrixWords], packed[2 * kSkinMatrixWords];
+        for (int32_t bone = 0; bone < 2; ++bone) {
+            for (int32_t& entry : rows[bone]) entry = i % 4 ? word() : edges[random() % 8];
+            PlainSkinKernel::setMatrix(rows[bone], plain + bone * kSkinMatrixWords);
+            Sse2SkinKernel::setMatrix(rows[bone], packed + bone * kSkinMatrixWords);
+        }
+        const int16_t v[] = {int16_t(word()), int16_t(i % 4 ? word() : -32768), int16_t(i % 4 ? word() : 32767)};
+        const int8_t bytes[] = {int8_t(word()), -128, 127};
+        const int32_t bias[] = {word(), word(), word(), 0};
+        const int32_t bones[] = {0, 1, 0}, weights[] = {int32_t(random() % 4097), 4096, 1};
+        const SkinInfluences influences = {bones, weights, i % 3 + 1};
+        int32_t expected[4][4], actual[4][4];
+        PlainSkinKernel::position(plain, influences, bias, v, expected[0]);
+        PlainSkinKernel::position(plain, influences, bias, bytes, expected[1]);
+        PlainSkinKernel::normal(plain, influences, v, expected[2]);
+        PlainSkinKernel::normal(plain, influences, bytes, expected[3]);
+        Sse2SkinKernel::position(packed, influences, bias, v, actual[0]);
+        Sse2SkinKernel::position(packed, influences, bias, bytes, actual[1]);
+        Sse2SkinKernel::normal(packed, influences, v, actual[2]);
+        Sse2SkinKernel::normal(packed, influences, bytes, actual[3]);
+        for (int32_t k = 0; k < 4; ++k)
+            for (int32_t r = 0; r < 3; ++r)
+                ASSERT_EQ(actual[k][r], expected[k][r]) << "round " << i << ", " << k << ", row " << r;
+    }
+}
+
+#endif
 
 // --- Influences ---
 
