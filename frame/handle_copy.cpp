@@ -5,10 +5,10 @@
 #include "frame/allocator.h"
 #include "frame/error_status.h"
 
-// A handle still to be copied, and where the address of its copy goes.
+// A handle still to be copied, and the pointer to some kind of handle that gets the address of its copy.
 struct CopyWork {
     const K8Handle* source;
-    K8Handle** destination;
+    void* destination;
     CopyWork* next;
 };
 
@@ -50,7 +50,7 @@ static T* takeRecord(TreeCopy& copy, RecordKind kind) {
 }
 
 // Appends a handle to the work list; a null source leaves its place null.
-static bool queueCopy(TreeCopy& copy, const K8Handle* source, K8Handle** destination) {
+static bool queueCopy(TreeCopy& copy, const K8Handle* source, void* destination) {
     if (!source) return true;
     auto* work = takeRecord<CopyWork>(copy, RecordKind::WorkListEntry);
     if (!work) return false;
@@ -69,11 +69,11 @@ static bool allocArray(TreeCopy& copy, uint32_t count, T** out) {
 
 // The handle record of a copy, linked to its place at once so that a failure later releases it with the rest.
 template <typename T>
-static T* startHandle(TreeCopy& copy, const K8Handle* source, RecordKind kind, K8Handle** destination) {
+static T* startHandle(TreeCopy& copy, const K8Handle* source, RecordKind kind, void* destination) {
     auto* handle = takeRecord<T>(copy, kind);
     if (!handle) return nullptr;
     handle->header = {qelObject3D_ref(source->object), source->classId, copy.allocator, handle};
-    *destination = &handle->header;
+    memcpy(destination, &handle, sizeof handle);  // whatever the type of the pointer there
     return handle;
 }
 
@@ -100,11 +100,8 @@ static bool copyFigure(TreeCopy& copy, const CopyWork& work) {
         if (!source->loadedTextures || !source->loadedTextures[i]) return K8ErrStorage_fail();
     if (!allocArray(copy, count, &info->loadedTextures)) return false;
     for (uint32_t i = 0; i < count; ++i)
-        if (!queueCopy(copy, &source->loadedTextures[i]->header,
-                       reinterpret_cast<K8Handle**>(&info->loadedTextures[i])))
-            return false;
-    return queueCopy(copy, reinterpret_cast<const K8Handle*>(source->loadedAction),
-                     reinterpret_cast<K8Handle**>(&info->loadedAction));
+        if (!queueCopy(copy, &source->loadedTextures[i]->header, &info->loadedTextures[i])) return false;
+    return queueCopy(copy, reinterpret_cast<const K8Handle*>(source->loadedAction), &info->loadedAction);
 }
 
 static bool copyTexture(TreeCopy& copy, const CopyWork& work) {
@@ -121,8 +118,7 @@ static bool copyTexture(TreeCopy& copy, const CopyWork& work) {
     const K8Texture* secondMap = texture->info->secondMap;
     if (!secondMap) return true;
     // A second map is only looked through, so its copy has no loaded info of its own.
-    auto* second = startHandle<K8Texture>(copy, &secondMap->header, RecordKind::Texture,
-                                          reinterpret_cast<K8Handle**>(&info->secondMap));
+    auto* second = startHandle<K8Texture>(copy, &secondMap->header, RecordKind::Texture, &info->secondMap);
     if (second) second->keepsBlending = secondMap->keepsBlending;
     return second;
 }
@@ -154,8 +150,7 @@ static bool copyPrimitive(TreeCopy& copy, const CopyWork& work) {
         if (!allocArray(copy, source->counts[i], &info->values[i])) return false;
         if (source->counts[i]) memcpy(info->values[i], source->values[i], source->counts[i] * sizeof(int32_t));
     }
-    return queueCopy(copy, reinterpret_cast<const K8Handle*>(source->texture),
-                     reinterpret_cast<K8Handle**>(&info->texture));
+    return queueCopy(copy, reinterpret_cast<const K8Handle*>(source->texture), &info->texture);
 }
 
 static bool copyGroup(TreeCopy& copy, const CopyWork& work) {
@@ -214,7 +209,7 @@ K8Handle* K8Handle_copyTree(const K8Handle* handle, RecordPool* pool) {
         RecordPool_giveBack(work);
     }
     if (ok) return root;
-    K8Handle_releaseCopy(root, pool);
+    K8Handle_releaseCopy(root);
     return nullptr;
 }
 
@@ -289,7 +284,7 @@ static size_t handleSize(int16_t classId) {
     }
 }
 
-void K8Handle_releaseCopy(K8Handle* handle, RecordPool*) {
+void K8Handle_releaseCopy(K8Handle* handle) {
     K8Handle* list = nullptr;
     queueRelease(handle, list);
     while (list) {

@@ -11,7 +11,7 @@
 K8Handle* K8Handle_copyTree(const K8Handle* handle, RecordPool* pool);
 
 // Releases what K8Handle_copyTree made. Ignores null. A copy must not be destroyed in any other way.
-void K8Handle_releaseCopy(K8Handle* handle, RecordPool* pool);
+void K8Handle_releaseCopy(K8Handle* handle);
 
-// The record sizes of kinds 6 to 18, for making the pool; the draw list fills in its own kinds.
+// The record sizes of kinds 3 and 6 to 18, for making the pool; the draw list fills in its own kinds.
 void K8Handle_setCopyRecordSizes(std::array<uint32_t, kRecordKindCount + 1>& sizes);

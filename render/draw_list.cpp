@@ -17,10 +17,9 @@ std::array<uint32_t, kRecordKindCount + 1> K8DrawList_recordSizes() {
 // --- Releasing ---
 
 static void releaseItem(K8Render* handle, DrawItem* item) {
-    RecordPool* pool = handle->context->pool;
-    K8Handle_releaseCopy(item->object, pool);
-    K8Handle_releaseCopy(item->fog, pool);
-    K8Handle_releaseCopy(reinterpret_cast<K8Handle*>(item->params.fog), pool);
+    K8Handle_releaseCopy(item->object);
+    K8Handle_releaseCopy(item->fog);
+    K8Handle_releaseCopy(reinterpret_cast<K8Handle*>(item->params.fog));
     for (int32_t i = 0; item->lights && i < item->lightCount; ++i) qelObject3D_unref(item->lights[i]);
     K8Allocator_free(handle->header.allocator, item->lights);
     K8Allocator_free(handle->header.allocator, item->lightTransforms);
@@ -128,15 +127,16 @@ static bool takeLights(K8Render* handle, DrawItem* item, int32_t count) {
 }
 
 // A copy of a fog handle whose Fog is a duplicate, so that the host may change its own.
-static bool copyFog(K8RenderContext* context, const K8Fog* source, K8Handle** out) {
+static bool copyFog(K8RenderContext* context, const K8Fog* source, K8Fog** out) {
     if (!source) return true;
-    *out = K8Handle_copyTree(&source->header, context->pool);
-    if (!*out) return false;
-    if (!source->header.object) return true;
-    Object3D* duplicate = qelObject3D_duplicate(source->header.object);
+    K8Handle* copy = K8Handle_copyTree(&source->header, context->pool);
+    *out = reinterpret_cast<K8Fog*>(copy);
+    if (!copy) return false;
+    if (!copy->object) return true;
+    Object3D* duplicate = qelObject3D_duplicate(copy->object);
     if (!duplicate) return K8ErrStorage_failOutOfMemory();
-    qelObject3D_unref((*out)->object);
-    (*out)->object = duplicate;
+    qelObject3D_unref(copy->object);
+    copy->object = duplicate;
     return true;
 }
 
@@ -152,7 +152,7 @@ static bool fillItem(K8Render* handle, DrawItem* item, const K8RenderParams& par
     item->object = K8Handle_copyTree(object, context->pool);
     if (!item->object) return false;
     if (!lightsAreCollected(context, lightCount) && !takeLights(handle, item, lightCount)) return false;
-    return copyFog(context, params.fog, reinterpret_cast<K8Handle**>(&item->params.fog));
+    return copyFog(context, params.fog, &item->params.fog);
 }
 
 static bool queueObject(K8Render* handle, const K8RenderParams& params, const K8Handle* object,

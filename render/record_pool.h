@@ -8,11 +8,11 @@
 #include "k8.h"
 
 enum class RecordKind : uint32_t {
-    DrawItem = 1,       // also the work-list record of releasing a handle copy
-    WalkStack = 2,      // the draw list's own walks
+    DrawItem = 1,
+    WalkStack = 2,      // 2, 4 and 5 are for walks of the draw list over groups
     WorkListEntry = 3,  // of copying a handle tree
-    WalkWork = 4,       // the draw list's own walks
-    ReleaseWork = 5,    // the draw list's own release of copies
+    WalkWork = 4,
+    ReleaseWork = 5,
     Transform = 6,
     ActionTable = 7,
     Figure = 8,

@@ -124,7 +124,7 @@ TEST(HandleCopy, HoldsItsOwnRecordsAndArraysAndSharesTheObjects) {
 
     tree.positions[2] = 31;
     EXPECT_EQ(primitive->info->values[0][2], 30);
-    K8Handle_releaseCopy(&root->header, pool.get());
+    K8Handle_releaseCopy(&root->header);
     EXPECT_EQ(tree.references(), std::vector<int32_t>(7, 1));
     EXPECT_EQ(host.liveBlocks(), poolBlocks);
 }
@@ -144,7 +144,7 @@ TEST(HandleCopy, FailsWholeOrNotAtAll) {
             copy = K8Handle_copyTree(&tree.root.header, pool.get());
             EXPECT_NE(copy, nullptr) << "and succeeds once there is memory";
         }
-        K8Handle_releaseCopy(copy, pool.get());
+        K8Handle_releaseCopy(copy);
         EXPECT_EQ(tree.references(), std::vector<int32_t>(7, 1));
     });
 }
