@@ -689,15 +689,16 @@ K8_API int32_t qelTransform_get(const qelTransform *t, float *out);             
 /* Inverts in place or into `out`, which may be t. ARITHMETIC for a singular matrix. LU decomposition with implicit
  * row scaling and partial pivoting. */
 K8_API int32_t qelTransform_invert(qelTransform *t);
-K8_API int32_t qelTransform_invert_copy(qelTransform *t, qelTransform *out);
+K8_API int32_t qelTransform_invert_copy(const qelTransform *t, qelTransform *out);
 
 /* The inverse of a rotation with a translation: transposes the 3x3 block and turns the translation. Wrong for
  * anything scaled. */
-K8_API int32_t qelTransform_invertNonScaled_copy(qelTransform *t, qelTransform *out);
+K8_API int32_t qelTransform_invertNonScaled_copy(const qelTransform *t, qelTransform *out);
 
-/* t = t other, and out = a b; out may be a or b. NULL_POINTER for a null second operand or result. */
+/* t = t other, and out = a b; out may be a or b. NULL_POINTER for a null second operand or result. The elements of
+ * `other` stay, but what it caches about them may change. */
 K8_API int32_t qelTransform_postMultiply(qelTransform *t, qelTransform *other);
-K8_API int32_t qelTransform_postMultiply_copy(qelTransform *a, qelTransform *b, qelTransform *out);
+K8_API int32_t qelTransform_postMultiply_copy(const qelTransform *a, const qelTransform *b, qelTransform *out);
 
 /* t = t R. Degrees about an axis of any length; ILLEGAL_ARGUMENT for a zero axis with an angle other than 0, or a
  * zero quaternion. */

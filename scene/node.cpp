@@ -182,8 +182,8 @@ bool qelNode_getTransformTo(Node* node, Node* target, qelTransform* out, Result*
     return true;
 }
 
-World* qelNode_getRootWorld(const Node* node) {
-    Node* top = topOf(const_cast<Node*>(node));
+World* qelNode_getRootWorld(Node* node) {
+    Node* top = topOf(node);
     return top->classId == ClassId::World ? static_cast<World*>(top) : nullptr;
 }
 

@@ -59,7 +59,7 @@ void qelNode_setAlignmentReferences(Node* node, Node* zReference, Node* yReferen
 // The transform from a node to another of the same tree. False when there is no common ancestor or the way down cannot
 // be inverted.
 bool qelNode_getTransformTo(Node* node, Node* target, qelTransform* out, Result* result);
-World* qelNode_getRootWorld(const Node* node);
+World* qelNode_getRootWorld(Node* node);  // null when the topmost node is none
 // The product of composites up to, but excluding, the topmost node; also stored in `toWorld`.
 void qelNode_computeToRoot(Node* node, qelTransform* out);
 

@@ -131,7 +131,7 @@ int32_t qelTransform_postMultiply(qelTransform* t, qelTransform* other) {
     return QEL_STATUS_OK;
 }
 
-int32_t qelTransform_postMultiply_copy(qelTransform* a, qelTransform* b, qelTransform* out) {
+int32_t qelTransform_postMultiply_copy(const qelTransform* a, const qelTransform* b, qelTransform* out) {
     if (!b || !out) return QEL_STATUS_NULL_POINTER;
     qelTransform_multiplyInto(out, a, b);
     return QEL_STATUS_OK;
@@ -301,12 +301,12 @@ static Result invertInto(const qelTransform* t, qelTransform* out) {
 
 int32_t qelTransform_invert(qelTransform* t) { return qelTransform_isIdentity(t) ? QEL_STATUS_OK : invertInto(t, t); }
 
-int32_t qelTransform_invert_copy(qelTransform* t, qelTransform* out) {
+int32_t qelTransform_invert_copy(const qelTransform* t, qelTransform* out) {
     if (!out) return QEL_STATUS_NULL_POINTER;
     return qelTransform_isIdentityExact(t) ? qelTransform_set_tr(out, t) : invertInto(t, out);
 }
 
-int32_t qelTransform_invertNonScaled_copy(qelTransform* t, qelTransform* out) {
+int32_t qelTransform_invertNonScaled_copy(const qelTransform* t, qelTransform* out) {
     if (!out) return QEL_STATUS_NULL_POINTER;
     qelTransform_set_tr(out, t);
     if (qelTransform_isIdentity(out)) return QEL_STATUS_OK;
