@@ -363,13 +363,14 @@ K8_API void K8Transform_transVector(const K8Transform *transform, const int32_t 
 
 typedef struct K8GroupInfo {
     int32_t frame;             /* frame position */
-    K8Transform *transform;    /* applied to the children; not owned; may be null */
+    K8Transform *transform;    /* applied to the children; may be null. Owned on groups that the loader made, else the
+                                * host's */
     uint16_t childHandleCount; /* entries of `childHandles` */
     K8Handle **childHandles;   /* owned array, through the handle's allocator; the children in it are not owned */
     K8Handle **childData;      /* owned array that the loader attaches to the root of what it made: every other
                                 * handle of the load, null-terminated. To dispose of a loaded tree, destroy each
                                 * of them and then the root */
-    uint8_t flag;              /* 1 on groups that the loader made */
+    uint8_t flag;              /* 1 on groups that the loader made, until a host exchanges the transform */
 } K8GroupInfo;
 
 typedef struct K8Group {
@@ -380,8 +381,9 @@ typedef struct K8Group {
 K8_API K8Group *K8Group_create(K8Group *memory, K8Allocator *allocator);
 K8_API void K8Group_destroy(K8Group *handle);
 
-/* Copies every member, after releasing the arrays of an existing record that the new one does not name again. The
- * group then owns `childHandles` and `childData`, which must come from its allocator. */
+/* Copies every member, after releasing what an existing record owns and the new one does not name again. The group
+ * then owns `childHandles` and `childData`, which must come from its allocator. A transform that takes the place of a
+ * loaded one stays the host's. */
 K8_API bool K8Group_setTmpData(K8Group *handle, const K8GroupInfo *info);
 K8_API void K8Group_clearTmpData(K8Group *handle);
 K8_API void K8Group_clearLoadedInfo(K8Group *handle);

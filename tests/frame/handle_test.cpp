@@ -159,6 +159,42 @@ TEST(FigureHandle, SettingItsInfoAgainReleasesTheArraysOfTheFirst) {
     K8Figure_destroy(figure);
 }
 
+TEST(GroupHandle, OwnsTheTransformOfTheLoaderAlone) {
+    struct Case {
+        const char* what;
+        uint8_t flag;
+        bool exchange;  // the transform for another
+        void (*end)(K8Group*);
+        int32_t liveAfter;  // of the first and the other transform
+    };
+    for (const Case& c : {Case{"the host's stays", 0, false, K8Group_destroy, 2},
+                          Case{"the loader's goes with the group", 1, false, K8Group_destroy, 1},
+                          Case{"the loader's goes with what it was loaded with", 1, false, K8Group_clearLoadedInfo, 1},
+                          Case{"the host's stays in place of the loader's", 1, true, K8Group_destroy, 1}}) {
+        SCOPED_TRACE(c.what);
+        CountingAllocator host, transforms;
+        K8Group group;
+        K8Group_create(&group, host.get());
+        K8GroupInfo info = {};
+        K8Transform* first = info.transform = K8Transform_create(nullptr, transforms.get());
+        K8Transform* other = K8Transform_create(nullptr, transforms.get());
+        info.flag = c.flag;
+        EXPECT_TRUE(K8Group_setTmpData(&group, &info));
+        info.frame = 1 << 16;
+        EXPECT_TRUE(K8Group_setTmpData(&group, &info));
+        EXPECT_EQ(group.info->flag, c.flag);
+        EXPECT_EQ(transforms.liveBlocks(), 2) << "named again";
+        if (c.exchange) info.transform = other;
+        EXPECT_TRUE(K8Group_setTmpData(&group, &info));
+        EXPECT_EQ(group.info->transform, info.transform);
+        c.end(&group);
+        EXPECT_EQ(transforms.liveBlocks(), c.liveAfter);
+        K8Group_destroy(&group);
+        K8Transform_destroy(other);
+        if (!c.flag) K8Transform_destroy(first);
+    }
+}
+
 TEST(FigureHandle, PatternsAndActionsDependOnTheObject) {
     CountingHeap heap;
     CountingAllocator host;
