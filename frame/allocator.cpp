@@ -87,4 +87,6 @@ void* K8Allocator_alloc(K8Allocator* allocator, uint64_t size) {
     return std::memset(block, 0, size_t(size));
 }
 
-void K8Allocator_free(K8Allocator* allocator, void* block) { allocator->functions->free(allocator, block); }
+void K8Allocator_free(K8Allocator* allocator, void* block) {
+    if (block) allocator->functions->free(allocator, block);
+}

@@ -29,7 +29,7 @@ T* qelAllocArrayOf(uint32_t count) {
 // A block of a host's allocator, zero-filled; null (noted as an exhaustion) for sizes beyond 31 bits or when the
 // allocator has none.
 void* K8Allocator_alloc(K8Allocator* allocator, uint64_t size);
-void K8Allocator_free(K8Allocator* allocator, void* block);
+void K8Allocator_free(K8Allocator* allocator, void* block);  // ignores null
 
 template <typename T>
 T* K8Allocator_allocArrayOf(K8Allocator* allocator, uint32_t count) {

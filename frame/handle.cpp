@@ -10,12 +10,11 @@ void* K8Handle_create(void* memory, K8Allocator* allocator, size_t size, int16_t
         K8ErrStorage_fail();
         return nullptr;
     }
-    void* block = memory ? memory : K8Allocator_alloc(allocator, size);
+    void* block = memory ? memset(memory, 0, size) : K8Allocator_alloc(allocator, size);
     if (!block) {
         K8ErrStorage_failOutOfMemory();
         return nullptr;
     }
-    memset(block, 0, size);
     auto* handle = static_cast<K8Handle*>(block);
     handle->ownBlock = memory ? nullptr : block;
     handle->allocator = allocator;

@@ -64,8 +64,7 @@ void RecordPool_destroy(RecordPool* pool) {
     if (!pool) return;
     K8Allocator* allocator = pool->allocator;
     for (KindPool& kind : pool->kinds)
-        for (RecordBlock& block : kind.blocks)
-            if (block.memory) K8Allocator_free(allocator, block.memory);
+        for (RecordBlock& block : kind.blocks) K8Allocator_free(allocator, block.memory);
     K8Allocator_free(allocator, pool);
 }
 
