@@ -99,7 +99,7 @@ void qelGLBackend_setTextureMemoryLimit(GLBackend* backend, uint32_t bytes) { ba
 
 void qelGLBackend_setCamera(GLBackend* backend, const qelTransform* view, const qelTransform* projection,
                             ProjectionType projectionType) {
-    if (std::memcmp(backend->view.elements, view->elements, sizeof(view->elements)) != 0) backend->viewChanged = true;
+    if (!GLState_sameElements(backend->view, *view)) backend->viewChanged = true;
     backend->view = *view;
     backend->projection = *projection;
     backend->projectionType = projectionType;

@@ -57,7 +57,7 @@ void qelGLBackend_setDepthRange(GLBackend* backend, float near, float far);
 void qelGLBackend_setCamera(GLBackend* backend, const qelTransform* view, const qelTransform* projection,
                             ProjectionType projectionType);
 // Puts a light into one of the eight slots, or empties it for null. Cheap when the slot holds a light of equal values.
-void qelGLBackend_setLight(GLBackend* backend, int32_t slot, const Light* light, const qelTransform* lightToWorld);
+void qelGLBackend_setLight(GLBackend* backend, int32_t slotIndex, const Light* light, const qelTransform* lightToWorld);
 
 void qelGLBackend_setTextureMemoryLimit(GLBackend* backend, uint32_t bytes);  // 0: none
 

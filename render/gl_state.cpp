@@ -2,7 +2,7 @@
 
 #include <GLES/gl.h>
 
-#include <cstring>
+#include <algorithm>
 
 static constexpr std::array<float, 4> kNoLight = {0, 0, 0, 0};
 
@@ -50,6 +50,10 @@ void GLState_loadMatrix(const qelTransform& matrix) {
     glLoadMatrixf(columns);
 }
 
+bool GLState_sameElements(const qelTransform& a, const qelTransform& b) {
+    return std::equal(std::begin(a.elements), std::end(a.elements), b.elements);
+}
+
 void GLState_sendProjection(const GLBackend* backend) {
     glMatrixMode(GL_PROJECTION);
     GLState_loadMatrix(backend->projection);
@@ -57,8 +61,9 @@ void GLState_sendProjection(const GLBackend* backend) {
 
 // --- Lights ---
 
-void qelGLBackend_setLight(GLBackend* backend, int32_t index, const Light* light, const qelTransform* lightToWorld) {
-    LightSlot& slot = backend->lights[size_t(index)];
+void qelGLBackend_setLight(GLBackend* backend, int32_t slotIndex, const Light* light,
+                           const qelTransform* lightToWorld) {
+    LightSlot& slot = backend->lights[size_t(slotIndex)];
     if (!light) {
         slot.inUse = 0;
         return;
@@ -68,8 +73,7 @@ void qelGLBackend_setLight(GLBackend* backend, int32_t index, const Light* light
         light->spotAngle, light->spotExponent, {light->attenuation[0], light->attenuation[1], light->attenuation[2]}};
     const bool isNew = !slot.inUse;
     // An ambient light was never placed: its place goes with the mode.
-    if (isNew || slot.state.mode != state.mode ||
-        std::memcmp(slot.transform.elements, lightToWorld->elements, sizeof(slot.transform.elements)) != 0) {
+    if (isNew || slot.state.mode != state.mode || !GLState_sameElements(slot.transform, *lightToWorld)) {
         slot.transform = *lightToWorld;
         slot.transformChanged = 1;
     }

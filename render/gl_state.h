@@ -112,6 +112,7 @@ void GLState_forgetComponents(GLBackend* backend);
 void GLState_forgetAll(GLBackend* backend);
 
 void GLState_loadMatrix(const qelTransform& matrix);
+bool GLState_sameElements(const qelTransform& a, const qelTransform& b);
 
 // In the order of a draw. What absent components stand for is part of each.
 void GLState_sendProjection(const GLBackend* backend);

@@ -22,7 +22,7 @@ EGLDisplay openDisplay() {
     const auto getPlatformDisplay =
         reinterpret_cast<PFNEGLGETPLATFORMDISPLAYEXTPROC>(eglGetProcAddress("eglGetPlatformDisplayEXT"));
     if (!getPlatformDisplay) failWith("EGL knows no platforms");
-    const EGLDisplay display = getPlatformDisplay(EGL_PLATFORM_SURFACELESS_MESA, EGL_DEFAULT_DISPLAY, nullptr);
+    EGLDisplay display = getPlatformDisplay(EGL_PLATFORM_SURFACELESS_MESA, EGL_DEFAULT_DISPLAY, nullptr);
     if (display == EGL_NO_DISPLAY) failWith("EGL has no surfaceless platform");
     if (!eglInitialize(display, nullptr, nullptr)) failWith("the surfaceless platform cannot be initialised");
     return display;
@@ -52,7 +52,7 @@ std::unique_ptr<GlSurface> GlSurface::create(int width, int height) {
 
 void GlSurface::open() {
     display_ = openDisplay();
-    const EGLConfig config = chooseConfig(display_);
+    EGLConfig config = chooseConfig(display_);
     if (!eglBindAPI(EGL_OPENGL_ES_API)) failWith("EGL offers no OpenGL ES");
     const EGLint size[] = {EGL_WIDTH, width_, EGL_HEIGHT, height_, EGL_NONE};
     surface_ = eglCreatePbufferSurface(display_, config, size);

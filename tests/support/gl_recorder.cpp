@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstring>
 #include <map>
+#include <numeric>
 #include <utility>
 
 GlRecorder glRecorder;
@@ -234,8 +235,8 @@ void GL_APIENTRY glBindTexture(GLenum target, GLuint texture) {
     glRecorder.boundTextures[glRecorder.activeUnit] = texture;
     record("glBindTexture", Enum{target}, GLint(texture));
 }
-void GL_APIENTRY glBlendFunc(GLenum source, GLenum destination) {
-    record("glBlendFunc", Factor{source}, Factor{destination});
+void GL_APIENTRY glBlendFunc(GLenum sfactor, GLenum dfactor) {
+    record("glBlendFunc", Factor{sfactor}, Factor{dfactor});
 }
 void GL_APIENTRY glClear(GLbitfield mask) {
     std::string bits;
@@ -252,8 +253,8 @@ void GL_APIENTRY glColor4f(GLfloat r, GLfloat g, GLfloat b, GLfloat a) { record(
 void GL_APIENTRY glColorMask(GLboolean r, GLboolean g, GLboolean b, GLboolean a) {
     record("glColorMask", GLint(r), GLint(g), GLint(b), GLint(a));
 }
-void GL_APIENTRY glColorPointer(GLint size, GLenum type, GLsizei stride, const void* data) {
-    setPointer(&glRecorder.colors, size, type, data);
+void GL_APIENTRY glColorPointer(GLint size, GLenum type, GLsizei stride, const void* pointer) {
+    setPointer(&glRecorder.colors, size, type, pointer);
     record("glColorPointer", size, Enum{type}, stride);
 }
 void GL_APIENTRY glCompressedTexImage2D(GLenum target, GLint level, GLenum format, GLsizei width, GLsizei height,
@@ -262,10 +263,10 @@ void GL_APIENTRY glCompressedTexImage2D(GLenum target, GLint level, GLenum forma
                  data, size_t(size));
 }
 void GL_APIENTRY glCullFace(GLenum mode) { record("glCullFace", Enum{mode}); }
-void GL_APIENTRY glDeleteTextures(GLsizei n, const GLuint* names) {
+void GL_APIENTRY glDeleteTextures(GLsizei n, const GLuint* textures) {
     for (GLsizei i = 0; i < n; ++i) {
-        std::erase(glRecorder.liveTextures, names[i]);
-        record("glDeleteTextures", GLint(names[i]));
+        std::erase(glRecorder.liveTextures, textures[i]);
+        record("glDeleteTextures", GLint(textures[i]));
     }
 }
 void GL_APIENTRY glDepthFunc(GLenum func) { record("glDepthFunc", Enum{func}); }
@@ -277,8 +278,8 @@ void GL_APIENTRY glDisableClientState(GLenum array) {
     record("glDisableClientState", Enum{array});
 }
 void GL_APIENTRY glDrawArrays(GLenum mode, GLint first, GLsizei count) {
-    std::vector<uint32_t> vertices;
-    for (GLsizei i = 0; i < count; ++i) vertices.push_back(uint32_t(first + i));
+    std::vector<uint32_t> vertices(size_t(std::max(count, 0)));
+    std::iota(vertices.begin(), vertices.end(), uint32_t(first));
     recordDraw(line("glDrawArrays", Mode{mode}, first, count), vertices);
 }
 void GL_APIENTRY glDrawElements(GLenum mode, GLsizei count, GLenum type, const void* indices) {
@@ -291,39 +292,39 @@ void GL_APIENTRY glEnableClientState(GLenum array) {
     record("glEnableClientState", Enum{array});
 }
 void GL_APIENTRY glFinish() { record("glFinish"); }
-void GL_APIENTRY glFogf(GLenum name, GLfloat value) {
-    if (name == GL_FOG_MODE)
-        record("glFogf", Enum{name}, Enum{GLenum(value)});
+void GL_APIENTRY glFogf(GLenum pname, GLfloat param) {
+    if (pname == GL_FOG_MODE)
+        record("glFogf", Enum{pname}, Enum{GLenum(param)});
     else
-        record("glFogf", Enum{name}, value);
+        record("glFogf", Enum{pname}, param);
 }
-void GL_APIENTRY glFogfv(GLenum name, const GLfloat* values) { record("glFogfv", Enum{name}, Floats{values, 4}); }
+void GL_APIENTRY glFogfv(GLenum pname, const GLfloat* params) { record("glFogfv", Enum{pname}, Floats{params, 4}); }
 void GL_APIENTRY glFrontFace(GLenum mode) { record("glFrontFace", Enum{mode}); }
-void GL_APIENTRY glGenTextures(GLsizei n, GLuint* names) {
+void GL_APIENTRY glGenTextures(GLsizei n, GLuint* textures) {
     for (GLsizei i = 0; i < n; ++i) {
-        names[i] = ++glRecorder.lastTexture;
-        glRecorder.liveTextures.push_back(names[i]);
-        record("glGenTextures", GLint(names[i]));
+        textures[i] = ++glRecorder.lastTexture;
+        glRecorder.liveTextures.push_back(textures[i]);
+        record("glGenTextures", GLint(textures[i]));
     }
 }
 GLenum GL_APIENTRY glGetError() {
     record("glGetError");
     return std::exchange(glRecorder.error, GLenum(GL_NO_ERROR));
 }
-void GL_APIENTRY glGetIntegerv(GLenum name, GLint* data) {
-    *data = name == GL_PACK_ALIGNMENT ? glRecorder.packAlignment : glRecorder.unpackAlignment;
-    record("glGetIntegerv", Enum{name});
+void GL_APIENTRY glGetIntegerv(GLenum pname, GLint* data) {
+    *data = pname == GL_PACK_ALIGNMENT ? glRecorder.packAlignment : glRecorder.unpackAlignment;
+    record("glGetIntegerv", Enum{pname});
 }
 void GL_APIENTRY glHint(GLenum target, GLenum mode) { record("glHint", Enum{target}, Enum{mode}); }
-void GL_APIENTRY glLightModelf(GLenum name, GLfloat value) { record("glLightModelf", Enum{name}, value); }
-void GL_APIENTRY glLightModelfv(GLenum name, const GLfloat* values) {
-    record("glLightModelfv", Enum{name}, Floats{values, 4});
+void GL_APIENTRY glLightModelf(GLenum pname, GLfloat param) { record("glLightModelf", Enum{pname}, param); }
+void GL_APIENTRY glLightModelfv(GLenum pname, const GLfloat* params) {
+    record("glLightModelfv", Enum{pname}, Floats{params, 4});
 }
-void GL_APIENTRY glLightf(GLenum light, GLenum name, GLfloat value) {
-    record("glLightf", Enum{light}, Enum{name}, value);
+void GL_APIENTRY glLightf(GLenum light, GLenum pname, GLfloat param) {
+    record("glLightf", Enum{light}, Enum{pname}, param);
 }
-void GL_APIENTRY glLightfv(GLenum light, GLenum name, const GLfloat* values) {
-    record("glLightfv", Enum{light}, Enum{name}, Floats{values, name == GL_SPOT_DIRECTION ? 3u : 4u});
+void GL_APIENTRY glLightfv(GLenum light, GLenum pname, const GLfloat* params) {
+    record("glLightfv", Enum{light}, Enum{pname}, Floats{params, pname == GL_SPOT_DIRECTION ? 3u : 4u});
 }
 void GL_APIENTRY glLoadIdentity() {
     glRecorder.currentMatrix().top = kIdentity;
@@ -333,18 +334,18 @@ void GL_APIENTRY glLoadMatrixf(const GLfloat* m) {
     std::copy_n(m, 16, glRecorder.currentMatrix().top.begin());
     record("glLoadMatrixf", Floats{m, 16});
 }
-void GL_APIENTRY glMaterialf(GLenum face, GLenum name, GLfloat value) {
-    record("glMaterialf", Enum{face}, Enum{name}, value);
+void GL_APIENTRY glMaterialf(GLenum face, GLenum pname, GLfloat param) {
+    record("glMaterialf", Enum{face}, Enum{pname}, param);
 }
-void GL_APIENTRY glMaterialfv(GLenum face, GLenum name, const GLfloat* values) {
-    record("glMaterialfv", Enum{face}, Enum{name}, Floats{values, 4});
+void GL_APIENTRY glMaterialfv(GLenum face, GLenum pname, const GLfloat* params) {
+    record("glMaterialfv", Enum{face}, Enum{pname}, Floats{params, 4});
 }
 void GL_APIENTRY glMatrixMode(GLenum mode) {
     glRecorder.matrixMode = mode;
     record("glMatrixMode", Enum{mode});
 }
-void GL_APIENTRY glNormalPointer(GLenum type, GLsizei stride, const void* data) {
-    setPointer(&glRecorder.normals, 3, type, data);
+void GL_APIENTRY glNormalPointer(GLenum type, GLsizei stride, const void* pointer) {
+    setPointer(&glRecorder.normals, 3, type, pointer);
     record("glNormalPointer", Enum{type}, stride);
 }
 void GL_APIENTRY glOrthof(GLfloat l, GLfloat r, GLfloat b, GLfloat t, GLfloat n, GLfloat f) {
@@ -368,11 +369,12 @@ void GL_APIENTRY glPushMatrix() {
     stack.saved.push_back(stack.top);
     record("glPushMatrix");
 }
-void GL_APIENTRY glReadPixels(GLint x, GLint y, GLsizei width, GLsizei height, GLenum format, GLenum type, void* out) {
+void GL_APIENTRY glReadPixels(GLint x, GLint y, GLsizei width, GLsizei height, GLenum format, GLenum type,
+                              void* pixels) {
     const auto rowBytes = size_t(width) * 4, alignment = size_t(glRecorder.packAlignment);
     const size_t stride = (rowBytes + alignment - 1) / alignment * alignment;
     for (size_t row = 0; row < size_t(height); ++row)
-        std::memcpy(static_cast<uint8_t*>(out) + row * stride, &glRecorder.frame.at(row * rowBytes), rowBytes);
+        std::memcpy(static_cast<uint8_t*>(pixels) + row * stride, &glRecorder.frame.at(row * rowBytes), rowBytes);
     record("glReadPixels", x, y, width, height, Enum{format}, Enum{type});
 }
 void GL_APIENTRY glScalef(GLfloat x, GLfloat y, GLfloat z) {
@@ -383,18 +385,18 @@ void GL_APIENTRY glScissor(GLint x, GLint y, GLsizei width, GLsizei height) {
     record("glScissor", x, y, width, height);
 }
 void GL_APIENTRY glShadeModel(GLenum mode) { record("glShadeModel", Enum{mode}); }
-void GL_APIENTRY glTexCoordPointer(GLint size, GLenum type, GLsizei stride, const void* data) {
-    setPointer(&glRecorder.texCoords[glRecorder.clientUnit], size, type, data);
+void GL_APIENTRY glTexCoordPointer(GLint size, GLenum type, GLsizei stride, const void* pointer) {
+    setPointer(&glRecorder.texCoords[glRecorder.clientUnit], size, type, pointer);
     record("glTexCoordPointer", size, Enum{type}, stride);
 }
-void GL_APIENTRY glTexEnvf(GLenum target, GLenum name, GLfloat value) {
-    record("glTexEnvf", Enum{target}, Enum{name}, Enum{GLenum(value)});
+void GL_APIENTRY glTexEnvf(GLenum target, GLenum pname, GLfloat param) {
+    record("glTexEnvf", Enum{target}, Enum{pname}, Enum{GLenum(param)});
 }
-void GL_APIENTRY glTexEnvfv(GLenum target, GLenum name, const GLfloat* values) {
-    record("glTexEnvfv", Enum{target}, Enum{name}, Floats{values, 4});
+void GL_APIENTRY glTexEnvfv(GLenum target, GLenum pname, const GLfloat* params) {
+    record("glTexEnvfv", Enum{target}, Enum{pname}, Floats{params, 4});
 }
-void GL_APIENTRY glTexEnvx(GLenum target, GLenum name, GLfixed value) {
-    record("glTexEnvx", Enum{target}, Enum{name}, Enum{GLenum(value)});
+void GL_APIENTRY glTexEnvx(GLenum target, GLenum pname, GLfixed param) {
+    record("glTexEnvx", Enum{target}, Enum{pname}, Enum{GLenum(param)});
 }
 void GL_APIENTRY glTexImage2D(GLenum target, GLint level, GLint internal, GLsizei width, GLsizei height, GLint border,
                               GLenum format, GLenum type, const void* pixels) {
@@ -405,11 +407,11 @@ void GL_APIENTRY glTexImage2D(GLenum target, GLint level, GLint internal, GLsize
                       Enum{type}),
                  level, pixels, byteCount);
 }
-void GL_APIENTRY glTexParameterf(GLenum target, GLenum name, GLfloat value) {
-    record("glTexParameterf", Enum{target}, Enum{name}, Enum{GLenum(value)});
+void GL_APIENTRY glTexParameterf(GLenum target, GLenum pname, GLfloat param) {
+    record("glTexParameterf", Enum{target}, Enum{pname}, Enum{GLenum(param)});
 }
-void GL_APIENTRY glVertexPointer(GLint size, GLenum type, GLsizei stride, const void* data) {
-    setPointer(&glRecorder.positions, size, type, data);
+void GL_APIENTRY glVertexPointer(GLint size, GLenum type, GLsizei stride, const void* pointer) {
+    setPointer(&glRecorder.positions, size, type, pointer);
     record("glVertexPointer", size, Enum{type}, stride);
 }
 void GL_APIENTRY glViewport(GLint x, GLint y, GLsizei width, GLsizei height) {
