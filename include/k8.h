@@ -89,7 +89,7 @@ typedef struct K8AllocatorFunctions {
     void *(*alloc)(K8Allocator *allocator, int32_t size); /* a block aligned for any object, or null */
     /* A null block is served like alloc. Returning null leaves the old block valid. */
     void *(*realloc)(K8Allocator *allocator, void *block, int32_t size);
-    void (*free)(K8Allocator *allocator, void *block);    /* ignores null */
+    void (*free)(K8Allocator *allocator, void *block); /* ignores null */
 } K8AllocatorFunctions;
 
 /* An allocator is any structure that begins with this one. It must outlive every handle made with it. Blocks need
@@ -259,14 +259,14 @@ typedef struct K8FigureInfo {
     int16_t blendMode;             /* K8_BLEND_... */
     int32_t transparency;          /* opacity in percent, F number (409600 is opaque); counts where something blends */
     uint8_t canChangeTextures;
-    uint32_t action;              /* bits 0-30: the action to pose; bit 31: draw `pattern`, not the action's patterns */
-    uint32_t pattern;             /* the mask as K8Figure_setPattern stores it: the host's mask shifted left by one */
-    uint16_t loadedTextureCount;  /* entries of `loadedTextures` */
-    K8Texture **loadedTextures;   /* owned array, through the handle's allocator; the textures in it are not owned.
+    uint32_t action;             /* bits 0-30: the action to pose; bit 31: draw `pattern`, not the action's patterns */
+    uint32_t pattern;            /* the mask as K8Figure_setPattern stores it: the host's mask shifted left by one */
+    uint16_t loadedTextureCount; /* entries of `loadedTextures` */
+    K8Texture **loadedTextures;  /* owned array, through the handle's allocator; the textures in it are not owned.
                                    * Texture j of the figure's polygons is drawn with entry j */
     uint8_t canChangeAction;
-    K8ActionTable *loadedAction;  /* whose action is posed; not owned; null leaves the figure in its last pose */
-    uint16_t *textureIndices;     /* owned array, used while a package loads; null otherwise */
+    K8ActionTable *loadedAction; /* whose action is posed; not owned; null leaves the figure in its last pose */
+    uint16_t *textureIndices;    /* owned array, used while a package loads; null otherwise */
 } K8FigureInfo;
 
 typedef struct K8Figure {
@@ -330,7 +330,7 @@ K8_API void K8Transform_destroy(K8Transform *transform);
 
 /* All functions below ignore a null transform. */
 K8_API void K8Transform_setIdentity(K8Transform *transform);
-K8_API void K8Transform_set(K8Transform *transform, const float *elements); /* null elements: identity */
+K8_API void K8Transform_set(K8Transform *transform, const float *elements);    /* null elements: identity */
 K8_API void K8Transform_setAll(K8Transform *transform, const float *elements); /* null elements: no change */
 K8_API void K8Transform_getAll(const K8Transform *transform, float *out);
 /* An index outside 0..15 is ignored, and reads as 0, like a null transform. */
@@ -414,10 +414,10 @@ K8_API bool K8Light_setTmpData(K8Light *handle, const K8LightInfo *info);
 K8_API void K8Light_clearTmpData(K8Light *handle);
 
 /* Setters ignore null handles, handles without object and values out of range; they store no error. */
-K8_API void K8Light_setMode(K8Light *handle, int32_t mode);           /* K8_LIGHT_... */
-K8_API void K8Light_setIntensity(K8Light *handle, int32_t intensity); /* F number, any value */
-K8_API void K8Light_setColor(K8Light *handle, uint32_t color);        /* 0xRRGGBB */
-K8_API void K8Light_setSpotAngle(K8Light *handle, int32_t degrees);   /* F number, 0..90 */
+K8_API void K8Light_setMode(K8Light *handle, int32_t mode);             /* K8_LIGHT_... */
+K8_API void K8Light_setIntensity(K8Light *handle, int32_t intensity);   /* F number, any value */
+K8_API void K8Light_setColor(K8Light *handle, uint32_t color);          /* 0xRRGGBB */
+K8_API void K8Light_setSpotAngle(K8Light *handle, int32_t degrees);     /* F number, 0..90 */
 K8_API void K8Light_setSpotExponent(K8Light *handle, int32_t exponent); /* F number, 0..128 */
 
 /* The divisor of an omni or spot light's intensity, constant + linear d + quadratic d^2, as F numbers. A negative
@@ -436,10 +436,10 @@ K8_API K8Fog *K8Fog_create(K8Fog *memory, K8Allocator *allocator);
 K8_API void K8Fog_destroy(K8Fog *handle);
 
 /* Setters ignore null handles, handles without object and values out of range; they store no error. */
-K8_API void K8Fog_setMode(K8Fog *handle, int32_t mode); /* K8_FOG_... */
+K8_API void K8Fog_setMode(K8Fog *handle, int32_t mode);                                /* K8_FOG_... */
 K8_API void K8Fog_setLinear(K8Fog *handle, int32_t nearDistance, int32_t farDistance); /* F numbers, view distances */
-K8_API void K8Fog_setDensity(K8Fog *handle, int32_t density); /* F number, not negative */
-K8_API void K8Fog_setColor(K8Fog *handle, uint32_t color); /* 0xRRGGBB */
+K8_API void K8Fog_setDensity(K8Fog *handle, int32_t density);                          /* F number, not negative */
+K8_API void K8Fog_setColor(K8Fog *handle, uint32_t color);                             /* 0xRRGGBB */
 
 /* ---- Primitives: geometry that the host gives -------------------------------------------------------------------- */
 
@@ -460,11 +460,11 @@ enum {
 
 /* Kinds of value arrays. */
 enum {
-    K8_PRIM_POSITIONS = 0,     /* x, y, z per vertex, F numbers */
-    K8_PRIM_NORMALS = 1,       /* x, y, z, F numbers */
-    K8_PRIM_COLORS = 2,        /* 0xRRGGBB */
-    K8_PRIM_TEXTURE_COORDS = 3,/* s, t per vertex in texels, F numbers */
-    K8_PRIM_SPRITE_PARAMS = 4  /* width, height, angle (1/4096 turn), s0, t0, s1, t1, flags */
+    K8_PRIM_POSITIONS = 0,      /* x, y, z per vertex, F numbers */
+    K8_PRIM_NORMALS = 1,        /* x, y, z, F numbers */
+    K8_PRIM_COLORS = 2,         /* 0xRRGGBB */
+    K8_PRIM_TEXTURE_COORDS = 3, /* s, t per vertex in texels, F numbers */
+    K8_PRIM_SPRITE_PARAMS = 4   /* width, height, angle (1/4096 turn), s0, t0, s1, t1, flags */
 };
 
 typedef struct K8PrimitiveInfo {
@@ -476,8 +476,8 @@ typedef struct K8PrimitiveInfo {
     uint32_t type;                 /* K8_PRIM_... */
     uint32_t params;               /* mode bits */
     uint32_t primitiveCount;
-    uint32_t counts[5];            /* values in each array */
-    int32_t *values[5];            /* owned arrays, through the handle's allocator */
+    uint32_t counts[5]; /* values in each array */
+    int32_t *values[5]; /* owned arrays, through the handle's allocator */
 } K8PrimitiveInfo;
 
 typedef struct K8Primitive {
@@ -528,17 +528,17 @@ K8_API K8Handle *K8Loader_loadObject(int32_t size, const void *data, K8Allocator
 
 /* Projections of K8RenderParams. */
 enum {
-    K8_PROJECTION_PARALLEL = 1,          /* one unit is one pixel; the screen's centre is the origin */
-    K8_PROJECTION_PERSPECTIVE_SIZE = 2,  /* the screen, in units, lies in the near plane */
-    K8_PROJECTION_PERSPECTIVE_ANGLE = 3  /* from the vertical opening angle */
+    K8_PROJECTION_PARALLEL = 1,         /* one unit is one pixel; the screen's centre is the origin */
+    K8_PROJECTION_PERSPECTIVE_SIZE = 2, /* the screen, in units, lies in the near plane */
+    K8_PROJECTION_PERSPECTIVE_ANGLE = 3 /* from the vertical opening angle */
 };
 
 /* How a call of K8Render_render3D is seen and lit. */
 typedef struct K8RenderParams {
-    int16_t projection;            /* K8_PROJECTION_...; other values leave the camera as the item before left it */
-    uint16_t screenWidth;          /* pixels */
+    int16_t projection;   /* K8_PROJECTION_...; other values leave the camera as the item before left it */
+    uint16_t screenWidth; /* pixels */
     uint16_t screenHeight;
-    int32_t nearDistance;          /* F numbers, along the view; perspective projections only */
+    int32_t nearDistance; /* F numbers, along the view; perspective projections only */
     int32_t farDistance;
     int32_t verticalAngle;         /* F number, degrees in (0, 180); K8_PROJECTION_PERSPECTIVE_ANGLE only */
     K8Transform *viewingTransform; /* world to view, for example from K8Transform_lookAt; null: identity */
@@ -555,7 +555,7 @@ enum { K8_RENDER_CONTEXT_SIZE = 8192 }; /* bytes that are enough for a K8RenderC
 /* A render context: a draw list, and the surface it goes to. Calling order: create, bind, then any number of
  * render3D followed by flush or clear3D, again and again; destroy. */
 typedef struct K8Render {
-    K8Handle header;          /* class id 0; `object` is non-null while bound */
+    K8Handle header; /* class id 0; `object` is non-null while bound */
     K8RenderContext *context;
 } K8Render;
 
