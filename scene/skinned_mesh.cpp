@@ -63,6 +63,8 @@ static void clearMembers(SkinnedMesh* mesh) {
     mesh->rescaledPositions = nullptr;
     mesh->skinScale = 1;
     mesh->normalsSkinnedOnce = 0;
+    mesh->runs = nullptr;
+    mesh->runCount = 0;
 }
 
 void qelSkinnedMesh_initEmpty(SkinnedMesh* mesh) {
@@ -111,6 +113,7 @@ void qelSkinnedMesh_finalise(SkinnedMesh* mesh) {
     qelFree(mesh->vertexInfluenceCount);
     qelFree(mesh->vertexWeights);
     qelFree(mesh->vertexBones);
+    qelFree(mesh->runs);
     qelFree(mesh->bindings);
     if (mesh->restTransforms)  // a figure has none
         for (qelTransform* rest : std::span(mesh->restTransforms, size_t(mesh->boneCount))) qelTransform_destroy(rest);
@@ -233,6 +236,7 @@ static bool updatePositions(SkinnedMesh* mesh) {
     VertexBuffer* base = mesh->vertexBuffer;
     if (!base->positions) {
         drop(mesh->skinnedPositions);
+        mesh->skinScale = base->positionScale;
         return true;
     }
     if (!isOutdated(mesh->skinnedPositions, base->positions, base->positionsChanged)) return true;

@@ -12,6 +12,12 @@ struct SkinBinding {
     int32_t vertexCount;
 };
 
+// Consecutive vertices with the same bones and weights.
+struct SkinRun {
+    int32_t firstVertex;
+    int32_t vertexCount;
+};
+
 struct SkinnedMesh : Mesh {
     Group* skeleton;                // one reference; its parent is the mesh
     int32_t* vertexInfluenceCount;  // per vertex
@@ -33,6 +39,8 @@ struct SkinnedMesh : Mesh {
     VertexArray* rescaledPositions;  // base positions requantised for a larger scale, or null
     float skinScale;                 // of the skinned positions
     uint8_t normalsSkinnedOnce;      // and have kept up with the positions since
+    SkinRun* runs;                   // all vertices, in order
+    int32_t runCount;
 };
 
 SkinnedMesh* qelSkinnedMesh_create(VertexBuffer* vertexBuffer, TriangleStripArray* const* indexBuffers,

@@ -1,7 +1,6 @@
 // Skinning: computes the output arrays of a SkinnedMesh from its bones, in 32-bit integers.
 #include <algorithm>
 #include <cmath>
-#include <limits>
 #include <span>
 
 #include "frame/fixed_point.h"
@@ -81,6 +80,36 @@ static void normaliseWeights(int32_t* weights, int32_t count) {
     for (int32_t k = 0; k < count; ++k) weights[k] = int32_t(int64_t(weights[k]) * kFixedOne / sum);
 }
 
+static SkinInfluences influencesOf(const SkinnedMesh* mesh, int32_t vertex) {
+    const int32_t first = vertex * mesh->maxInfluences;
+    return {mesh->vertexBones + first, mesh->vertexWeights + first, mesh->vertexInfluenceCount[vertex]};
+}
+
+static bool sameInfluences(const SkinInfluences& a, const SkinInfluences& b) {
+    return std::equal(a.bones, a.bones + a.count, b.bones, b.bones + b.count) &&
+           std::equal(a.weights, a.weights + a.count, b.weights);
+}
+
+// The vertex behind the run that begins at `first`.
+static int32_t endOfRun(const SkinnedMesh* mesh, int32_t first, int32_t vertexCount) {
+    int32_t end = first + 1;
+    while (end < vertexCount && sameInfluences(influencesOf(mesh, first), influencesOf(mesh, end))) ++end;
+    return end;
+}
+
+static bool buildRuns(SkinnedMesh* mesh, int32_t vertexCount) {
+    qelFree(mesh->runs);
+    mesh->runs = nullptr;
+    mesh->runCount = 0;
+    for (int32_t vertex = 0; vertex < vertexCount; vertex = endOfRun(mesh, vertex, vertexCount)) ++mesh->runCount;
+    mesh->runs = qelAllocArrayOf<SkinRun>(uint32_t(mesh->runCount));
+    if (!mesh->runs) return false;
+    SkinRun* run = mesh->runs;
+    for (int32_t vertex = 0; vertex < vertexCount; vertex += run++->vertexCount)
+        *run = {vertex, endOfRun(mesh, vertex, vertexCount) - vertex};
+    return true;
+}
+
 static Result buildTables(SkinnedMesh* mesh) {
     const int32_t vertexCount = mesh->skinnedPositions->vertexCount;
     mesh->bindingsChanged = 0;
@@ -91,6 +120,7 @@ static Result buildTables(SkinnedMesh* mesh) {
         for (int32_t i = 0; i < binding.vertexCount; ++i) addInfluence(mesh, binding.firstVertex + i, binding);
     for (int32_t vertex = 0; vertex < vertexCount; ++vertex)
         normaliseWeights(mesh->vertexWeights + vertex * mesh->maxInfluences, mesh->vertexInfluenceCount[vertex]);
+    if (!buildRuns(mesh, vertexCount)) return QEL_STATUS_OUT_OF_MEMORY;
     mesh->tablesValid = 1;
     mesh->skeleton->compositeChanged = 1;  // no vertex is where the new tables put it
     return QEL_STATUS_OK;
@@ -175,35 +205,14 @@ static void computeBoneMatrices(const SkinPass& pass, int32_t bone) {
 
 // --- Vertices ---
 
-static SkinInfluences influencesOf(const SkinnedMesh* mesh, int32_t vertex) {
-    const int32_t first = vertex * mesh->maxInfluences;
-    return {mesh->vertexBones + first, mesh->vertexWeights + first, mesh->vertexInfluenceCount[vertex]};
-}
-
-// Whether some bone of the vertex moved; the matrices of all its bones are then ready.
+// Whether some bone of a run moved; the matrices of all its bones are then ready.
 static bool needsSkinning(const SkinPass& pass, const SkinInfluences& influences) {
     const uint8_t* flags = pass.mesh->boneMatrixDone;
-    uint8_t any = 0, all = 0xFF;
-    for (int32_t k = 0; k < influences.count; ++k) {
-        any |= flags[influences.bones[k]];
-        all &= flags[influences.bones[k]];
-    }
-    if (!(any & kBoneMoved)) return false;
-    if (all & kMatrixDone) return true;
-    for (int32_t k = 0; k < influences.count; ++k)
-        if (!(flags[influences.bones[k]] & kMatrixDone)) computeBoneMatrices(pass, influences.bones[k]);
+    const std::span bones(influences.bones, size_t(influences.count));
+    if (std::ranges::none_of(bones, [=](int32_t bone) { return flags[bone] & kBoneMoved; })) return false;
+    for (const int32_t bone : bones)
+        if (!(flags[bone] & kMatrixDone)) computeBoneMatrices(pass, bone);
     return true;
-}
-
-template <typename T>
-static bool fits(const int32_t* v) {
-    using Limits = std::numeric_limits<T>;
-    return std::all_of(v, v + 3,
-                       [](int32_t component) { return component >= Limits::min() && component <= Limits::max(); });
-}
-
-static uint32_t largestMagnitude(const int32_t* v) {
-    return std::max({magnitude(v[0]), magnitude(v[1]), magnitude(v[2])});
 }
 
 // Returns 0, or the largest component of the vertex that did not fit the storage, at which it stopped.
@@ -212,13 +221,14 @@ static uint32_t skinPositions(const SkinPass& pass, const VertexArray* from) {
     const SkinnedMesh* mesh = pass.mesh;
     const auto* in = static_cast<const T*>(from->data);
     auto* out = static_cast<T*>(mesh->skinnedPositions->data);
-    for (int32_t vertex = 0; vertex < from->vertexCount; ++vertex, in += 3, out += 3) {
-        const SkinInfluences influences = influencesOf(mesh, vertex);
-        if (!needsSkinning(pass, influences)) continue;
-        int32_t position[4];
-        SkinKernel::position(mesh->boneMatrices, influences, pass.bias, in, position);
-        if (!fits<T>(position)) return largestMagnitude(position);
-        for (int32_t r = 0; r < 3; ++r) out[r] = T(position[r]);
+    for (const SkinRun& run : std::span(mesh->runs, size_t(mesh->runCount))) {
+        const int32_t count = std::min(run.vertexCount, from->vertexCount - run.firstVertex);
+        const SkinInfluences influences = influencesOf(mesh, run.firstVertex);
+        if (count <= 0 || !needsSkinning(pass, influences)) continue;
+        const int32_t first = 3 * run.firstVertex;
+        const uint32_t overflow =
+            SkinKernel::positions(mesh->boneMatrices, influences, pass.bias, in + first, out + first, count);
+        if (overflow != 0) return overflow;
     }
     return 0;
 }
@@ -228,15 +238,12 @@ static void skinNormals(const SkinPass& pass) {
     const SkinnedMesh* mesh = pass.mesh;
     const auto* in = static_cast<const T*>(mesh->vertexBuffer->normals->data);
     auto* out = static_cast<T*>(mesh->skinnedNormals->data);
-    const int32_t count = std::min(mesh->skinnedNormals->vertexCount, mesh->skinnedPositions->vertexCount);
-    for (int32_t vertex = 0; vertex < count; ++vertex, in += 3, out += 3) {
-        const SkinInfluences influences = influencesOf(mesh, vertex);
-        if (!needsSkinning(pass, influences)) continue;
-        int32_t normal[4];
-        SkinKernel::normal(normalMatricesOf(mesh), influences, in, normal);
-        while (!fits<T>(normal))
-            for (int32_t r = 0; r < 3; ++r) normal[r] >>= 1;
-        for (int32_t r = 0; r < 3; ++r) out[r] = T(normal[r]);
+    for (const SkinRun& run : std::span(mesh->runs, size_t(mesh->runCount))) {
+        const int32_t count = std::min(run.vertexCount, mesh->skinnedNormals->vertexCount - run.firstVertex);
+        const SkinInfluences influences = influencesOf(mesh, run.firstVertex);
+        if (count <= 0 || !needsSkinning(pass, influences)) continue;
+        const int32_t first = 3 * run.firstVertex;
+        SkinKernel::normals(normalMatricesOf(mesh), influences, in + first, out + first, count);
     }
 }
 
