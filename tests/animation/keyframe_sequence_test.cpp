@@ -307,7 +307,6 @@ struct RandomSequences {
         const int32_t components = isRotation ? 4 : whole(1, 5);
         SequenceSpec spec{interpolation, mode, 1, std::vector<Key>(size_t(count)), first, last};
         int32_t time = whole(0, 300);
-        std::vector<float> rotation = {0, 0, 0, 1};
         for (int32_t k = first;; k = (k + 1) % count) {
             spec.keys[size_t(k)].time = time;
             if (k == last) break;
@@ -315,13 +314,9 @@ struct RandomSequences {
         }
         spec.duration = std::max(time + (whole(0, 2) ? whole(0, 700) : 0), 1);
         for (Key& key : spec.keys) {
-            if (isRotation) {
-                // Steps below a third of a turn: towards the opposite side the path is not well determined.
-                for (float& part : rotation) part += real(-0.6f, 0.6f);
-                key.values = rotation;
-            } else {
-                for (int32_t i = 0; i < components; ++i) key.values.push_back(real(-8, 8));
-            }
+            for (int32_t i = 0; i < components; ++i) key.values.push_back(isRotation ? real(-0.6f, 0.6f) : real(-8, 8));
+            // Guides that point in nearly opposite ways blow every rounding up: all rotations stay on one side.
+            if (isRotation) key.values[3] = interpolation == Slerp && whole(0, 1) ? -1.0f : 1.0f;
         }
         return spec;
     }
