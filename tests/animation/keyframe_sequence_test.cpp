@@ -274,6 +274,18 @@ TEST(KeyframeSequence, SlerpTakesTheShortestPath) {
     EXPECT_NEAR(third[3], -std::cos(M_PI / 12), 1e-7);
 }
 
+TEST(KeyframeSequence, SquadKeepsToTheQuaternionsAsGiven) {
+    // Three even steps of 240 degrees about z, where the shortest path would go the other way.
+    const auto turned = [](float degrees) {
+        const float half = degrees * float(M_PI / 360);
+        return std::vector<float>{0, 0, std::sin(half), std::cos(half)};
+    };
+    const Held sequence(makeSequence({Squad, kLoop, 30, {{0, turned(0)}, {10, turned(240)}, {20, turned(480)}}}));
+    for (int32_t time = 0; time < 30; ++time)
+        for (size_t c = 0; c < 4; ++c)
+            EXPECT_NEAR(sampleAt(sequence, time)[c], turned(24.0f * float(time))[c], 2e-6) << c << " at " << time;
+}
+
 TEST(KeyframeSequence, SquadBetweenOppositesStaysFinite) {
     // One rotation, no way between its two quaternions; many of them are a little longer than 1.
     std::mt19937 random(3);
