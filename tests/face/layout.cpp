@@ -1,5 +1,5 @@
-// The members of host-visible structures stand where a host compiled elsewhere expects them. Compiled for the build's own
-// pointer width and once more for 32 bits.
+// The members of host-visible structures stand where a host compiled elsewhere expects them. Compiled for the build's
+// own pointer width and once more for 32 bits.
 #include <stddef.h>
 
 #include "k8.h"

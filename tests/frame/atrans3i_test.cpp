@@ -88,8 +88,8 @@ TEST(Atrans3i, BuildsFromDirectionRollAndScale) {
     }
 }
 
-// For directions and rolls all around: against the rotation by the shortest arc, R = 1 + [n] + [n]^2 / (1 + z) with n = z axis x
-// direction, times the roll. Near -z the quotient magnifies the rounding of the direction.
+// For directions and rolls all around: against the rotation by the shortest arc, R = 1 + [n] + [n]^2 / (1 + z) with n =
+// z axis x direction, times the roll. Near -z the quotient magnifies the rounding of the direction.
 TEST(Atrans3i, DirectionAndRollMakeTheShortestArc) {
     constexpr double kPi = std::numbers::pi;
     for (int i = 1; i < 28; ++i)

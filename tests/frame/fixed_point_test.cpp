@@ -161,8 +161,8 @@ TEST(FixedPoint, DividesWithFullQuotients) {
     }
 }
 
-// All arguments with the same leading 17 bits take the same path up to the last comparison, which finds the nearest integer
-// from there when it does so at both ends of their range.
+// All arguments with the same leading 17 bits take the same path up to the last comparison, which finds the nearest
+// integer from there when it does so at both ends of their range.
 TEST(FixedPoint, SquareRootIsTheNearestIntegerEverywhere) {
     EXPECT_EQ(integerSqrt(0), 0u);
     for (uint32_t length = 1; length <= 32; ++length)

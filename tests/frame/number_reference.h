@@ -25,7 +25,8 @@ inline uint32_t nearestRoot(uint32_t value) {
     return uint32_t(value - root * root > root ? root + 1 : root);
 }
 
-// Fills the dividend up to 31 bits, cuts the quotient, and scales it by the rest of 2^12, rounding toward minus infinity.
+// Fills the dividend up to 31 bits, cuts the quotient, and scales it by the rest of 2^12, rounding toward minus
+// infinity.
 inline int32_t expectedQuotient(int32_t a, int32_t b) {
     if (b == 0 || a == 0) return 0;
     int64_t dividend = a;

@@ -75,7 +75,8 @@ TEST(Trigonometry, SpecialArguments) {
         EXPECT_TRUE(std::isnan(nothing));
 }
 
-// The sum is the same for every compiler and machine that keeps to IEEE arithmetic; a fused multiply-add anywhere changes it.
+// The sum is the same for every compiler and machine that keeps to IEEE arithmetic; a fused multiply-add anywhere
+// changes it.
 TEST(Trigonometry, GivesTheSameBitsEverywhere) {
     uint64_t sum = 0xcbf29ce484222325;
     const auto add = [&sum](double value) { sum = (sum ^ std::bit_cast<uint64_t>(value)) * 0x100000001b3; };
