@@ -8,7 +8,6 @@
 #include "scene/appearance.h"
 #include "scene/morphing_mesh.h"
 #include "scene/skinned_mesh.h"
-#include "scene/skinning_kernel.h"
 #include "tests/scene/held.h"
 
 constexpr int32_t kVertexCount = 10000, kBoneCount = 40, kVerticesPerBone = kVertexCount / kBoneCount;
@@ -51,25 +50,6 @@ struct SkinFixture {
     float degrees = 0;
 };
 
-// What skinning costs in plain integers, without anything around it.
-static void skinPlain(benchmark::State& state) {
-    SkinFixture fixture;
-    std::vector<int32_t> matrices(kBoneCount * kSkinMatrixWords);
-    for (size_t i = 0; i < matrices.size(); i += 5) matrices[i] = 4096;
-    const auto* in = static_cast<const int16_t*>(fixture.buffer->positions->data);
-    std::vector<int16_t> out(3 * kVertexCount);
-    const int32_t bias[4] = {};
-    for (auto _ : state) {
-        for (int32_t v = 0; v < kVertexCount; ++v) {
-            const SkinInfluences influences = {fixture.mesh->vertexBones + 2 * v, fixture.mesh->vertexWeights + 2 * v,
-                                               2};
-            PlainSkinKernel::positions(matrices.data(), influences, bias, in + 3 * v, out.data() + 3 * v, 1);
-        }
-        benchmark::ClobberMemory();
-    }
-    state.SetItemsProcessed(state.iterations() * kVertexCount);
-}
-
 // Argument: how many bones move.
 static void skin(benchmark::State& state) {
     SkinFixture fixture;
@@ -81,7 +61,6 @@ static void skin(benchmark::State& state) {
     state.SetItemsProcessed(state.iterations() * kVertexCount);
 }
 
-BENCHMARK(skinPlain);
 BENCHMARK(skin)->Arg(0)->Arg(1)->Arg(kBoneCount);
 
 // --- Morphing ---
