@@ -4,7 +4,11 @@
 
 static bool fits16(int32_t value) { return value == int16_t(value); }
 
-bool BoneFactors_set(BoneFactors* factors, const Atrans3i* world) {
+bool BoneFactors_compose(const Atrans3i* parent, const Atrans3i* local, Atrans3i* world, BoneFactors* factors) {
+    if (parent)
+        D_Atrans3i_multiply2(world, parent, local);
+    else
+        *world = *local;
     bool fits = true;
     for (int row = 0; row < 3; ++row) {
         const int32_t* m = &world->m[4 * row];
@@ -20,6 +24,10 @@ bool BoneFactors_set(BoneFactors* factors, const Atrans3i* world) {
     return fits;
 }
 
+uint32_t blendNothing(const BlendTask&) { return 0; }
+
 #if !defined(__x86_64__) && !defined(__i386__) && !defined(__aarch64__)
-std::span<const BlendKernelChoice> BlendKernels_supported() { return {}; }
+static constexpr BlendKernel kKernels[] = {{"plain", BoneFactors_compose, blendNothing}};
+
+std::span<const BlendKernel> BlendKernels_supported() { return kKernels; }
 #endif

@@ -2,8 +2,6 @@
 
 #include <arm_neon.h>
 
-#include <array>
-
 #include "animation/blend_kernels.h"
 
 static const BoneFactors& factorsOf(const BlendTask& task, uint32_t vertex) {
@@ -30,7 +28,8 @@ static int32x4_t sum(const int16_t* components, const Columns& columns, const in
 }
 
 // Stores 8 bytes where 6 and 3 are meant; the next vertices write over the excess.
-static uint32_t blendNeon(const BlendTask& task) {
+static uint32_t blendNeon(const BlendTask& shared) {
+    const BlendTask task = shared;  // where no store can reach it
     constexpr uint32_t kReach = 3;  // vertices that the stores touch
     uint32_t v = 0;
     for (; v + kReach <= task.vertexCount; ++v) {
@@ -46,8 +45,9 @@ static uint32_t blendNeon(const BlendTask& task) {
     return v;
 }
 
-static constexpr std::array<BlendKernelChoice, 1> kKernels = {{{"NEON", blendNeon}}};
+static constexpr BlendKernel kKernels[] = {{"NEON", BoneFactors_compose, blendNeon},
+                                           {"plain", BoneFactors_compose, blendNothing}};
 
-std::span<const BlendKernelChoice> BlendKernels_supported() { return kKernels; }
+std::span<const BlendKernel> BlendKernels_supported() { return kKernels; }
 
 #endif

@@ -22,15 +22,13 @@ static T* carve(Carver& carver, uint32_t count) {
 }
 
 static void carvePlan(Carver& carver, BlendPlan& plan, uint32_t boneCount) {
-    const uint32_t slotCount = boneCount + 1;
-    plan.factors = carve<BoneFactors>(carver, slotCount);
+    plan.factors = carve<BoneFactors>(carver, boneCount + 1);
     plan.rest = carve<RestPair>(carver, (plan.vertexCount + 1) / 2);
     plan.factorOffsets = carve<uint32_t>(carver, plan.vertexCount);
-    plan.slots = carve<uint32_t>(carver, boneCount);
     plan.versions = carve<uint32_t>(carver, boneCount);
     plan.parentVersions = carve<uint32_t>(carver, boneCount);
     plan.usedBones = carve<uint16_t>(carver, boneCount);
-    plan.wide = carve<uint8_t>(carver, slotCount);
+    plan.wide = carve<uint8_t>(carver, boneCount + 1);
 }
 
 // The block's start need not be aligned as the kernels want it.
@@ -49,30 +47,26 @@ static BlendPlan* allocatePlan(uint32_t vertexCount, uint32_t boneCount) {
     return plan;
 }
 
-// Appends a bone behind those of its ancestors that are not yet used. Every bone is walked over once.
+// Appends a bone behind those of its ancestors that are not yet used; used ones have a version. Every bone is walked
+// over once.
 static void useBone(BlendPlan& plan, const FigureBones& bones, int32_t bone) {
     int32_t depth = 0;
-    for (; bone >= 0 && plan.slots[bone] == kNoSlot; bone = bones.bones[bone].parent) bones.chain[depth++] = bone;
-    while (depth > 0) {
-        const int32_t used = bones.chain[--depth];
-        plan.slots[used] = plan.usedCount;
-        plan.usedBones[plan.usedCount++] = uint16_t(used);
+    for (; bone >= 0 && plan.versions[bone] == 0; bone = bones.bones[bone].parent) {
+        plan.versions[bone] = 1;
+        bones.chain[depth++] = bone;
     }
+    while (depth > 0) plan.usedBones[plan.usedCount++] = uint16_t(bones.chain[--depth]);
 }
 
-static void useBones(BlendPlan& plan, const FigureBones& bones, const int32_t* vertexBones) {
-    std::fill_n(plan.slots, bones.boneCount, kNoSlot);
-    for (uint32_t v = 0; v < plan.vertexCount; ++v) useBone(plan, bones, vertexBones[v]);
-}
-
-static void setFactorOffsets(BlendPlan& plan, const int32_t* vertexBones) {
+static void setBones(BlendPlan& plan, const FigureBones& bones, const int32_t* vertexBones) {
     for (uint32_t v = 0; v < plan.vertexCount; ++v) {
-        const uint32_t slot = vertexBones[v] < 0 ? plan.usedCount : plan.slots[vertexBones[v]];
-        plan.factorOffsets[v] = slot * uint32_t(sizeof(BoneFactors));
+        useBone(plan, bones, vertexBones[v]);
+        const uint32_t index = vertexBones[v] < 0 ? bones.boneCount : uint32_t(vertexBones[v]);
+        plan.factorOffsets[v] = index * uint32_t(sizeof(BoneFactors));
     }
     Atrans3i still;
     Atrans3i_setIdentity(&still);
-    BoneFactors_set(&plan.factors[plan.usedCount], &still);
+    BoneFactors_compose(nullptr, &still, &still, &plan.factors[bones.boneCount]);
 }
 
 static void setRest(BlendPlan& plan, const VertexBuffer* buffer) {
@@ -90,18 +84,8 @@ BlendPlan* BlendPlan_create(const FigureMesh* figure) {
     const FigureBones& bones = figure->bones;
     BlendPlan* plan = allocatePlan(uint32_t(figure->vertexBuffer->positions->vertexCount), bones.boneCount);
     if (!plan) return nullptr;
-    useBones(*plan, bones, figure->vertexBones);
-    setFactorOffsets(*plan, figure->vertexBones);
+    setBones(*plan, bones, figure->vertexBones);
     setRest(*plan, figure->vertexBuffer);
-    const std::span kernels = BlendKernels_supported();
-    plan->kernel = kernels.empty() ? nullptr : kernels.front().kernel;
+    plan->kernel = &BlendKernels_supported().front();
     return plan;
-}
-
-void BlendPlan_setWorld(BlendPlan* plan, uint32_t bone, const Atrans3i* world) {
-    const uint32_t slot = plan->slots[bone];
-    if (slot == kNoSlot) return;
-    const uint8_t isWide = !BoneFactors_set(&plan->factors[slot], world);
-    plan->wideCount += uint32_t(isWide) - plan->wide[slot];
-    plan->wide[slot] = isWide;
 }

@@ -45,14 +45,13 @@ static void updateWorld(FigureMesh* figure, int32_t b) {
     BoneRecord& bone = bones.bones[b];
     const uint32_t parentVersion = bone.parent < 0 ? 0 : plan->versions[bone.parent];
     if (!bone.changed && plan->parentVersions[b] == parentVersion) return;
-    if (bone.parent < 0)
-        bones.world[b] = bones.local[b];
-    else
-        D_Atrans3i_multiply2(&bones.world[b], &bones.world[bone.parent], &bones.local[b]);
+    const Atrans3i* parent = bone.parent < 0 ? nullptr : &bones.world[bone.parent];
+    const uint8_t isWide = !plan->kernel->compose(parent, &bones.local[b], &bones.world[b], &plan->factors[b]);
+    plan->wideCount += uint32_t(isWide) - plan->wide[b];
+    plan->wide[b] = isWide;
     bone.changed = 0;
     plan->parentVersions[b] = parentVersion;
     ++plan->versions[b];
-    BlendPlan_setWorld(plan, uint32_t(b), &bones.world[b]);
 }
 
 void D_Figure_boneWorldTransform(FigureMesh* figure, int32_t bone, Atrans3i* out) {
@@ -113,13 +112,12 @@ static bool isWide(const BlendPlan* plan, uint32_t vertex) {
 }
 
 static uint32_t runKernel(const BlendPlan* plan, const BlendArrays& arrays) {
-    if (!plan->kernel) return 0;
-    return plan->kernel({.rest = plan->rest,
-                         .factors = plan->factors,
-                         .factorOffsets = plan->factorOffsets,
-                         .vertexCount = plan->vertexCount,
-                         .positions = arrays.positions,
-                         .normals = arrays.normals});
+    return plan->kernel->blend({.rest = plan->rest,
+                                .factors = plan->factors,
+                                .factorOffsets = plan->factorOffsets,
+                                .vertexCount = plan->vertexCount,
+                                .positions = arrays.positions,
+                                .normals = arrays.normals});
 }
 
 void _Figure_blendVertices(FigureMesh* figure) {
