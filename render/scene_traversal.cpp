@@ -110,10 +110,11 @@ static Result drawMesh(Graphics3D* graphics, Mesh* mesh) {
 
 // --- A group ---
 
-static Result queueMesh(Graphics3D* graphics, Group* owner, Mesh* mesh) {
+// parentInView: the origin of the group or skinned mesh above was seen, which counts for what hangs directly below it.
+static Result queueMesh(Graphics3D* graphics, Group* owner, Mesh* mesh, bool parentInView) {
     const PreparedMesh prepared = prepareMesh(mesh);
     if (!prepared.vertexBuffer) return prepared.result;
-    const bool inView = (mesh->parent && mesh->parent->originInView) || originIsInView(graphics, &mesh->toWorld);
+    const bool inView = parentInView || originIsInView(graphics, &mesh->toWorld);
     for (int32_t i = 0; i < mesh->submeshCount; ++i) {
         if (!mesh->appearances[i]) continue;
         if (!submeshIsVisible(graphics, mesh, i, prepared.vertexBuffer, inView)) continue;
@@ -144,12 +145,12 @@ static Result queueSprite(Group* owner, Sprite3D* sprite) {
     return qelRenderQueue_insert(owner, entry);
 }
 
-static Result queueNode(Graphics3D* graphics, Group* owner, Node* node) {
+static Result queueNode(Graphics3D* graphics, Group* owner, Node* node, bool parentInView) {
     if ((node->scope & graphics->camera->scope) == 0) return QEL_STATUS_OK;
     switch (node->classId) {
         case ClassId::Mesh:
         case ClassId::MorphingMesh:
-        case ClassId::SkinnedMesh: return queueMesh(graphics, owner, static_cast<Mesh*>(node));
+        case ClassId::SkinnedMesh: return queueMesh(graphics, owner, static_cast<Mesh*>(node), parentInView);
         case ClassId::Sprite3D: return queueSprite(owner, static_cast<Sprite3D*>(node));
         default: return QEL_STATUS_OK;
     }
@@ -185,7 +186,7 @@ static Node* nextChild(Node* node, int32_t* next) {
 // Walks the subtree without recursion, depth first in child order, and queues what is to be drawn. A failure ends it at
 // once: flags that stay set only have transforms computed again.
 static Result queueSubtree(Graphics3D* graphics, Group* owner, Node* root) {
-    Result result = queueNode(graphics, owner, root);
+    Result result = queueNode(graphics, owner, root, false);  // what its parent saw was another traversal
     Node* node = root;
     int32_t next = 0;
     while (result == QEL_STATUS_OK) {
@@ -193,7 +194,7 @@ static Result queueSubtree(Graphics3D* graphics, Group* owner, Node* root) {
         if (child) {
             if (!child->renderingEnabled) continue;
             enterChild(graphics, child);
-            result = queueNode(graphics, owner, child);
+            result = queueNode(graphics, owner, child, node->originInView);
             node = child;
             next = 0;
             continue;
@@ -254,7 +255,11 @@ static Result renderEntered(Graphics3D* graphics, Node* node) {
         case ClassId::FigureMesh:
         case ClassId::Mesh:
         case ClassId::MorphingMesh: return drawMesh(graphics, static_cast<Mesh*>(node));
-        case ClassId::SkinnedMesh: return drawSubtree(graphics, static_cast<SkinnedMesh*>(node)->skeleton, node);
+        case ClassId::SkinnedMesh:
+            // The copy of a single skinned mesh has no skeleton.
+            if (Group* skeleton = static_cast<SkinnedMesh*>(node)->skeleton)
+                return drawSubtree(graphics, skeleton, node);
+            return drawMesh(graphics, static_cast<Mesh*>(node));
         case ClassId::Group:
         case ClassId::World: return drawSubtree(graphics, static_cast<Group*>(node), node);
         case ClassId::Sprite3D:
