@@ -41,12 +41,12 @@ GLBackend* qelGraphics3D_backend(Graphics3D* graphics) { return graphics->backen
 
 // --- Target ---
 
-// What of a length from `start` lies between 0 and the largest viewport; negative when nothing does.
+// What of a length from `start` lies between 0 and the largest viewport. OpenGL ES takes no negative sizes.
 static int32_t cutLength(int32_t start, int32_t length) {
     const int64_t end = int64_t(start) + length;
     const int64_t cut = end < kMaxViewportDimension ? end : kMaxViewportDimension;
     const int64_t rest = cut - (start > 0 ? start : 0);
-    return int32_t(rest < -1 ? -1 : rest);
+    return int32_t(rest < 0 ? 0 : rest);
 }
 
 static PixelRect cutArea(const PixelRect& area) {
