@@ -1,7 +1,5 @@
 #include "scene/texture2d.h"
 
-#include <bit>
-
 #include "animation/animate.h"
 #include "frame/fixed_point.h"
 #include "loader/mipmaps.h"
@@ -27,7 +25,7 @@ static void destroyTexture2D(Object3D* object) {
     qelFree(texture);
 }
 
-static bool isPowerOfTwo(int32_t side) { return side >= 1 && std::has_single_bit(uint32_t(side)); }
+static bool isPowerOfTwo(int32_t side) { return side >= 1 && (side & (side - 1)) == 0; }
 
 static bool suits(const Image2D* image) {
     return isPowerOfTwo(image->width) && isPowerOfTwo(image->height) && image->width <= kMaxTextureDimension &&
