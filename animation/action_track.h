@@ -14,8 +14,8 @@ struct KeyCursor {
 
 inline KeyCursor keyCursorAt(int32_t position) { return {position < 0 ? 0 : uint32_t(position), 0, 0, 0, 0}; }
 
-// What a track with keys says; where it has no translation, scale or roll: 0, 1.0 (4096), 0, which change nothing. Three
-// rows of four, for kernels that read them as vectors.
+// What a track with keys says; where it has no translation, scale or roll: 0, 1.0 (4096), 0, which change nothing.
+// Three rows of four, for kernels that read them as vectors.
 struct alignas(16) TrackValues {
     int32_t translation[3];
     int32_t roll;  // 1/4096 turn

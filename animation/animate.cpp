@@ -12,15 +12,16 @@
 
 // --- Time ---
 
-// To the nearest whole unit, halves away from zero. Wider than 32 bits, so that a fast loop wraps around its duration and not before.
+// To the nearest whole unit, halves away from zero. Wider than 32 bits, so that a fast loop wraps around its duration
+// and not before.
 static int64_t roundTime(double time) {
     constexpr double kLimit = 0x1p61;  // two such times can be added
     if (time != time) return 0;
     return int64_t(std::clamp(std::round(time), -kLimit, kLimit));
 }
 
-// What has passed since the reference time, at the speed of the controller. Whole rounds of the loop are left out where a round takes at least one unit of
-// world time: the product then stays small enough to be exact.
+// What has passed since the reference time, at the speed of the controller. Whole rounds of the loop are left out where
+// a round takes at least one unit of world time: the product then stays small enough to be exact.
 static int64_t loopedTime(const AnimationController* controller, int64_t elapsed, int32_t duration) {
     const double speed = controller->speed;
     if (speed == 1) return elapsed;
@@ -54,7 +55,8 @@ constexpr size_t kDirectionSize = 4;
 constexpr uint32_t kSummedProperties = uint32_t(AnimationProperty::Visibility) - uint32_t(AnimationProperty::Alpha) + 1;
 constexpr uint32_t kProperties = kSummedProperties + 2;
 
-// The blended samples of one object, on the stack. Only the values of properties that `sampled` has a bit for have been written.
+// The blended samples of one object, on the stack. Only the values of properties that `sampled` has a bit for have been
+// written.
 struct Accumulators {
     explicit Accumulators(const Object3D* of) : object(of), sampled(0), morphWeights(nullptr) {}
     ~Accumulators() { qelFree(morphWeights); }
@@ -81,7 +83,8 @@ static uint32_t morphTargetCount(const Object3D* object) {
     return uint32_t(static_cast<const MorphingMesh*>(object)->targetCount);
 }
 
-// The place of the values that the track contributes to: as many as the property takes, which need not be as many as the sequence has.
+// The place of the values that the track contributes to: as many as the property takes, which need not be as many as
+// the sequence has.
 static std::span<float> valuesFor(Accumulators& accumulators, const AnimationTrack* track) {
     const AnimationProperty property = track->targetProperty;
     if (property == AnimationProperty::MorphWeights)
@@ -115,8 +118,8 @@ static bool sampleTrack(const AnimationTrack* track, int32_t worldTime, std::spa
     return true;
 }
 
-// Adds the track's sample to the values of its property. Those of Matrix and Direction are not summed: the last track's stand as a whole, so that a direction
-// of three components also takes back the angle of an earlier one of four.
+// Adds the track's sample to the values of its property. Those of Matrix and Direction are not summed: the last track's
+// stand as a whole, so that a direction of three components also takes back the angle of an earlier one of four.
 static Result blendTrack(const AnimationTrack* track, int32_t worldTime, Accumulators& accumulators) {
     const AnimationProperty property = track->targetProperty;
     const bool isMorph = property == AnimationProperty::MorphWeights;

@@ -54,7 +54,8 @@ static uint32_t blendSse2(const BlendTask& whole) {
     return whole.vertexCount - task.vertexCount;
 }
 
-// --- AVX2: four vertices at a time, a vertex's position in the lower half of a register and its normal in the upper ---
+// --- AVX2: four vertices at a time, a vertex's position in the lower half of a register and its normal in the upper
+// ---
 
 [[gnu::target("avx2")]] static inline __m256i load256(const void* address) {
     return _mm256_load_si256(static_cast<const __m256i*>(address));

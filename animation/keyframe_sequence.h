@@ -1,6 +1,7 @@
 // Timed values and the way to interpolate between them.
 //
-// Values, tangents and samples are stored as single floats. Everything computed between two of them is in double precision and rounded once.
+// Values, tangents and samples are stored as single floats. Everything computed between two of them is in double
+// precision and rounded once.
 #pragma once
 
 #include <span>
@@ -43,14 +44,17 @@ struct KeyframeSequence : Object3D {
 
 KeyframeSequence* qelKeyframeSequence_create(int32_t keyframeCount, int32_t componentCount, int32_t interpolation,
                                              Result* result);
-// Quaternions of Slerp and Squad are normalised. Inside a range that wraps around, setValidRange has to follow for the change to be checked.
+// Quaternions of Slerp and Squad are normalised. Inside a range that wraps around, setValidRange has to follow for the
+// change to be checked.
 Result qelKeyframeSequence_setKeyframe(KeyframeSequence* sequence, int32_t index, int32_t time, const float* values);
 Result qelKeyframeSequence_setValidRange(KeyframeSequence* sequence, int32_t first, int32_t last);
 Result qelKeyframeSequence_setRepeatMode(KeyframeSequence* sequence, int32_t mode);
 Result qelKeyframeSequence_setDuration(KeyframeSequence* sequence, int32_t duration);
-// The time of keyframe `index`; its values go to `out` when that is not null. INDEX_OUT_OF_RANGE as result for a bad index.
+// The time of keyframe `index`; its values go to `out` when that is not null. INDEX_OUT_OF_RANGE as result for a bad
+// index.
 int32_t qelKeyframeSequence_getKeyframe(const KeyframeSequence* sequence, int32_t index, float* out, Result* result);
-// Samples the first components, as many as `values` has (at most componentCount). False for a sequence without duration or with times out of
-// order; `values` is then as it was. Times are wider than 32 bits because world times may lie that far apart.
+// Samples the first components, as many as `values` has (at most componentCount). False for a sequence without duration
+// or with times out of order; `values` is then as it was. Times are wider than 32 bits because world times may lie that
+// far apart.
 bool qelKeyframeSequence_sample(KeyframeSequence* sequence, int64_t time, std::span<float> values);
 Object3D* qelKeyframeSequence_duplicate(const KeyframeSequence* sequence);

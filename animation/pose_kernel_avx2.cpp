@@ -213,16 +213,15 @@ struct Matrix8 {
 
 // --- The batch ---
 
-// A batch that is not full computes its first bone again in the lanes left over, to no effect.
+// The lanes that a batch leaves over compute its first bone once more.
 [[gnu::target("avx2")]] void poseAvx2(const PoseBatch& batch) {
     const int32_t *values[kPoseBatchSize], *rest[kPoseBatchSize];
     int32_t* out[kPoseBatchSize];
-    Atrans3i unused;
-    for (uint32_t i = 0; i < kPoseBatchSize; ++i) {
-        const bool isUsed = i < batch.count;
-        values[i] = batch.values[isUsed ? i : 0].translation;
-        rest[i] = batch.rest[isUsed ? i : 0]->m;
-        out[i] = isUsed ? batch.out[i]->m : unused.m;
+    for (uint32_t lane = 0; lane < kPoseBatchSize; ++lane) {
+        const uint32_t bone = lane < batch.count ? lane : 0;
+        values[lane] = batch.values[bone].translation;
+        rest[lane] = batch.rest[bone]->m;
+        out[lane] = batch.out[bone]->m;
     }
     const Columns8 translationAndRoll = loadColumns(values, 0);
     const Columns8 scale = loadColumns(values, 4);

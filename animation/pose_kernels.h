@@ -1,5 +1,5 @@
-// Turns what tracks say into bone transforms: normalises the direction, builds the rotation, applies roll and scale, and
-// multiplies with the rest transform.
+// Turns what tracks say into bone transforms: normalises the direction, builds the rotation, applies roll and scale,
+// and multiplies with the rest transform.
 #pragma once
 
 #include <span>

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <vector>
 
+#include "animation/blend_plan.h"
 #include "animation/figure_pose.h"
 #include "bench/plain_figure.h"
 #include "bench/ratios.h"
@@ -46,6 +47,25 @@ static void blend(benchmark::State& state) {
     state.SetItemsProcessed(state.iterations() * state.range(0));
     qelObject3D_unref(figure);
 }
+
+// What the slower kernels of this machine do with 10000 vertices of mixed bones.
+static void blendWith(benchmark::State& state, const BlendKernel* kernel) {
+    FigureMesh* figure = makeFigure(10000, true);
+    figure->blendPlan->kernel = kernel;
+    for (auto _ : state) {
+        markBonesChanged(figure);
+        _Figure_blendVertices(figure);
+        benchmark::ClobberMemory();
+    }
+    state.SetItemsProcessed(state.iterations() * 10000);
+    qelObject3D_unref(figure);
+}
+
+[[maybe_unused]] static const bool kRegistered = [] {
+    for (const BlendKernel& kernel : BlendKernels_supported().subspan(1))
+        benchmark::RegisterBenchmark((std::string("blend10000, ") + kernel.name).c_str(), blendWith, &kernel);
+    return true;
+}();
 
 BENCHMARK(blendPlain)->ArgsProduct({{1000, 10000}, {0, 1}});
 BENCHMARK(blend)->ArgsProduct({{1000, 10000}, {0, 1}});

@@ -1,5 +1,5 @@
-// The drawable object of a figure: a skinned mesh whose vertices each follow one bone of an integer hierarchy, and whose submeshes
-// are switched by patterns.
+// The drawable object of a figure: a skinned mesh whose vertices each follow one bone of an integer hierarchy, and
+// whose submeshes are switched by patterns.
 #pragma once
 
 #include "frame/atrans3i.h"
@@ -41,7 +41,8 @@ constexpr uint32_t kSlotBlended = 4;   // its appearance blends
 
 struct BlendPlan;  // how vertex blending visits the vertices; animation/
 
-// The per-submesh appearance slots of the base hold no references here: what they point to belongs to the appearance table.
+// The per-submesh appearance slots of the base hold no references here: what they point to belongs to the appearance
+// table.
 struct qelFigureMesh : SkinnedMesh {
     float scaleWord;  // 1.0
     uint32_t requestedPattern, appliedPattern;
@@ -50,8 +51,8 @@ struct qelFigureMesh : SkinnedMesh {
     uint32_t textureSlotCount;  // T
     uint8_t hasColors;          // E
     uint32_t classCount;        // R: attribute classes
-    // (T + E) R appearances, one reference each: with E the R colour classes first, then for class a and texture t entry
-    // E R + a T + t.
+    // (T + E) R appearances, one reference each: with E the R colour classes first, then for class a and texture t
+    // entry E R + a T + t.
     uint32_t appearanceCount;
     Appearance** appearanceTable;                 // owned
     uint32_t* slotFlags;                          // per submesh; owned

@@ -144,8 +144,8 @@ Result qelImage2D_set(Image2D* image, int32_t x, int32_t y, int32_t width, int32
     const Result result = checkRectangle(image, x, y, width, height);
     if (result != QEL_STATUS_OK) return result;
     if (!pixels) return QEL_STATUS_NULL_POINTER;
-    // A mutable image that nothing was set in holds 0xFF bytes alone, which is the same white in 16 bits: all it takes to
-    // change its form is to say so.
+    // A mutable image that nothing was set in holds 0xFF bytes alone, which is the same white in 16 bits: all it takes
+    // to change its form is to say so.
     const FormatSizes sizes = sizesOf(image->format);
     image->bytesPerPixel = sizes.pixel;
     for (int32_t row = 0; row < height; ++row) {

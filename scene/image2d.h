@@ -31,8 +31,9 @@ struct Image2D : Object3D {
 constexpr uint32_t kPaletteEntries = 256;
 
 Image2D* qelImage2D_createMutable(int32_t format, int32_t width, int32_t height, Result* result);
-// Pixels of 1, 1, 2, 3, 4 bytes by format, rows top to bottom without padding; RGB and RGBA are packed to 16 bits. Without copy the
-// image adopts the engine block `pixels` when the format is one of the other three; on failure it stays the caller's.
+// Pixels of 1, 1, 2, 3, 4 bytes by format, rows top to bottom without padding; RGB and RGBA are packed to 16 bits.
+// Without copy the image adopts the engine block `pixels` when the format is one of the other three; on failure it
+// stays the caller's.
 Image2D* qelImage2D_createFromPixels(int32_t format, int32_t width, int32_t height, const uint8_t* pixels, bool copy,
                                      Result* result);
 // Entries of 1, 1, 2, 3, 4 bytes by format; paletteLength in bytes. Entries not given become 0xFF (ALPHA) or 0.
@@ -42,12 +43,13 @@ Image2D* qelImage2D_createPalettized(int32_t format, int32_t width, int32_t heig
 Image2D* qelImage2D_createPalettized5551(int32_t width, int32_t height, const uint8_t* indices, const uint8_t* palette,
                                          Result* result);
 
-// Makes a palette image whose indices the caller writes itself (a decoder, straight from its stream): width x height bytes,
-// zero-filled, returned in `indices`. The palette follows with qelImage2D_setPalette before the image is used. palette5551: RGBA
-// kept as 5-5-5-1.
+// Makes a palette image whose indices the caller writes itself (a decoder, straight from its stream): width x height
+// bytes, zero-filled, returned in `indices`. The palette follows with qelImage2D_setPalette before the image is used.
+// palette5551: RGBA kept as 5-5-5-1.
 Image2D* qelImage2D_createIndexed(ImageFormat format, int32_t width, int32_t height, bool palette5551,
                                   uint8_t** indices, Result* result);
-// At most 256 entries in the form that createPalettized and createPalettized5551 take; the rest becomes 0xFF (ALPHA) or 0.
+// At most 256 entries in the form that createPalettized and createPalettized5551 take; the rest becomes 0xFF (ALPHA) or
+// 0.
 void qelImage2D_setPalette(Image2D* image, const uint8_t* palette, uint32_t entryCount);
 
 // The same for a direct RGB image, whose 5-6-5 pixels the caller writes.

@@ -22,14 +22,14 @@ struct qelMesh : Node {
 
 Mesh* qelMesh_create(VertexBuffer* vertexBuffer, TriangleStripArray* const* indexBuffers,
                      Appearance* const* appearances, int32_t submeshCount, Result* result);
-// The part of creation and destruction that MorphingMesh and SkinnedMesh share. initEmpty makes a mesh without buffer and submeshes;
-// init, on top of it, leaves what can be finalised when it fails.
+// The part of creation and destruction that MorphingMesh and SkinnedMesh share. initEmpty makes a mesh without buffer
+// and submeshes; init, on top of it, leaves what can be finalised when it fails.
 void qelMesh_initEmpty(Mesh* mesh);
 Result qelMesh_init(Mesh* mesh, VertexBuffer* vertexBuffer, TriangleStripArray* const* indexBuffers,
                     Appearance* const* appearances, int32_t submeshCount);
 void qelMesh_finalise(Mesh* mesh);
-// Makes the per-submesh arrays of an empty mesh, with null appearances and index buffers. False, with nothing kept, when
-// memory runs out.
+// Makes the per-submesh arrays of an empty mesh, with null appearances and index buffers. False, with nothing kept,
+// when memory runs out.
 bool qelMesh_allocSubmeshes(Mesh* mesh, int32_t submeshCount);
 
 Result qelMesh_setAppearance(Mesh* mesh, int32_t index, Appearance* appearance);
@@ -41,7 +41,8 @@ int32_t qelMesh_getReferences(const Object3D* object, Object3D** out);
 int32_t qelMesh_animate(Object3D* object, int32_t worldTime, Result* result);
 Object3D* qelMesh_duplicate(const Mesh* mesh);
 
-// The two steps from a memberwise copy with a header of its own to a duplicate. detach clears what it must not share, after which it
-// can be given back; share takes references and copies the per-submesh arrays, false when memory runs out.
+// The two steps from a memberwise copy with a header of its own to a duplicate. detach clears what it must not share,
+// after which it can be given back; share takes references and copies the per-submesh arrays, false when memory runs
+// out.
 void qelMesh_detachCopy(Mesh* copy);
 bool qelMesh_shareParts(Mesh* copy, const Mesh* source);

@@ -17,7 +17,7 @@ void qelMorphingMesh_finalise(MorphingMesh* mesh);
 Result qelMorphingMesh_setWeights(MorphingMesh* mesh, const float* weights);
 void qelMorphingMesh_getWeights(const MorphingMesh* mesh, float* out);
 VertexBuffer* qelMorphingMesh_getMorphTarget(const MorphingMesh* mesh, int32_t index, Result* result);
-// Computes morphedBuffer from the weights and clears weightsChanged. ILLEGAL_STATE when the targets do not match each other or the base
-// buffer; the morphed buffer then keeps its values.
+// Computes morphedBuffer from the weights and clears weightsChanged. ILLEGAL_STATE when the targets do not match each
+// other or the base buffer; the morphed buffer then keeps its values.
 Result qelMorphingMesh_morph(MorphingMesh* mesh);
 Object3D* qelMorphingMesh_duplicate(const MorphingMesh* mesh);

@@ -58,6 +58,6 @@ Result qelSkinnedMesh_prepareSkinnedBuffer(SkinnedMesh* mesh);
 // Computes the skinned vertices; normals only when asked for, present and needed by a material. ILLEGAL_STATE when the
 // influence tables are invalid, OUT_OF_MEMORY, or ARITHMETIC when no position scale makes the vertices fit.
 Result qelSkinnedMesh_skin(SkinnedMesh* mesh, bool withNormals);
-// The copy has skinned arrays of its own and no skeleton; its bone list still names the source's bones. duplicateSubtree
-// puts the copied skeleton and bones in their place.
+// The copy has skinned arrays of its own and no skeleton; its bone list still names the source's bones.
+// duplicateSubtree puts the copied skeleton and bones in their place.
 Object3D* qelSkinnedMesh_duplicate(const SkinnedMesh* mesh);

@@ -53,8 +53,8 @@ static bool allocTables(SkinnedMesh* mesh, int32_t vertexCount) {
     return mesh->vertexWeights && mesh->vertexBones;
 }
 
-// A later binding of the same bone takes the place of the earlier one; a vertex with all the bones it can have gives up the
-// first weaker one.
+// A later binding of the same bone takes the place of the earlier one; a vertex with all the bones it can have gives up
+// the first weaker one.
 static void addInfluence(const SkinnedMesh* mesh, int32_t vertex, const SkinBinding& binding) {
     int32_t& count = mesh->vertexInfluenceCount[vertex];
     int32_t* weights = mesh->vertexWeights + vertex * mesh->maxInfluences;
@@ -256,9 +256,9 @@ static void requantise(const VertexArray* from, float fromScale, float toScale, 
     for (int32_t i = 0; i < from->vertexCount * 3; ++i) rescaled[i] = T(roundToInt(float(in[i]) * fromScale / toScale));
 }
 
-// Chooses a position scale that brings `largest` well into the storage range, and requantises the base positions to it. The
-// scale grows by more than a quarter each time and has to stay finite, so that hostile data ends too; it cannot grow at all
-// when it is 0, denormal or not a number.
+// Chooses a position scale that brings `largest` well into the storage range, and requantises the base positions to it.
+// The scale grows by more than a quarter each time and has to stay finite, so that hostile data ends too; it cannot
+// grow at all when it is 0, denormal or not a number.
 static Result enlargeScale(SkinnedMesh* mesh, uint32_t largest) {
     const VertexBuffer* base = mesh->vertexBuffer;
     const bool isByte = base->positions->componentSize == 1;

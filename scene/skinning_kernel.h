@@ -105,8 +105,9 @@ private:
 
 #ifdef __SSE2__
 
-// A lane for every row. Modulo 2^32, a 32-bit entry times a 16-bit component is two products of 16 bits: that of its signed
-// lower half, and 65536 times that of what is left. _mm_madd_epi16 makes two such products at once and adds them.
+// A lane for every row. Modulo 2^32, a 32-bit entry times a 16-bit component is two products of 16 bits: that of its
+// signed lower half, and 65536 times that of what is left. _mm_madd_epi16 makes two such products at once and adds
+// them.
 struct Sse2SkinKernel {
     static void setMatrix(const int32_t rows[12], int32_t* matrix) {
         for (int32_t r = 0; r < 4; ++r) {

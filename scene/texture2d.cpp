@@ -69,7 +69,8 @@ Texture2D* qelTexture2D_create(Image2D* image, Result* result) {
 Result qelTexture2D_setImage(Texture2D* texture, Image2D* image) {
     if (!image) return QEL_STATUS_NULL_POINTER;
     if (!suits(image)) return QEL_STATUS_ILLEGAL_ARGUMENT;
-    // The chain of the old image must not be taken for one of the new; the next upload or choice of filters builds another.
+    // The chain of the old image must not be taken for one of the new; the next upload or choice of filters builds
+    // another.
     if (image != texture->image) {
         qelMipmaps_destroy(texture->mipmapLevels);
         texture->mipmapLevels = nullptr;

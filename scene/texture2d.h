@@ -9,9 +9,9 @@ enum class TextureWrap : int32_t { Clamp = 240, Repeat = 241 };
 
 constexpr uint32_t kMaxMipmapLevels = 9;  // 256 down to 1
 
-// The smaller levels of an image. Direct formats: levels[0] is the first level below the base, in the image's stored form (RGB and
-// RGBA in 16 bits). Palette images: the block begins with the palette, expanded to 8-bit components, then come the base indices
-// (levels[0]) and the smaller levels. The chain and its block are one allocation.
+// The smaller levels of an image. Direct formats: levels[0] is the first level below the base, in the image's stored
+// form (RGB and RGBA in 16 bits). Palette images: the block begins with the palette, expanded to 8-bit components, then
+// come the base indices (levels[0]) and the smaller levels. The chain and its block are one allocation.
 struct MipmapChain {
     uint32_t levelCount;
     uint32_t paletteBytes;       // 0 for direct formats

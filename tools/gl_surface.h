@@ -7,8 +7,8 @@
 
 class GlSurface {
 public:
-    // A surface of 8-8-8-8 colour with a depth buffer, its context current on the calling thread until the object goes. Throws
-    // std::runtime_error, whose text is one line, where no such context can be had.
+    // A surface of 8-8-8-8 colour with a depth buffer, its context current on the calling thread until the object goes.
+    // Throws std::runtime_error, whose text is one line, where no such context can be had.
     static std::unique_ptr<GlSurface> create(int width, int height);
     ~GlSurface();
     GlSurface(const GlSurface&) = delete;

@@ -1,5 +1,6 @@
-// What a keyframe sequence yields, calculated a second time: in long double, by walking over a list of all segments of one round, with the C library's
-// trigonometry and exact angles. Nothing of it is fast, and nothing of the library's is used.
+// What a keyframe sequence yields, calculated a second time: in long double, by walking over a list of all segments of
+// one round, with the C library's trigonometry and exact angles. Nothing of it is fast, and nothing of the library's is
+// used.
 #pragma once
 
 #include <array>

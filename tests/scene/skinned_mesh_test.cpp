@@ -172,8 +172,8 @@ static void setMatrix(Node* node, const Matrix& m) {
     ASSERT_EQ(qelTransformable_setTransform(node, &t), kOk);
 }
 
-// A chain of bones under the skeleton, and a mesh over a buffer, with a material so that normals are skinned. Nothing of it may be
-// there when memory has run out.
+// A chain of bones under the skeleton, and a mesh over a buffer, with a material so that normals are skinned. Nothing
+// of it may be there when memory has run out.
 struct Puppet {
     explicit Puppet(VertexBuffer* adopted, size_t boneCount = 1) : buffer(adopted) {
         if (!buffer.get() || !triangle.get() || !appearance.get() || !material.get() || !skeleton.get()) return;

@@ -17,7 +17,8 @@ enum class FailMode { Once, FromThenOn };
 
 class AllocationCounter {
 public:
-    // failAt counts alloc and realloc calls alike, from 0; that call returns null, and every later one too with FromThenOn.
+    // failAt counts alloc and realloc calls alike, from 0; that call returns null, and every later one too with
+    // FromThenOn.
     AllocationCounter(bool zeroFill, int32_t failAt, FailMode mode)
         : zeroFill_(zeroFill), failAt_(failAt), mode_(mode) {}
     AllocationCounter(const AllocationCounter&) = delete;
@@ -48,8 +49,8 @@ private:
     int64_t liveBytes_ = 0, peakBytes_ = 0;
 };
 
-// Blocks come zero-filled, as from the library's own heap; what a realloc adds is filled with 0xA5. On destruction the table is put
-// back. Blocks that are live then would be freed by the wrong heap, so they are a test failure.
+// Blocks come zero-filled, as from the library's own heap; what a realloc adds is filled with 0xA5. On destruction the
+// table is put back. Blocks that are live then would be freed by the wrong heap, so they are a test failure.
 class CountingHeap : public AllocationCounter {
 public:
     explicit CountingHeap(int32_t failAt = kNeverFail, FailMode mode = FailMode::Once);
@@ -76,9 +77,10 @@ private:
     Host host_;
 };
 
-// Runs scenario(heap) with its 0th, 1st, 2nd... engine allocation failing, until a run ends without reaching the failure. A scenario
-// sets up, acts, checks its statuses (heap.hasFailed() says whether it was hit) and tears down; after each run nothing may be live.
-// Stops at the first run that fails a check. Returns how many allocations the undisturbed scenario makes.
+// Runs scenario(heap) with its 0th, 1st, 2nd... engine allocation failing, until a run ends without reaching the
+// failure. A scenario sets up, acts, checks its statuses (heap.hasFailed() says whether it was hit) and tears down;
+// after each run nothing may be live. Stops at the first run that fails a check. Returns how many allocations the
+// undisturbed scenario makes.
 template <typename Scenario>
 int32_t sweepEngineAllocations(FailMode mode, Scenario&& scenario) {
     for (int32_t failAt = 0;; ++failAt) {

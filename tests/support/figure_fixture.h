@@ -1,4 +1,5 @@
-// Random figures and action tables for tests and benchmarks, made the way a host gets them: written to files and loaded.
+// Random figures and action tables for tests and benchmarks, made the way a host gets them: written to files and
+// loaded.
 #pragma once
 
 #include <cstdint>

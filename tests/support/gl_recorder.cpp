@@ -92,7 +92,8 @@ const std::map<GLenum, const char*> kNames = {
 #undef NAME
 // clang-format on
 
-// Wrappers that choose how an argument is written. Small values have several names, so their function knows which to use.
+// Wrappers that choose how an argument is written. Small values have several names, so their function knows which to
+// use.
 struct Enum {
     GLenum value;
 };

@@ -1,6 +1,6 @@
-// An OpenGL ES 1.1 that draws nothing and records what it is told: every call as a line of text, the arrays of every draw
-// resolved through the client state, and the pixels of every upload. It defines exactly the functions that the library may
-// call.
+// An OpenGL ES 1.1 that draws nothing and records what it is told: every call as a line of text, the arrays of every
+// draw resolved through the client state, and the pixels of every upload. It defines exactly the functions that the
+// library may call.
 #pragma once
 
 #include <array>
@@ -10,7 +10,8 @@
 
 using GlLines = std::vector<std::string>;
 
-// The vertices of one draw in the order in which they are used, each with the values of its array. Disabled arrays are empty.
+// The vertices of one draw in the order in which they are used, each with the values of its array. Disabled arrays are
+// empty.
 struct GlDraw {
     using Vectors = std::vector<std::vector<float>>;
     std::string call;
@@ -72,6 +73,6 @@ public:
 
 extern GlRecorder glRecorder;
 
-// The lines of `all` that are left when `always`, which must be a part of it in the same order, is taken away. One line that
-// says so when it is not.
+// The lines of `all` that are left when `always`, which must be a part of it in the same order, is taken away. One line
+// that says so when it is not.
 GlLines linesBeyond(const GlLines& always, const GlLines& all);

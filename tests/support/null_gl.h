@@ -1,5 +1,5 @@
-// An OpenGL ES 1.1 that draws nothing and counts its calls: exactly the functions that the library may call. Programs that
-// link it need no driver; a call of anything else fails at link time.
+// An OpenGL ES 1.1 that draws nothing and counts its calls: exactly the functions that the library may call. Programs
+// that link it need no driver; a call of anything else fails at link time.
 #pragma once
 
 #include <array>

@@ -1,5 +1,5 @@
-// The main function of pixel tests. Without an OpenGL ES 1.1 context it says so and ends with the code that ctest takes for
-// a skipped test.
+// The main function of pixel tests. Without an OpenGL ES 1.1 context it says so and ends with the code that ctest takes
+// for a skipped test.
 #include <gtest/gtest.h>
 
 #include <cstdio>

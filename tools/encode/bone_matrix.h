@@ -5,8 +5,8 @@
 
 namespace encode {
 
-// The 3x4 matrix of a bone as figure and action files carry it: m00 m01 m02 t0 m10 m11 m12 t1 m20 m21 m22 t2, applied to
-// column vectors. The m entries are in units of 1/4096, the t entries in model units.
+// The 3x4 matrix of a bone as figure and action files carry it: m00 m01 m02 t0 m10 m11 m12 t1 m20 m21 m22 t2, applied
+// to column vectors. The m entries are in units of 1/4096, the t entries in model units.
 using BoneMatrix = std::array<int16_t, 12>;
 
 constexpr BoneMatrix kIdentityBone = {4096, 0, 0, 0, 0, 4096, 0, 0, 0, 0, 4096, 0};

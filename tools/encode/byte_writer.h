@@ -10,8 +10,8 @@
 
 namespace encode {
 
-// One number of an encoded file, by a name such as "vertexCount" or "bone[2].parent". Every format here counts bits from
-// the least significant one of the first byte, so a little-endian number at a byte boundary and a value inside a
+// One number of an encoded file, by a name such as "vertexCount" or "bone[2].parent". Every format here counts bits
+// from the least significant one of the first byte, so a little-endian number at a byte boundary and a value inside a
 // bit-packed section are described, read and overwritten in the same way.
 struct Field {
     std::string name;

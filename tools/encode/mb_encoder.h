@@ -105,13 +105,13 @@ struct MbFigure {
 
 // Writes a figure. The file holds colour triangles, colour quads, textured triangles, textured quads; each list goes by
 // pattern, within it by texture, and otherwise keeps the order of the description. Versions before 5 have no table of
-// patterns, so all polygons are of pattern 0 and texture 0.
-// Throws std::invalid_argument with a text for what the formats in use cannot say: an index out of range, a style from
-// outside the table above, a coordinate above 127 in polygonFormat 2, a normal far from unit length in normalFormat 2, ...
-// Loops of bone parents are written as described.
+// patterns, so all polygons are of pattern 0 and texture 0. Throws std::invalid_argument with a text for what the
+// formats in use cannot say: an index out of range, a style from outside the table above, a coordinate above 127 in
+// polygonFormat 2, a normal far from unit length in normalFormat 2, ... Loops of bone parents are written as described.
 //
 // Fields of the result, with indices in file order (k is a corner; a width stands once per block):
-//   magic version vertexFormat normalFormat polygonFormat boneFormat vertexCount texturedTriangleCount texturedQuadCount
+//   magic version vertexFormat normalFormat polygonFormat boneFormat vertexCount texturedTriangleCount
+//   texturedQuadCount
 //   boneCount colorTriangleCount colorQuadCount textureCount patternCount colorCount
 //   pattern[s].colorTriangleCount  pattern[s].colorQuadCount
 //   pattern[s].texture[t].triangleCount  pattern[s].texture[t].quadCount

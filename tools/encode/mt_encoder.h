@@ -11,8 +11,8 @@
 
 namespace encode {
 
-// Keys of a track. Between two keys values are interpolated (patterns are not), after the last one they stay. An array of
-// keys is not empty, starts at frame 0, rises strictly and ends at the action's frame count at the latest.
+// Keys of a track. Between two keys values are interpolated (patterns are not), after the last one they stay. An array
+// of keys is not empty, starts at frame 0, rises strictly and ends at the action's frame count at the latest.
 struct MtVectorKey {
     uint16_t frame;
     int16_t x, y, z;
@@ -77,7 +77,8 @@ struct MtTable {
 };
 
 // Writes an action table. Throws std::invalid_argument with a text that names the action and track for what the format
-// cannot say: patterns before version 5, a number of tracks other than boneCount, key arrays that break the rules above.
+// cannot say: patterns before version 5, a number of tracks other than boneCount, key arrays that break the rules
+// above.
 //
 // Fields of the result (a action, b bone, k key; the arrays of a track by their names above):
 //   magic version actionCount boneCount kindCount[0..7] keyValueCount
