@@ -100,14 +100,11 @@ static bool lightsAreCollected(const K8RenderContext* context, int32_t count) {
 
 // --- Queueing ---
 
-// Gives the item duplicates of the call's lights and makes them the collected ones.
+// Gives the item duplicates of the call's lights.
 static bool takeLights(K8Render* handle, DrawItem* item, int32_t count) {
-    K8RenderContext* context = handle->context;
+    const K8RenderContext* context = handle->context;
     item->lightsChanged = 1;
-    if (count == 0) {
-        forgetCollectedLights(context);
-        return true;
-    }
+    if (count == 0) return true;
     item->lights = K8Allocator_allocArrayOf<Light*>(handle->header.allocator, uint32_t(count));
     item->lightTransforms = K8Allocator_allocArrayOf<K8Transform>(handle->header.allocator, uint32_t(count));
     if (!item->lights || !item->lightTransforms) return K8ErrStorage_failOutOfMemory();
@@ -117,13 +114,17 @@ static bool takeLights(K8Render* handle, DrawItem* item, int32_t count) {
         item->lightCount = i + 1;
         item->lightTransforms[i] = *context->lightTransforms[i];
     }
-    forgetCollectedLights(context);
-    for (int32_t i = 0; i < count; ++i) {
-        context->collectedLights[i] = item->lights[i];
-        context->collectedTransforms[i] = &item->lightTransforms[i];
-    }
-    context->collectedCount = count;
     return true;
+}
+
+// Makes the lights of an item that stays in the list the collected ones.
+static void collectLights(K8RenderContext* context, const DrawItem& item) {
+    forgetCollectedLights(context);
+    for (int32_t i = 0; i < item.lightCount; ++i) {
+        context->collectedLights[i] = item.lights[i];
+        context->collectedTransforms[i] = &item.lightTransforms[i];
+    }
+    context->collectedCount = item.lightCount;
 }
 
 // A copy of a fog handle whose Fog is a duplicate, so that the host may change its own.
@@ -164,9 +165,9 @@ static bool queueObject(K8Render* handle, const K8RenderParams& params, const K8
     item->transform = transform;
     if (!fillItem(handle, item, params, object, lightCount)) {
         releaseItem(handle, item);
-        forgetCollectedLights(context);  // they may have been the item's
         return false;
     }
+    if (item->lightsChanged) collectLights(context, *item);
     (context->tail ? context->tail->next : context->head) = item;
     context->tail = item;
     return true;
