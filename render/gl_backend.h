@@ -40,9 +40,9 @@ struct GLBackend;
 GLBackend* qelGLBackend_create(int32_t mode, int32_t width, int32_t height);
 void qelGLBackend_destroy(GLBackend* backend);
 
-// Sends the default state and the viewport, scissor and depth range set before. What the host did to the context since the
-// last release does not matter: every component is sent again with the next draw. A side beyond kMaxViewportDimension:
-// OUT_OF_MEMORY.
+// Sends the default state and the viewport, scissor and depth range set before. What the host did since the last release to
+// state that the backend sends does not matter: every component is sent again with the next draw. A side beyond
+// kMaxViewportDimension: OUT_OF_MEMORY.
 Result qelGLBackend_bind(GLBackend* backend, int32_t targetWidth, int32_t targetHeight);
 // The same for an image of any size up to that, whose contents are drawn into the cleared colour buffer. The image is
 // referenced until the release.

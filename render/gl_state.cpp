@@ -41,7 +41,10 @@ void GLState_forgetComponents(GLBackend* backend) {
 void GLState_forgetAll(GLBackend* backend) {
     GLState_forgetComponents(backend);
     backend->lightingInUse = false;  // normalisation matters, and is sent, only with a light
-    for (LightSlot& slot : backend->lights) slot.parametersChanged = slot.transformChanged = slot.inUse;
+    for (LightSlot& slot : backend->lights) {
+        slot.parametersChanged = slot.transformChanged = slot.inUse;
+        slot.on = 1;  // for all that is known: a slot that is not in use is switched off
+    }
 }
 
 void GLState_loadMatrix(const qelTransform& matrix) {

@@ -62,15 +62,17 @@ TEST_F(StateTest, ABareFirstDrawSendsEveryComponentInOrder) {
     Square square;
     EXPECT_THAT(
         draw(square),
-        ElementsAre("glMatrixMode(GL_PROJECTION)", kIdentity, "glViewport(0, 0, 64, 48)", "glScissor(0, 0, 64, 48)",
-                    "glDepthRangef(0, 1)", "glDisable(GL_LIGHTING)", "glDisable(GL_COLOR_MATERIAL)",
-                    "glColor4f(1, 1, 1, 1)", "glEnable(GL_CULL_FACE)", "glCullFace(GL_BACK)", "glFrontFace(GL_CCW)",
-                    "glShadeModel(GL_SMOOTH)", "glLightModelf(GL_LIGHT_MODEL_TWO_SIDE, 0)",
-                    "glHint(GL_PERSPECTIVE_CORRECTION_HINT, GL_FASTEST)", "glDisable(GL_FOG)",
-                    "glEnable(GL_DEPTH_TEST)", "glDepthMask(1)", "glDisable(GL_POLYGON_OFFSET_FILL)",
-                    "glColorMask(1, 1, 1, 1)", "glBlendFunc(GL_ONE, GL_ZERO)", "glDisable(GL_BLEND)",
-                    "glAlphaFunc(GL_ALWAYS, 0)", "glDisable(GL_ALPHA_TEST)", "glActiveTexture(GL_TEXTURE0)",
-                    "glClientActiveTexture(GL_TEXTURE0)", "glDisable(GL_TEXTURE_2D)",
+        ElementsAre("glMatrixMode(GL_PROJECTION)", kIdentity, "glDisable(GL_LIGHT0)", "glDisable(GL_LIGHT1)",
+                    "glDisable(GL_LIGHT2)", "glDisable(GL_LIGHT3)", "glDisable(GL_LIGHT4)", "glDisable(GL_LIGHT5)",
+                    "glDisable(GL_LIGHT6)", "glDisable(GL_LIGHT7)", "glViewport(0, 0, 64, 48)",
+                    "glScissor(0, 0, 64, 48)", "glDepthRangef(0, 1)", "glDisable(GL_LIGHTING)",
+                    "glDisable(GL_COLOR_MATERIAL)", "glColor4f(1, 1, 1, 1)", "glEnable(GL_CULL_FACE)",
+                    "glCullFace(GL_BACK)", "glFrontFace(GL_CCW)", "glShadeModel(GL_SMOOTH)",
+                    "glLightModelf(GL_LIGHT_MODEL_TWO_SIDE, 0)", "glHint(GL_PERSPECTIVE_CORRECTION_HINT, GL_FASTEST)",
+                    "glDisable(GL_FOG)", "glEnable(GL_DEPTH_TEST)", "glDepthMask(1)",
+                    "glDisable(GL_POLYGON_OFFSET_FILL)", "glColorMask(1, 1, 1, 1)", "glBlendFunc(GL_ONE, GL_ZERO)",
+                    "glDisable(GL_BLEND)", "glAlphaFunc(GL_ALWAYS, 0)", "glDisable(GL_ALPHA_TEST)",
+                    "glActiveTexture(GL_TEXTURE0)", "glClientActiveTexture(GL_TEXTURE0)", "glDisable(GL_TEXTURE_2D)",
                     "glDisableClientState(GL_TEXTURE_COORD_ARRAY)", "glActiveTexture(GL_TEXTURE1)",
                     "glClientActiveTexture(GL_TEXTURE1)", "glDisable(GL_TEXTURE_2D)",
                     "glDisableClientState(GL_TEXTURE_COORD_ARRAY)", "glMatrixMode(GL_MODELVIEW)", kIdentity,
@@ -138,9 +140,9 @@ TEST_F(StateTest, ASecondEqualDrawSendsOnlyWhatIsSentEveryTime) {
     qelGLBackend_bind(backend, kWidth, kHeight);
     glRecorder.take();
     EXPECT_THAT(linesBeyond(second, draw(scene.square)),
-                IsSupersetOf({"glEnable(GL_LIGHT0)", "glEnable(GL_LIGHT1)", "glEnable(GL_NORMALIZE)",
-                              "glEnable(GL_COLOR_MATERIAL)", "glShadeModel(GL_SMOOTH)", "glEnable(GL_FOG)",
-                              "glDepthMask(1)", "glEnable(GL_BLEND)"}));
+                IsSupersetOf({"glEnable(GL_LIGHT0)", "glEnable(GL_LIGHT1)", "glDisable(GL_LIGHT2)",
+                              "glDisable(GL_LIGHT7)", "glEnable(GL_NORMALIZE)", "glEnable(GL_COLOR_MATERIAL)",
+                              "glShadeModel(GL_SMOOTH)", "glEnable(GL_FOG)", "glDepthMask(1)", "glEnable(GL_BLEND)"}));
 }
 
 static const GlLines kMaterialCalls = {"glEnable(GL_COLOR_MATERIAL)",
