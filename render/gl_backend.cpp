@@ -64,8 +64,13 @@ Result qelGLBackend_bind(GLBackend* backend, int32_t targetWidth, int32_t target
 Result qelGLBackend_bindImage(GLBackend* backend, Image2D* image) {
     const Result bound = qelGLBackend_bind(backend, image->width, image->height);
     if (bound != QEL_STATUS_OK) return bound;
+    // All of it, whatever part is to be drawn to: the release reads all of it back.
+    const PixelRect scissor = backend->scissor;
+    backend->scissor = {0, 0, image->width, image->height};
     const BackdropView whole = {0, 0, image->width, image->height, ImageMode::Border, ImageMode::Border, 0};
     const Result drawn = GLImageDraw_backdrop(backend, image, whole, backend->targetContents, true);
+    backend->scissor = scissor;
+    GLState_sendViewport(backend);
     if (drawn == QEL_STATUS_OK) qelObject3D_exchange(backend->targetImage, image);
     return drawn;
 }

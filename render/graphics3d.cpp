@@ -97,10 +97,9 @@ Result qelGraphics3D_bindImageTarget(Graphics3D* graphics, Image2D* image, const
     return QEL_STATUS_OK;
 }
 
-void qelGraphics3D_releaseTarget(Graphics3D* graphics) {
-    if (!graphics->isBound) return;
-    qelGLBackend_release(graphics->backend);
+Result qelGraphics3D_releaseTarget(Graphics3D* graphics) {
     graphics->isBound = 0;
+    return qelGLBackend_release(graphics->backend);
 }
 
 // The part of the viewport inside the clip rectangle and the target; sides may come out negative.

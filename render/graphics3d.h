@@ -40,7 +40,8 @@ Result qelGraphics3D_bindTarget(Graphics3D* graphics, const void* target, const 
 // A mutable RGB or RGBA image: its contents are drawn first, and the frame goes back into it at release.
 Result qelGraphics3D_bindImageTarget(Graphics3D* graphics, Image2D* image, const PixelRect& area, bool depthBuffer,
                                      int32_t hints);
-void qelGraphics3D_releaseTarget(Graphics3D* graphics);
+// OUT_OF_MEMORY: a bound image did not get the frame, but is released all the same.
+Result qelGraphics3D_releaseTarget(Graphics3D* graphics);
 Result qelGraphics3D_setViewport(Graphics3D* graphics, const PixelRect& viewport);
 Result qelGraphics3D_setDepthRange(Graphics3D* graphics, float near, float far);
 Result qelGraphics3D_clear(Graphics3D* graphics, uint32_t flags, Background* background);

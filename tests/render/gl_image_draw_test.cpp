@@ -182,11 +182,15 @@ TEST_F(ImageDrawTest, ChangedAndReplacedImagesAreUploadedAgain) {
 
 TEST_F(ImageDrawTest, AnImageTargetBeginsWithItsContents) {
     const Held<Image2D> image = makeMutableImage(ImageFormat::Rgb, 6, 2);
-    qelGLBackend_setViewport(backend, {0, 0, 6, 2}, {0, 0, 6, 2});
+    qelGLBackend_setViewport(backend, {0, 0, 6, 2}, {1, 0, 3, 2});
     EXPECT_EQ(qelGLBackend_bindImage(backend, image), QEL_STATUS_OK);
-    EXPECT_THAT(glRecorder.take(), IsSupersetOf({"glViewport(0, 0, 6, 2)", "glClear(color)",
-                                                 "glTexImage2D(GL_TEXTURE_2D, 0, GL_RGB, 8, 2, 0, GL_RGB, "
-                                                 "GL_UNSIGNED_SHORT_5_6_5)"}));
+    const GlLines lines = glRecorder.take();
+    EXPECT_THAT(lines, IsSupersetOf({"glViewport(0, 0, 6, 2)", "glClear(color)",
+                                     "glTexImage2D(GL_TEXTURE_2D, 0, GL_RGB, 8, 2, 0, GL_RGB, "
+                                     "GL_UNSIGNED_SHORT_5_6_5)"}));
+    EXPECT_THAT(only(lines, "glScissor"),
+                ElementsAre("glScissor(1, 0, 3, 2)", "glScissor(0, 0, 6, 2)", "glScissor(1, 0, 3, 2)"))
+        << "what the clip leaves out is read back too";
     expectShown(lastShown(8, 2), {0, 0, 64, 48, 0, 0, 6, 2}, "over the whole target");
     EXPECT_EQ(image->refCount, 2);
     glRecorder.frame.assign(6 * 2 * 4, 0);
