@@ -31,24 +31,18 @@ static void pose(FigureMesh* figure, const K8FigureInfo& info) {
 }
 
 // --- Appearances ---
-// Setters mark a component as changed, which has it sent again: they are called only for values that differ.
 
 static void applyPolygonMode(PolygonMode* mode, bool perspectiveCorrection) {
     if (!mode) return;
-    if (mode->perspectiveCorrectionEnabled != uint8_t(perspectiveCorrection))
-        qelPolygonMode_setPerspectiveCorrectionEnable(mode, perspectiveCorrection);
-    if (mode->culling == Culling::Front) qelPolygonMode_setCulling(mode, int32_t(Culling::Back));
-}
-
-static void setBlending(CompositingMode* mode, Blending blending) {
-    if (mode->blending != blending) qelCompositingMode_setBlending(mode, int32_t(blending));
+    qelPolygonMode_setPerspectiveCorrectionEnable(mode, perspectiveCorrection);
+    if (mode->culling != Culling::None) qelPolygonMode_setCulling(mode, int32_t(Culling::Back));
 }
 
 static void applyCompositing(CompositingMode* mode, Blending figureBlending) {
     const bool writesDepth = figureBlending == Blending::Replace && mode->blending == Blending::Replace;
-    if (figureBlending != Blending::Replace) setBlending(mode, figureBlending);
-    if (!mode->depthTestEnabled) qelCompositingMode_setDepthTestEnable(mode, true);
-    if (mode->depthWriteEnabled != uint8_t(writesDepth)) qelCompositingMode_setDepthWriteEnable(mode, writesDepth);
+    if (figureBlending != Blending::Replace) qelCompositingMode_setBlending(mode, int32_t(figureBlending));
+    qelCompositingMode_setDepthTestEnable(mode, true);
+    qelCompositingMode_setDepthWriteEnable(mode, writesDepth);
 }
 
 // Gives every visible appearance the figure's parameters. What each blended with is kept in the submesh's first
@@ -58,7 +52,7 @@ static void applyToAppearances(FigureMesh* figure, const K8FigureInfo& info, Fog
     for (int32_t i = 0; i < figure->submeshCount; ++i) {
         Appearance* appearance = figure->appearances[i];
         if (!appearance) continue;
-        if (appearance->fog != fog) qelAppearance_setFog(appearance, fog);
+        qelAppearance_setFog(appearance, fog);
         applyPolygonMode(appearance->polygonMode, info.perspectiveCorrection);
         CompositingMode* mode = appearance->compositingMode;
         if (!mode) continue;
@@ -72,7 +66,7 @@ static void restoreAppearances(FigureMesh* figure) {
     for (int32_t i = figure->submeshCount - 1; i >= 0; --i) {
         Appearance* appearance = figure->appearances[i];
         if (appearance && appearance->compositingMode)
-            setBlending(appearance->compositingMode, Blending(figure->rendererWords[0][i]));
+            qelCompositingMode_setBlending(appearance->compositingMode, int32_t(figure->rendererWords[0][i]));
     }
 }
 
@@ -85,18 +79,18 @@ static void clearTextures(FigureMesh* figure, int32_t textureUnits) {
     }
 }
 
-// The second map is laid over the figure with the coordinates of the first. False when the buffer refuses them.
-static bool ensureSecondCoordinates(VertexBuffer* buffer) {
-    if (buffer->texCoords[1] || !buffer->texCoords[0]) return true;
-    return qelVertexBuffer_setTexCoords(buffer, 1, buffer->texCoords[0], buffer->texCoordScale[0],
-                                        buffer->texCoordBias[0]) == QEL_STATUS_OK;
+// The second map is laid over the figure with the coordinates of the first.
+static void ensureSecondCoordinates(VertexBuffer* buffer) {
+    if (!buffer->texCoords[1])
+        qelVertexBuffer_setTexCoords(buffer, 1, buffer->texCoords[0], buffer->texCoordScale[0],
+                                     buffer->texCoordBias[0]);
 }
 
 static void setTextureBlending(Texture2D* texture, TextureBlending blending) {
-    if (texture && texture->blending != blending) qelTexture2D_setBlending(texture, int32_t(blending));
+    if (texture) qelTexture2D_setBlending(texture, int32_t(blending));
 }
 
-static bool applyTextures(FigureMesh* figure, const K8FigureInfo& info, int32_t textureUnits) {
+static void applyTextures(FigureMesh* figure, const K8FigureInfo& info, int32_t textureUnits) {
     clearTextures(figure, textureUnits);
     for (int32_t slot = 0; slot < info.loadedTextureCount; ++slot) {
         const K8Texture* handle = info.loadedTextures[slot];
@@ -107,13 +101,12 @@ static bool applyTextures(FigureMesh* figure, const K8FigureInfo& info, int32_t 
         D_Figure_setTexture(figure, slot, texture);
         const K8Texture* second = handle->info && handle->info->hasSecondMap == 1 ? handle->info->secondMap : nullptr;
         if (!second || textureUnits < 2) continue;
-        if (!ensureSecondCoordinates(figure->vertexBuffer) || !ensureSecondCoordinates(figure->skinnedBuffer))
-            return false;
+        ensureSecondCoordinates(figure->vertexBuffer);
+        ensureSecondCoordinates(figure->skinnedBuffer);
         auto* map = static_cast<Texture2D*>(second->header.object);
         setTextureBlending(map, TextureBlending::Add);
         D_Figure_setSecondTexture(figure, slot, map);
     }
-    return true;
 }
 
 // --- Drawing ---
@@ -143,8 +136,8 @@ bool K8DrawList_drawFigure(K8Render* handle, const DrawItem* item) {
 
     pose(figure, *queued->info);
     applyToAppearances(figure, *queued->info, fog ? static_cast<Fog*>(fog->object) : nullptr);
-    const bool drawn = applyTextures(figure, *queued->info, textureUnits) &&
-                       renderMesh(handle, item, figure, queued->info->transparency);
+    applyTextures(figure, *queued->info, textureUnits);
+    const bool drawn = renderMesh(handle, item, figure, queued->info->transparency);
     clearTextures(figure, textureUnits);
     restoreAppearances(figure);
     return drawn;

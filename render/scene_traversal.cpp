@@ -100,7 +100,7 @@ static Result drawMesh(Graphics3D* graphics, Mesh* mesh) {
     for (const bool blended : {false, true}) {
         for (int32_t i = 0; i < mesh->submeshCount; ++i) {
             if (!mesh->appearances[i] || isBlended(mesh->appearances[i]) != blended) continue;
-            if (!submeshIsVisible(graphics, mesh, i, prepared.vertexBuffer, inView)) continue;
+            if (!inView && !submeshIsVisible(graphics, mesh, i, prepared.vertexBuffer, inView)) continue;
             const Result result = drawMeshSubmesh(graphics, mesh, i, prepared.vertexBuffer);
             if (result != QEL_STATUS_OK) return result;
         }

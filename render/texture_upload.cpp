@@ -73,7 +73,7 @@ static bool uploadDirect(const Texture2D* texture, uint32_t limit) {
     return true;
 }
 
-static bool uploadPalettized(Texture2D* texture, uint32_t limit) {
+static bool uploadPalettized(const Texture2D* texture, uint32_t limit) {
     Image2D* image = texture->image;
     const uint32_t byteCount =
         kPaletteEntries * qelImage2D_storedEntrySize(image) + uint32_t(image->width) * uint32_t(image->height);
