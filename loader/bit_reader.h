@@ -1,5 +1,5 @@
-// Reads bit-packed sections: values follow each other without gaps, least significant bit first, and bytes are used from
-// bit 0 upward.
+// Reads bit-packed sections: values follow each other without gaps, least significant bit first, and bytes are used
+// from bit 0 upward.
 #pragma once
 
 #include "loader/stream.h"
@@ -7,13 +7,25 @@
 // Start with no bits at the beginning of a section; what is left of the section's last byte is dropped with the reader.
 struct BitReader {
     LoaderStream* stream;
-    uint64_t bits = 0;      // read from the stream and not used yet, the next one lowest
-    uint32_t bitCount = 0;  // of them
+    uint64_t bits = 0;        // read from the stream and not used yet, the next one lowest
+    uint32_t bitCount = 0;    // of them
+    uint64_t wordsAhead = 0;  // 32-bit words that surely belong to the section: these are read whole
 };
 
+// Tells how many bits are going to be read, at least.
+inline void expectBits(BitReader& reader, uint64_t count) {
+    reader.wordsAhead = count > reader.bitCount ? (count - reader.bitCount) / 32 : 0;
+}
+
+// Makes 32 bits or less ready.
 inline void fetchBits(BitReader& reader, uint32_t wanted) {
-    for (; reader.bitCount < wanted; reader.bitCount += 8)
-        reader.bits |= uint64_t(readByte(reader.stream)) << reader.bitCount;
+    while (reader.bitCount < wanted) {
+        const bool whole = reader.wordsAhead > 0;
+        const uint64_t fetched = whole ? readUInt32(reader.stream) : readByte(reader.stream);
+        reader.bits |= fetched << reader.bitCount;
+        reader.bitCount += whole ? 32 : 8;
+        reader.wordsAhead -= whole;
+    }
 }
 
 inline uint32_t takeBits(BitReader& reader, uint32_t width) {
@@ -23,8 +35,8 @@ inline uint32_t takeBits(BitReader& reader, uint32_t width) {
     return value;
 }
 
-// Widths come from files and go up to 255. No value has a use for more than 32 bits: the higher ones are skipped. Behind
-// the end of the stream all bits are 0.
+// Widths come from files and go up to 255. No value has a use for more than 32 bits: the higher ones are skipped.
+// Behind the end of the stream all bits are 0.
 inline uint32_t readBits(BitReader& reader, uint32_t width) {
     constexpr uint32_t kMaxBits = 32;
     const uint32_t used = width < kMaxBits ? width : kMaxBits;

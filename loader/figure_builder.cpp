@@ -14,9 +14,9 @@
 #include "scene/vertex_array.h"
 #include "scene/vertex_buffer.h"
 
-// Every pattern, attribute class and texture that has polygons makes a submesh of its own, of some 200 bytes. So that the
-// polygons of a small file cannot scatter over the 53856 there could be, they must come with as many bytes of file each,
-// beyond a number that no figure should want to draw.
+// Every pattern, attribute class and texture that has polygons makes a submesh of its own, of some 200 bytes. So that
+// the polygons of a small file cannot scatter over the 53856 there could be, they must come with as many bytes of file
+// each, beyond a number that no figure should want to draw.
 constexpr uint32_t kUnpaidSubmeshes = 1024;
 constexpr uint32_t kBytesPerSubmesh = 8;
 
@@ -118,8 +118,8 @@ static bool makeAppearances(FigureMesh* figure, const FigureModelData* model) {
 
 // --- Submeshes ---
 
-// One shape of polygons, triangles or quads. The polygons of one pattern are sorted into buckets, one per submesh it could
-// have: for each attribute class one per texture, then one for colour polygons.
+// One shape of polygons, triangles or quads. The polygons of one pattern are sorted into buckets, one per submesh it
+// could have: for each attribute class one per texture, then one for colour polygons.
 template <typename Record>
 struct PolygonSorter {
     PolygonSorter(const FigureModelData* source, const Record* polygons, uint32_t colorCount, uint32_t texturedCount,

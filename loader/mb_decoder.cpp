@@ -25,16 +25,17 @@ constexpr uint32_t kMaxColors = 256;
 constexpr uint64_t kMinVertexSize = 3;
 constexpr uint64_t kBoneSize = 28;
 
-// Nothing keeps packed polygons from taking less than a byte, down to no bit at all when every width is 0, and counts alone
-// could make a file of 50 bytes cost megabytes. Beyond so many, polygons must come with two bytes of file each: those that
-// draw something need as much to name their corners.
+// Nothing keeps packed polygons from taking less than a byte, down to no bit at all when every width is 0, and counts
+// alone could make a file of 50 bytes cost megabytes. Beyond so many, polygons must come with two bytes of file each:
+// those that draw something need as much to name their corners.
 constexpr uint32_t kUnpaidPolygons = 1024;
 constexpr uint32_t kBytesPerPolygon = 2;
 
 constexpr uint16_t kNoVertex = 0xFFFF;
 
-// A file vertex with the coordinates or colour of a corner. Those of one file vertex form a binary tree that branches on the
-// attributes' bits, lowest first: to find one takes at most as many steps as there are bits, whatever the file holds.
+// A file vertex with the coordinates or colour of a corner. Those of one file vertex form a binary tree that branches
+// on the attributes' bits, lowest first: to find one takes at most as many steps as there are bits, whatever the file
+// holds.
 struct ExpandedVertex {
     uint32_t attributes;  // u, v or r, g, b, a; first byte lowest
     uint16_t source;      // file vertex
@@ -105,8 +106,8 @@ static bool readHeader(MbDecoder& decoder) {
     if (decoder.version < 2 || decoder.version > 5 || !readFormats(decoder)) return false;
     readCounts(decoder);
     if (hasError(decoder.stream)) return false;
-    // Without a table of patterns everything is of pattern 0, so there is at least that one. With a table, no patterns means
-    // no polygons.
+    // Without a table of patterns everything is of pattern 0, so there is at least that one. With a table, no patterns
+    // means no polygons.
     if (decoder.version < kFirstPatternVersion && model.patternCount == 0) model.patternCount = 1;
     const bool textured = model.texturedTriangleCount + model.texturedQuadCount > 0;
     return model.vertexCount <= kMaxVertices && model.textureCount <= kMaxFigureTextures &&
@@ -263,8 +264,8 @@ static bool expandVertex(MbDecoder& decoder, uint32_t source, uint32_t attribute
     return true;
 }
 
-// From here on corners are textured. A coloured vertex has the coordinates (0, 0), so the first one of a file vertex also
-// serves its textured corners with these: it stays the root of the tree, and all links start afresh.
+// From here on corners are textured. A coloured vertex has the coordinates (0, 0), so the first one of a file vertex
+// also serves its textured corners with these: it stays the root of the tree, and all links start afresh.
 static void beginTexturedVertices(MbDecoder& decoder) {
     decoder.firstTextured = decoder.model->expandedCount;
     for (ExpandedVertex& vertex : std::span(decoder.expanded, decoder.firstTextured))
@@ -336,6 +337,9 @@ template <typename Record>  // of triangles or quads
 static bool readPolygonList(MbDecoder& decoder, BitReader& reader, const PolygonBlock& block, Record* records,
                             uint32_t count) {
     constexpr uint32_t kCornerCount = std::extent_v<decltype(Record::vertices)>;
+    const uint32_t valueCount = block.colored ? 1 : 2 * kCornerCount;
+    expectBits(reader, uint64_t(count) *
+                           (block.attributeWidth + kCornerCount * block.indexWidth + valueCount * block.valueWidth));
     for (Record& record : std::span(records, count)) {
         std::array<uint32_t, kCornerCount> vertices, attributes;
         const uint32_t attribute = readBits(reader, block.attributeWidth);

@@ -35,6 +35,19 @@ TEST(BitReader, ReadsEveryWidthAtEveryPhase) {
         }
 }
 
+TEST(BitReader, ReadsAheadOnlyWhatIsExpected) {
+    const HeapCopy bytes(packBits({{0x5, 3}, {0x123456789A, 40}, {0x3F, 5}, {0xAB, 8}}));
+    MemoryStream stream;
+    MemoryStream_init(&stream, bytes.data(), bytes.size());
+    BitReader reader = {&stream};
+    EXPECT_EQ(readBits(reader, 3), 5u);
+    expectBits(reader, 45);
+    EXPECT_EQ(readBits(reader, 20), 0x6789Au);
+    EXPECT_EQ(readBits(reader, 20), 0x12345u);
+    EXPECT_EQ(readBits(reader, 5), 0x3Fu & 31);
+    EXPECT_EQ(readByte(&stream), 0xAB) << "the next section begins with the next byte";
+}
+
 TEST(BitReader, ExtendsSigns) {
     const HeapCopy bytes(packBits({{0x40, 7}, {0x3F, 7}, {0x1000, 13}, {0xFFFF, 16}, {1, 1}, {0x80000000, 32}}));
     MemoryStream stream;
