@@ -533,12 +533,13 @@ enum {
     K8_PROJECTION_PERSPECTIVE_ANGLE = 3 /* from the vertical opening angle */
 };
 
-/* How a call of K8Render_render3D is seen and lit. */
+/* How a call of K8Render_render3D is seen and lit. Members that make no projection (another kind, a size, near or far
+ * distance that is not above 0, an angle out of range) leave the camera as the item before left it. */
 typedef struct K8RenderParams {
-    int16_t projection;   /* K8_PROJECTION_...; other values leave the camera as the item before left it */
+    int16_t projection;   /* K8_PROJECTION_... */
     uint16_t screenWidth; /* pixels */
     uint16_t screenHeight;
-    int32_t nearDistance; /* F numbers, along the view; perspective projections only */
+    int32_t nearDistance; /* F numbers, along the view, not equal; perspective projections only */
     int32_t farDistance;
     int32_t verticalAngle;         /* F number, degrees in (0, 180); K8_PROJECTION_PERSPECTIVE_ANGLE only */
     K8Transform *viewingTransform; /* world to view, for example from K8Transform_lookAt; null: identity */
@@ -569,17 +570,17 @@ K8_API void K8Render_destroy(K8Render *handle);
 
 /* Binds the context to the current surface. Call it again when the surface or the rectangle changes.
  * target         any non-null pointer that names the surface for the host; only stored
- * width, height  of the surface in pixels, not 0, at most 2048
+ * width, height  of the surface in pixels, 1 to 2048
  * bufferWidth    pixels per row of the surface's buffer; kept with the target
  * x, y, w, h     the part of the surface that may be drawn to
- * Fails with false for a null handle or target or a zero size; also fails, or runs out of memory, when the engine
- * cannot be set up. A context that was unbound stays unbound then. */
+ * Fails with false for a null handle or target or a size out of these bounds; also when memory runs out. The context
+ * stays as it was then, unbound or bound. */
 K8_API bool K8Render_bind(K8Render *handle, void *target, int32_t width, int32_t height, int32_t bufferWidth, int32_t x,
                           int32_t y, int32_t w, int32_t h);
 
 /* Queues an object for the next flush. Everything needed is copied: the host may change or destroy its handles
  * afterwards.
- * object      a figure
+ * object      a figure with loaded info
  * transform   object to world; null: identity. Figure vertices are in 1/64 of a unit
  * Fails with false, queueing nothing, for null arguments (but transform), for a light without loaded info and for a
  * handle of another class; also when memory runs out. May be called while unbound. */
@@ -590,7 +591,10 @@ K8_API bool K8Render_render3D(K8Render *handle, const K8RenderParams *params, K8
  * the depth buffer, and empties the list. Colours are not cleared: the host does that. An intersection without
  * pixels draws nothing and succeeds.
  * Fails with false for a null handle, w or h 0, an unbound context with a filled list, and when something cannot be
- * drawn; the list is empty afterwards in every case but a null handle. */
+ * drawn; the list is empty afterwards in every case but a null handle.
+ * The OpenGL ES state that the draws need is set anew by every flush and left as the last one needed it, client arrays
+ * included: a host that draws on its own sets its own. State that the library never touches (buffer objects, stencil,
+ * clip planes and the like) is expected at its OpenGL ES defaults. */
 K8_API bool K8Render_flush(K8Render *handle, int32_t x, int32_t y, int32_t w, int32_t h);
 
 /* Empties the list without drawing. Fails with false for a null or unbound handle. */
@@ -600,8 +604,8 @@ K8_API bool K8Render_clear3D(K8Render *handle);
 K8_API int32_t K8Render_getMaxLights(void);
 
 /* Limits the bytes of texture memory in use by the whole process; 0 is no limit. A draw that would exceed it fails
- * with K8_ERR_OUT_OF_MEMORY. The limit belongs to the engine that all bound contexts share: an unbound handle fails
- * with false. */
+ * with K8_ERR_OUT_OF_MEMORY. The limit belongs to the engine that all bound contexts share, and goes with the last of
+ * them: an unbound handle fails with false. */
 K8_API bool K8Render_limitTexMemory(K8Render *handle, uint32_t bytes);
 
 /* ---- Fixed-point math -------------------------------------------------------------------------------------------- */
