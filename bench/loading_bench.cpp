@@ -39,7 +39,13 @@ static Bytes image(uint32_t bitsPerPixel) {
         image.indices.push_back(value);
         image.pixels.push_back({value, uint8_t(value * 3), uint8_t(value * 7)});
     }
-    if (bitsPerPixel == 24) image.palette.clear();
+    // An image has either palette and indices, or pixels.
+    if (bitsPerPixel == 24) {
+        image.palette.clear();
+        image.indices.clear();
+    } else {
+        image.pixels.clear();
+    }
     return encodeBmp(image).bytes;
 }
 
