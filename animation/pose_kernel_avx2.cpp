@@ -178,11 +178,12 @@ struct Matrix8 {
     const __m256i k = divide(rise, lowDoubles(divisor), highDoubles(divisor));
     const __m256i xy = _mm256_srai_epi32(negate(_mm256_mullo_epi32(d.x, d.y)), 12);
     const __m256i c = _mm256_and_si256(isOffAxis, _mm256_srai_epi32(_mm256_mullo_epi32(xy, k), 12));
+    // On the axis p and q are 0.
     const __m256i kq = _mm256_srai_epi32(_mm256_mullo_epi32(k, q), 12);
     const __m256i kp = _mm256_srai_epi32(_mm256_mullo_epi32(k, p), 12);
     const __m256i x = _mm256_and_si256(isOffAxis, d.x), y = _mm256_and_si256(isOffAxis, d.y);
     return {{{select(isOffAxis, _mm256_add_epi32(kq, d.z), _mm256_set1_epi32(kFixedOne)), c, x},
-             {c, _mm256_add_epi32(_mm256_and_si256(isOffAxis, kp), d.z), y},
+             {c, _mm256_add_epi32(kp, d.z), y},
              {negate(x), negate(y), d.z}}};
 }
 

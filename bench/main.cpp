@@ -89,6 +89,7 @@ int main(int argc, char** argv) {
                                           "--benchmark_enable_random_interleaving=true"};
     arguments.insert(arguments.end(), argv + 1, argv + argc);
     std::vector<char*> pointers;
+    pointers.reserve(arguments.size());
     for (std::string& argument : arguments) pointers.push_back(argument.data());
     int count = int(pointers.size());
     benchmark::Initialize(&count, pointers.data());
