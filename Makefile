@@ -4,6 +4,9 @@ FUZZ_SECONDS ?= 60
 
 build = cmake --preset $(1) $(if $(V),,--log-level=WARNING) && cmake --build --preset $(1) -j $(JOBS) $(if $(2),--target $(2))
 
+libfuzzer = build/fuzz/fuzz/fuzz_$(1) -max_total_time=$(FUZZ_SECONDS) -timeout=10 -verbosity=0 -print_final_stats=1 \
+    -artifact_prefix=build/fuzz/ build/fuzz/corpus/$(1) build/fuzz/fuzz/seeds/$(1)
+
 .PHONY: help demo test bench fuzz sanitize install clean
 .DEFAULT_GOAL := help
 
@@ -11,7 +14,7 @@ help:
 	@echo "make demo       build the k8 tool and draw the samples, without a display, into out/demo"
 	@echo "make test       build everything and run all tests"
 	@echo "make bench      run the benchmarks"
-	@echo "make fuzz       run the fuzzer for FUZZ_SECONDS (default 60)"
+	@echo "make fuzz       run each fuzzer for FUZZ_SECONDS (default 60)"
 	@echo "make sanitize   run all tests under the address and undefined-behaviour sanitizers"
 	@echo "make install    install the library, its header and package files under PREFIX (default /usr/local)"
 	@echo "make clean      remove build/ and out/"
@@ -42,16 +45,17 @@ bench: dependencies
 	@$(call build,release,k8_bench)
 	@build/release/bench/k8_bench
 
-# libFuzzer comes with clang; without it the entry is driven by plain mutation.
+# libFuzzer comes with clang; without it the programs drive themselves by plain mutation.
 fuzz: dependencies
 ifneq ($(shell command -v clang++),)
-	@$(call build,fuzz,k8_fuzz)
-	@mkdir -p build/fuzz/corpus
-	@build/fuzz/fuzz/k8_fuzz -max_total_time=$(FUZZ_SECONDS) -timeout=10 -artifact_prefix=build/fuzz/ \
-	    -print_final_stats=1 build/fuzz/corpus build/fuzz/fuzz/seeds samples/*/content
+	@$(call build,fuzz,fuzz_load fuzz_draw)
+	@mkdir -p build/fuzz/corpus/load build/fuzz/corpus/draw
+	@$(call libfuzzer,load) samples/*/content
+	@$(call libfuzzer,draw)
 else
-	@$(call build,sanitize,k8_fuzz)
-	@cd build/sanitize && fuzz/k8_fuzz -max_total_time=$(FUZZ_SECONDS) fuzz/seeds ../../samples/*/content
+	@$(call build,sanitize,fuzz_load fuzz_draw)
+	@cd build/sanitize && fuzz/fuzz_load -max_total_time=$(FUZZ_SECONDS) fuzz/seeds/load ../../samples/*/content
+	@cd build/sanitize && fuzz/fuzz_draw -max_total_time=$(FUZZ_SECONDS) fuzz/seeds/draw
 endif
 
 install:

@@ -1,7 +1,9 @@
-// make_seeds DIRECTORY: writes one small file of every format and version that the loader takes, for a fuzzer to start from.
+// make_seeds DIRECTORY: what the fuzzers start from. load/ gets one small file of every format and version that the loader takes,
+// draw/ gets figures together with action tables.
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <vector>
 
 #include "tools/encode/bmp_encoder.h"
 #include "tools/encode/mb_encoder.h"
@@ -11,9 +13,20 @@ using namespace encode;
 
 static std::filesystem::path directory;
 
-static void write(const std::string& name, const EncodedFile& file) {
+static void write(const std::filesystem::path& name, const std::vector<uint8_t>& bytes) {
+    std::filesystem::create_directories((directory / name).parent_path());
     std::ofstream stream(directory / name, std::ios::binary);
-    stream.write(reinterpret_cast<const char*>(file.bytes.data()), std::streamsize(file.bytes.size()));
+    stream.write(reinterpret_cast<const char*>(bytes.data()), std::streamsize(bytes.size()));
+}
+
+static void writeFile(const std::string& name, const EncodedFile& file) { write("load/" + name, file.bytes); }
+
+static void writePair(const std::string& name, const EncodedFile& figure, const EncodedFile& actions) {
+    const size_t size = figure.bytes.size();
+    std::vector<uint8_t> bytes = {uint8_t(size), uint8_t(size >> 8)};
+    bytes.insert(bytes.end(), figure.bytes.begin(), figure.bytes.end());
+    bytes.insert(bytes.end(), actions.bytes.begin(), actions.bytes.end());
+    write("draw/" + name, bytes);
 }
 
 // Two bones; a textured and, where the format has it, a coloured quad and triangle.
@@ -80,17 +93,23 @@ static BmpImage image(uint32_t width, uint32_t height, uint32_t bitsPerPixel) {
 int main(int argc, char** argv) {
     if (argc != 2) return 1;
     directory = argv[1];
-    std::filesystem::create_directories(directory);
     for (const int32_t version : {2, 3})
-        write("v" + std::to_string(version) + ".mb", encodeMb(figure(version, 1, 0, 1)));
+        writeFile("v" + std::to_string(version) + ".mb", encodeMb(figure(version, 1, 0, 1)));
     for (const int32_t version : {4, 5}) {
         for (const uint32_t format : {1u, 2u, 3u})
-            write("v" + std::to_string(version) + "-" + std::to_string(format) + ".mb",
-                  encodeMb(figure(version, format == 1 ? 1 : 2, format - 1, format)));
+            writeFile("v" + std::to_string(version) + "-" + std::to_string(format) + ".mb",
+                      encodeMb(figure(version, format == 1 ? 1 : 2, format - 1, format)));
     }
-    for (const int32_t version : {2, 3, 4, 5}) write("v" + std::to_string(version) + ".mt", encodeMt(table(version)));
-    write("8.bmp", encodeBmp(image(8, 8, 8)));
-    write("8-padded.bmp", encodeBmp(image(5, 3, 8)));
-    write("24.bmp", encodeBmp(image(4, 2, 24)));
-    write("24-padded.bmp", encodeBmp(image(3, 7, 24)));
+    for (const int32_t version : {2, 3, 4, 5})
+        writeFile("v" + std::to_string(version) + ".mt", encodeMt(table(version)));
+    writeFile("8.bmp", encodeBmp(image(8, 8, 8)));
+    writeFile("8-padded.bmp", encodeBmp(image(5, 3, 8)));
+    writeFile("24.bmp", encodeBmp(image(4, 2, 24)));
+    writeFile("24-padded.bmp", encodeBmp(image(3, 7, 24)));
+
+    for (const int32_t version : {4, 5}) {
+        for (const uint32_t format : {1u, 2u, 3u})
+            writePair("v" + std::to_string(version) + "-" + std::to_string(format),
+                      encodeMb(figure(version, format == 1 ? 1 : 2, format - 1, format)), encodeMt(table(version)));
+    }
 }
