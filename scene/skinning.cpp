@@ -23,6 +23,16 @@ static bool reachPast(std::span<const SkinBinding> bindings, int32_t vertexCount
         bindings, [=](const SkinBinding& binding) { return binding.firstVertex + binding.vertexCount > vertexCount; });
 }
 
+// Tables take time for every vertex of every binding. Bindings that all overlap would make many seconds of a small file,
+// so there may be no more than 256 on each of 65535 vertices, say.
+constexpr int64_t kMaxCoverage = 1 << 24;
+
+static int64_t coverageOf(std::span<const SkinBinding> bindings) {
+    int64_t coverage = 0;
+    for (const SkinBinding& binding : bindings) coverage += binding.vertexCount;
+    return coverage;
+}
+
 // The largest number of bindings over any vertex. counts: zeroed scratch, one per vertex.
 static int32_t largestCoverage(std::span<const SkinBinding> bindings, std::span<int32_t> counts) {
     for (const SkinBinding& binding : bindings) {
@@ -114,7 +124,8 @@ static Result buildTables(SkinnedMesh* mesh) {
     const int32_t vertexCount = mesh->skinnedPositions->vertexCount;
     mesh->bindingsChanged = 0;
     mesh->tablesValid = 0;
-    if (reachPast(bindingsOf(mesh), vertexCount)) return QEL_STATUS_ILLEGAL_STATE;
+    if (reachPast(bindingsOf(mesh), vertexCount) || coverageOf(bindingsOf(mesh)) > kMaxCoverage)
+        return QEL_STATUS_ILLEGAL_STATE;
     if (!allocTables(mesh, vertexCount)) return QEL_STATUS_OUT_OF_MEMORY;
     for (const SkinBinding& binding : bindingsOf(mesh))
         for (int32_t i = 0; i < binding.vertexCount; ++i) addInfluence(mesh, binding.firstVertex + i, binding);

@@ -460,6 +460,16 @@ TEST(SkinnedMesh, GivesUpForGoodOnABindingPastTheLastVertex) {
     EXPECT_EQ(qelSkinnedMesh_skin(puppet.mesh, true), QEL_STATUS_ILLEGAL_STATE);
 }
 
+TEST(SkinnedMesh, GivesUpOnBindingsThatOverlapBeyondUse) {
+    Puppet puppet(makeBuffer<int8_t>(std::vector<int8_t>(3 * 65535)));
+    for (int32_t i = 0; i < 256; ++i) qelSkinnedMesh_addTransform(puppet.mesh, puppet.bone(0), 1, 0, 65535);
+    qelSkinnedMesh_addTransform(puppet.mesh, puppet.bone(0), 1, 0, 256);
+    EXPECT_EQ(qelSkinnedMesh_skin(puppet.mesh, true), kOk) << "2^24 vertices covered";
+    qelSkinnedMesh_addTransform(puppet.mesh, puppet.bone(0), 1, 0, 1);
+    EXPECT_EQ(qelSkinnedMesh_skin(puppet.mesh, true), QEL_STATUS_ILLEGAL_STATE);
+    EXPECT_EQ(puppet.mesh->tablesValid, 0);
+}
+
 TEST(SkinnedMesh, ChecksBindingsInOrder) {
     Puppet puppet(makeBuffer<int8_t>({1, 2, 3}), 1);
     const Held outside(qelGroup_create()), flat(qelGroup_create());
