@@ -55,8 +55,10 @@ static void scaleToTexels(Texture2D* texture) {
 static void setTextureOfUnit(FigureMesh* figure, int32_t slot, Texture2D* texture, int32_t unit) {
     if (texture) scaleToTexels(texture);
     Appearance** textured = figure->appearanceTable + figure->hasColors * figure->classCount;
-    for (uint32_t attributeClass = 0; attributeClass < figure->classCount; ++attributeClass)
-        qelAppearance_setTexture(textured[attributeClass * figure->textureSlotCount + uint32_t(slot)], unit, texture);
+    for (uint32_t attributeClass = 0; attributeClass < figure->classCount; ++attributeClass) {
+        Appearance* appearance = textured[attributeClass * figure->textureSlotCount + uint32_t(slot)];
+        if (appearance->textures[unit] != texture) qelAppearance_setTexture(appearance, unit, texture);
+    }
 }
 
 static bool hasSlot(const FigureMesh* figure, int32_t slot) {

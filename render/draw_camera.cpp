@@ -12,6 +12,23 @@ static float angleOfScreen(float height, float near) {
     return float(2.0 * stableAtan(double(height) / 2.0 / double(near)) * 57.29577951308232);
 }
 
+// Whether the camera has these parameters already: setting them again would have the projection computed again.
+static bool isSetTo(const Camera* camera, ProjectionType type, float fovyOrHeight, float aspect, float near,
+                    float far) {
+    return camera->projectionType == type && camera->fovyOrHeight == fovyOrHeight && camera->aspectRatio == aspect &&
+           camera->near == near && camera->far == far;
+}
+
+static void setPerspective(Camera* camera, float fovy, float aspect, float near, float far) {
+    if (!isSetTo(camera, ProjectionType::Perspective, fovy, aspect, near, far))
+        qelCamera_setPerspective(camera, fovy, aspect, near, far);
+}
+
+static void setParallel(Camera* camera, float height, float aspect, float near, float far) {
+    if (!isSetTo(camera, ProjectionType::Parallel, height, aspect, near, far))
+        qelCamera_setParallel(camera, height, aspect, near, far);
+}
+
 void K8DrawList_setCamera(K8Render* handle, const K8RenderParams& params) {
     const K8RenderContext* context = handle->context;
     Camera* camera = context->drawCamera;
@@ -19,14 +36,13 @@ void K8DrawList_setCamera(K8Render* handle, const K8RenderParams& params) {
     const float far = f2j(params.farDistance);
     const float aspect = aspectOf(params.screenWidth, params.screenHeight);
     switch (params.projection) {
-        case K8_PROJECTION_PARALLEL: qelCamera_setParallel(camera, params.screenHeight, aspect, 0.0f, 32768.0f); break;
+        case K8_PROJECTION_PARALLEL: setParallel(camera, params.screenHeight, aspect, 0.0f, 32768.0f); break;
         case K8_PROJECTION_PERSPECTIVE_SIZE:
-            if (near > 0.0f)
-                qelCamera_setPerspective(camera, angleOfScreen(params.screenHeight, near), aspect, near, far);
+            if (near > 0.0f) setPerspective(camera, angleOfScreen(params.screenHeight, near), aspect, near, far);
             break;
         case K8_PROJECTION_PERSPECTIVE_ANGLE:
-            qelCamera_setPerspective(camera, f2j(params.verticalAngle),
-                                     aspectOf(context->targetWidth, context->targetHeight), near, far);
+            setPerspective(camera, f2j(params.verticalAngle), aspectOf(context->targetWidth, context->targetHeight),
+                           near, far);
             break;
         default: break;
     }

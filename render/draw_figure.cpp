@@ -72,13 +72,6 @@ static void restoreAppearances(FigureMesh* figure) {
 
 // --- Textures ---
 
-static void clearTextures(FigureMesh* figure, int32_t textureUnits) {
-    for (int32_t slot = 0; slot < int32_t(figure->textureSlotCount); ++slot) {
-        D_Figure_setTexture(figure, slot, nullptr);
-        if (textureUnits > 1) D_Figure_setSecondTexture(figure, slot, nullptr);
-    }
-}
-
 // The second map is laid over the figure with the coordinates of the first.
 static void ensureSecondCoordinates(VertexBuffer* buffer) {
     if (!buffer->texCoords[1])
@@ -90,22 +83,41 @@ static void setTextureBlending(Texture2D* texture, TextureBlending blending) {
     if (texture) qelTexture2D_setBlending(texture, int32_t(blending));
 }
 
+static bool hasSecondMap(const K8Texture* handle) {
+    return handle->info && handle->info->hasSecondMap == 1 && handle->info->secondMap;
+}
+
+static void applyTexture(FigureMesh* figure, int32_t slot, const K8Texture* handle) {
+    auto* texture = static_cast<Texture2D*>(handle->header.object);
+    const bool replaces = handle->info && handle->info->textureMode == 1;
+    setTextureBlending(texture, replaces ? TextureBlending::Replace : TextureBlending::Modulate);
+    D_Figure_setTexture(figure, slot, texture);
+}
+
+static void applySecondMap(FigureMesh* figure, int32_t slot, const K8Texture* handle) {
+    ensureSecondCoordinates(figure->vertexBuffer);
+    ensureSecondCoordinates(figure->skinnedBuffer);
+    auto* map = static_cast<Texture2D*>(handle->info->secondMap->header.object);
+    setTextureBlending(map, TextureBlending::Add);
+    D_Figure_setSecondTexture(figure, slot, map);
+}
+
+// The slots are empty before: every drawing empties those that it fills.
 static void applyTextures(FigureMesh* figure, const K8FigureInfo& info, int32_t textureUnits) {
-    clearTextures(figure, textureUnits);
     for (int32_t slot = 0; slot < info.loadedTextureCount; ++slot) {
         const K8Texture* handle = info.loadedTextures[slot];
         if (!handle) continue;
-        auto* texture = static_cast<Texture2D*>(handle->header.object);
-        const bool replaces = handle->info && handle->info->textureMode == 1;
-        setTextureBlending(texture, replaces ? TextureBlending::Replace : TextureBlending::Modulate);
-        D_Figure_setTexture(figure, slot, texture);
-        const K8Texture* second = handle->info && handle->info->hasSecondMap == 1 ? handle->info->secondMap : nullptr;
-        if (!second || textureUnits < 2) continue;
-        ensureSecondCoordinates(figure->vertexBuffer);
-        ensureSecondCoordinates(figure->skinnedBuffer);
-        auto* map = static_cast<Texture2D*>(second->header.object);
-        setTextureBlending(map, TextureBlending::Add);
-        D_Figure_setSecondTexture(figure, slot, map);
+        applyTexture(figure, slot, handle);
+        if (textureUnits > 1 && hasSecondMap(handle)) applySecondMap(figure, slot, handle);
+    }
+}
+
+static void clearTextures(FigureMesh* figure, const K8FigureInfo& info, int32_t textureUnits) {
+    for (int32_t slot = 0; slot < info.loadedTextureCount; ++slot) {
+        const K8Texture* handle = info.loadedTextures[slot];
+        if (!handle) continue;
+        D_Figure_setTexture(figure, slot, nullptr);
+        if (textureUnits > 1 && hasSecondMap(handle)) D_Figure_setSecondTexture(figure, slot, nullptr);
     }
 }
 
@@ -138,7 +150,7 @@ bool K8DrawList_drawFigure(K8Render* handle, const DrawItem* item) {
     applyToAppearances(figure, *queued->info, fog ? static_cast<Fog*>(fog->object) : nullptr);
     applyTextures(figure, *queued->info, textureUnits);
     const bool drawn = renderMesh(handle, item, figure, queued->info->transparency);
-    clearTextures(figure, textureUnits);
+    clearTextures(figure, *queued->info, textureUnits);
     restoreAppearances(figure);
     return drawn;
 }

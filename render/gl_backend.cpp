@@ -27,6 +27,7 @@ GLBackend* qelGLBackend_create(int32_t mode, int32_t width, int32_t height) {
     backend->depthFar = 1;
     qelTransform_setIdentity(&backend->view);
     qelTransform_setIdentity(&backend->projection);
+    qelTransform_getColumnMajor(&backend->projection, backend->projectionColumns.data());
     backend->projectionType = ProjectionType::Generic;
     for (uint32_t i = 0; i < kMaxLights; ++i) glDisable(GL_LIGHT0 + i);
     GLState_sendNormalization(false);
@@ -104,9 +105,13 @@ void qelGLBackend_setTextureMemoryLimit(GLBackend* backend, uint32_t bytes) { ba
 
 void qelGLBackend_setCamera(GLBackend* backend, const qelTransform* view, const qelTransform* projection,
                             ProjectionType projectionType) {
-    if (!GLState_sameElements(backend->view, *view)) backend->viewChanged = true;
-    backend->view = *view;
+    if (!GLState_sameElements(backend->view, *view)) {
+        backend->view = *view;
+        backend->viewChanged = true;
+        backend->modelViewSource.isKnown = false;
+    }
     backend->projection = *projection;
+    qelTransform_getColumnMajor(projection, backend->projectionColumns.data());
     backend->projectionType = projectionType;
 }
 

@@ -49,18 +49,28 @@ static VertexArray* colorsOf(const SubmeshDraw& draw) {
 
 static GLenum typeOf(const VertexArray* array) { return array->componentSize == 1 ? GL_BYTE : GL_SHORT; }
 
-static void sendModelView(const GLBackend* backend, const SubmeshDraw& draw) {
+// Submeshes of one mesh have the same model-view matrix, so what it was made of is compared before it is made again.
+static void updateModelView(GLBackend* backend, const SubmeshDraw& draw) {
     VertexBuffer* buffer = draw.vertexBuffer;
-    const float scale = buffer->positionScale;
     const float* bias = buffer->positionBias;
+    const std::array<float, 4> scaleBias = {buffer->positionScale, bias[0], bias[1], bias[2]};
+    ModelViewSource& source = backend->modelViewSource;
+    if (source.isKnown && source.scaleBias == scaleBias && GLState_sameElements(source.model, *draw.modelTransform))
+        return;
+    source = {true, scaleBias, *draw.modelTransform};
     qelTransform_setIdentity(&buffer->scaleBiasMatrix);
     qelTransform_postTranslate(&buffer->scaleBiasMatrix, bias[0], bias[1], bias[2]);
-    qelTransform_postScale(&buffer->scaleBiasMatrix, scale, scale, scale);
+    qelTransform_postScale(&buffer->scaleBiasMatrix, scaleBias[0], scaleBias[0], scaleBias[0]);
     qelTransform modelView;
     qelTransform_multiplyInto(&modelView, &backend->view, draw.modelTransform);
     qelTransform_multiplyInto(&modelView, &modelView, &buffer->scaleBiasMatrix);
+    qelTransform_getColumnMajor(&modelView, backend->modelView.data());
+}
+
+static void sendModelView(GLBackend* backend, const SubmeshDraw& draw) {
+    updateModelView(backend, draw);
     glMatrixMode(GL_MODELVIEW);
-    GLState_loadMatrix(modelView);
+    glLoadMatrixf(backend->modelView.data());
 }
 
 static void sendPositions(const VertexArray* positions) {
@@ -89,7 +99,7 @@ static Result sendColors(VertexArray* colors, uint32_t alphaScale) {
     return QEL_STATUS_OK;
 }
 
-Result GLGeometry_sendArrays(const GLBackend* backend, const SubmeshDraw& draw, uint32_t alphaScale) {
+Result GLGeometry_sendArrays(GLBackend* backend, const SubmeshDraw& draw, uint32_t alphaScale) {
     sendModelView(backend, draw);
     sendPositions(draw.vertexBuffer->positions);
     sendNormals(draw.vertexBuffer->normals);

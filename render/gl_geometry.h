@@ -4,7 +4,7 @@
 #include "render/gl_state.h"
 
 // Sends the model-view matrix and the arrays. OUT_OF_MEMORY when colours need a copy that cannot be had.
-Result GLGeometry_sendArrays(const GLBackend* backend, const SubmeshDraw& draw, uint32_t alphaScale);
+Result GLGeometry_sendArrays(GLBackend* backend, const SubmeshDraw& draw, uint32_t alphaScale);
 // ILLEGAL_STATE, with nothing drawn, when an index lies beyond one of the arrays that were sent.
 Result GLGeometry_draw(const SubmeshDraw& draw);
 

@@ -41,6 +41,7 @@ void GLState_forgetComponents(GLBackend* backend) {
 void GLState_forgetAll(GLBackend* backend) {
     GLState_forgetComponents(backend);
     backend->lightingInUse = false;  // normalisation matters, and is sent, only with a light
+    backend->lightsChanged = true;
     for (LightSlot& slot : backend->lights) {
         slot.parametersChanged = slot.transformChanged = slot.inUse;
         slot.on = 1;  // for all that is known: a slot that is not in use is switched off
@@ -59,7 +60,7 @@ bool GLState_sameElements(const qelTransform& a, const qelTransform& b) {
 
 void GLState_sendProjection(const GLBackend* backend) {
     glMatrixMode(GL_PROJECTION);
-    GLState_loadMatrix(backend->projection);
+    glLoadMatrixf(backend->projectionColumns.data());
 }
 
 // --- Lights ---
@@ -68,6 +69,7 @@ void qelGLBackend_setLight(GLBackend* backend, int32_t slotIndex, const Light* l
                            const qelTransform* lightToWorld) {
     LightSlot& slot = backend->lights[size_t(slotIndex)];
     if (!light) {
+        if (slot.inUse) backend->lightsChanged = true;
         slot.inUse = 0;
         return;
     }
@@ -81,6 +83,7 @@ void qelGLBackend_setLight(GLBackend* backend, int32_t slotIndex, const Light* l
         slot.transformChanged = 1;
     }
     if (isNew || slot.state != state) slot.parametersChanged = 1;
+    if (slot.parametersChanged || slot.transformChanged) backend->lightsChanged = true;
     slot.state = state;
     slot.inUse = 1;
 }
@@ -157,6 +160,8 @@ void GLState_sendNormalization(bool enabled) {
 }
 
 void GLState_sendLights(GLBackend* backend) {
+    if (!backend->lightsChanged && !backend->viewChanged) return;
+    backend->lightsChanged = false;
     bool anyOn = false;
     for (uint32_t i = 0; i < kMaxLights; ++i) {
         sendLight(backend, GL_LIGHT0 + i, backend->lights[i]);

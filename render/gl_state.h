@@ -81,6 +81,13 @@ struct Sent {
     }
 };
 
+// What a model-view matrix is made of, beside the view.
+struct ModelViewSource {
+    bool isKnown;
+    std::array<float, 4> scaleBias;  // of the positions
+    qelTransform model;
+};
+
 struct GLBackend {
     int32_t mode;
     bool modeChanged;  // the depth part of compositing has to be sent again
@@ -91,9 +98,13 @@ struct GLBackend {
 
     qelTransform view;  // world to camera
     qelTransform projection;
+    std::array<float, 16> projectionColumns;  // as OpenGL ES takes it
     ProjectionType projectionType;
-    bool viewChanged;  // lights have to be placed again
+    ModelViewSource modelViewSource;
+    std::array<float, 16> modelView;  // columns
+    bool viewChanged;                 // lights have to be placed again
     std::array<LightSlot, kMaxLights> lights;
+    bool lightsChanged;  // some slot differs from what was sent
     bool lightingInUse;  // some light is on
 
     Sent<MaterialState> material;

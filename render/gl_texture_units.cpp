@@ -39,6 +39,7 @@ static void sendTextureMatrix(Texture2D* texture, const VertexBuffer* buffer, in
     const float scale = buffer->texCoordScale[unit];
     const float* bias = buffer->texCoordBias[unit];
     qelTransformable_updateComposite(texture);
+    if (scale == 1 && bias[0] == 0 && bias[1] == 0 && bias[2] == 0) return GLState_loadMatrix(texture->composite);
     qelTransform matrix = texture->composite;
     qelTransform_postTranslate(&matrix, bias[0], bias[1], bias[2]);
     qelTransform_postScale(&matrix, scale, scale, scale);

@@ -26,6 +26,9 @@ struct Graphics3D {
     int32_t hints;
     SceneLight* lights;
     int32_t lightCount, lightCapacity;
+    uint8_t isRendering;      // a node: its lights stay as they are meanwhile
+    uint8_t lightsAreChosen;  // the backend holds what this rendering chose for the scope below
+    int32_t chosenScope;
     ViewVolume viewVolume;
 };
 

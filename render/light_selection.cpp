@@ -30,6 +30,10 @@ static int32_t slotToYield(const SceneLight* const slots[kMaxLights], const Scen
 }
 
 void qelLightSelection_choose(Graphics3D* graphics, int32_t scope, const qelTransform* modelTransform) {
+    // Only where lights compete for slots does it matter where the node stands.
+    if (graphics->lightsAreChosen && graphics->chosenScope == scope && graphics->lightCount <= kMaxLights) return;
+    graphics->lightsAreChosen = graphics->isRendering;
+    graphics->chosenScope = scope;
     const SceneLight* slots[kMaxLights] = {};
     int32_t filled = 0;
     for (int32_t i = 0; i < graphics->lightCount; ++i) {

@@ -278,7 +278,9 @@ Result qelGraphics3D_render(Graphics3D* graphics, Node* node, const qelTransform
     const Result prepared = qelGraphics3D_prepareCamera(graphics);
     if (prepared != QEL_STATUS_OK) return prepared;
     enterRoot(graphics, node, transform);
+    graphics->isRendering = 1;
     const Result result = renderEntered(graphics, node);
+    graphics->isRendering = graphics->lightsAreChosen = 0;
     node->transformChanged = node->parent != nullptr;
     return result;
 }

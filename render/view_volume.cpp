@@ -1,5 +1,6 @@
 #include "render/view_volume.h"
 
+#include <algorithm>
 #include <cmath>
 
 #include "scene/transform.h"
@@ -49,8 +50,13 @@ static void setParallel(ViewVolume* volume, const Camera* camera, const qelTrans
 }
 
 void qelViewVolume_set(ViewVolume* volume, Camera* camera, const qelTransform* cameraTransform) {
-    volume->type = camera->projectionType;
-    switch (camera->projectionType) {
+    ViewParameters source = {camera->projectionType, camera->fovyOrHeight, camera->aspectRatio,
+                             camera->near,           camera->far,          {}};
+    std::copy_n(cameraTransform->elements, 16, source.cameraToWorld.begin());
+    if (volume->source == source) return;
+    volume->source = source;
+    volume->type = source.type;
+    switch (source.type) {
         case ProjectionType::Perspective: {
             qelTransform projection;
             Result result;

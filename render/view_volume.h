@@ -2,6 +2,8 @@
 // for a generic one.
 #pragma once
 
+#include <array>
+
 #include "scene/camera.h"
 
 struct ViewPlane {
@@ -9,7 +11,16 @@ struct ViewPlane {
     float d;     // n . (a point of the plane)
 };
 
+// What a view volume is made of. All zeros is no camera's.
+struct ViewParameters {
+    ProjectionType type;
+    float fovyOrHeight, aspectRatio, near, far;
+    std::array<float, 16> cameraToWorld;
+    bool operator==(const ViewParameters&) const = default;
+};
+
 struct ViewVolume {
+    ViewParameters source;
     ProjectionType type;
     ViewPlane planes[6];  // Perspective: four sides, near, far
     float center[3];      // Parallel
@@ -18,6 +29,7 @@ struct ViewVolume {
 
 constexpr int32_t kNearPlane = 4;
 
+// Costs a comparison while neither the camera's parameters nor its transform change.
 void qelViewVolume_set(ViewVolume* volume, Camera* camera, const qelTransform* cameraTransform);
 bool qelViewVolume_containsPoint(const ViewVolume* volume, const float p[3]);
 // False when the sphere lies outside. Writes the sort depth; unchanged for a generic camera.
