@@ -4,8 +4,8 @@
 #include "frame/trigonometry.h"
 #include "scene/transform.h"
 
-// Width over height, as F numbers divide.
-static float aspectOf(int32_t width, int32_t height) { return f2j(fixedDiv(width * kFixedOne, height * kFixedOne)); }
+// Width over height as an F number. Divided as whole numbers, since the quotient of F numbers has fewer bits left.
+static float aspectOf(int32_t width, int32_t height) { return f2j(fixedDiv(width, height)); }
 
 // The opening under which a screen of this height, standing in the near plane, is seen; degrees.
 static float angleOfScreen(float height, float near) {
