@@ -199,6 +199,46 @@ TEST_F(TraversalTest, AMeshByItselfDrawsItsOpaqueSubmeshesFirst) {
                                    "glBlendFunc(GL_ONE, GL_ONE)"));
 }
 
+// Of two meshes of one group, each has the lights of its scope, and where there are more than eight the nearest to itself.
+TEST_F(TraversalTest, LightsAreChosenForEveryNode) {
+    std::vector<Held<Light>> lights;
+    const auto addLight = [&](float x, int32_t scope) {
+        Light* light = lights.emplace_back(qelLight_create());
+        qelLight_setColor(light, uint32_t(lights.size()));
+        qelNode_setScope(light, scope);
+        const qelTransform place = translation(x, 0, 0);
+        Result result;
+        qelGraphics3D_addLight(graphics, light, &place, &result);
+    };
+    const Held<Mesh> left = makeMesh(1), right = makeMesh(2, {makeAppearance(Blending::Replace, 1)});
+    const Held<Group> root = groupOf({left, right});
+    move(right, 80, 0, 0);
+    // The colours, which are the numbers of the lights, in slots 0 and 3 at each of the draws.
+    const auto slots = [&, colors = std::array<int, 8>{}]() mutable {
+        render(root);
+        std::vector<std::pair<int, int>> all;
+        for (const std::string& line : glRecorder.take()) {
+            int slot;
+            float blue;
+            if (std::sscanf(line.c_str(), "glLightfv(GL_LIGHT%d, GL_DIFFUSE, {0, 0, %f", &slot, &blue) == 2)
+                colors[size_t(slot)] = int(std::lround(blue * 255));
+            if (line.starts_with("glDraw")) all.emplace_back(colors[0], colors[3]);
+        }
+        return all;
+    };
+    qelNode_setScope(left, 1);
+    qelNode_setScope(right, 2);
+    addLight(0, 2);
+    addLight(0, 1);
+    EXPECT_THAT(slots(), ElementsAre(std::pair(2, 0), std::pair(1, 0)));
+
+    qelGraphics3D_resetLights(graphics);
+    lights.clear();
+    qelNode_setScope(right, 1);
+    for (const int x : {1, 2, 3, 90, 5, 6, 7, 8, 4}) addLight(float(x), 1);
+    EXPECT_THAT(slots(), ElementsAre(std::pair(1, 9), std::pair(9, 4)));
+}
+
 // --- Culling ---
 
 TEST_F(TraversalTest, SubmeshesOutsideTheViewAreNotDrawn) {
@@ -207,8 +247,8 @@ TEST_F(TraversalTest, SubmeshesOutsideTheViewAreNotDrawn) {
         float x, y, z, halfSide;
         bool perspective, parallel;
     };
-    // The perspective sees 90 degrees, the parallel view 20 x 20, both from 1 to 100. A sphere has the radius of half the
-    // square's diagonal.
+    // The perspective sees 90 degrees, the parallel view 20 x 20, both from 1 to 100. A sphere has the radius of half
+    // the square's diagonal.
     const Case cases[] = {
         {"in the middle", 0, 0, -10, 1, true, true},
         {"behind", 0, 0, 10, 1, false, false},

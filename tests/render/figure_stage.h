@@ -1,0 +1,239 @@
+// A host with one small figure of five parts, drawing to a recorded OpenGL ES.
+#pragma once
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "frame/allocator.h"
+#include "render/render_context.h"
+#include "tests/support/counting_heap.h"
+#include "tests/support/gl_recorder.h"
+#include "tools/encode/bmp_encoder.h"
+#include "tools/encode/mb_encoder.h"
+#include "tools/encode/mt_encoder.h"
+
+constexpr int32_t fixed(double value) { return int32_t(value * 4096); }
+
+// The submeshes, told apart by the height of their vertices: hundreds of model units.
+enum FigurePart { Body, Badge, Glass, Flag, Patch };
+
+// Body: a lit, textured square, (-64, 0) to (64, 64). Badge: an opaque colour triangle. Glass (pattern 1): half transparent,
+// with the second texture. Flag (pattern 2): an added colour triangle, two-sided. Patch (pattern 1): looks like the body and
+// shares its appearance.
+inline encode::MbFigure stageFigure() {
+    encode::MbFigure figure;
+    const auto addVertex = [&figure](int x, int y) {
+        figure.vertices.push_back({{int16_t(x), int16_t(y), 0}, {0, 0, -1}, 0});
+    };
+    for (const int corner : {0, 1, 2, 3}) addVertex(corner % 2 ? 64 : -64, corner / 2 * 64);
+    for (const int part : {Badge, Glass, Flag, Patch})
+        for (const auto& [x, y] : {std::pair{0, 0}, {9, 0}, {0, 9}}) addVertex(x, 100 * part + y);
+    figure.bones = {{.name = "root"}};
+    const encode::MbStyle half = {.blend = encode::MbBlend::Half},
+                          add = {.twoSided = true, .blend = encode::MbBlend::Add};
+    figure.polygons = {{.corners = {{0, 0, 0}, {1, 8, 0}, {2, 0, 8}, {3, 8, 8}}, .style = {.lit = true}},
+                       {.corners = {{4}, {5}, {6}}, .color = encode::Rgb{200, 100, 50}},
+                       {.corners = {{7, 0, 0}, {8, 4, 0}, {9, 0, 4}}, .style = half, .pattern = 1, .texture = 1},
+                       {.corners = {{10}, {11}, {12}}, .style = add, .pattern = 2, .color = encode::Rgb{0, 0, 255}},
+                       {.corners = {{13, 0, 0}, {14, 4, 0}, {15, 0, 4}}, .style = {.lit = true}, .pattern = 1}};
+    return figure;
+}
+
+// Action 0 goes 640 to the right in ten frames and shows the glass; action 1 stands still.
+inline encode::MtTable stageActions() {
+    const encode::MtTranslateDirectionRoll walk = {{{0, 0, 0, 0}, {10, 640, 0, 0}}, {{0, 0, 0, 4096}}, {{0, 0}}};
+    return {.boneCount = 1,
+            .actions = {{"walk", 10, {walk}, {{0, 1u << 1}}}, {"stand", 5, {encode::MtUnchanged{}}, {{0, 0}}}}};
+}
+
+inline K8Handle* loadHandle(const encode::EncodedFile& file, K8Allocator* allocator) {
+    return K8Loader_loadObject(int32_t(file.bytes.size()), file.bytes.data(), allocator);
+}
+
+struct StageContent {
+    static constexpr int32_t kWidth = 160, kHeight = 120;
+
+    K8Allocator* allocator;
+    K8Figure* figure;
+    K8ActionTable* actions;
+    std::array<K8Texture*, 3> textures;  // of 8 x 8 texels; the third is a second map
+    std::array<K8Light*, 10> lights{};
+    K8Fog* fog;
+    K8Transform place;  // ten units away
+    K8RenderParams params{};
+
+    explicit StageContent(K8Allocator* blocks) : allocator(blocks) {
+        figure = reinterpret_cast<K8Figure*>(loadHandle(encode::encodeMb(stageFigure()), blocks));
+        actions = reinterpret_cast<K8ActionTable*>(loadHandle(encode::encodeMt(stageActions()), blocks));
+        for (size_t i = 0; i < textures.size(); ++i) {
+            encode::BmpImage image = {.width = 8, .height = 8, .palette = {{}, {9, 8, 7}}};
+            image.indices.assign(64, uint8_t(i % 2));
+            textures[i] = reinterpret_cast<K8Texture*>(loadHandle(encode::encodeBmp(image), blocks));
+        }
+        for (size_t i = 0; i < lights.size(); ++i) {
+            lights[i] = K8Light_create(nullptr, blocks);
+            const K8LightInfo info = {{0, 0, 0}, {0, 0, -4096}};
+            K8Light_setTmpData(lights[i], &info);
+            K8Light_setColor(lights[i], uint32_t(i + 1));
+        }
+        fog = K8Fog_create(nullptr, blocks);
+        K8Transform_create(&place, blocks);
+        K8Transform_translate(&place, 0, 0, fixed(10));
+        params.projection = K8_PROJECTION_PERSPECTIVE_ANGLE;
+        params.screenWidth = kWidth;
+        params.screenHeight = kHeight;
+        params.nearDistance = fixed(1);
+        params.farDistance = fixed(100);
+        params.verticalAngle = fixed(60);
+        params.lights = lights.data();
+    }
+    ~StageContent() { destroyHandles(); }
+    StageContent(const StageContent&) = delete;
+    StageContent& operator=(const StageContent&) = delete;
+
+    void destroyHandles() {
+        K8Figure_destroy(std::exchange(figure, nullptr));
+        K8ActionTable_destroy(std::exchange(actions, nullptr));
+        for (K8Texture*& texture : textures) K8Texture_destroy(std::exchange(texture, nullptr));
+        for (K8Light*& light : lights) K8Light_destroy(std::exchange(light, nullptr));
+        K8Fog_destroy(std::exchange(fog, nullptr));
+    }
+
+    // Changes the figure's info as a host does.
+    template <typename Change>
+    void set(Change change) const {
+        K8FigureInfo info = *figure->info;
+        change(info);
+        EXPECT_TRUE(K8Figure_setTmpData(figure, &info));
+    }
+    void setTextures(const std::vector<K8Texture*>& list) const {
+        set([&](K8FigureInfo& info) {
+            info.loadedTextures = K8Allocator_allocArrayOf<K8Texture*>(allocator, uint32_t(list.size()));
+            std::copy(list.begin(), list.end(), info.loadedTextures);
+            info.loadedTextureCount = uint16_t(list.size());
+        });
+    }
+    static void setMode(K8Texture* texture, int16_t mode, K8Texture* secondMap = nullptr) {
+        const K8TextureInfo info = {.hasSecondMap = secondMap != nullptr, .textureMode = mode, .secondMap = secondMap};
+        EXPECT_TRUE(K8Texture_setTmpData(texture, &info));
+    }
+    void setLight(size_t index, const K8LightInfo& info) const {
+        EXPECT_TRUE(K8Light_setTmpData(lights[index], &info));
+    }
+
+    bool bind(K8Render* render) const {
+        static int surface;
+        return K8Render_bind(render, &surface, kWidth, kHeight, kWidth, 0, 0, kWidth, kHeight);
+    }
+    bool queue(K8Render* render) const { return K8Render_render3D(render, &params, &figure->header, &place); }
+    static bool flush(K8Render* render) { return K8Render_flush(render, 0, 0, kWidth, kHeight); }
+};
+
+// One draw of a flush, with everything that was sent before it.
+struct DrawnPart {
+    FigurePart part;
+    GlLines lines;
+    GlDraw draw;
+
+    // The last line that begins so; empty when there is none.
+    std::string last(const std::string& beginning) const {
+        for (size_t i = lines.size(); i-- > 0;)
+            if (lines[i].starts_with(beginning)) return lines[i];
+        return "";
+    }
+    // The same of a capability: "glEnable(...)" or "glDisable(...)".
+    bool has(const std::string& capability) const {
+        for (size_t i = lines.size(); i-- > 0;)
+            if (lines[i].ends_with("able(" + capability + ")")) return lines[i].starts_with("glEnable");
+        return false;
+    }
+    // What the unit was sent for this draw; empty while it is off.
+    GlLines unit(int index) const {
+        GlLines sent;
+        bool active = false;
+        for (const std::string& line : lines) {
+            if (line.starts_with("glActiveTexture("))
+                active = line == "glActiveTexture(GL_TEXTURE" + std::to_string(index) + ")";
+            if (active && line.ends_with("able(GL_TEXTURE_2D)")) sent.clear();
+            if (active && line.starts_with("glDisable(GL_TEXTURE_2D)")) active = false;
+            if (active && (line.starts_with("glBindTexture") || line.starts_with("glTexEnvf("))) sent.push_back(line);
+        }
+        return sent;
+    }
+};
+
+inline const DrawnPart& firstOf(const std::vector<DrawnPart>& drawn, FigurePart part) {
+    const auto found = std::ranges::find(drawn, part, &DrawnPart::part);
+    if (found == drawn.end()) throw std::out_of_range("the part was not drawn");
+    return *found;
+}
+
+class FigureTest : public testing::Test {
+protected:
+    FigureTest() {
+        render = K8Render_create(nullptr, host.get());
+        content.bind(render);
+        content.setTextures({content.textures[0], content.textures[1]});
+        K8ErrStorage_setErrorStatus(kNoStatus);
+        glRecorder.take();
+    }
+    ~FigureTest() override {
+        K8Render_destroy(render);
+        content.destroyHandles();
+        EXPECT_THAT(glRecorder.liveTextures, testing::IsEmpty()) << "OpenGL ES textures left behind";
+    }
+
+    static constexpr int32_t kNoStatus = 77;  // none that the library stores
+    static int32_t takeStatus() {
+        const int32_t status = K8ErrStorage_getErrorStatus();
+        K8ErrStorage_setErrorStatus(kNoStatus);
+        return status;
+    }
+
+    bool queue() { return content.queue(render); }
+    std::vector<DrawnPart> flush() {
+        glRecorder.draws.clear();
+        glRecorder.take();
+        EXPECT_TRUE(StageContent::flush(render));
+        std::vector<DrawnPart> drawn;
+        GlLines lines;
+        for (const std::string& line : glRecorder.take()) {
+            lines.push_back(line);
+            if (!line.starts_with("glDraw")) continue;
+            const GlDraw& draw = glRecorder.draws.at(drawn.size());
+            drawn.push_back({FigurePart(int(draw.positions[0][1]) / 100), lines, draw});
+        }
+        return drawn;
+    }
+    std::vector<DrawnPart> queueAndFlush() {
+        EXPECT_TRUE(queue());
+        return flush();
+    }
+    // Everything that a flush of the figure sends.
+    GlLines traced() {
+        EXPECT_TRUE(queue());
+        glRecorder.take();
+        EXPECT_TRUE(StageContent::flush(render));
+        return glRecorder.take();
+    }
+    static std::vector<FigurePart> partsOf(const std::vector<DrawnPart>& drawn) {
+        std::vector<FigurePart> parts;
+        for (const DrawnPart& part : drawn) parts.push_back(part.part);
+        return parts;
+    }
+
+private:
+    const bool recorderIsFresh = (glRecorder.reset(), true);
+
+protected:
+    CountingHeap heap;
+    CountingAllocator host;
+    StageContent content{host.get()};
+    K8Render* render;
+};

@@ -1,0 +1,346 @@
+#include "render/render_context.h"
+
+#include <cstring>
+#include <functional>
+
+#include "frame/error_status.h"
+#include "render/gl_state.h"
+#include "tests/render/figure_stage.h"
+
+using testing::Contains;
+using testing::IsEmpty;
+using testing::Not;
+
+namespace {
+
+using RenderContextTest = FigureTest;
+
+TEST(RenderContext, LivesInTheHostsMemoryOrItsOwn) {
+    CountingHeap heap;
+    CountingAllocator host;
+    EXPECT_EQ(K8Render_create(nullptr, nullptr), nullptr);
+    EXPECT_EQ(K8ErrStorage_getErrorStatus(), K8_ERR_FAILURE);
+
+    K8Render* own = K8Render_create(nullptr, host.get());
+    ASSERT_NE(own, nullptr);
+    EXPECT_EQ(own->header.ownBlock, own);
+    EXPECT_EQ(own->header.classId, 0);
+    EXPECT_EQ(own->header.object, nullptr);
+    EXPECT_EQ(own->header.allocator, host.get());
+    const int32_t blocks = host.liveBlocks();
+    K8Render_destroy(own);
+    EXPECT_EQ(host.liveBlocks(), 0);
+
+    alignas(std::max_align_t) uint8_t contextMemory[K8_RENDER_CONTEXT_SIZE];
+    for (const bool givesContext : {false, true}) {
+        K8Render memory;
+        std::memset(static_cast<void*>(&memory), 0xA5, sizeof memory);
+        std::memset(contextMemory, 0xA5, sizeof contextMemory);
+        memory.context = givesContext ? reinterpret_cast<K8RenderContext*>(contextMemory) : nullptr;
+        ASSERT_EQ(K8Render_create(&memory, host.get()), &memory);
+        EXPECT_EQ(memory.header.ownBlock, nullptr);
+        EXPECT_EQ(memory.header.object, nullptr);
+        EXPECT_EQ(host.liveBlocks(), blocks - (givesContext ? 2 : 1));
+        K8Render_destroy(&memory);
+        EXPECT_EQ(host.liveBlocks(), 0);
+        EXPECT_EQ(memory.context, nullptr);
+        EXPECT_EQ(memory.header.allocator, nullptr);
+        EXPECT_FALSE(StageContent::flush(&memory)) << "what is left of a handle is refused";
+    }
+    K8Render_destroy(nullptr);
+    EXPECT_EQ(K8Render_getMaxLights(), 8);
+}
+
+TEST_F(RenderContextTest, BindRefusesWhatCannotBeDrawnTo) {
+    K8Render* unbound = K8Render_create(nullptr, host.get());
+    struct Case {
+        const char* what;
+        bool hasHandle, hasTarget;
+        int32_t width, height;
+    };
+    for (const Case& c : {Case{"no handle", false, true, 8, 8}, Case{"no target", true, false, 8, 8},
+                          Case{"width 0", true, true, 0, 8}, Case{"height 0", true, true, 8, 0},
+                          Case{"negative width", true, true, -8, 8}, Case{"negative height", true, true, 8, -8},
+                          Case{"too wide", true, true, 2049, 8}, Case{"too high", true, true, 8, 2049}}) {
+        for (K8Render* handle : {unbound, render}) {
+            const K8Handle before = handle->header;
+            EXPECT_FALSE(K8Render_bind(c.hasHandle ? handle : nullptr, c.hasTarget ? this : nullptr, c.width, c.height,
+                                       8, 0, 0, 8, 8))
+                << c.what;
+            EXPECT_EQ(takeStatus(), K8_ERR_FAILURE) << c.what;
+            EXPECT_EQ(handle->header.object, before.object) << c.what;
+        }
+    }
+    EXPECT_EQ(queueAndFlush().size(), 2u) << "the binding before a refused one stays";
+    EXPECT_TRUE(K8Render_bind(unbound, this, 2048, 2048, -1, -5, 70000, 0, -3)) << "the rectangle may be anything";
+    EXPECT_EQ(takeStatus(), kNoStatus);
+    K8Render_destroy(unbound);
+}
+
+TEST_F(RenderContextTest, AllContextsShareOneGraphics3D) {
+    K8Render* second = K8Render_create(nullptr, host.get());
+    glRecorder.take();
+    EXPECT_TRUE(content.bind(second));
+    EXPECT_THAT(glRecorder.take(), IsEmpty()) << "nothing is set up again";
+    EXPECT_EQ(second->header.object, render->header.object);
+    K8Render_destroy(render);
+    render = second;
+    EXPECT_EQ(queueAndFlush().size(), 2u);
+    EXPECT_TRUE(K8Render_limitTexMemory(render, 12345));
+    K8Render_destroy(render);
+    render = K8Render_create(nullptr, host.get());
+    glRecorder.take();
+    EXPECT_TRUE(content.bind(render));
+    EXPECT_THAT(glRecorder.take(), Contains("glDisable(GL_LIGHT0)")) << "the last one had taken it along";
+    EXPECT_EQ(K8Render_graphics(render)->backend->textureMemoryLimit, 0u);
+}
+
+TEST_F(RenderContextTest, EachContextHasItsOwnLightsAndCamera) {
+    K8Render* second = K8Render_create(nullptr, host.get());
+    content.bind(second);
+    K8RenderParams plain = content.params;
+    for (const int16_t projection : {int16_t(K8_PROJECTION_PARALLEL), int16_t(0)}) {
+        content.params.lightCount = 1;
+        const std::vector<DrawnPart> lit = queueAndFlush();
+        EXPECT_TRUE(lit.at(0).has("GL_LIGHT0"));
+        EXPECT_EQ(glRecorder.projection.top[11], -1) << "a perspective";
+
+        plain.projection = projection;  // the second time the camera stays as it is
+        EXPECT_TRUE(K8Render_render3D(second, &plain, &content.figure->header, &content.place));
+        glRecorder.take();
+        EXPECT_TRUE(StageContent::flush(second));
+        EXPECT_THAT(glRecorder.take(), Not(Contains("glEnable(GL_LIGHT0)")));
+        EXPECT_EQ(glRecorder.projection.top[11], 0) << "a parallel projection";
+    }
+    K8Render_destroy(second);
+}
+
+// --- Flushing ---
+
+TEST_F(RenderContextTest, DrawsWhereBindAndFlushRectangleMeet) {
+    struct Case {
+        const char* what;
+        PixelRect bound, flushed;
+        std::string clearScissor, drawScissor;  // empty: nothing is drawn
+    };
+    for (const Case& c : {
+             Case{"all", {0, 0, 160, 120}, {0, 0, 160, 120}, "glScissor(0, 0, 160, 120)", "glScissor(0, 0, 160, 120)"},
+             Case{"flush inside",
+                  {0, 0, 160, 120},
+                  {10, 20, 30, 40},
+                  "glScissor(10, 60, 30, 40)",
+                  "glScissor(10, 60, 30, 40)"},
+             Case{"bind inside",
+                  {10, 20, 30, 40},
+                  {0, 0, 160, 120},
+                  "glScissor(10, 60, 30, 40)",
+                  "glScissor(10, 60, 30, 40)"},
+             Case{"crossing",
+                  {50, 0, 50, 120},
+                  {0, 50, 160, 20},
+                  "glScissor(50, 50, 50, 20)",
+                  "glScissor(50, 50, 50, 20)"},
+             Case{"over the edges",
+                  {-20, -20, 500, 500},
+                  {-5, -9, 50, 19},
+                  "glScissor(0, 110, 45, 10)",
+                  "glScissor(0, 110, 45, 10)"},
+             Case{"everything there is",
+                  {INT32_MIN, INT32_MIN, INT32_MAX, INT32_MAX},
+                  {0, 0, INT32_MAX, INT32_MAX},
+                  "",
+                  ""},
+             Case{"as far as integers go",
+                  {0, 0, INT32_MAX, INT32_MAX},
+                  {1, 2, INT32_MAX, INT32_MAX},
+                  "glScissor(1, -1928, 2047, 2046)",
+                  "glScissor(1, 0, 159, 118)"},
+             Case{"missed", {0, 0, 50, 50}, {50, 0, 50, 50}, "", ""},
+             Case{"empty bind rectangle", {0, 0, 0, 50}, {0, 0, 160, 120}, "", ""},
+             Case{"negative flush size", {0, 0, 160, 120}, {50, 50, -10, 10}, "", ""},
+         }) {
+        const PixelRect &b = c.bound, &f = c.flushed;
+        ASSERT_TRUE(K8Render_bind(render, this, 160, 120, 160, b.x, b.y, b.width, b.height));
+        ASSERT_TRUE(queue());
+        glRecorder.take();
+        EXPECT_TRUE(K8Render_flush(render, f.x, f.y, f.width, f.height)) << c.what;
+        const GlLines lines = glRecorder.take();
+        EXPECT_EQ(render->context->head, nullptr) << c.what;
+        if (c.drawScissor.empty()) {
+            EXPECT_THAT(lines, IsEmpty()) << c.what;
+            continue;
+        }
+        EXPECT_THAT(lines, Contains(c.drawScissor)) << c.what;
+        EXPECT_THAT(lines, Contains("glViewport(0, 0, 160, 120)")) << c.what;
+        const auto at = [&](const std::string& line) { return std::ranges::find(lines, line) - lines.begin(); };
+        EXPECT_LT(at(c.clearScissor), at("glClear(depth)")) << c.what;
+        EXPECT_LT(at("glDepthMask(1)"), at("glClear(depth)")) << c.what;
+        EXPECT_THAT(lines, Not(Contains(testing::StartsWith("glClearColor")))) << c.what;
+    }
+    EXPECT_EQ(takeStatus(), kNoStatus);
+}
+
+TEST_F(RenderContextTest, ARefusedFlushStillEmptiesTheList) {
+    K8Render* unbound = K8Render_create(nullptr, host.get());
+    EXPECT_TRUE(StageContent::flush(unbound)) << "there is nothing to draw";
+    EXPECT_EQ(takeStatus(), kNoStatus);
+    struct Case {
+        const char* what;
+        K8Render* handle;
+        int32_t width, height;
+    };
+    for (const Case& c :
+         {Case{"width 0", render, 0, 8}, Case{"height 0", render, 8, 0}, Case{"unbound", unbound, 8, 8}}) {
+        EXPECT_TRUE(content.queue(c.handle)) << c.what;
+        glRecorder.take();
+        EXPECT_FALSE(K8Render_flush(c.handle, 0, 0, c.width, c.height)) << c.what;
+        EXPECT_EQ(takeStatus(), K8_ERR_FAILURE) << c.what;
+        EXPECT_EQ(c.handle->context->head, nullptr) << c.what;
+        EXPECT_THAT(glRecorder.take(), IsEmpty()) << c.what;
+    }
+    EXPECT_FALSE(K8Render_flush(nullptr, 0, 0, 8, 8));
+    EXPECT_EQ(takeStatus(), K8_ERR_FAILURE);
+
+    EXPECT_FALSE(K8Render_clear3D(nullptr));
+    EXPECT_EQ(takeStatus(), K8_ERR_FAILURE);
+    EXPECT_TRUE(content.queue(unbound));
+    EXPECT_FALSE(K8Render_clear3D(unbound));
+    EXPECT_EQ(takeStatus(), K8_ERR_FAILURE);
+    EXPECT_TRUE(content.bind(unbound));
+    glRecorder.draws.clear();
+    EXPECT_TRUE(StageContent::flush(unbound)) << "what was queued while unbound is drawn";
+    EXPECT_EQ(glRecorder.draws.size(), 2u);
+    EXPECT_TRUE(content.queue(unbound));
+    K8Render_destroy(unbound);  // with its list
+}
+
+TEST_F(RenderContextTest, ClearingForgetsWhatWasQueued) {
+    EXPECT_TRUE(queue());
+    EXPECT_TRUE(queue());
+    EXPECT_EQ(render->context->queuedCalls, 2u);
+    glRecorder.take();
+    EXPECT_TRUE(K8Render_clear3D(render));
+    EXPECT_EQ(render->context->queuedCalls, 0u);
+    EXPECT_TRUE(StageContent::flush(render));
+    EXPECT_THAT(glRecorder.take(), IsEmpty());
+    EXPECT_EQ(content.figure->header.object->refCount, 1);
+    EXPECT_TRUE(K8Render_clear3D(render)) << "an empty list too";
+}
+
+TEST_F(RenderContextTest, TheTextureLimitRefusesWhatExceedsIt) {
+    K8Render* unbound = K8Render_create(nullptr, host.get());
+    for (K8Render* handle : {unbound, static_cast<K8Render*>(nullptr)}) {
+        EXPECT_FALSE(K8Render_limitTexMemory(handle, 1));
+        EXPECT_EQ(takeStatus(), K8_ERR_FAILURE);
+    }
+    K8Render_destroy(unbound);
+    content.set([](K8FigureInfo& info) { info.action = 0x80000000, info.pattern = 1u << 1; });  // both textures
+    EXPECT_TRUE(K8Render_limitTexMemory(render, 2 * 128 - 1));  // each is charged 8 x 8 x 2 bytes
+    EXPECT_TRUE(queue());
+    EXPECT_FALSE(StageContent::flush(render));
+    EXPECT_EQ(takeStatus(), K8_ERR_OUT_OF_MEMORY);
+    EXPECT_EQ(render->context->head, nullptr);
+    EXPECT_TRUE(K8Render_limitTexMemory(render, 2 * 128));
+    EXPECT_EQ(queueAndFlush().size(), 4u) << "reaching the limit is allowed";
+    EXPECT_TRUE(K8Render_limitTexMemory(render, 0));
+    EXPECT_EQ(queueAndFlush().size(), 4u);
+}
+
+TEST_F(RenderContextTest, AListHolds2048Items) {
+    content.setTextures({});  // they come out of pools of their own
+    for (uint32_t i = 0; i < kMaxRecordsPerKind; ++i) ASSERT_TRUE(queue()) << i;
+    EXPECT_FALSE(queue());
+    EXPECT_EQ(takeStatus(), K8_ERR_OUT_OF_MEMORY);
+    EXPECT_EQ(render->context->queuedCalls, kMaxRecordsPerKind);
+    glRecorder.draws.clear();
+    EXPECT_TRUE(StageContent::flush(render));
+    EXPECT_EQ(glRecorder.draws.size(), 2 * kMaxRecordsPerKind) << "all of them";
+    EXPECT_TRUE(queue());
+    EXPECT_TRUE(K8Render_clear3D(render));
+    EXPECT_EQ(content.figure->header.object->refCount, 1);
+}
+
+// --- Failing allocations ---
+
+// The life of a context around a textured, lit figure in fog, step by step. A step that fails has reported that memory ran
+// out, and succeeds when it is tried again.
+class Life {
+public:
+    explicit Life(K8Allocator* allocator) : content_(allocator), allocator_(allocator) {
+        content_.setMode(content_.textures[0], 0, content_.textures[2]);
+        content_.setTextures({content_.textures[0], content_.textures[1]});
+        content_.params.lightCount = 3;
+        content_.params.fog = content_.fog;
+        content_.set([&](K8FigureInfo& info) {
+            info.loadedAction = content_.actions;
+            info.blendMode = K8_BLEND_ALPHA;
+        });
+    }
+    ~Life() { K8Render_destroy(render_); }
+
+    // counter fails on its own; recover ends that.
+    void run(AllocationCounter& counter) {
+        const std::function<bool()> steps[] = {
+            [this] { return (render_ = K8Render_create(nullptr, allocator_)) != nullptr; },
+            [this] { return content_.bind(render_); },
+            [this] { return content_.queue(render_); },
+            [this] { return flushOrQueueAgain(); },
+        };
+        for (const auto& step : steps) {
+            const bool before = counter.hasFailed();
+            K8ErrStorage_setErrorStatus(77);
+            if (step()) {
+                EXPECT_EQ(counter.hasFailed(), before) << "a failure went unnoticed";
+                continue;
+            }
+            EXPECT_NE(counter.hasFailed(), before);
+            EXPECT_EQ(K8ErrStorage_getErrorStatus(), K8_ERR_OUT_OF_MEMORY);
+            hasFailed = true;
+            counter.failAfter(kNeverFail);
+            EXPECT_TRUE(step());
+        }
+        EXPECT_EQ(glRecorder.draws.size(), 4u);
+    }
+    bool hasFailed = false;
+
+private:
+    // A failed flush has emptied the list.
+    bool flushOrQueueAgain() {
+        EXPECT_TRUE(render_->context->head || content_.queue(render_));
+        glRecorder.draws.clear();
+        const bool flushed = StageContent::flush(render_);
+        EXPECT_EQ(render_->context->head, nullptr);
+        return flushed;
+    }
+
+    StageContent content_;
+    K8Allocator* allocator_;
+    K8Render* render_ = nullptr;
+};
+
+TEST(RenderContext, EveryAllocationMayFail) {
+    for (const bool isEngine : {true, false}) {
+        for (const FailMode mode : {FailMode::Once, FailMode::FromThenOn}) {
+            int32_t failAt = 0;
+            for (bool failed = true; failed && !testing::Test::HasFailure(); ++failAt) {
+                SCOPED_TRACE((isEngine ? "engine allocation " : "host allocation ") + std::to_string(failAt));
+                glRecorder.reset();
+                CountingHeap heap;
+                CountingAllocator host;
+                {
+                    Life life(host.get());
+                    AllocationCounter& counter = isEngine ? static_cast<AllocationCounter&>(heap) : host;
+                    counter.failAfter(failAt, mode);
+                    life.run(counter);
+                    failed = life.hasFailed;
+                }
+                EXPECT_EQ(host.liveBlocks(), 0);
+                EXPECT_EQ(heap.liveBlocks(), 0);
+                EXPECT_THAT(glRecorder.liveTextures, IsEmpty());
+            }
+            EXPECT_GT(failAt, 10) << "of each kind there are more";
+        }
+    }
+}
+
+}  // namespace
