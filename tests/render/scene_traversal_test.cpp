@@ -214,7 +214,7 @@ TEST_F(TraversalTest, LightsAreChosenForEveryNode) {
     const Held<Group> root = groupOf({left, right});
     move(right, 80, 0, 0);
     // The colours, which are the numbers of the lights, in slots 0 and 3 at each of the draws.
-    const auto slots = [&, colors = std::array<int, 8>{}]() mutable {
+    auto slots = [&, colors = std::array<int, 8>{}]() mutable {
         render(root);
         std::vector<std::pair<int, int>> all;
         for (const std::string& line : glRecorder.take()) {
