@@ -8,5 +8,6 @@
 // they are for the figure's life. False when memory runs out.
 bool D_Figure_buildVertexBones(FigureMesh* figure);
 
-// The bone's world transform, computed along the chain of its ancestors where one of them changed, and cached.
+// The world transform of a bone of a figure that has vertices, computed along the chain of its ancestors where one of
+// them changed, and cached.
 void D_Figure_boneWorldTransform(FigureMesh* figure, int32_t bone, Atrans3i* out);
