@@ -676,14 +676,84 @@ TEST_F(DrawListTest, TheSecondFlushSendsAndAllocatesNothingNew) {
     EXPECT_EQ(host.calls(), 0);
 }
 
-TEST_F(DrawListTest, EqualItemsSendOnlyWhatIsSentEveryTime) {
-    encode::MbFigure onePart = stageFigure();
-    onePart.polygons.resize(1);
-    K8Figure_destroy(content.figure);
-    content.figure = reinterpret_cast<K8Figure*>(loadHandle(encode::encodeMb(onePart), host.get()));
-    content.setTextures({content.textures[0]});
-    content.params.lightCount = 2;
-    content.params.fog = content.fog;
+class OnePartTest : public FigureTest {
+protected:
+    OnePartTest() {
+        encode::MbFigure onePart = stageFigure();
+        onePart.polygons.resize(1);
+        K8Figure_destroy(content.figure);
+        content.figure = reinterpret_cast<K8Figure*>(loadHandle(encode::encodeMb(onePart), host.get()));
+        content.setTextures({content.textures[0]});
+        content.params.lightCount = 1;
+        content.params.fog = content.fog;
+    }
+};
+
+TEST_F(OnePartTest, AFlushFromTheFirstCallToTheLast) {
+    K8Light_setColor(content.lights[0], 0xFF8000);
+    K8Fog_setLinear(content.fog, fixed(4), fixed(20));
+    K8Fog_setColor(content.fog, 0x0000FF);
+    // clang-format off
+    const GlLines expected = {
+        // the target, and its depth
+        "glDepthFunc(GL_LEQUAL)", "glDisable(GL_DITHER)", "glEnable(GL_SCISSOR_TEST)",
+        "glLightModelfv(GL_LIGHT_MODEL_AMBIENT, {0, 0, 0, 0})", "glViewport(0, 0, 160, 120)",
+        "glScissor(0, 0, 160, 120)", "glDepthRangef(0, 1)", "glDepthMask(1)", "glClear(depth)",
+        // camera
+        "glMatrixMode(GL_PROJECTION)",
+        "glLoadMatrixf({1.29912, 0, 0, 0, 0, 1.73205, 0, 0, 0, 0, -1.0202, -1, 0, 0, -2.0202, 0})",
+        // lights
+        "glMatrixMode(GL_MODELVIEW)", "glLoadMatrixf({1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1})",
+        "glLightfv(GL_LIGHT0, GL_POSITION, {0, 0, 1, 0})", "glEnable(GL_LIGHT0)",
+        "glLightfv(GL_LIGHT0, GL_DIFFUSE, {1, 0.501961, 0, 0})",
+        "glLightfv(GL_LIGHT0, GL_SPECULAR, {1, 0.501961, 0, 0})", "glLightfv(GL_LIGHT0, GL_AMBIENT, {0, 0, 0, 0})",
+        "glLightf(GL_LIGHT0, GL_CONSTANT_ATTENUATION, 1)", "glLightf(GL_LIGHT0, GL_LINEAR_ATTENUATION, 0)",
+        "glLightf(GL_LIGHT0, GL_QUADRATIC_ATTENUATION, 0)", "glLightf(GL_LIGHT0, GL_SPOT_CUTOFF, 180)",
+        "glDisable(GL_LIGHT1)", "glDisable(GL_LIGHT2)", "glDisable(GL_LIGHT3)", "glDisable(GL_LIGHT4)",
+        "glDisable(GL_LIGHT5)", "glDisable(GL_LIGHT6)", "glDisable(GL_LIGHT7)", "glEnable(GL_NORMALIZE)",
+        "glViewport(0, 0, 160, 120)", "glScissor(0, 0, 160, 120)", "glDepthRangef(0, 1)",
+        // material
+        "glEnable(GL_LIGHTING)", "glDisable(GL_COLOR_MATERIAL)",
+        "glMaterialfv(GL_FRONT_AND_BACK, GL_AMBIENT, {1, 1, 1, 0})",
+        "glMaterialfv(GL_FRONT_AND_BACK, GL_DIFFUSE, {1, 1, 1, 1})",
+        "glMaterialfv(GL_FRONT_AND_BACK, GL_EMISSION, {0, 0, 0, 0})",
+        "glMaterialfv(GL_FRONT_AND_BACK, GL_SPECULAR, {0, 0, 0, 0})",
+        "glMaterialf(GL_FRONT_AND_BACK, GL_SHININESS, 0)",
+        // polygon mode
+        "glEnable(GL_CULL_FACE)", "glCullFace(GL_BACK)", "glFrontFace(GL_CW)", "glShadeModel(GL_SMOOTH)",
+        "glLightModelf(GL_LIGHT_MODEL_TWO_SIDE, 0)", "glHint(GL_PERSPECTIVE_CORRECTION_HINT, GL_FASTEST)",
+        // fog
+        "glEnable(GL_FOG)", "glFogfv(GL_FOG_COLOR, {0, 0, 1, 1})", "glFogf(GL_FOG_MODE, GL_LINEAR)",
+        "glFogf(GL_FOG_START, 4)", "glFogf(GL_FOG_END, 20)",
+        // compositing
+        "glEnable(GL_DEPTH_TEST)", "glDepthMask(1)", "glDisable(GL_POLYGON_OFFSET_FILL)", "glColorMask(1, 1, 1, 1)",
+        "glBlendFunc(GL_ONE, GL_ZERO)", "glDisable(GL_BLEND)", "glAlphaFunc(GL_ALWAYS, 0)",
+        "glDisable(GL_ALPHA_TEST)",
+        // textures
+        "glActiveTexture(GL_TEXTURE1)", "glClientActiveTexture(GL_TEXTURE1)", "glDisable(GL_TEXTURE_2D)",
+        "glDisableClientState(GL_TEXTURE_COORD_ARRAY)", "glClientActiveTexture(GL_TEXTURE0)",
+        "glActiveTexture(GL_TEXTURE0)", "glEnableClientState(GL_TEXTURE_COORD_ARRAY)", "glEnable(GL_TEXTURE_2D)",
+        "glGenTextures(1)", "glBindTexture(GL_TEXTURE_2D, 1)",
+        "glCompressedTexImage2D(GL_TEXTURE_2D, 0, GL_PALETTE8_RGB5_A1_OES, 8, 8, 0, 576)", "glGetError()",
+        "glTexParameterf(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_NEAREST)",
+        "glTexParameterf(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, GL_NEAREST)",
+        "glTexParameterf(GL_TEXTURE_2D, GL_TEXTURE_WRAP_S, GL_REPEAT)",
+        "glTexParameterf(GL_TEXTURE_2D, GL_TEXTURE_WRAP_T, GL_REPEAT)", "glMatrixMode(GL_TEXTURE)",
+        "glLoadIdentity()", "glTexEnvf(GL_TEXTURE_ENV, GL_TEXTURE_ENV_MODE, GL_MODULATE)",
+        "glTexEnvfv(GL_TEXTURE_ENV, GL_TEXTURE_ENV_COLOR, {0, 0, 0, 0})", "glTexCoordPointer(2, GL_SHORT, 0)",
+        "glLoadMatrixf({0.125, 0, 0, 0, 0, 0.125, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1})",
+        // geometry
+        "glMatrixMode(GL_MODELVIEW)",
+        "glLoadMatrixf({0.015625, 0, 0, 0, 0, -0.015625, 0, 0, 0, 0, -0.015625, 0, 0, 0, -10, 1})",
+        "glEnableClientState(GL_VERTEX_ARRAY)", "glVertexPointer(3, GL_SHORT, 0)",
+        "glEnableClientState(GL_NORMAL_ARRAY)", "glNormalPointer(GL_BYTE, 0)",
+        "glDisableClientState(GL_COLOR_ARRAY)", "glDrawElements(GL_TRIANGLES, 6, GL_UNSIGNED_SHORT)",
+    };
+    // clang-format on
+    EXPECT_EQ(traced(), expected);
+}
+
+TEST_F(OnePartTest, EqualItemsSendOnlyWhatIsSentEveryTime) {
     for (int i = 0; i < 3; ++i) ASSERT_TRUE(queue());
     const std::vector<DrawnPart> drawn = flush();
     ASSERT_EQ(drawn.size(), 3u);
