@@ -1,5 +1,5 @@
-// Random figures go through the encoder, which knows nothing of the library, and back through the decoder. What must come
-// out is computed here from the description alone.
+// Random figures go through the encoder, which knows nothing of the library, and back through the decoder. What must
+// come out is computed here from the description alone.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -198,8 +198,8 @@ struct Expectation {
         model.groups.resize(vertexOrder.size());
     }
 
-    // Corners of one file vertex share an expanded vertex when the coordinates, or the colours, are the same. Coordinates
-    // of vertices made for colour polygons are 0 and are shared as well.
+    // Corners of one file vertex share an expanded vertex when the coordinates, or the colours, are the same.
+    // Coordinates of vertices made for colour polygons are 0 and are shared as well.
     uint16_t expand(uint32_t vertex, bool isColored, std::array<int, 4> color, std::array<int, 2> texCoord) {
         std::vector<uint16_t>& group = model.groups[filePosition[vertex]];
         for (const uint16_t candidate : group)

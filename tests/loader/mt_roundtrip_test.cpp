@@ -10,7 +10,8 @@ namespace {
 
 using namespace encode;
 
-// A track as a list of numbers: kind, then its values and key arrays in the order of the format, each array with its length.
+// A track as a list of numbers: kind, then its values and key arrays in the order of the format, each array with its
+// length.
 using Numbers = std::vector<int64_t>;
 
 void append(Numbers& out, const MtVectorKey& key) { out.insert(out.end(), {key.frame, key.x, key.y, key.z}); }

@@ -87,7 +87,8 @@ TEST_F(UploadTest, EveryFormHasItsCall) {
                 ElementsAre("glCompressedTexImage2D(GL_TEXTURE_2D, 0, GL_PALETTE8_RGB5_A1_OES, 8, 8, 0, 576)"));
 }
 
-// A mutable image stores 3 or 4 bytes of 0xFF a pixel until the first set; its uploads are of the 16-bit form all along.
+// A mutable image stores 3 or 4 bytes of 0xFF a pixel until the first set; its uploads are of the 16-bit form all
+// along.
 TEST_F(UploadTest, AnImageThatWasNeverSetIsWhite) {
     for (const ImageFormat format : {ImageFormat::Rgb, ImageFormat::Rgba}) {
         const Held<Image2D> image = makeMutableImage(format, 8, 4);
