@@ -59,14 +59,14 @@ static Reals slerp(Real s, const Reals& a, Reals b, bool shortest) {
 
 // --- The sequence ---
 
-KeyframeReference::KeyframeReference(const SequenceSpec& spec)
-    : interpolation_(spec.interpolation),
-      loops_(spec.repeatMode == RepeatMode::Loop),
-      duration_(Real(spec.duration)),
+KeyframeReference::KeyframeReference(const SequencePlan& plan)
+    : interpolation_(plan.interpolation),
+      loops_(plan.repeatMode == RepeatMode::Loop),
+      duration_(Real(plan.duration)),
       points_() {
-    const size_t last = size_t(spec.validLast.value_or(int32_t(spec.keys.size()) - 1));
-    for (size_t k = size_t(spec.validFirst);; k = (k + 1) % spec.keys.size()) {
-        Point point{Real(spec.keys[k].time), {spec.keys[k].values.begin(), spec.keys[k].values.end()}, {}, {}};
+    const size_t last = size_t(plan.validLast.value_or(int32_t(plan.keys.size()) - 1));
+    for (size_t k = size_t(plan.validFirst);; k = (k + 1) % plan.keys.size()) {
+        Point point{Real(plan.keys[k].time), {plan.keys[k].values.begin(), plan.keys[k].values.end()}, {}, {}};
         if (interpolation_ == Interpolation::Slerp || interpolation_ == Interpolation::Squad)
             point.values = normalized(point.values);
         points_.push_back(point);

@@ -13,7 +13,7 @@ using Reals = std::vector<Real>;
 
 class KeyframeReference {
 public:
-    explicit KeyframeReference(const SequenceSpec& spec);
+    explicit KeyframeReference(const SequencePlan& plan);
     Reals sample(int64_t time) const;
 
 private:

@@ -202,7 +202,7 @@ TEST(KeyframeSequence, SamplesAtAndAroundItsKeyframes) {
     const std::vector<Key> wrapped = {{700, {7}}, {900, {9}}, {50, {-1}}, {100, {1}}, {300, {3}}};
     struct Case {
         const char* what;
-        SequenceSpec spec;
+        SequencePlan plan;
         int64_t time;
         float value;
     };
@@ -239,10 +239,10 @@ TEST(KeyframeSequence, SamplesAtAndAroundItsKeyframes) {
              Case{"wrapped to a single keyframe", {Linear, kLoop, 1000, wrapped, 4, 4}, 20, 3},
              Case{"longest times", {Linear, kConstant, INT32_MAX, {{0, {0}}, {INT32_MAX, {1}}}}, INT32_MAX / 2, 0.5f},
          }) {
-        const Held sequence(makeSequence(c.spec));
+        const Held sequence(makeSequence(c.plan));
         const std::vector<float> values = sampleAt(sequence, c.time);
         ASSERT_EQ(values.size(), 1u) << c.what;
-        if (c.spec.interpolation == Spline)
+        if (c.plan.interpolation == Spline)
             EXPECT_NEAR(values[0], c.value, 0.05) << c.what;
         else
             EXPECT_FLOAT_EQ(values[0], c.value) << c.what;
@@ -311,32 +311,32 @@ struct RandomSequences {
     int32_t whole(int32_t low, int32_t high) { return std::uniform_int_distribution(low, high)(random); }
     float real(float low, float high) { return std::uniform_real_distribution(low, high)(random); }
 
-    SequenceSpec make(Interpolation interpolation, RepeatMode mode, bool wraps) {
+    SequencePlan make(Interpolation interpolation, RepeatMode mode, bool wraps) {
         const int32_t count = whole(wraps ? 2 : 1, 12);
         const int32_t first = whole(wraps ? 1 : 0, count - 1);
         const int32_t last = wraps ? whole(0, first - 1) : whole(first, count - 1);
         const bool isRotation = interpolation == Slerp || interpolation == Squad;
         const int32_t components = isRotation ? 4 : whole(1, 5);
-        SequenceSpec spec{interpolation, mode, 1, std::vector<Key>(size_t(count)), first, last};
+        SequencePlan plan{interpolation, mode, 1, std::vector<Key>(size_t(count)), first, last};
         int32_t time = whole(0, 300);
         for (int32_t k = first;; k = (k + 1) % count) {
-            spec.keys[size_t(k)].time = time;
+            plan.keys[size_t(k)].time = time;
             if (k == last) break;
             time += whole(0, 3) ? whole(1, 1000) : 0;
         }
-        spec.duration = std::max(time + (whole(0, 2) ? whole(0, 700) : 0), 1);
-        for (Key& key : spec.keys) {
+        plan.duration = std::max(time + (whole(0, 2) ? whole(0, 700) : 0), 1);
+        for (Key& key : plan.keys) {
             for (int32_t i = 0; i < components; ++i) key.values.push_back(isRotation ? real(-0.6f, 0.6f) : real(-8, 8));
             // Guides that point in nearly opposite ways blow every rounding up: all rotations stay on one side.
             if (isRotation) key.values[3] = interpolation == Slerp && whole(0, 1) ? -1.0f : 1.0f;
         }
-        return spec;
+        return plan;
     }
-    int64_t timeFor(const SequenceSpec& spec) {
+    int64_t timeFor(const SequencePlan& plan) {
         switch (whole(0, 3)) {
-            case 0: return spec.keys[size_t(whole(0, int32_t(spec.keys.size()) - 1))].time + whole(-1, 1);
+            case 0: return plan.keys[size_t(whole(0, int32_t(plan.keys.size()) - 1))].time + whole(-1, 1);
             case 1: return int64_t(whole(INT32_MIN, INT32_MAX)) * whole(1, 1000);
-            default: return whole(-100, spec.duration + 100);
+            default: return whole(-100, plan.duration + 100);
         }
     }
 };
@@ -349,11 +349,11 @@ TEST(KeyframeSequence, SamplesAsTheFormulasSay) {
                 for (int32_t round = 0; round < 150 && !testing::Test::HasFailure(); ++round) {
                     SCOPED_TRACE(std::to_string(int32_t(interpolation)) + " mode " + std::to_string(int32_t(mode)) +
                                  (wraps ? " wrapped " : " straight ") + std::to_string(round));
-                    const SequenceSpec spec = sequences.make(interpolation, mode, wraps);
-                    const Held sequence(makeSequence(spec));
-                    const KeyframeReference reference(spec);
+                    const SequencePlan plan = sequences.make(interpolation, mode, wraps);
+                    const Held sequence(makeSequence(plan));
+                    const KeyframeReference reference(plan);
                     for (int32_t i = 0; i < 60; ++i) {
-                        const int64_t time = sequences.timeFor(spec);
+                        const int64_t time = sequences.timeFor(plan);
                         const std::vector<float> values = sampleAt(sequence, time);
                         const Reals expected = reference.sample(time);
                         ASSERT_EQ(values.size(), expected.size());
@@ -395,9 +395,9 @@ TEST(KeyframeSequence, SamplingAllocatesNothing) {
 
 TEST(KeyframeSequence, DuplicateHasItsOwnKeyframes) {
     for (const Interpolation interpolation : {Linear, Spline, Squad}) {
-        const SequenceSpec spec{
+        const SequencePlan plan{
             interpolation, kLoop, 90, {{70, {0, 0, 1, 1}}, {0, {0, 1, 0, 1}}, {40, {1, 0, 0, 1}}}, 1, 0};
-        auto* sequence = makeSequence(spec);
+        auto* sequence = makeSequence(plan);
         const std::vector<float> before = sampleAt(sequence, 20);
         const Held copy(static_cast<KeyframeSequence*>(qelObject3D_duplicate(sequence)));
         const float other[4] = {0, 0, 0, 1};

@@ -14,7 +14,7 @@ struct Key {
     std::vector<float> values;
 };
 
-struct SequenceSpec {
+struct SequencePlan {
     Interpolation interpolation;
     RepeatMode repeatMode;
     int32_t duration;
@@ -23,18 +23,18 @@ struct SequenceSpec {
     std::optional<int32_t> validLast = {};
 };
 
-inline KeyframeSequence* makeSequence(const SequenceSpec& spec) {
+inline KeyframeSequence* makeSequence(const SequencePlan& plan) {
     Result result;
     KeyframeSequence* sequence = qelKeyframeSequence_create(
-        int32_t(spec.keys.size()), int32_t(spec.keys[0].values.size()), int32_t(spec.interpolation), &result);
+        int32_t(plan.keys.size()), int32_t(plan.keys[0].values.size()), int32_t(plan.interpolation), &result);
     if (!sequence) return nullptr;
-    for (size_t k = 0; k < spec.keys.size(); ++k)
-        EXPECT_EQ(qelKeyframeSequence_setKeyframe(sequence, int32_t(k), spec.keys[k].time, spec.keys[k].values.data()),
+    for (size_t k = 0; k < plan.keys.size(); ++k)
+        EXPECT_EQ(qelKeyframeSequence_setKeyframe(sequence, int32_t(k), plan.keys[k].time, plan.keys[k].values.data()),
                   QEL_STATUS_OK);
-    const int32_t validLast = spec.validLast.value_or(int32_t(spec.keys.size()) - 1);
-    EXPECT_EQ(qelKeyframeSequence_setValidRange(sequence, spec.validFirst, validLast), QEL_STATUS_OK);
-    EXPECT_EQ(qelKeyframeSequence_setRepeatMode(sequence, int32_t(spec.repeatMode)), QEL_STATUS_OK);
-    EXPECT_EQ(qelKeyframeSequence_setDuration(sequence, spec.duration), QEL_STATUS_OK);
+    const int32_t validLast = plan.validLast.value_or(int32_t(plan.keys.size()) - 1);
+    EXPECT_EQ(qelKeyframeSequence_setValidRange(sequence, plan.validFirst, validLast), QEL_STATUS_OK);
+    EXPECT_EQ(qelKeyframeSequence_setRepeatMode(sequence, int32_t(plan.repeatMode)), QEL_STATUS_OK);
+    EXPECT_EQ(qelKeyframeSequence_setDuration(sequence, plan.duration), QEL_STATUS_OK);
     return sequence;
 }
 
