@@ -1,0 +1,99 @@
+// The inspectors say what is wrong with a file; the library only that something is. Both must agree on which files are good.
+#include <gtest/gtest.h>
+
+#include <random>
+#include <vector>
+
+#include "k8.h"
+#include "samples/penguin/penguin.h"
+#include "tools/encode/bmp_encoder.h"
+#include "tools/inspect/action_inspector.h"
+#include "tools/inspect/content_reader.h"
+#include "tools/inspect/figure_inspector.h"
+#include "tools/inspect/image_inspector.h"
+
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+
+bool libraryTakes(const Bytes& bytes) {
+    MALK8_touchMA();
+    K8Handle* handle = K8Loader_loadObject(int32_t(bytes.size()), bytes.data(), &MALK8_malc);
+    K8Object3D_destroy(handle);
+    return handle != nullptr;
+}
+
+// Empty for a file without a problem.
+template <typename Inspector>
+std::string problemOf(const Bytes& bytes, Inspector inspector) {
+    try {
+        inspector(std::span<const uint8_t>(bytes));
+        return "";
+    } catch (const inspect::ContentProblem& problem) {
+        EXPECT_LE(problem.offset, bytes.size());
+        return "offset " + std::to_string(problem.offset) + ": " + problem.what();
+    }
+}
+
+// The file itself, the file cut off at every length, and copies with one or two bytes changed.
+template <typename Inspector>
+void compareOnVariants(const Bytes& good, Inspector inspector, int changedCopies) {
+    ASSERT_EQ(problemOf(good, inspector), "");
+    ASSERT_TRUE(libraryTakes(good));
+    for (size_t length = 1; length < good.size(); length += 1 + good.size() / 1500) {
+        const Bytes cut(good.begin(), good.begin() + ptrdiff_t(length));
+        const std::string problem = problemOf(cut, inspector);
+        ASSERT_EQ(problem.empty(), libraryTakes(cut)) << "cut to " << length << ": " << problem;
+    }
+    std::mt19937 random(3);
+    for (int i = 0; i < changedCopies; ++i) {
+        Bytes changed = good;
+        for (uint32_t change = 0; change <= random() % 2; ++change) {
+            // The first bytes are headers; most of what is checked stands there.
+            const size_t range = random() % 2 ? std::min<size_t>(good.size(), 64) : good.size();
+            changed[2 + random() % (range - 2)] = uint8_t(random());
+        }
+        const std::string problem = problemOf(changed, inspector);
+        ASSERT_EQ(problem.empty(), libraryTakes(changed)) << "copy " << i << ": " << problem;
+    }
+}
+
+TEST(Inspectors, AgreeWithTheLibraryOnFigures) {
+    compareOnVariants(encodeMb(penguinFigure()).bytes, inspect::inspectFigure, 2000);
+}
+
+TEST(Inspectors, AgreeWithTheLibraryOnOlderFigures) {
+    for (const uint32_t polygonFormat : {1u, 2u}) {
+        encode::MbFigure figure{.version = 4, .vertexFormat = 1, .normalFormat = 1, .polygonFormat = polygonFormat};
+        figure.bones = {{.parent = -1}, {.parent = 0, .rest = encode::translationBone(0, 10, 0)}};
+        for (int16_t i = 0; i < 4; ++i)
+            figure.vertices.push_back({.position = {i, int16_t(i % 2), 0}, .normal = {0, 0, 1}, .bone = i / 2});
+        figure.polygons = {{.corners = {{0, 1, 2}, {1, 3, 4}, {2, 5, 6}}}, {.corners = {{0}, {1}, {2}, {3}}}};
+        compareOnVariants(encodeMb(figure).bytes, inspect::inspectFigure, 3000);
+    }
+}
+
+TEST(Inspectors, AgreeWithTheLibraryOnActions) {
+    compareOnVariants(encodeMt(penguinActions()).bytes, inspect::inspectActions, 3000);
+}
+
+TEST(Inspectors, AgreeWithTheLibraryOnImages) {
+    compareOnVariants(encodeBmp(penguinBodyTexture()).bytes, inspect::inspectImage, 3000);
+    const encode::BmpImage direct{
+        .width = 3, .height = 2, .bitsPerPixel = 24, .pixels = std::vector<std::array<uint8_t, 3>>(6)};
+    compareOnVariants(encodeBmp(direct).bytes, inspect::inspectImage, 3000);
+}
+
+TEST(FigureInspector, MeasuresTheFigureAtRest) {
+    encode::MbFigure figure;
+    figure.bones = {{.parent = 1, .rest = encode::translationBone(0, 10, 0)},
+                    {.parent = -1, .rest = encode::rotationBone({0, 0, 1}, 90, {100, 0, 0})}};
+    figure.vertices = {{.position = {1, 0, 0}, .normal = {0, 0, 1}, .bone = 0},
+                       {.position = {5, 0, 3}, .normal = {0, 0, 1}, .bone = 1},
+                       {.position = {-7, -8, -9}, .normal = {0, 0, 1}}};
+    const inspect::FigureSummary summary = inspect::inspectFigure(encodeMb(figure).bytes);
+    EXPECT_EQ(summary.least, (std::array<double, 3>{-7, -8, -9}));
+    EXPECT_EQ(summary.greatest, (std::array<double, 3>{100, 5, 3}));
+}
+
+}  // namespace
