@@ -225,6 +225,13 @@ TEST_F(RenderContextTest, ClearingForgetsWhatWasQueued) {
     EXPECT_THAT(glRecorder.take(), IsEmpty());
     EXPECT_EQ(content.figure->header.object->refCount, 1);
     EXPECT_TRUE(K8Render_clear3D(render)) << "an empty list too";
+
+    EXPECT_TRUE(queue());
+    const DrawItem* firstRecord = render->context->head;
+    for (int i = 0; i < 40; ++i) EXPECT_TRUE(queue());  // more than a block of records
+    EXPECT_TRUE(K8Render_clear3D(render));
+    EXPECT_TRUE(queue());
+    EXPECT_EQ(render->context->head, firstRecord) << "the pools start over";
 }
 
 TEST_F(RenderContextTest, TheTextureLimitRefusesWhatExceedsIt) {
