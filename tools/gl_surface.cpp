@@ -17,15 +17,28 @@ namespace {
     throw std::runtime_error(text);
 }
 
-// The display is one and the same for all surfaces of the process, so none of them terminates it.
+template <typename Function>
+Function findFunction(const char* name) {
+    return reinterpret_cast<Function>(eglGetProcAddress(name));
+}
+
+// A display of a platform that is up and running, or none.
+EGLDisplay initialize(EGLenum platform, void* native) {
+    const auto getDisplay = findFunction<PFNEGLGETPLATFORMDISPLAYEXTPROC>("eglGetPlatformDisplayEXT");
+    EGLDisplay display = getDisplay ? getDisplay(platform, native, nullptr) : EGL_NO_DISPLAY;
+    return display != EGL_NO_DISPLAY && eglInitialize(display, nullptr, nullptr) ? display : EGL_NO_DISPLAY;
+}
+
+// Mesa draws without any device; other drivers want to be told which of theirs. The display is one and the same for all
+// surfaces of the process, so none of them terminates it.
 EGLDisplay openDisplay() {
-    const auto getPlatformDisplay =
-        reinterpret_cast<PFNEGLGETPLATFORMDISPLAYEXTPROC>(eglGetProcAddress("eglGetPlatformDisplayEXT"));
-    if (!getPlatformDisplay) failWith("EGL knows no platforms");
-    EGLDisplay display = getPlatformDisplay(EGL_PLATFORM_SURFACELESS_MESA, EGL_DEFAULT_DISPLAY, nullptr);
-    if (display == EGL_NO_DISPLAY) failWith("EGL has no surfaceless platform");
-    if (!eglInitialize(display, nullptr, nullptr)) failWith("the surfaceless platform cannot be initialised");
-    return display;
+    if (EGLDisplay display = initialize(EGL_PLATFORM_SURFACELESS_MESA, EGL_DEFAULT_DISPLAY)) return display;
+    EGLDeviceEXT device;
+    EGLint count = 0;
+    const auto queryDevices = findFunction<PFNEGLQUERYDEVICESEXTPROC>("eglQueryDevicesEXT");
+    if (queryDevices && queryDevices(1, &device, &count) && count > 0)
+        if (EGLDisplay display = initialize(EGL_PLATFORM_DEVICE_EXT, device)) return display;
+    failWith("EGL has neither a surfaceless platform nor a device");
 }
 
 EGLConfig chooseConfig(EGLDisplay display) {
