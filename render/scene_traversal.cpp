@@ -1,4 +1,6 @@
 // How Graphics3D renders a node: from a scene graph to a queue, and from the queue to draws.
+#include <algorithm>
+
 #include "render/graphics3d.h"
 #include "render/render_queue.h"
 #include "render/submesh_bounds.h"
@@ -241,11 +243,13 @@ static float alphaFromAncestors(const Node* node) {
 // The given transform takes the place of the node's own. A node inside a tree is marked, since its cached transform no
 // longer comes from its parent.
 static void enterRoot(const Graphics3D* graphics, Node* node, const qelTransform* transform) {
-    if (transform)
-        qelTransform_set_tr(&node->toWorld, transform);
-    else
-        qelTransform_setIdentity(&node->toWorld);
-    node->transformChanged = 1;
+    qelTransform identity;
+    qelTransform_setIdentity(&identity);
+    const qelTransform* given = transform ? transform : &identity;
+    if (!std::equal(std::begin(given->elements), std::end(given->elements), node->toWorld.elements)) {
+        qelTransform_set_tr(&node->toWorld, given);
+        node->transformChanged = 1;
+    }
     node->worldAlpha = alphaFromAncestors(node);
     node->originInView = originIsInView(graphics, &node->toWorld);
 }
@@ -281,6 +285,7 @@ Result qelGraphics3D_render(Graphics3D* graphics, Node* node, const qelTransform
     graphics->isRendering = 1;
     const Result result = renderEntered(graphics, node);
     graphics->isRendering = graphics->lightsAreChosen = 0;
-    node->transformChanged = node->parent != nullptr;
+    // After a failure not everything below has come up to date; within a tree the parent decides where the node stands.
+    node->transformChanged = result != QEL_STATUS_OK || node->parent;
     return result;
 }

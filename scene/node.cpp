@@ -190,6 +190,7 @@ World* qelNode_getRootWorld(Node* node) {
 void qelNode_computeToRoot(Node* node, qelTransform* out) {
     multiplyUpTo(node, topOf(node), out);
     qelTransform_set_tr(&node->toWorld, out);
+    node->transformChanged = 1;  // for the traversals, whose world may begin elsewhere
 }
 
 // --- Transforms within a skeleton ---
