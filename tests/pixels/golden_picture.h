@@ -11,7 +11,7 @@
 
 #include "tools/k8/picture.h"
 
-constexpr int kChannelTolerance = 8;  // of 255
+constexpr int kChannelTolerance = 8;     // of 255
 constexpr double kOutlierShare = 0.002;  // ten times what Mesa's other software renderer needs, half a penguin's hat
 
 // Wants the current OpenGL ES context to be the one that drew.
