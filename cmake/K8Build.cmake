@@ -46,7 +46,7 @@ function(k8_library_options target)
   target_include_directories(${target} PUBLIC "${PROJECT_SOURCE_DIR}" "${PROJECT_SOURCE_DIR}/include"
     PRIVATE "${GLESv1_INCLUDE_DIR}")
   set_target_properties(${target} PROPERTIES
-    LINKER_LANGUAGE CXX POSITION_INDEPENDENT_CODE ON CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
+    POSITION_INDEPENDENT_CODE ON CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
 endfunction()
 
 # Makes a shared or static library of the objects, with the public header as its only face.
