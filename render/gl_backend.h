@@ -34,6 +34,25 @@ struct SubmeshDraw {
     float alphaFactor;                   // 0..1
 };
 
+// What an immediate draw consists of: 16-bit arrays that are no objects; everything is borrowed for the call.
+enum class ImmediateKind : int32_t {
+    Points = 0,
+    Lines = 1,
+    Triangles = 2,
+    Sprites = 4
+};  // sprites: two triangles each
+struct ImmediateDraw {
+    ImmediateKind kind;
+    int32_t count;                                   // of points, lines or triangles
+    const int16_t* positions;                        // x, y, z
+    const int16_t* normals;                          // or null
+    const uint8_t* colors;                           // r, g, b, a; or null for the default colour
+    uint32_t defaultColor;                           // 0xAARRGGBB
+    Appearance* appearance;                          // its textures do not count
+    Texture2D* textures[kMaxTextureUnits];           // a unit is used when it has both texture and coordinates
+    const int16_t* textureCoords[kMaxTextureUnits];  // s, t
+};
+
 struct GLBackend;
 
 // Disables the eight lights and normalisation. Null when memory runs out.
@@ -65,6 +84,11 @@ void qelGLBackend_setTextureMemoryLimit(GLBackend* backend, uint32_t bytes);  //
 Result qelGLBackend_clear(GLBackend* backend, uint32_t flags, Background* background);
 // OUT_OF_MEMORY for textures and colour copies, ILLEGAL_STATE for indices beyond one of the arrays used.
 Result qelGLBackend_drawSubmesh(GLBackend* backend, const SubmeshDraw& draw);
+// Positions are in the coordinates that the camera's view takes. OUT_OF_MEMORY for textures.
+Result qelGLBackend_drawImmediate(GLBackend* backend, const ImmediateDraw& draw);
+// While set, directional lights shine from this direction, given towards the light in eye coordinates, and their
+// transforms do not count. Null: their transforms count.
+void qelGLBackend_setEyeSpaceLight(GLBackend* backend, const int32_t direction[3]);
 // A sprite without appearance is not drawn.
 Result qelGLBackend_drawSprite(GLBackend* backend, Sprite3D* sprite, const qelTransform* modelTransform,
                                float alphaFactor);
