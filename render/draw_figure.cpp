@@ -1,24 +1,14 @@
 #include "render/draw_figure.h"
 
 #include "animation/figure_pose.h"
-#include "frame/fixed_point.h"
 #include "render/draw_camera.h"
+#include "render/figure_parameters.h"
 #include "scene/compositing_mode.h"
 #include "scene/figure_mesh.h"
 #include "scene/fog.h"
-#include "scene/polygon_mode.h"
-#include "scene/texture2d.h"
 
 constexpr uint32_t kActionIndexBits = 0x7FFFFFFF;
 constexpr uint32_t kActionKeepsPattern = 0x80000000;  // draw the info's pattern, not the action's
-
-static Blending blendingOf(int16_t blendMode) {
-    switch (blendMode) {
-        case K8_BLEND_ALPHA: return Blending::Alpha;
-        case K8_BLEND_ADDITIVE: return Blending::AlphaAdd;
-        default: return Blending::Replace;
-    }
-}
 
 static void pose(FigureMesh* figure, const K8FigureInfo& info) {
     const bool keepsPattern = info.action & kActionKeepsPattern;
@@ -38,17 +28,10 @@ static void applyPolygonMode(PolygonMode* mode, bool perspectiveCorrection) {
     if (mode->culling != Culling::None) qelPolygonMode_setCulling(mode, int32_t(Culling::Back));
 }
 
-static void applyCompositing(CompositingMode* mode, Blending figureBlending) {
-    const bool writesDepth = figureBlending == Blending::Replace && mode->blending == Blending::Replace;
-    if (figureBlending != Blending::Replace) qelCompositingMode_setBlending(mode, int32_t(figureBlending));
-    qelCompositingMode_setDepthTestEnable(mode, true);
-    qelCompositingMode_setDepthWriteEnable(mode, writesDepth);
-}
-
 // Gives every visible appearance the figure's parameters. What each blended with is kept in the submesh's first
 // renderer word.
 static void applyToAppearances(FigureMesh* figure, const K8FigureInfo& info, Fog* fog) {
-    const Blending blending = blendingOf(info.blendMode);
+    const Blending blending = K8FigureParameters_blending(info.blendMode);
     for (int32_t i = 0; i < figure->submeshCount; ++i) {
         Appearance* appearance = figure->appearances[i];
         if (!appearance) continue;
@@ -57,7 +40,7 @@ static void applyToAppearances(FigureMesh* figure, const K8FigureInfo& info, Fog
         CompositingMode* mode = appearance->compositingMode;
         if (!mode) continue;
         figure->rendererWords[0][i] = uint32_t(mode->blending);
-        applyCompositing(mode, blending);
+        K8FigureParameters_applyCompositing(mode, blending);
     }
 }
 
@@ -72,44 +55,20 @@ static void restoreAppearances(FigureMesh* figure) {
 
 // --- Textures ---
 
-// The second map is laid over the figure with the coordinates of the first.
-static void ensureSecondCoordinates(VertexBuffer* buffer) {
-    if (!buffer->texCoords[1])
-        qelVertexBuffer_setTexCoords(buffer, 1, buffer->texCoords[0], buffer->texCoordScale[0],
-                                     buffer->texCoordBias[0]);
-}
-
-static void setTextureBlending(Texture2D* texture, TextureBlending blending) {
-    if (texture) qelTexture2D_setBlending(texture, int32_t(blending));
-}
-
-static bool hasSecondMap(const K8Texture* handle) {
-    return handle->info && handle->info->hasSecondMap == 1 && handle->info->secondMap;
-}
-
-static void applyTexture(FigureMesh* figure, int32_t slot, const K8Texture* handle) {
-    auto* texture = static_cast<Texture2D*>(handle->header.object);
-    const bool replaces = handle->info && handle->info->textureMode == 1;
-    setTextureBlending(texture, replaces ? TextureBlending::Replace : TextureBlending::Modulate);
-    D_Figure_setTexture(figure, slot, texture);
-}
-
-static void applySecondMap(FigureMesh* figure, int32_t slot, const K8Texture* handle) {
-    ensureSecondCoordinates(figure->vertexBuffer);
-    ensureSecondCoordinates(figure->skinnedBuffer);
-    auto* map = static_cast<Texture2D*>(handle->info->secondMap->header.object);
-    setTextureBlending(map, TextureBlending::Add);
-    D_Figure_setSecondTexture(figure, slot, map);
+static void applyTexture(FigureMesh* figure, int32_t slot, const K8Texture* handle, int32_t textureUnits) {
+    K8FigureParameters_applyTextureMode(handle);
+    D_Figure_setTexture(figure, slot, static_cast<Texture2D*>(handle->header.object));
+    Texture2D* secondMap = K8FigureParameters_secondMap(handle);
+    if (textureUnits < 2 || !secondMap) return;
+    K8FigureParameters_ensureSecondCoordinates(figure->vertexBuffer);
+    K8FigureParameters_ensureSecondCoordinates(figure->skinnedBuffer);
+    D_Figure_setSecondTexture(figure, slot, secondMap);
 }
 
 // The slots are empty before: every drawing empties those that it fills.
 static void applyTextures(FigureMesh* figure, const K8FigureInfo& info, int32_t textureUnits) {
-    for (int32_t slot = 0; slot < info.loadedTextureCount; ++slot) {
-        const K8Texture* handle = info.loadedTextures[slot];
-        if (!handle) continue;
-        applyTexture(figure, slot, handle);
-        if (textureUnits > 1 && hasSecondMap(handle)) applySecondMap(figure, slot, handle);
-    }
+    for (int32_t slot = 0; slot < info.loadedTextureCount; ++slot)
+        if (const K8Texture* handle = info.loadedTextures[slot]) applyTexture(figure, slot, handle, textureUnits);
 }
 
 static void clearTextures(FigureMesh* figure, const K8FigureInfo& info, int32_t textureUnits) {
@@ -117,23 +76,17 @@ static void clearTextures(FigureMesh* figure, const K8FigureInfo& info, int32_t 
         const K8Texture* handle = info.loadedTextures[slot];
         if (!handle) continue;
         D_Figure_setTexture(figure, slot, nullptr);
-        if (textureUnits > 1 && hasSecondMap(handle)) D_Figure_setSecondTexture(figure, slot, nullptr);
+        if (textureUnits > 1 && K8FigureParameters_secondMap(handle)) D_Figure_setSecondTexture(figure, slot, nullptr);
     }
 }
 
 // --- Drawing ---
 
-// Opacity in percent of a little more than a hundred: a figure at 100 blends with 0.997.
-static float alphaFactorOf(int32_t transparency) {
-    const float alpha = f2j(transparency) / 100.3f;
-    return alpha < 0.0f ? 0.0f : alpha > 1.0f ? 1.0f : alpha;
-}
-
 static bool renderMesh(K8Render* handle, const DrawItem* item, FigureMesh* figure, int32_t transparency) {
     constexpr float kFigureUnit = 1.0f / 64.0f;  // figure vertices are in 1/64 of a unit
     qelTransform matrix = K8DrawList_sceneMatrix(item->transform, kFigureUnit);
     K8DrawList_setCamera(handle, item->params);
-    qelNode_setAlphaFactor(figure, alphaFactorOf(transparency));
+    qelNode_setAlphaFactor(figure, K8FigureParameters_alphaFactor(transparency));
     return qelGraphics3D_render(K8Render_graphics(handle), figure, &matrix) == QEL_STATUS_OK;
 }
 
