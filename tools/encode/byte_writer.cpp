@@ -71,6 +71,13 @@ void ByteWriter::putFill(size_t byteCount, uint8_t value) {
     bitCount_ = file_.bytes.size() * 8;
 }
 
+void ByteWriter::putFile(std::string_view prefix, const EncodedFile& file) {
+    alignToByte();
+    for (const Field& field : file.fields)
+        file_.fields.push_back({std::string(prefix) + field.name, bitCount_ + field.firstBit, field.bitCount});
+    putBytes(file.bytes);
+}
+
 std::string indexed(std::string_view list, size_t index) {
     return std::string(list) + "[" + std::to_string(index) + "]";
 }

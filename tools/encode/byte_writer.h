@@ -52,6 +52,9 @@ public:
     void putText(std::string_view text);
     void putFill(size_t byteCount, uint8_t value);
 
+    // A whole file, whose fields keep their names behind the prefix. Starts at the next byte boundary.
+    void putFile(std::string_view prefix, const EncodedFile& file);
+
     void alignToByte() { bitCount_ = (bitCount_ + 7) / 8 * 8; }  // ends a bit-packed section, its last bits stay 0
     size_t byteCount() const { return file_.bytes.size(); }
     EncodedFile take() { return std::move(file_); }  // the writer is done with

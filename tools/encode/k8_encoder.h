@@ -11,8 +11,6 @@
 
 namespace encode {
 
-// Numbers are plain; encodeK8 turns them into the file's fixed point or floats.
-
 // Objects of a package. Those that stand for files of their own hold the encoded file.
 struct K8FigureRecord {
     EncodedFile model{};               // encodeMb
@@ -42,7 +40,8 @@ struct K8PrimitiveRecord {
     uint32_t type = 0;    // 1 points, 2 lines, 3 triangles, 4 quadrilaterals, 5 sprites; or that << 24
     uint32_t params = 0;  // mode bits as in k8.h
     uint16_t count = 0;   // of primitives
-    // Positions, normals, colours, texture coordinates, sprite parameters, as the file holds them: 20.12, colours 0xRRGGBB.
+    // Positions, normals, colours, texture coordinates, sprite parameters, as the file holds them: 20.12, colours
+    // 0xRRGGBB. How many a primitive needs is for the writer of the description to know.
     std::array<std::vector<int32_t>, 5> values{};
 };
 using K8Record = std::variant<K8PrimitiveRecord, K8LightRecord, K8FogRecord, K8TextureRecord, K8FigureRecord,
@@ -66,7 +65,8 @@ struct K8Package {
     bool allowInvalid = false;  // writes what readers refuse: for tests of readers
 };
 
-// Writes a package. Throws std::invalid_argument with a text that names the record for what a reader would refuse.
+// Writes a package. Throws std::invalid_argument with a text that names the record for what a reader would refuse, except
+// inside the files that records hold.
 //
 // Fields of the result (i object, g group, c child, e matrix element, k value):
 //   magic version objectSizeLimit objectCount groupCount
