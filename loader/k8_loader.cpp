@@ -1,21 +1,23 @@
 // The one loading function of the K8 interface: tells formats apart by their first two bytes.
 #include "frame/error_status.h"
 #include "loader/k8_content.h"
+#include "loader/k8_package.h"
 
 static K8Handle* headerOf(K8ActionTable* handle) { return handle ? &handle->header : nullptr; }
 static K8Handle* headerOf(K8Figure* handle) { return handle ? &handle->header : nullptr; }
 static K8Handle* headerOf(K8Texture* handle) { return handle ? &handle->header : nullptr; }
 
-using Load = K8Handle* (*)(LoaderStream* stream, K8Allocator* allocator);
+using Load = K8Handle* (*)(MemoryStream* stream, K8Allocator* allocator);
 
 struct Format {
     char magic[3];
     Load load;
 };
 constexpr Format kFormats[] = {
-    {"MT", [](LoaderStream* s, K8Allocator* a) { return headerOf(K8Content_loadActionTable(s, a)); }},
-    {"MB", [](LoaderStream* s, K8Allocator* a) { return headerOf(K8Content_loadFigure(s, a)); }},
-    {"BM", [](LoaderStream* s, K8Allocator* a) { return headerOf(K8Content_loadTexture(s, a)); }},
+    {"MT", [](MemoryStream* s, K8Allocator* a) { return headerOf(K8Content_loadActionTable(s, a)); }},
+    {"MB", [](MemoryStream* s, K8Allocator* a) { return headerOf(K8Content_loadFigure(s, a)); }},
+    {"BM", [](MemoryStream* s, K8Allocator* a) { return headerOf(K8Content_loadTexture(s, a)); }},
+    {"K8", K8Package_load},
 };
 
 static Load findLoad(LoaderStream* stream) {

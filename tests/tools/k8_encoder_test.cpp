@@ -86,12 +86,6 @@ TEST(K8Encoder, RefusesWhatAReaderWould) {
         {"a placed object", place(2, {.index = 3, .transform = std::array<float, 16>{}})},
         {"its own child", place(2, {.isGroup = true, .index = 2})},
         {"its own ancestor", place(2, {.isGroup = true, .index = 0})},
-        {"a million places and more",
-         [](K8Package& p) {
-             p.groups.resize(2 + 21);
-             for (uint16_t g = 2; g + 1u < p.groups.size(); ++g)
-                 p.groups[g].children.resize(2, {.isGroup = true, .index = uint16_t(g + 1)});
-         }},
         {"a figure with a light as texture", add(K8FigureRecord{.textures = {3}})},
         {"a figure with 17 textures", add(K8FigureRecord{.textures = std::vector<uint16_t>(17)})},
         {"a figure with a texture as table", add(K8FigureRecord{.actionTable = 1})},

@@ -6,8 +6,7 @@
 
 namespace encode {
 
-static constexpr size_t kCountLimit = 1024;               // of objects, of groups, of children of a group
-static constexpr uint64_t kPlacementLimit = 1024 * 1024;  // what groups come to that place others more than once
+static constexpr size_t kCountLimit = 1024;  // of objects, of groups, of children of a group
 static constexpr size_t kTextureLimit = 16;
 static constexpr uint32_t kSizeLimit = 0x80000;
 static constexpr uint32_t kFirstType = 0xFA;
@@ -62,38 +61,38 @@ static void checkRecord(const K8Package& package, const std::string& name, const
               name + ": " + indexed("texture", k) + " names no texture");
 }
 
-// How many places there are below a group, with each shared group counted everywhere it stands.
-static uint64_t countPlacements(const K8Package& package, size_t g, std::vector<std::optional<uint64_t>>& counts,
-                                size_t depth) {
-    if (counts[g]) return *counts[g];
-    check(depth <= package.groups.size(), indexed("group", g) + " is its own ancestor");
-    uint64_t count = 0;
+static void checkChildren(const K8Package& package, const std::string& name, const std::vector<K8Child>& children) {
+    check(children.size() <= kCountLimit, name + " has more than 1024 children");
+    for (const K8Child& child : children) {
+        const size_t count = child.isGroup ? package.groups.size() : package.objects.size();
+        check(child.index < count, name + " has a child that does not exist");
+        check(child.isGroup || !child.transform, name + ": an object has no transform of its own");
+    }
+}
+
+enum class Visit : uint8_t { None, Open, Done };
+
+static void checkAncestors(const K8Package& package, size_t g, std::vector<Visit>& visits) {
+    check(visits[g] != Visit::Open, indexed("group", g) + " is its own ancestor");
+    if (visits[g] == Visit::Done) return;
+    visits[g] = Visit::Open;
     for (const K8Child& child : package.groups[g].children)
-        count += 1 + (child.isGroup ? countPlacements(package, child.index, counts, depth + 1) : 0);
-    check(count <= kPlacementLimit, indexed("group", g) + " places too much");
-    counts[g] = count;
-    return count;
+        if (child.isGroup) checkAncestors(package, child.index, visits);
+    visits[g] = Visit::Done;
 }
 
 static void checkGroups(const K8Package& package) {
-    for (size_t g = 0; g < package.groups.size(); ++g) {
-        const std::string name = indexed("group", g);
-        check(package.groups[g].children.size() <= kCountLimit, name + " has more than 1024 children");
-        for (const K8Child& child : package.groups[g].children) {
-            const size_t count = child.isGroup ? package.groups.size() : package.objects.size();
-            check(child.index < count, name + " has a child that does not exist");
-            check(child.isGroup || !child.transform, name + ": an object has no transform of its own");
-        }
-    }
-    std::vector<std::optional<uint64_t>> counts(package.groups.size());
-    for (size_t g = 0; g < package.groups.size(); ++g) countPlacements(package, g, counts, 1);
+    const size_t count = package.groups.size();
+    check(count <= kCountLimit, "there are more than 1024 groups");
+    for (size_t g = 0; g < count; ++g) checkChildren(package, indexed("group", g), package.groups[g].children);
+    std::vector<Visit> visits(count);
+    for (size_t g = 0; g < count; ++g) checkAncestors(package, g, visits);
 }
 
 static void checkPackage(const K8Package& package) {
     check(package.version == 0, "packages of objects have version 0");
     check(package.objectSizeLimit <= kSizeLimit, "the object size limit is above 0x80000");
     check(package.objects.size() <= kCountLimit, "there are more than 1024 objects");
-    check(package.groups.size() <= kCountLimit, "there are more than 1024 groups");
     check(!package.objects.empty() || !package.groups.empty(), "there is nothing in the package");
     checkGroups(package);
     for (size_t i = 0; i < package.objects.size(); ++i)

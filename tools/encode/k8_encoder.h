@@ -65,8 +65,8 @@ struct K8Package {
     bool allowInvalid = false;  // writes what readers refuse: for tests of readers
 };
 
-// Writes a package. Throws std::invalid_argument with a text that names the record for what a reader would refuse, except
-// inside the files that records hold.
+// Writes a package. Throws std::invalid_argument with a text that names the record for what a reader would refuse. The
+// files that records hold are not looked into.
 //
 // Fields of the result (i object, g group, c child, e matrix element, k value):
 //   magic version objectSizeLimit objectCount groupCount
