@@ -1,3 +1,5 @@
+#include "frame/primitive_handle.h"
+
 #include "frame/allocator.h"
 #include "frame/error_status.h"
 #include "frame/handle.h"
@@ -6,7 +8,6 @@ constexpr uint32_t kNormalBits = 0x300;
 constexpr uint32_t kColorBits = 0xC00;
 constexpr uint32_t kTextureBits = 0x3000;
 constexpr uint32_t kSpriteBits = kTextureBits | K8_PRIM_ALPHA_TEST | 0x3;  // all that a sprite may have
-constexpr int kValueArrays = 5;
 
 K8Primitive* K8Primitive_create(K8Primitive* memory, K8Allocator* allocator) {
     return static_cast<K8Primitive*>(K8Handle_create(memory, allocator, sizeof(K8Primitive), K8_CLASS_PRIMITIVE));
@@ -56,8 +57,7 @@ void K8Primitive_clearLoadedInfo(K8Primitive* handle) {
     if (handle && handle->info) clearRecord(handle, nullptr);
 }
 
-// A type may come as it is or in the top byte.
-static uint32_t plainType(uint32_t type) { return (type & 0xFFFFFFu) == 0 ? type >> 24 : type; }
+uint32_t K8Primitive_plainType(uint32_t type) { return (type & 0xFFFFFF) == 0 ? type >> 24 : type; }
 
 static int32_t rejectionCode(uint32_t type, uint32_t params) {
     const uint32_t texture = params & kTextureBits;
@@ -85,15 +85,15 @@ static int32_t rejectionCode(uint32_t type, uint32_t params) {
 }
 
 int32_t K8Primitive_checkValues(uint32_t type, uint32_t params) {
-    const int32_t code = rejectionCode(plainType(type), params);
+    const int32_t code = rejectionCode(K8Primitive_plainType(type), params);
     if (code) K8ErrStorage_fail();
     return code;
 }
 
 int32_t K8Primitive_getLength(uint32_t type, uint32_t params, int32_t kind) {
-    type = plainType(type);
+    type = K8Primitive_plainType(type);
     if (K8Primitive_checkValues(type, params)) return 0;
-    if (kind < 0 || kind >= kValueArrays) {
+    if (kind < 0 || kind >= kPrimitiveArrayCount) {
         K8ErrStorage_fail();
         return 0;
     }
@@ -112,4 +112,35 @@ int32_t K8Primitive_getLength(uint32_t type, uint32_t params, int32_t kind) {
             if (type != K8_PRIM_SPRITES) return 0;
             return (params & kTextureBits) == K8_PRIM_SPRITE_PER_PRIMITIVE ? 8 : -8;
     }
+}
+
+// --- Reading ---
+
+// How long array `kind` is for so many primitives.
+static uint64_t lengthOf(const PrimitiveValues& values, int32_t kind, uint32_t count) {
+    const int32_t length = K8Primitive_getLength(values.type, values.params, kind);
+    return length < 0 ? uint64_t(-length) : uint64_t(length) * count;
+}
+
+bool K8Primitive_readValues(const K8PrimitiveInfo& info, PrimitiveValues* out) {
+    *out = {K8Primitive_plainType(info.type), info.params, 0, {}};
+    if (K8Primitive_checkValues(out->type, out->params)) return false;
+    out->count = info.counts[K8_PRIM_POSITIONS] / uint32_t(lengthOf(*out, K8_PRIM_POSITIONS, 1));
+    for (int32_t kind = 0; kind < kPrimitiveArrayCount && out->count > 0; ++kind) {
+        const uint64_t length = lengthOf(*out, kind, out->count);
+        if (length == 0) continue;
+        if (length > info.counts[kind] || !info.values[kind]) return false;
+        out->arrays[size_t(kind)] = {info.values[kind], size_t(length)};
+    }
+    return true;
+}
+
+PrimitiveValues K8Primitive_partOf(const PrimitiveValues& all, uint32_t first, uint32_t count) {
+    PrimitiveValues part = {all.type, all.params, count, {}};
+    for (int32_t kind = 0; kind < kPrimitiveArrayCount; ++kind) {
+        const auto each = K8Primitive_getLength(all.type, all.params, kind);
+        const std::span<const int32_t> array = all.arrays[size_t(kind)];
+        part.arrays[size_t(kind)] = each < 0 ? array : array.subspan(size_t(each) * first, size_t(each) * count);
+    }
+    return part;
 }

@@ -1,5 +1,5 @@
-// Draws a queued primitive: triangles and quadrilaterals as a mesh made for the draw, points, lines and sprites as commands
-// for the render state, which draws them when it is flushed.
+// Draws a queued primitive: triangles and quadrilaterals as a mesh made for the draw, points, lines and sprites as
+// commands for the render state, which draws them when it is flushed.
 #pragma once
 
 #include "render/draw_list.h"
