@@ -443,41 +443,71 @@ K8_API void K8Fog_setColor(K8Fog *handle, uint32_t color);                      
 
 /* ---- Primitives: geometry that the host gives -------------------------------------------------------------------- */
 
+/* A primitive is a set of points, lines, sprites (rectangles that face the viewer), triangles or quadrilaterals.
+ *   triangles, quadrilaterals   Meshes, drawn in turn with figures and seen from both sides. The corners of a
+ *                               quadrilateral go round. Without colours or texture white; lit, in those colours,
+ *                               when normals are given. A texture modulates or replaces as its info says; without a
+ *                               texture, texture coordinates change nothing
+ *   points, lines               Always coloured, never lit
+ *   sprites                     White or textured, never lit. A texture that sprites show is neither repeated nor
+ *                               filtered from then on
+ * Points, lines and sprites come after everything else of the flush, with a depth buffer of their own: nothing but
+ * each other hides them. */
+
 /* Primitive types; also accepted as type << 24. */
 enum { K8_PRIM_POINTS = 1, K8_PRIM_LINES = 2, K8_PRIM_TRIANGLES = 3, K8_PRIM_QUADS = 4, K8_PRIM_SPRITES = 5 };
 
-/* Mode bits of a primitive: what its value arrays hold. */
+/* Mode bits of a primitive: what its value arrays hold. At most one of each group; a group may go without, except for
+ * the colours of points and lines and the records of sprites. */
 enum {
+    /* triangles and quadrilaterals */
     K8_PRIM_NORMAL_PER_PRIMITIVE = 0x200,
     K8_PRIM_NORMAL_PER_VERTEX = 0x300,
-    K8_PRIM_COLOR_PER_SET = 0x400,
+    /* all but sprites; not together with texture coordinates */
+    K8_PRIM_COLOR_PER_SET = 0x400, /* one for all */
     K8_PRIM_COLOR_PER_PRIMITIVE = 0x800,
-    K8_PRIM_SPRITE_PER_SET = 0x1000,       /* sprites: one record of parameters for all */
-    K8_PRIM_SPRITE_PER_PRIMITIVE = 0x3000, /* sprites: one record each */
-    K8_PRIM_TEXTURE_PER_VERTEX = 0x3000,   /* triangles and quadrilaterals */
-    K8_PRIM_ALPHA_TEST = 0x10              /* leave out texels of alpha 0 */
+    /* sprites */
+    K8_PRIM_SPRITE_PER_SET = 0x1000, /* one record for all */
+    K8_PRIM_SPRITE_PER_PRIMITIVE = 0x3000,
+    /* triangles and quadrilaterals */
+    K8_PRIM_TEXTURE_PER_VERTEX = 0x3000,
+    /* triangles, quadrilaterals, sprites */
+    K8_PRIM_ALPHA_TEST = 0x10 /* leave out texels of alpha 0 */
 };
 
-/* Kinds of value arrays. */
+/* Kinds of value arrays.
+ * Triangles and quadrilaterals stand where their F numbers say: to 1/4096 in a set that is less than 16 units across,
+ * to 2/4096 in one of less than 32 units, and so on; texture coordinates likewise.
+ * Points, lines and sprites count in whole units and texels, -32768 to 32767. F numbers are rounded down to them, and
+ * sprites stand on whole units before the viewer, too. */
 enum {
-    K8_PRIM_POSITIONS = 0,      /* x, y, z per vertex, F numbers */
-    K8_PRIM_NORMALS = 1,        /* x, y, z, F numbers */
+    K8_PRIM_POSITIONS = 0,      /* x, y, z per vertex, F numbers; of a sprite its centre */
+    K8_PRIM_NORMALS = 1,        /* x, y, z, F numbers of any length */
     K8_PRIM_COLORS = 2,         /* 0xRRGGBB */
     K8_PRIM_TEXTURE_COORDS = 3, /* s, t per vertex in texels, F numbers */
-    K8_PRIM_SPRITE_PARAMS = 4   /* width, height, angle (1/4096 turn), s0, t0, s1, t1, flags */
+    K8_PRIM_SPRITE_PARAMS = 4   /* records of 8: width, height (F), rotation (1/4096 turn), s0, t0, s1, t1 (F texels,
+                                 * the top left and the bottom right corner), K8_SPRITE_... flags */
+};
+
+/* Flags of a sprite record. Without any, the size is in the units of positions. */
+enum {
+    K8_SPRITE_IN_PIXELS = 1,   /* in pixels; under a perspective projection those of a sprite at nearDistance */
+    K8_SPRITE_AT_OWN_DEPTH = 2 /* with the other, under a perspective projection: at any distance */
 };
 
 typedef struct K8PrimitiveInfo {
     uint8_t perspectiveCorrection; /* 1: ask for perspective-correct texturing */
-    int16_t blendMode;             /* K8_BLEND_... */
-    int32_t size;                  /* sprite size, F number */
+    int16_t blendMode;             /* K8_BLEND_...; K8_BLEND_ALPHA is half transparent */
+    int32_t size;                  /* opacity of points, lines and sprites that blend, F number: at 0 they are hidden,
+                                    * with K8_BLEND_ADDITIVE up to 50.0. It makes nothing larger or smaller */
     uint8_t reserved;              /* carried, not read */
     K8Texture *texture;            /* not owned; may be null */
     uint32_t type;                 /* K8_PRIM_... */
     uint32_t params;               /* mode bits */
-    uint32_t primitiveCount;
-    uint32_t counts[5]; /* values in each array */
-    int32_t *values[5]; /* owned arrays, through the handle's allocator */
+    uint32_t primitiveCount;       /* drawing goes by the number of positions */
+    uint32_t counts[5];            /* values in each array: whole primitives, all arrays for as many as there are
+                                    * positions of. Drawing a primitive with shorter arrays fails */
+    int32_t *values[5];            /* owned arrays, through the handle's allocator */
 } K8PrimitiveInfo;
 
 typedef struct K8Primitive {
@@ -541,7 +571,8 @@ typedef struct K8RenderParams {
     uint16_t screenHeight;
     int32_t nearDistance; /* F numbers, along the view, not equal; perspective projections only */
     int32_t farDistance;
-    int32_t verticalAngle;         /* F number, degrees in (0, 180); K8_PROJECTION_PERSPECTIVE_ANGLE only */
+    int32_t verticalAngle;         /* F number, degrees in (0, 180); K8_PROJECTION_PERSPECTIVE_ANGLE only. For points,
+                                    * lines and sprites the opening over the width of the surface */
     K8Transform *viewingTransform; /* world to view, for example from K8Transform_lookAt; null: identity */
     uint16_t lightCount;           /* only the first K8Render_getMaxLights() count */
     K8Light **lights;              /* each with loaded info */
