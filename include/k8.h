@@ -366,10 +366,11 @@ typedef struct K8GroupInfo {
     K8Transform *transform;    /* applied to the children; may be null. Owned on groups that the loader made, else the
                                 * host's */
     uint16_t childHandleCount; /* entries of `childHandles` */
-    K8Handle **childHandles;   /* owned array, through the handle's allocator; the children in it are not owned */
+    K8Handle **childHandles;   /* owned array, through the handle's allocator; the children in it are not owned. The
+                                * same group may be a child several times */
     K8Handle **childData;      /* owned array that the loader attaches to the root of what it made: every other
-                                * handle of the load, null-terminated. To dispose of a loaded tree, destroy each
-                                * of them and then the root */
+                                * handle of the load, null-terminated; null on the other groups. To dispose of a
+                                * loaded tree, destroy each of them and then the root */
     uint8_t flag;              /* 1 on groups that the loader made, until a host exchanges the transform */
 } K8GroupInfo;
 
@@ -392,10 +393,10 @@ K8_API void K8Group_clearLoadedInfo(K8Group *handle);
 
 enum { K8_LIGHT_AMBIENT = 128, K8_LIGHT_DIRECTIONAL = 129, K8_LIGHT_OMNI = 130, K8_LIGHT_SPOT = 131 };
 
-/* Where a light stands and which way it shines. F numbers, in the frame of the viewing transform's input but with
- * OpenGL's view axes after it: y up and z towards the viewer, not turned like the drawn objects are. A light that
- * shines along the view, away from the viewer, has the direction (0, 0, -4096). A zero direction counts as that
- * default. */
+/* Where a light stands and which way it shines. F numbers, in the frame that the light's transforms start from: those
+ * of the parameter block, or of the groups that it is in. After them the axes are OpenGL's: y up and z towards the
+ * viewer, not turned like the drawn objects are. A light that shines along the view, away from the viewer, has the
+ * direction (0, 0, -4096). A zero direction counts as that default. */
 typedef struct K8LightInfo {
     int32_t position[3];
     int32_t direction[3];
@@ -547,6 +548,17 @@ K8_API int32_t K8Primitive_getLength(uint32_t type, uint32_t params, int32_t kin
  *   "BM" BMP image        a K8Texture with loaded info of zeros. 8-bit palette or 24-bit, uncompressed, at most 256 x
  *                         256. An image whose sides are not both powers of two is padded with zeros to a square that
  *                         is; palette index 0 becomes transparent
+ *   "K8" package          several objects, figures with their textures and action table, lights, fogs and primitives,
+ *                         and groups over them. The first group, or without groups the first object
+ * Everything a package holds belongs to the host, who disposes of it handle by handle:
+ *   a group               destroy every handle in its info's `childData`, then the group. The list is complete: groups
+ *                         and objects that are not below the root are in it as well
+ *   a figure              destroy the textures in `loadedTextures`, each once, where a place may be empty and a texture
+ *                         may have several, then `loadedAction`, if there is one, and the figure. Objects that a first
+ *                         object does not use are not kept
+ *   anything else         destroy the handle
+ * Figures of a package are opaque and unposed like single ones; K8Figure_getLoadedTextures and
+ * K8Figure_getLoadedAction give what belongs to them. Groups that contain each other in a circle are not accepted.
  * size        bytes of data
  * data        borrowed; nothing refers to it afterwards
  * allocator   for the handle and its records
@@ -611,22 +623,41 @@ K8_API bool K8Render_bind(K8Render *handle, void *target, int32_t width, int32_t
 
 /* Queues an object for the next flush. Everything needed is copied: the host may change or destroy its handles
  * afterwards.
- * object      a figure with loaded info
+ * object      a figure, a primitive or a group
  * transform   object to world; null: identity. Figure vertices are in 1/64 of a unit
- * Fails with false, queueing nothing, for null arguments (but transform), for a light without loaded info and for a
- * handle of another class; also when memory runs out. May be called while unbound. */
+ * A group is walked depth first. Each of its figures and primitives becomes an item of the list, placed by the
+ * transforms above it; a group that several groups contain is drawn in each. Null children and handles of other
+ * families are passed over, but
+ *   lights   light the whole call, next to those of the block. The viewing transform, `transform` and the transforms of
+ *            the groups above them place them. Of more lights than K8Render_getMaxLights() the deepest in the tree are
+ *            left out, those of the block never. A light without loaded info is passed over
+ *   fog      is the fog of the whole call, before that of the block. Of several the nearest to the root counts, and the
+ *            first of those
+ * The whole group is queued or nothing of it.
+ * Fails with false, queueing nothing, for null arguments (but transform), for a light of the block without loaded info,
+ * for a handle of another class, and for a tree of more than 65535 groups or 1048576 children, each counted as often as
+ * it is met. Fails with K8_ERR_OUT_OF_MEMORY also when the list would hold more than 2048 items and when groups are
+ * nested more than 2048 deep, as one that contains itself is. May be called while unbound. */
 K8_API bool K8Render_render3D(K8Render *handle, const K8RenderParams *params, K8Handle *object,
                               const K8Transform *transform);
 
-/* Draws what is queued into the intersection of the bind rectangle and (x, y, w, h), in queue order after clearing
- * the depth buffer, and empties the list. Colours are not cleared: the host does that. An intersection without
- * pixels draws nothing and succeeds.
+/* Draws what is queued into the intersection of the bind rectangle and (x, y, w, h), and empties the list. Clears the
+ * depth buffer and draws figures, triangles and quadrilaterals in queue order. Points, lines and sprites follow: for
+ * each call that queued some, the depth buffer is cleared again, then the opaque ones are drawn, then the blended ones.
+ * So they cover everything else, and can be hidden only by those of the same call. Colours are not cleared: the host
+ * does that. An intersection without pixels draws nothing and succeeds.
  * Fails with false for a null handle, w or h 0, an unbound context with a filled list, and when something cannot be
  * drawn; the list is empty afterwards in every case but a null handle.
  * The OpenGL ES state that the draws need is set anew by every flush and left as the last one needed it, client arrays
  * included: a host that draws on its own sets its own. State that the library never touches (buffer objects, stencil,
  * clip planes and the like) is expected at its OpenGL ES defaults. */
 K8_API bool K8Render_flush(K8Render *handle, int32_t x, int32_t y, int32_t w, int32_t h);
+
+/* Whether anything queued blends with what is behind it: a figure that blends as a whole or has polygons that do, in
+ * whichever pattern; triangles, quadrilaterals and sprites that are drawn with a blend mode. Points and lines count as
+ * opaque.
+ * out   receives 0; 1, with the answer true, for a null handle. May be null */
+K8_API bool K8Render_CheckAlphaBlend(K8Render *handle, uint32_t *out);
 
 /* Empties the list without drawing. Fails with false for a null or unbound handle. */
 K8_API bool K8Render_clear3D(K8Render *handle);

@@ -5,7 +5,6 @@
 #include "render/figure_parameters.h"
 #include "scene/compositing_mode.h"
 #include "scene/figure_mesh.h"
-#include "scene/fog.h"
 
 constexpr uint32_t kActionIndexBits = 0x7FFFFFFF;
 constexpr uint32_t kActionKeepsPattern = 0x80000000;  // draw the info's pattern, not the action's
@@ -96,11 +95,10 @@ bool K8DrawList_drawFigure(K8Render* handle, const DrawItem* item) {
     if (!object || object->classId != ClassId::FigureMesh || !queued->info) return false;
     auto* figure = static_cast<FigureMesh*>(object);
     if (!figure->vertexBuffer) return true;  // nothing was ever loaded into it
-    const K8Handle* fog = item->fog ? item->fog : reinterpret_cast<const K8Handle*>(item->params.fog);
     const int32_t textureUnits = handle->context->textureUnits;
 
     pose(figure, *queued->info);
-    applyToAppearances(figure, *queued->info, fog ? static_cast<Fog*>(fog->object) : nullptr);
+    applyToAppearances(figure, *queued->info, item->fog);
     applyTextures(figure, *queued->info, textureUnits);
     const bool drawn = renderMesh(handle, item, figure, queued->info->transparency);
     clearTextures(figure, *queued->info, textureUnits);

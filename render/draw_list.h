@@ -2,16 +2,17 @@
 #pragma once
 
 #include "render/render_context.h"
+#include "scene/fog.h"
 
 struct DrawItem {
-    K8RenderParams params;  // without its pointers, but for the copied fog: what they said is in the members below
-    K8Handle* object;       // a copy of the queued handle with its loaded info
-    K8Transform transform;  // viewing transform x object transform
-    uint32_t sortKey;       // the queued-call count at the time of the call
-    int32_t lightCount;     // entries of the two arrays; 0 unless lightsChanged
-    Light** lights;         // duplicates, one reference each; array of the handle's allocator
+    K8RenderParams params;         // without its pointers: what they said is in the members below
+    K8Handle* object;              // a copy of the queued handle with its loaded info
+    K8Transform transform;         // viewing transform x object transform
+    uint32_t sortKey;              // the queued-call count at the time of the call
+    int32_t lightCount;            // entries of the two arrays; 0 unless lightsChanged
+    Light** lights;                // duplicates, one reference each; array of the handle's allocator
     K8Transform* lightTransforms;  // array of the handle's allocator
-    K8Handle* fog;                 // fog found in the object's tree, or null
+    Fog* fog;                      // one reference: a duplicate of the tree's fog, else of the block's; or null
     DrawItem* next;
     uint8_t lightsChanged;  // the lights differ from those of the item before
 };

@@ -1,7 +1,9 @@
-// K8Render_flush: draws the queued items.
+// K8Render_flush: draws the queued items in two passes. What is a mesh is drawn at once; points, lines and sprites go
+// through the render state afterwards, over a depth buffer that is cleared for every call that queued some.
 #include "frame/error_status.h"
 #include "render/draw_figure.h"
 #include "render/draw_list.h"
+#include "render/draw_primitive.h"
 
 // The part of the bind rectangle that a flush may draw to; width or height is not positive when there is none.
 static PixelRect visibleArea(const PixelRect& bind, const PixelRect& flush) {
@@ -26,6 +28,8 @@ static bool bindTarget(K8Render* handle, const PixelRect& area) {
     return true;
 }
 
+// --- Meshes ---
+
 static bool setLights(Graphics3D* graphics, const DrawItem* item) {
     qelGraphics3D_resetLights(graphics);
     for (int32_t i = 0; i < item->lightCount; ++i) {
@@ -37,22 +41,53 @@ static bool setLights(Graphics3D* graphics, const DrawItem* item) {
     return true;
 }
 
-static bool drawItems(K8Render* handle) {
+static bool drawItem(K8Render* handle, const DrawItem* item) {
+    switch (item->object->classId) {
+        case K8_CLASS_FIGURE: return K8DrawList_drawFigure(handle, item);
+        case K8_CLASS_PRIMITIVE: return K8DrawList_drawFaces(handle, item);
+        default: return false;
+    }
+}
+
+static bool drawItems(K8Render* handle, bool* hasDeferred) {
     for (const DrawItem* item = handle->context->head; item; item = item->next) {
         if (item->lightsChanged && !setLights(K8Render_graphics(handle), item)) return false;
-        if (!K8DrawList_drawFigure(handle, item)) return false;
+        if (K8DrawList_isDeferred(item))
+            *hasDeferred = true;
+        else if (!drawItem(handle, item))
+            return false;
     }
     return true;
 }
 
-// Draws into the visible area. The lights are the items' own duplicates and leave with them, so that no later flush is
-// lit by them.
-static bool drawVisible(K8Render* handle, const PixelRect& area) {
+// The lights are the items' own duplicates and leave with them, so that no later flush is lit by them.
+static bool drawMeshes(K8Render* handle, const PixelRect& area, bool* hasDeferred) {
     if (!bindTarget(handle, area)) return false;
-    const bool drawn = drawItems(handle);
+    const bool drawn = drawItems(handle, hasDeferred);
     qelGraphics3D_releaseTarget(K8Render_graphics(handle));
     qelGraphics3D_resetLights(K8Render_graphics(handle));
     return drawn;
+}
+
+// --- Points, lines and sprites ---
+
+static bool drawDeferred(K8Render* handle, const PixelRect& area) {
+    RenderState* state = &handle->context->renderState;
+    K8Render_setClip(handle->context, area);
+    const DrawItem* previous = nullptr;
+    for (const DrawItem* item = handle->context->head; item; item = item->next) {
+        if (!K8DrawList_isDeferred(item)) continue;
+        if (previous && previous->sortKey != item->sortKey && !K8RenderState_flush(state)) return false;
+        if (!K8DrawList_queueCommands(handle, item)) return false;
+        previous = item;
+    }
+    return K8RenderState_flush(state);
+}
+
+static bool drawList(K8Render* handle, const PixelRect& area) {
+    if (area.width == 0 || area.height == 0) return true;
+    bool hasDeferred = false;
+    return drawMeshes(handle, area, &hasDeferred) && (!hasDeferred || drawDeferred(handle, area));
 }
 
 bool K8Render_flush(K8Render* handle, int32_t x, int32_t y, int32_t w, int32_t h) {
@@ -68,9 +103,12 @@ bool K8Render_flush(K8Render* handle, int32_t x, int32_t y, int32_t w, int32_t h
         return K8ErrStorage_fail();
     }
     const FailureMark mark = FailureMark_now();
-    const PixelRect area = visibleArea(context->bindRect, {x, y, w, h});
-    const bool drawn = area.width == 0 || area.height == 0 || drawVisible(handle, area);
-    if (!drawn) K8ErrStorage_storeFailure(mark);
+    const bool drawn = drawList(handle, visibleArea(context->bindRect, {x, y, w, h}));
+    if (!drawn) {
+        K8ErrStorage_storeFailure(mark);
+        K8RenderState_flush(&context->renderState);  // draws what was queued before the failure
+    }
+    K8RenderState_setTexture(&context->renderState, nullptr);  // no texture of the host's is kept beyond its flush
     K8DrawList_discard(handle);
     return drawn;
 }

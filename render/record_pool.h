@@ -9,10 +9,10 @@
 
 enum class RecordKind : uint32_t {
     DrawItem = 1,
-    WalkStack = 2,      // 2, 4 and 5 are for walks of the draw list over groups
+    TreeLevel = 2,      // of walking a tree of groups
     WorkListEntry = 3,  // of copying a handle tree
-    WalkWork = 4,
-    ReleaseWork = 5,
+    SceneWork = 4,      // kept for walks over the scenes of scene groups
+    ReleaseWork = 5,    // kept for releasing handle copies, which links the copies themselves instead
     Transform = 6,
     ActionTable = 7,
     Figure = 8,

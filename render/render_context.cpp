@@ -129,18 +129,14 @@ K8Render* K8Render_create(K8Render* memory, K8Allocator* allocator) {
     return handle;
 }
 
-void K8Render_destroy(K8Render* handle) {
-    if (!handle) return;
-    K8Allocator* allocator = handle->header.allocator;
-    void* ownBlock = handle->header.ownBlock;
-    if (K8RenderContext* context = handle->context) {
-        K8DrawList_discard(handle);
-        qelObject3D_unref(context->drawCamera);
-        if (K8Render_graphics(handle)) giveBackGraphics();
-        releaseContext(context, allocator);
-    }
-    *handle = {};
-    if (ownBlock && allocator) K8Allocator_free(allocator, ownBlock);
+// --- Binding ---
+
+void K8Render_setClip(K8RenderContext* context, const PixelRect& area) {
+    const auto end = [](int32_t start, int32_t length) {
+        const int64_t sum = int64_t(start) + length;
+        return int32_t(sum < INT32_MIN ? INT32_MIN : sum > INT32_MAX ? INT32_MAX : sum);
+    };
+    K8RenderState_setClip(&context->renderState, area.x, area.y, end(area.x, area.width), end(area.y, area.height));
 }
 
 // Joins an unbound handle to the shared Graphics3D.
@@ -156,8 +152,30 @@ static bool attach(K8Render* handle, int32_t width, int32_t height) {
         giveBackGraphics();
         return K8ErrStorage_failOutOfMemory();
     }
+    K8RenderState_reset(&handle->context->renderState, handle->header.allocator);
     setGraphics(handle, graphics);
     return true;
+}
+
+static void detach(K8Render* handle) {
+    K8RenderContext* context = handle->context;
+    K8RenderState_release(&context->renderState);
+    qelObject3D_unref(context->drawCamera);
+    context->drawCamera = nullptr;
+    setGraphics(handle, nullptr);
+    giveBackGraphics();
+}
+
+static bool bindRenderState(K8Render* handle, void* target, int32_t width, int32_t height, int32_t bufferWidth,
+                            const PixelRect& rect) {
+    const FailureMark mark = FailureMark_now();
+    RenderState* state = &handle->context->renderState;
+    qelStatus_set(QEL_STATUS_OK);
+    K8Render_setClip(handle->context, rect);
+    K8RenderState_setCentre(state, int16_t(width / 2), int16_t(height / 2));
+    if (K8RenderState_bind(state, K8Render_graphics(handle), target, width, height, bufferWidth)) return true;
+    K8ErrStorage_storeFailure(mark);
+    return false;
 }
 
 bool K8Render_bind(K8Render* handle, void* target, int32_t width, int32_t height, int32_t bufferWidth, int32_t x,
@@ -165,15 +183,32 @@ bool K8Render_bind(K8Render* handle, void* target, int32_t width, int32_t height
     if (!handle || !handle->context || !target) return K8ErrStorage_fail();
     if (width <= 0 || height <= 0 || width > kMaxViewportDimension || height > kMaxViewportDimension)
         return K8ErrStorage_fail();
-    if (!K8Render_graphics(handle) && !attach(handle, width, height)) return false;
+    const bool wasBound = K8Render_graphics(handle) != nullptr;
+    if (!wasBound && !attach(handle, width, height)) return false;
+    const PixelRect rect = {x, y, w, h};
+    if (!bindRenderState(handle, target, width, height, bufferWidth, rect)) {
+        if (!wasBound) detach(handle);
+        return false;
+    }
     K8RenderContext* context = handle->context;
     context->target = target;
     context->targetWidth = width;
     context->targetHeight = height;
-    context->bufferWidth = bufferWidth;
-    context->bindRect = {x, y, w, h};
-    qelStatus_set(QEL_STATUS_OK);
+    context->bindRect = rect;
     return true;
+}
+
+void K8Render_destroy(K8Render* handle) {
+    if (!handle) return;
+    K8Allocator* allocator = handle->header.allocator;
+    void* ownBlock = handle->header.ownBlock;
+    if (K8RenderContext* context = handle->context) {
+        K8DrawList_discard(handle);
+        if (K8Render_graphics(handle)) detach(handle);
+        releaseContext(context, allocator);
+    }
+    *handle = {};
+    if (ownBlock && allocator) K8Allocator_free(allocator, ownBlock);
 }
 
 int32_t K8Render_getMaxLights(void) { return qelGraphics3D_getProperties().maxLights; }

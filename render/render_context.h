@@ -3,6 +3,7 @@
 
 #include "render/graphics3d.h"
 #include "render/record_pool.h"
+#include "render/render_state.h"
 
 struct DrawItem;
 
@@ -10,8 +11,8 @@ struct K8RenderContext {
     uint8_t isOurs;  // allocated by K8Render_create, not given by the host
     void* target;    // the host's; non-null once bound
     int32_t targetWidth, targetHeight;
-    int32_t bufferWidth;
     PixelRect bindRect;
+    RenderState renderState;  // of points, lines and sprites
     Camera* drawCamera;
     DrawItem* head;
     DrawItem* tail;
@@ -19,9 +20,10 @@ struct K8RenderContext {
 
     // Lights of the current call: maxLights entries each.
     int32_t maxLights;
+    int32_t lightCount;
     Light** lights;                 // no references
     K8Transform** lightTransforms;  // owned records
-    uint32_t* lightWords;
+    uint32_t* lightWords;           // see K8CallLights_orderWord
 
     int32_t textureUnits;     // that the draw list uses
     Texture2D* whiteTexture;  // one reference; 1 x 1, ALPHA 255
@@ -38,3 +40,6 @@ static_assert(sizeof(K8RenderContext) <= K8_RENDER_CONTEXT_SIZE);
 
 // Null for an unbound handle.
 Graphics3D* K8Render_graphics(const K8Render* handle);
+
+// Limits the render state of a context to a part of its target.
+void K8Render_setClip(K8RenderContext* context, const PixelRect& area);
