@@ -144,19 +144,36 @@ Result qelGLBackend_clear(GLBackend* backend, uint32_t flags, Background* backgr
     return QEL_STATUS_OK;
 }
 
-Result qelGLBackend_drawSubmesh(GLBackend* backend, const SubmeshDraw& draw) {
-    Appearance* appearance = draw.appearance;
-    const uint32_t alphaScale = GLState_alphaScale(appearance, draw.alphaFactor);
+// Everything that comes before the vertex arrays.
+static Result sendState(GLBackend* backend, const Appearance* appearance, const SurfaceColor& color,
+                        const TextureUnits& units) {
     GLState_sendProjection(backend);
     GLState_sendLights(backend);
     GLState_sendViewport(backend);
-    GLState_sendMaterial(backend, appearance, draw.colors != nullptr, draw.vertexBuffer->defaultColor, alphaScale);
+    GLState_sendMaterial(backend, appearance, color);
     GLState_sendPolygonMode(backend, appearance->polygonMode);
     GLState_sendFog(backend, appearance->fog);
     GLState_sendCompositing(backend, appearance->compositingMode);
-    Result result = GLTextureUnits_send(backend, draw);
+    return GLTextureUnits_send(backend, units);
+}
+
+Result qelGLBackend_drawSubmesh(GLBackend* backend, const SubmeshDraw& draw) {
+    const uint32_t alphaScale = GLState_alphaScale(draw.appearance, draw.alphaFactor);
+    const TextureUnits units = GLTextureUnits_ofSubmesh(draw);
+    const SurfaceColor color = {draw.colors != nullptr, GLTextureUnits_replaceColor(units),
+                                draw.vertexBuffer->defaultColor, alphaScale};
+    Result result = sendState(backend, draw.appearance, color, units);
     if (result == QEL_STATUS_OK) result = GLGeometry_sendArrays(backend, draw, alphaScale);
     if (result == QEL_STATUS_OK) result = GLGeometry_draw(draw);
+    return result;
+}
+
+Result qelGLBackend_drawImmediate(GLBackend* backend, const ImmediateDraw& draw) {
+    const TextureUnits units = GLTextureUnits_ofImmediate(draw);
+    const SurfaceColor color = {draw.colors != nullptr, GLTextureUnits_replaceColor(units), draw.defaultColor,
+                                kFullAlpha};
+    const Result result = sendState(backend, draw.appearance, color, units);
+    if (result == QEL_STATUS_OK) GLGeometry_drawImmediate(backend, draw);
     return result;
 }
 

@@ -9,6 +9,7 @@
 #include "scene/image2d.h"
 #include "scene/light.h"
 #include "scene/sprite3d.h"
+#include "scene/texture2d.h"
 #include "scene/triangle_strip_array.h"
 #include "scene/vertex_array.h"
 #include "scene/vertex_buffer.h"
@@ -35,21 +36,17 @@ struct SubmeshDraw {
 };
 
 // What an immediate draw consists of: 16-bit arrays that are no objects; everything is borrowed for the call.
-enum class ImmediateKind : int32_t {
-    Points = 0,
-    Lines = 1,
-    Triangles = 2,
-    Sprites = 4
-};  // sprites: two triangles each
+enum class ImmediateKind : int32_t { Points = 0, Lines = 1, Triangles = 2, Sprites = 4 };
 struct ImmediateDraw {
     ImmediateKind kind;
-    int32_t count;                                   // of points, lines or triangles
+    int32_t count;                                   // of points, lines or triangles; a sprite is two triangles
     const int16_t* positions;                        // x, y, z
     const int16_t* normals;                          // or null
     const uint8_t* colors;                           // r, g, b, a; or null for the default colour
     uint32_t defaultColor;                           // 0xAARRGGBB
     Appearance* appearance;                          // its textures do not count
     Texture2D* textures[kMaxTextureUnits];           // a unit is used when it has both texture and coordinates
+    TextureBlending blendings[kMaxTextureUnits];     // in place of the textures' own
     const int16_t* textureCoords[kMaxTextureUnits];  // s, t
 };
 

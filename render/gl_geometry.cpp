@@ -73,37 +73,42 @@ static void sendModelView(GLBackend* backend, const SubmeshDraw& draw) {
     glLoadMatrixf(backend->modelView.data());
 }
 
-static void sendPositions(const VertexArray* positions) {
+static void sendPositions(int32_t componentCount, GLenum type, const void* data) {
     glEnableClientState(GL_VERTEX_ARRAY);
-    glVertexPointer(positions->componentCount, typeOf(positions), 0, positions->data);
+    glVertexPointer(componentCount, type, 0, data);
 }
 
-static void sendNormals(const VertexArray* normals) {
-    if (normals) {
+// Null data: the draw has no normals.
+static void sendNormals(GLenum type, const void* data) {
+    if (data) {
         glEnableClientState(GL_NORMAL_ARRAY);
-        glNormalPointer(typeOf(normals), 0, normals->data);
+        glNormalPointer(type, 0, data);
     } else {
         glDisableClientState(GL_NORMAL_ARRAY);
     }
 }
 
-static Result sendColors(VertexArray* colors, uint32_t alphaScale) {
-    if (!colors) {
+// Null: the draw has no colours.
+static void sendColors(const void* rgba) {
+    if (rgba) {
+        glEnableClientState(GL_COLOR_ARRAY);
+        glColorPointer(4, GL_UNSIGNED_BYTE, 0, rgba);
+    } else {
         glDisableClientState(GL_COLOR_ARRAY);
-        return QEL_STATUS_OK;
     }
-    const void* rgba = readyColors(colors, alphaScale);
-    if (!rgba) return QEL_STATUS_OUT_OF_MEMORY;
-    glEnableClientState(GL_COLOR_ARRAY);
-    glColorPointer(4, GL_UNSIGNED_BYTE, 0, rgba);
-    return QEL_STATUS_OK;
 }
 
 Result GLGeometry_sendArrays(GLBackend* backend, const SubmeshDraw& draw, uint32_t alphaScale) {
+    const VertexArray* positions = draw.vertexBuffer->positions;
+    const VertexArray* normals = draw.vertexBuffer->normals;
+    VertexArray* colors = colorsOf(draw);
     sendModelView(backend, draw);
-    sendPositions(draw.vertexBuffer->positions);
-    sendNormals(draw.vertexBuffer->normals);
-    return sendColors(colorsOf(draw), alphaScale);
+    sendPositions(positions->componentCount, typeOf(positions), positions->data);
+    sendNormals(normals ? typeOf(normals) : GL_BYTE, normals ? normals->data : nullptr);
+    const void* rgba = colors ? readyColors(colors, alphaScale) : nullptr;
+    if (colors && !rgba) return QEL_STATUS_OUT_OF_MEMORY;
+    sendColors(rgba);
+    return QEL_STATUS_OK;
 }
 
 void GLGeometry_disableAttributes() {
@@ -148,4 +153,24 @@ Result GLGeometry_draw(const SubmeshDraw& draw) {
     const int32_t vertexCount = usableVertexCount(draw);
     return draw.indexBuffer->indices ? drawExplicit(draw.indexBuffer, vertexCount)
                                      : drawImplicit(draw.indexBuffer, vertexCount);
+}
+
+// --- Immediate draws ---
+
+static void drawKind(ImmediateKind kind, int32_t count) {
+    switch (kind) {
+        case ImmediateKind::Points: return glDrawArrays(GL_POINTS, 0, count);
+        case ImmediateKind::Lines: return glDrawArrays(GL_LINES, 0, 2 * count);
+        case ImmediateKind::Triangles:
+        case ImmediateKind::Sprites: return glDrawArrays(GL_TRIANGLES, 0, 3 * count);
+    }
+}
+
+void GLGeometry_drawImmediate(const GLBackend* backend, const ImmediateDraw& draw) {
+    glMatrixMode(GL_MODELVIEW);
+    GLState_loadMatrix(backend->view);
+    sendPositions(3, GL_SHORT, draw.positions);
+    sendNormals(GL_SHORT, draw.normals);
+    sendColors(GLState_usesVertexColors(draw.appearance) ? draw.colors : nullptr);
+    drawKind(draw.kind, draw.count);
 }

@@ -8,5 +8,8 @@ Result GLGeometry_sendArrays(GLBackend* backend, const SubmeshDraw& draw, uint32
 // ILLEGAL_STATE, with nothing drawn, when an index lies beyond one of the arrays that were sent.
 Result GLGeometry_draw(const SubmeshDraw& draw);
 
+// Sends the view as model-view matrix and the arrays, and draws.
+void GLGeometry_drawImmediate(const GLBackend* backend, const ImmediateDraw& draw);
+
 // The arrays that are not positions, off.
 void GLGeometry_disableAttributes();

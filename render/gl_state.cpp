@@ -88,11 +88,31 @@ void qelGLBackend_setLight(GLBackend* backend, int32_t slotIndex, const Light* l
     slot.inUse = 1;
 }
 
+void qelGLBackend_setEyeSpaceLight(GLBackend* backend, const int32_t direction[3]) {
+    EyeSpaceLight wanted = {};
+    if (direction) wanted = {true, {direction[0], direction[1], direction[2]}};
+    if (backend->eyeSpaceLight == wanted) return;
+    backend->eyeSpaceLight = wanted;
+    for (LightSlot& slot : backend->lights)
+        if (slot.inUse && slot.state.mode == LightMode::Directional)
+            slot.transformChanged = backend->lightsChanged = true;
+}
+
+static void placeInEyeSpace(GLenum name, const EyeSpaceLight& light) {
+    const GLfloat towardLight[] = {GLfloat(light.direction[0]), GLfloat(light.direction[1]),
+                                   GLfloat(light.direction[2]), 0};
+    glMatrixMode(GL_MODELVIEW);
+    glLoadIdentity();
+    glLightfv(name, GL_POSITION, towardLight);
+}
+
 // A light stands in its own coordinates: at the origin, shining along -z.
 static void placeLight(const GLBackend* backend, GLenum name, const LightSlot& slot) {
     static constexpr float kTowardLight[] = {0, 0, 1, 0};
     static constexpr float kOrigin[] = {0, 0, 0, 1};
     static constexpr float kForward[] = {0, 0, -1};
+    if (backend->eyeSpaceLight.isSet && slot.state.mode == LightMode::Directional)
+        return placeInEyeSpace(name, backend->eyeSpaceLight);
     qelTransform lightToEye;
     qelTransform_multiplyInto(&lightToEye, &backend->view, &slot.transform);
     glMatrixMode(GL_MODELVIEW);
@@ -188,29 +208,23 @@ void GLState_sendViewport(const GLBackend* backend) {
 
 // --- Material and lighting ---
 
-// A texture that replaces the colour leaves nothing for lights to do, unless it only brings alpha.
-static bool isReplacedByTexture(const Texture2D* texture) {
-    return texture && texture->blending == TextureBlending::Replace && texture->image->format != ImageFormat::Alpha;
-}
-
 static void sendMaterialColor(GLenum target, uint32_t argb) {
     glMaterialfv(GL_FRONT_AND_BACK, target, GLState_channels(argb).data());
 }
 
-void GLState_sendMaterial(GLBackend* backend, const Appearance* appearance, bool hasColors, uint32_t defaultColor,
-                          uint32_t alphaScale) {
+void GLState_sendMaterial(GLBackend* backend, const Appearance* appearance, const SurfaceColor& color) {
     Material* material = appearance->material;
-    const bool lit = material && !isReplacedByTexture(appearance->textures[0]);
+    const bool lit = material && !color.isReplaced;
     setEnabled(GL_LIGHTING, lit);
 
     MaterialState state = {};
     const bool usesVertexColors = GLState_usesVertexColors(appearance);
-    state.hasColorArray = usesVertexColors && hasColors;
-    state.tracksColor = material ? usesVertexColors : hasColors;
+    state.hasColorArray = usesVertexColors && color.hasColors;
+    state.tracksColor = material ? usesVertexColors : color.hasColors;
     if (material) {
         state.hasMaterial = 1;
         state.ambient = material->ambientColor;
-        state.diffuse = withScaledAlpha(material->diffuseColor, alphaScale);
+        state.diffuse = withScaledAlpha(material->diffuseColor, color.alphaScale);
         state.emissive = material->emissiveColor;
         state.specular = material->specularColor;
         state.shininess = material->shininess;
@@ -218,7 +232,7 @@ void GLState_sendMaterial(GLBackend* backend, const Appearance* appearance, bool
     }
     if (usesVertexColors) {
         state.sendsColor = 1;
-        state.color = withScaledAlpha(defaultColor, alphaScale);
+        state.color = withScaledAlpha(color.defaultColor, color.alphaScale);
     } else if (!lit) {  // a texture without alpha of its own still fades with the material
         state.sendsColor = 1;
         state.color = state.diffuse;
@@ -227,8 +241,8 @@ void GLState_sendMaterial(GLBackend* backend, const Appearance* appearance, bool
 
     setEnabled(GL_COLOR_MATERIAL, state.tracksColor);
     if (state.sendsColor) {
-        const std::array<float, 4> color = GLState_channels(state.color);
-        glColor4f(color[0], color[1], color[2], color[3]);
+        const std::array<float, 4> channels = GLState_channels(state.color);
+        glColor4f(channels[0], channels[1], channels[2], channels[3]);
     }
     if (!material) return;
     sendMaterialColor(GL_AMBIENT, state.ambient);

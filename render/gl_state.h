@@ -21,6 +21,13 @@ struct LightState {
     bool operator==(const LightState&) const = default;
 };
 
+// The place of directional lights while it is given in eye coordinates.
+struct EyeSpaceLight {
+    bool isSet;
+    std::array<int32_t, 3> direction;  // towards the light
+    bool operator==(const EyeSpaceLight&) const = default;
+};
+
 struct LightSlot {
     LightState state;
     qelTransform transform;  // light to world
@@ -104,6 +111,7 @@ struct GLBackend {
     std::array<float, 16> modelView;  // columns
     bool viewChanged;                 // lights have to be placed again
     std::array<LightSlot, kMaxLights> lights;
+    EyeSpaceLight eyeSpaceLight;
     bool lightsChanged;  // some slot differs from what was sent
     bool lightingInUse;  // some light is on
 
@@ -125,12 +133,19 @@ void GLState_forgetAll(GLBackend* backend);
 void GLState_loadMatrix(const qelTransform& matrix);
 bool GLState_sameElements(const qelTransform& a, const qelTransform& b);
 
+// What of a draw its material state depends on, beside the material.
+struct SurfaceColor {
+    bool hasColors;         // a colour array
+    bool isReplaced;        // by a texture that leaves nothing for lights to do
+    uint32_t defaultColor;  // 0xAARRGGBB
+    uint32_t alphaScale;
+};
+
 // In the order of a draw. What absent components stand for is part of each.
 void GLState_sendProjection(const GLBackend* backend);
 void GLState_sendLights(GLBackend* backend);
 void GLState_sendViewport(const GLBackend* backend);
-void GLState_sendMaterial(GLBackend* backend, const Appearance* appearance, bool hasColors, uint32_t defaultColor,
-                          uint32_t alphaScale);
+void GLState_sendMaterial(GLBackend* backend, const Appearance* appearance, const SurfaceColor& color);
 void GLState_sendPolygonMode(GLBackend* backend, PolygonMode* mode);
 void GLState_sendFog(GLBackend* backend, Fog* fog);
 void GLState_sendCompositing(GLBackend* backend, CompositingMode* mode);

@@ -29,47 +29,80 @@ static GLenum environmentModeOf(TextureBlending blending) {
     return GL_MODULATE;
 }
 
-static void sendEnvironment(const Texture2D* texture) {
-    glTexEnvf(GL_TEXTURE_ENV, GL_TEXTURE_ENV_MODE, GLfloat(environmentModeOf(texture->blending)));
-    glTexEnvfv(GL_TEXTURE_ENV, GL_TEXTURE_ENV_COLOR, GLState_channels(texture->blendColor).data());
+// --- What a draw uses ---
+
+TextureUnits GLTextureUnits_ofSubmesh(const SubmeshDraw& draw) {
+    TextureUnits units = {};
+    const VertexBuffer* buffer = draw.vertexBuffer;
+    for (size_t i = 0; i < units.size(); ++i) {
+        draw.appearance->textureChanged[i] = 0;
+        Texture2D* texture = draw.appearance->textures[i];
+        if (!texture) continue;
+        const VertexArray* coordinates = buffer->texCoords[i];
+        const float* bias = buffer->texCoordBias[i];
+        units[i] = {texture,
+                    texture->blending,
+                    coordinates->data,
+                    coordinates->componentCount,
+                    coordinates->componentSize,
+                    buffer->texCoordScale[i],
+                    {bias[0], bias[1], bias[2]}};
+    }
+    return units;
 }
 
-// From stored coordinates to texture space: the buffer's scale and bias, then the texture's own transform.
-static void sendTextureMatrix(Texture2D* texture, const VertexBuffer* buffer, int32_t unit) {
-    const float scale = buffer->texCoordScale[unit];
-    const float* bias = buffer->texCoordBias[unit];
-    qelTransformable_updateComposite(texture);
-    if (scale == 1 && bias[0] == 0 && bias[1] == 0 && bias[2] == 0) return GLState_loadMatrix(texture->composite);
-    qelTransform matrix = texture->composite;
+TextureUnits GLTextureUnits_ofImmediate(const ImmediateDraw& draw) {
+    TextureUnits units = {};
+    for (size_t i = 0; i < units.size(); ++i)
+        if (draw.textures[i] && draw.textureCoords[i])
+            units[i] = {draw.textures[i], draw.blendings[i], draw.textureCoords[i], 2, sizeof(int16_t), 1, {}};
+    return units;
+}
+
+bool GLTextureUnits_replaceColor(const TextureUnits& units) {
+    const TextureUnit& first = units[0];
+    return first.texture && first.blending == TextureBlending::Replace &&
+           first.texture->image->format != ImageFormat::Alpha;
+}
+
+// --- Sending ---
+
+static void sendEnvironment(const TextureUnit& unit) {
+    glTexEnvf(GL_TEXTURE_ENV, GL_TEXTURE_ENV_MODE, GLfloat(environmentModeOf(unit.blending)));
+    glTexEnvfv(GL_TEXTURE_ENV, GL_TEXTURE_ENV_COLOR, GLState_channels(unit.texture->blendColor).data());
+}
+
+// From stored coordinates to texture space: their scale and bias, then the texture's own transform.
+static void sendTextureMatrix(const TextureUnit& unit) {
+    const float scale = unit.scale;
+    const float* bias = unit.bias;
+    qelTransformable_updateComposite(unit.texture);
+    const qelTransform& composite = unit.texture->composite;
+    if (scale == 1 && bias[0] == 0 && bias[1] == 0 && bias[2] == 0) return GLState_loadMatrix(composite);
+    qelTransform matrix = composite;
     qelTransform_postTranslate(&matrix, bias[0], bias[1], bias[2]);
     qelTransform_postScale(&matrix, scale, scale, scale);
     GLState_loadMatrix(matrix);
 }
 
-static Result sendUnit(const GLBackend* backend, const SubmeshDraw& draw, int32_t unit) {
-    Texture2D* texture = draw.appearance->textures[unit];
-    GLTextureUnits_switchOn(unit);
-    const Result result = qelTextures_bind(texture, backend->textureMemoryLimit);
+static Result sendUnit(const GLBackend* backend, const TextureUnit& unit, int32_t index) {
+    GLTextureUnits_switchOn(index);
+    const Result result = qelTextures_bind(unit.texture, backend->textureMemoryLimit);
     if (result != QEL_STATUS_OK) return result;
     glMatrixMode(GL_TEXTURE);
     glLoadIdentity();
-    sendEnvironment(texture);
-    const VertexArray* coordinates = draw.vertexBuffer->texCoords[unit];
-    glTexCoordPointer(coordinates->componentCount, coordinates->componentSize == 1 ? GL_BYTE : GL_SHORT, 0,
-                      coordinates->data);
-    sendTextureMatrix(texture, draw.vertexBuffer, unit);
+    sendEnvironment(unit);
+    glTexCoordPointer(unit.componentCount, unit.componentSize == 1 ? GL_BYTE : GL_SHORT, 0, unit.coordinates);
+    sendTextureMatrix(unit);
     return QEL_STATUS_OK;
 }
 
-Result GLTextureUnits_send(const GLBackend* backend, const SubmeshDraw& draw) {
-    Appearance* appearance = draw.appearance;
-    for (int32_t unit = 0; unit < kMaxTextureUnits; ++unit) {
-        appearance->textureChanged[unit] = 0;
-        if (!appearance->textures[unit]) GLTextureUnits_switchOff(unit);
-    }
-    for (int32_t unit = 0; unit < kMaxTextureUnits; ++unit) {
-        if (!appearance->textures[unit]) continue;
-        const Result result = sendUnit(backend, draw, unit);
+Result GLTextureUnits_send(const GLBackend* backend, const TextureUnits& units) {
+    for (size_t i = 0; i < units.size(); ++i)
+        if (!units[i].texture) GLTextureUnits_switchOff(int32_t(i));
+    for (size_t i = 0; i < units.size(); ++i) {
+        if (!units[i].texture) continue;
+        const Result result = sendUnit(backend, units[i], int32_t(i));
         if (result != QEL_STATUS_OK) return result;
     }
     return QEL_STATUS_OK;

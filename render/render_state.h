@@ -23,8 +23,8 @@ constexpr uint32_t kCommandColorMask = 0xC00, kCommandColorPerSet = 0x400, kComm
                    kCommandColorPerVertex = 0xC00;
 constexpr uint32_t kCommandTextureMask = 0x3000, kCommandTexturePerSet = 0x1000, kCommandTexturePerVertex = 0x3000;
 constexpr uint32_t kCommandBlendMask = 96, kCommandHalf = 32, kCommandAdd = 64;
-constexpr uint32_t kCommandColorKey = 16;  // texels of alpha 0 are cut out
-constexpr uint32_t kCommandLit = 1, kCommandSpecular = 2;
+constexpr uint32_t kCommandColorKey = 16;                  // texels of alpha 0 are cut out
+constexpr uint32_t kCommandLit = 1, kCommandSpecular = 2;  // where the attribute mask has the same bit
 
 // Attribute mask: what the renderer lets commands have.
 constexpr uint32_t kMaskLighting = 1, kMaskSpecular = 2, kMaskEnvironment = 4, kMaskBlending = 8, kMaskFog = 16;
@@ -56,6 +56,16 @@ struct AppearanceCacheEntry {
 
 struct RenderCommandEntry;  // a queued command with the state it was given under
 
+// What a projection was asked for. Members that do not belong to it are 0.
+struct ProjectionSetting {
+    RenderStateProjection kind;
+    int16_t near, far;  // perspective: whole units
+    int32_t angle;      // perspective: the full opening over the width, 1/4096 turn; 0 when a size was given
+    int32_t width,
+        height;  // perspective: of the screen in the near plane, F; parallel: whole units shown, 0 for pixels
+    bool operator==(const ProjectionSetting&) const = default;
+};
+
 // The arrays of a command, 32-bit values; empty when absent.
 struct CommandArrays {
     std::span<const int32_t> positions, normals, textureCoords, colors;
@@ -73,28 +83,23 @@ struct RenderState {
 
     Atrans3i view;  // world to view; translation in whole units
     qelTransform viewMatrix;
-    uint8_t viewChanged;  // viewMatrix has to be made again
 
-    Graphics3D* graphics;               // borrowed: the shared one
-    void* target;                       // the host's
-    int32_t width, height;              // of the bound surface: what projections and clipping go by
-    int32_t bufferWidth, bufferHeight;  // of the buffer behind it
+    Graphics3D* graphics;   // borrowed: the shared one
+    void* target;           // the host's
+    int32_t width, height;  // of the bound surface: what projections and clipping go by
+    int32_t bufferWidth;    // of the buffer behind it, which is as high
 
     ClipEdges clip;           // as given, 16-bit coordinates
     ClipEdges effectiveClip;  // the part of it on the surface
 
-    int32_t scaleX, scaleY;  // parallel projection, F
-    int16_t centreX, centreY;
-
-    RenderStateProjection projection;
-    int16_t near, far;
-    int32_t angle;                                // the opening last set, 1/4096 turn; 0 after a size was set
-    int32_t perspectiveWidth, perspectiveHeight;  // the size last set, F; 0 after an angle was set
-    float perspectiveX, perspectiveY;             // pixels that a unit covers at depth 1
-    uint8_t parallelChanged, perspectiveChanged;  // the matrix has to be made again
+    int16_t centreX, centreY;  // where depth vanishes, pixels
+    ProjectionSetting projection;
+    int32_t scaleX, scaleY;            // parallel: pixels that a unit covers, F
+    float perspectiveX, perspectiveY;  // perspective: pixels that a unit covers at depth 1
+    uint8_t projectionChanged;         // the camera's matrix has to be made again
 
     uint32_t attributeMask;
-    float ambientIntensity, directionalIntensity;  // for lit commands
+    float ambientIntensity, directionalIntensity;  // of the lights of lit commands
     int32_t lightDirection[3];                     // towards the light, eye space
     RenderStateFog fogMode;
     uint32_t fogColor;                    // 0xRRGGBB
@@ -118,27 +123,30 @@ void K8RenderState_reset(RenderState* state, K8Allocator* allocator);
 // K8RenderState_release. A bufferWidth that is no width of a buffer of `width` columns counts as width.
 bool K8RenderState_bind(RenderState* state, Graphics3D* graphics, void* target, int32_t width, int32_t height,
                         int32_t bufferWidth);
+// Whether a bind has made everything that commands need.
+bool K8RenderState_isComplete(const RenderState* state);
 // Gives back objects, textures, cache, pools and queue. A state that was never bound has nothing to give back.
 void K8RenderState_release(RenderState* state);
 
 // Coordinates are cut to 16 bits.
 void K8RenderState_setClip(RenderState* state, int32_t x0, int32_t y0, int32_t x1, int32_t y1);
-void K8RenderState_setCentre(RenderState* state, int16_t x, int16_t y);  // where depth vanishes, pixels
-// near and far in whole units; a range that is not 0 < near < far leaves the projection as it was. The angle is the full
-// opening over the width of the surface, in 1/4096 of a turn, cut to 2..2046.
+void K8RenderState_setCentre(RenderState* state, int16_t x, int16_t y);
+// near and far in whole units; a range that is not 0 < near < far <= 32767 leaves the projection as it was. The angle is
+// the full opening over the width of the surface, in 1/4096 of a turn, cut to 2..2046.
 void K8RenderState_setPerspectiveAngle(RenderState* state, int32_t near, int32_t far, int32_t angle);
 // The size of the screen in the near plane, F numbers above 0.
 void K8RenderState_setPerspectiveSize(RenderState* state, int32_t near, int32_t far, int32_t width, int32_t height);
 // Whole units that the surface shows, above 0.
 void K8RenderState_setParallel(RenderState* state, int32_t width, int32_t height);
 void K8RenderState_setViewTransform(RenderState* state, const Atrans3i* view);
-// Null, or a texture without image, leaves all slots empty.
+// Null, or a texture without image, leaves all slots empty. Coordinates are texels: what brings them into 0..1 is the
+// texture's own transform.
 void K8RenderState_setTexture(RenderState* state, Texture2D* texture);
 void K8RenderState_setFog(RenderState* state, bool on);
 void K8RenderState_setFogMode(RenderState* state, RenderStateFog mode);
 void K8RenderState_setFogColor(RenderState* state, uint32_t rgb);
 void K8RenderState_setFogLinear(RenderState* state, int32_t near, int32_t far);  // F
-void K8RenderState_setFogDensity(RenderState* state, int32_t density);           // F
+void K8RenderState_setFogDensity(RenderState* state, int32_t density);           // F; ignored below 0
 
 // Queues a command: positions and normals are whole units, texture coordinates texels, colours 0xRRGGBB. False, with nothing
 // queued, for a command or arrays that do not fit each other and when memory runs out (the engine status says which).
