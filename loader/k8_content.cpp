@@ -23,16 +23,21 @@ K8ActionTable* K8Content_loadActionTable(LoaderStream* stream, K8Allocator* allo
     return wrap(decoded ? K8ActionTable_create(nullptr, allocator) : nullptr, table);
 }
 
-K8Figure* K8Content_loadFigure(LoaderStream* stream, K8Allocator* allocator) {
+K8FigureInfo K8Content_figureDefaults() {
     constexpr int32_t kOpaque = 100 * kFixedOne;
+    K8FigureInfo info = {};
+    info.transparency = kOpaque;
+    info.canChangeTextures = info.canChangeAction = 1;
+    return info;
+}
+
+K8Figure* K8Content_loadFigure(LoaderStream* stream, K8Allocator* allocator) {
     FigureMesh* mesh = qelFigureMesh_create();
     if (!mesh) return nullptr;
     const bool loaded = D_Figure_load(mesh, stream, false);
     K8Figure* figure = wrap(loaded ? K8Figure_create(nullptr, allocator) : nullptr, mesh);
     if (!figure) return nullptr;
-    K8FigureInfo info = {};
-    info.transparency = kOpaque;
-    info.canChangeTextures = info.canChangeAction = 1;
+    const K8FigureInfo info = K8Content_figureDefaults();
     if (K8Figure_setTmpData(figure, &info)) return figure;
     K8Figure_destroy(figure);
     return nullptr;

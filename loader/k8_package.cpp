@@ -7,8 +7,9 @@
 #include "frame/allocator.h"
 #include "frame/fixed_point.h"
 #include "loader/package_record.h"
+#include "loader/scene_package.h"
 
-constexpr uint16_t kObjectsVersion = 0x0000;
+constexpr uint16_t kObjectsVersion = 0x0000, kSceneVersion = 0x0100;
 constexpr uint32_t kMaxSizeLimit = 0x80000;
 constexpr uint32_t kMaxObjects = 1024, kMaxGroups = 1024, kMaxChildren = 1024;
 constexpr uint32_t kMinRecordSize = 5, kMinGroupSize = 2, kChildSize = 2;  // bytes that each takes at the least
@@ -250,6 +251,11 @@ static K8Handle* loadObjectsPackage(MemoryStream* stream, uint32_t sizeLimit, ui
     return root;
 }
 
+static K8Handle* loadScenePackage(MemoryStream* stream, uint16_t objectCount, K8Allocator* allocator) {
+    K8Group* root = K8ScenePackage_load(stream, objectCount, allocator);
+    return root ? &root->header : nullptr;
+}
+
 K8Handle* K8Package_load(MemoryStream* stream, K8Allocator* allocator) {
     skipBytes(stream, 2);  // the magic
     const uint16_t version = readUInt16(stream);
@@ -258,6 +264,7 @@ K8Handle* K8Package_load(MemoryStream* stream, K8Allocator* allocator) {
     if (hasError(stream) || sizeLimit > kMaxSizeLimit || objectCount > kMaxObjects) return nullptr;
     switch (version) {
         case kObjectsVersion: return loadObjectsPackage(stream, sizeLimit, objectCount, allocator);
+        case kSceneVersion: return loadScenePackage(stream, objectCount, allocator);
         default: return nullptr;
     }
 }

@@ -178,24 +178,32 @@ static Result checkBinding(const SkinnedMesh* mesh, const Node* bone, int32_t we
                            int32_t vertexCount) {
     if (mesh->classId == ClassId::FigureMesh || weight < 1 || vertexCount < 1) return QEL_STATUS_ILLEGAL_ARGUMENT;
     if (firstVertex < 0 || vertexCount > kMaxVertex - firstVertex) return QEL_STATUS_INDEX_OUT_OF_RANGE;
-    if (!bone) return QEL_STATUS_NULL_POINTER;
-    // The skeleton group is a bone like those below it.
-    const bool isInSkeleton = bone->parent && mesh->skeleton && qelNode_isAncestor(mesh->skeleton, bone);
-    return isInSkeleton ? QEL_STATUS_OK : QEL_STATUS_ILLEGAL_ARGUMENT;
+    return bone ? QEL_STATUS_OK : QEL_STATUS_NULL_POINTER;
+}
+
+// The skeleton group is a bone like those below it. Nothing leaves a skeleton, so bones are asked once.
+static bool isInSkeleton(const SkinnedMesh* mesh, const Node* bone) {
+    return bone->parent && mesh->skeleton && qelNode_isAncestor(mesh->skeleton, bone);
+}
+
+static bool reserveBinding(SkinnedMesh* mesh) {
+    if (mesh->bindingCount < mesh->bindingCapacity) return true;
+    const int32_t capacity = grownCapacity(mesh->bindingCapacity);
+    if (!growArray(mesh->bindings, capacity)) return false;
+    mesh->bindingCapacity = capacity;
+    return true;
 }
 
 Result qelSkinnedMesh_addTransform(SkinnedMesh* mesh, Node* bone, int32_t weight, int32_t firstVertex,
                                    int32_t vertexCount) {
     const Result result = checkBinding(mesh, bone, weight, firstVertex, vertexCount);
     if (result != QEL_STATUS_OK) return result;
-    if (mesh->bindingCount == mesh->bindingCapacity) {
-        const int32_t capacity = grownCapacity(mesh->bindingCapacity);
-        if (!growArray(mesh->bindings, capacity)) return QEL_STATUS_OUT_OF_MEMORY;
-        mesh->bindingCapacity = capacity;
-    }
     const std::span<Node*> bones(mesh->bones, size_t(mesh->boneCount));
     const auto index = int32_t(std::ranges::find(bones, bone) - bones.begin());
-    if (index == mesh->boneCount) {
+    const bool isNew = index == mesh->boneCount;
+    if (isNew && !isInSkeleton(mesh, bone)) return QEL_STATUS_ILLEGAL_ARGUMENT;
+    if (!reserveBinding(mesh)) return QEL_STATUS_OUT_OF_MEMORY;
+    if (isNew) {
         const Result appended = appendBone(mesh, bone);
         if (appended != QEL_STATUS_OK) return appended;
     }

@@ -1,0 +1,138 @@
+// Meshes. The vertices that morphing and skinning make are accounted for when a mesh is read: meshes may share buffers,
+// but not what is made of them.
+#include <span>
+
+#include "loader/m3g_fields.h"
+#include "loader/m3g_object_readers.h"
+#include "scene/appearance.h"
+#include "scene/morphing_mesh.h"
+#include "scene/skinned_mesh.h"
+#include "scene/triangle_strip_array.h"
+#include "scene/vertex_array.h"
+#include "scene/vertex_buffer.h"
+
+struct SubmeshLists {
+    explicit SubmeshLists(uint32_t count) : strips(count), appearances(count) {}
+    bool hasMemory() const { return strips.data && appearances.data; }
+
+    Scratch<TriangleStripArray*> strips;
+    Scratch<Appearance*> appearances;
+};
+
+constexpr uint32_t kSubmeshSize = 8;
+
+static void readSubmeshes(M3gReader* reader, SubmeshLists& lists) {
+    if (!lists.hasMemory()) return M3gReader_failOutOfMemory(reader);
+    for (uint32_t i = 0; i < lists.strips.count; ++i) {
+        lists.strips.data[i] = M3gReader_readRequired<TriangleStripArray>(reader, ClassId::TriangleStripArray);
+        lists.appearances.data[i] = M3gReader_readOptional<Appearance>(reader, ClassId::Appearance);
+    }
+}
+
+Object3D* M3gReader_readMesh(M3gReader* reader) {
+    const M3gNodeFields fields = M3gFields_readNode(reader);
+    auto* vertices = M3gReader_readRequired<VertexBuffer>(reader, ClassId::VertexBuffer);
+    SubmeshLists submeshes(M3gReader_readCount(reader, kSubmeshSize));
+    readSubmeshes(reader, submeshes);
+    if (!M3gReader_isIntact(reader)) return nullptr;
+    Result result;
+    Mesh* mesh = qelMesh_create(vertices, submeshes.strips.data, submeshes.appearances.data,
+                                int32_t(submeshes.strips.count), &result);
+    if (!mesh) return M3gReader_failCreation(reader, result);
+    return M3gFields_complete(reader, fields, mesh);
+}
+
+// --- Morphing ---
+
+struct TargetLists {
+    explicit TargetLists(uint32_t count) : buffers(count), weights(count) {}
+    bool hasMemory() const { return buffers.data && weights.data; }
+
+    Scratch<VertexBuffer*> buffers;
+    Scratch<float> weights;
+};
+
+constexpr uint32_t kTargetSize = 8;
+
+static void readTargets(M3gReader* reader, TargetLists& lists) {
+    if (!lists.hasMemory()) return M3gReader_failOutOfMemory(reader);
+    for (uint32_t i = 0; i < lists.buffers.count; ++i) {
+        lists.buffers.data[i] = M3gReader_readRequired<VertexBuffer>(reader, ClassId::VertexBuffer);
+        lists.weights.data[i] = M3gReader_readFloat(reader);
+    }
+}
+
+static uint64_t byteCountOf(const VertexArray* array) { return array ? qelVertexArray_byteCount(array) : 0; }
+
+static uint64_t byteCountOf(const VertexBuffer* buffer) {
+    uint64_t count = byteCountOf(buffer->positions) + byteCountOf(buffer->normals) + byteCountOf(buffer->colors);
+    for (const VertexArray* array : buffer->texCoords) count += byteCountOf(array);
+    return count;
+}
+
+// A buffer as large as the base one, into which every target goes, be it the same one again and again.
+static void accountForMorphing(M3gReader* reader, const VertexBuffer* base, uint32_t targetCount) {
+    M3gReader_deriveBytes(reader, byteCountOf(base) * (uint64_t(targetCount) + 1));
+}
+
+Object3D* M3gReader_readMorphingMesh(M3gReader* reader) {
+    const M3gNodeFields fields = M3gFields_readNode(reader);
+    auto* vertices = M3gReader_readRequired<VertexBuffer>(reader, ClassId::VertexBuffer);
+    SubmeshLists submeshes(M3gReader_readCount(reader, kSubmeshSize));
+    readSubmeshes(reader, submeshes);
+    TargetLists targets(M3gReader_readCount(reader, kTargetSize));
+    readTargets(reader, targets);
+    if (!M3gReader_isIntact(reader)) return nullptr;
+    accountForMorphing(reader, vertices, targets.buffers.count);
+    if (!M3gReader_isIntact(reader)) return nullptr;
+    Result result;
+    MorphingMesh* mesh =
+        qelMorphingMesh_create(vertices, targets.buffers.data, submeshes.strips.data, submeshes.appearances.data,
+                               int32_t(submeshes.strips.count), int32_t(targets.buffers.count), &result);
+    if (!mesh) return M3gReader_failCreation(reader, result);
+    qelMorphingMesh_setWeights(mesh, targets.weights.data);
+    return M3gFields_complete(reader, fields, mesh);
+}
+
+// --- Skinning ---
+
+// Output arrays, a copy of the positions in a larger scale, and the influence tables of each vertex.
+static void accountForSkinning(M3gReader* reader, const VertexBuffer* base) {
+    constexpr uint64_t kTablesPerVertex = (1 + 2 * kMaxInfluences) * sizeof(int32_t) + sizeof(SkinRun);
+    const uint64_t vertexCount = base->positions ? uint64_t(base->positions->vertexCount) : 0;
+    M3gReader_deriveBytes(
+        reader, 2 * byteCountOf(base->positions) + byteCountOf(base->normals) + vertexCount * kTablesPerVertex);
+}
+
+// The tables take time for every vertex of every binding, however few of them are kept.
+static void readBinding(M3gReader* reader, SkinnedMesh* mesh) {
+    Node* bone = M3gReader_readNodeReference(reader);
+    const int32_t firstVertex = readInt32(reader->stream), vertexCount = readInt32(reader->stream);
+    const int32_t weight = readInt32(reader->stream);
+    if (!M3gReader_isIntact(reader)) return;
+    M3gReader_require(reader, qelSkinnedMesh_addTransform(mesh, bone, weight, firstVertex, vertexCount));
+    if (M3gReader_isIntact(reader)) M3gReader_deriveBytes(reader, uint64_t(vertexCount));
+}
+
+static void readBindings(M3gReader* reader, SkinnedMesh* mesh) {
+    constexpr uint32_t kBindingSize = 16;
+    const uint32_t count = M3gReader_readCount(reader, kBindingSize);
+    for (uint32_t i = 0; i < count && M3gReader_isIntact(reader); ++i) readBinding(reader, mesh);
+}
+
+Object3D* M3gReader_readSkinnedMesh(M3gReader* reader) {
+    const M3gNodeFields fields = M3gFields_readNode(reader);
+    auto* vertices = M3gReader_readRequired<VertexBuffer>(reader, ClassId::VertexBuffer);
+    SubmeshLists submeshes(M3gReader_readCount(reader, kSubmeshSize));
+    readSubmeshes(reader, submeshes);
+    auto* skeleton = M3gReader_readRequired<Group>(reader, ClassId::Group);
+    if (!M3gReader_isIntact(reader)) return nullptr;
+    accountForSkinning(reader, vertices);
+    if (!M3gReader_isIntact(reader)) return nullptr;
+    Result result;
+    SkinnedMesh* mesh = qelSkinnedMesh_create(vertices, submeshes.strips.data, submeshes.appearances.data, skeleton,
+                                              int32_t(submeshes.strips.count), &result);
+    if (!mesh) return M3gReader_failCreation(reader, result);
+    readBindings(reader, mesh);
+    return M3gFields_complete(reader, fields, mesh);
+}
