@@ -623,7 +623,7 @@ K8_API bool K8Render_bind(K8Render *handle, void *target, int32_t width, int32_t
 
 /* Queues an object for the next flush. Everything needed is copied: the host may change or destroy its handles
  * afterwards.
- * object      a figure, a primitive or a group
+ * object      a figure, a primitive, a group or a scene group
  * transform   object to world; null: identity. Figure vertices are in 1/64 of a unit
  * A group is walked depth first. Each of its figures and primitives becomes an item of the list, placed by the
  * transforms above it; a group that several groups contain is drawn in each. Null children and handles of other
@@ -634,6 +634,19 @@ K8_API bool K8Render_bind(K8Render *handle, void *target, int32_t width, int32_t
  *   fog      is the fog of the whole call, before that of the block. Of several the nearest to the root counts, and the
  *            first of those
  * The whole group is queued or nothing of it.
+ * A scene group becomes one item: its scene is animated to the group's frame position, counted as milliseconds of world
+ * time, and drawn as its author made it, with what the handles below the group say in place of that:
+ *   figures    figure k of the group, depth first, stands for mesh k of the scene in the same order, as the loader made
+ *              them; a skinned mesh has the meshes of its skeleton with it. Its blend mode, transparency (on top of the
+ *              mesh's own) and perspective correction count; its frame, action and pattern do not
+ *   textures   what the figures list in `loadedTextures` takes the places of the scene's textures in the same order;
+ *              where too few are listed, white does. Of an 8-bit image loaded as a K8 texture only the image is
+ *              exchanged, the settings and the animation of the scene's texture stay
+ *   lights     the handles count; the scene's own light nodes are taken out of the scene
+ *   fog        that of the call, or none, takes the place of the scene's
+ * Values that drawing changes in the scene are put back. Cameras and the background of a scene are not used.
+ * A figure of a scene can also be queued by itself: its mesh is then animated to the figure's own frame position, and
+ * entry j of `loadedTextures` is for the j-th submesh that came with a texture.
  * Fails with false, queueing nothing, for null arguments (but transform), for a light of the block without loaded info,
  * for a handle of another class, and for a tree of more than 65535 groups or 1048576 children, each counted as often as
  * it is met. Fails with K8_ERR_OUT_OF_MEMORY also when the list would hold more than 2048 items and when groups are
@@ -654,9 +667,10 @@ K8_API bool K8Render_render3D(K8Render *handle, const K8RenderParams *params, K8
 K8_API bool K8Render_flush(K8Render *handle, int32_t x, int32_t y, int32_t w, int32_t h);
 
 /* Whether anything queued blends with what is behind it: a figure that blends as a whole or has polygons that do, in
- * whichever pattern; triangles, quadrilaterals and sprites that are drawn with a blend mode. Points and lines count as
- * opaque.
- * out   receives 0; 1, with the answer true, for a null handle. May be null */
+ * whichever pattern; triangles, quadrilaterals and sprites that are drawn with a blend mode; the figures of a scene
+ * group. Points and lines count as opaque.
+ * out   receives 0; or, with the answer true, 1 for a null handle and 2 when a scene has more than 511 figures and
+ *       groups, too many to look at, or memory runs out. May be null */
 K8_API bool K8Render_CheckAlphaBlend(K8Render *handle, uint32_t *out);
 
 /* Empties the list without drawing. Fails with false for a null or unbound handle. */

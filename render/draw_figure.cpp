@@ -2,6 +2,7 @@
 
 #include "animation/figure_pose.h"
 #include "render/draw_camera.h"
+#include "render/draw_scene.h"
 #include "render/figure_parameters.h"
 #include "scene/compositing_mode.h"
 #include "scene/figure_mesh.h"
@@ -92,7 +93,14 @@ static bool renderMesh(K8Render* handle, const DrawItem* item, FigureMesh* figur
 bool K8DrawList_drawFigure(K8Render* handle, const DrawItem* item) {
     const auto* queued = reinterpret_cast<const K8Figure*>(item->object);
     Object3D* object = queued->header.object;
-    if (!object || object->classId != ClassId::FigureMesh || !queued->info) return false;
+    if (!object || !queued->info) return false;
+    switch (object->classId) {
+        case ClassId::FigureMesh: break;
+        case ClassId::Mesh:
+        case ClassId::MorphingMesh:
+        case ClassId::SkinnedMesh: return K8DrawList_drawMeshFigure(handle, item, *queued->info);
+        default: return false;
+    }
     auto* figure = static_cast<FigureMesh*>(object);
     if (!figure->vertexBuffer) return true;  // nothing was ever loaded into it
     const int32_t textureUnits = handle->context->textureUnits;

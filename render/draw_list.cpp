@@ -5,11 +5,13 @@
 #include "frame/handle_copy.h"
 #include "render/call_lights.h"
 #include "render/draw_tree.h"
+#include "render/figure_walk.h"
 #include "scene/duplicate.h"
 
 std::array<uint32_t, kRecordKindCount + 1> K8DrawList_recordSizes() {
     std::array<uint32_t, kRecordKindCount + 1> sizes = {};
     sizes[uint32_t(RecordKind::DrawItem)] = sizeof(DrawItem);
+    sizes[uint32_t(RecordKind::SceneWork)] = sizeof(FigureWalkLevel);
     K8DrawTree_setRecordSizes(sizes);
     K8Handle_setCopyRecordSizes(sizes);
     return sizes;
@@ -119,8 +121,24 @@ static bool canBeQueued(const K8Handle* object) {
     switch (object->classId) {
         case K8_CLASS_FIGURE:
         case K8_CLASS_PRIMITIVE:
-        case K8_CLASS_GROUP: return true;
+        case K8_CLASS_GROUP:
+        case K8_CLASS_SCENE_GROUP: return true;
         default: return false;
+    }
+}
+
+// A scene is drawn as one unit, at the place of its group.
+static bool queueScene(QueueCall* call, const K8Group* group, const K8Transform& placed) {
+    K8Transform place = placed;
+    K8Transform_multiply(&place, group->info ? group->info->transform : nullptr);
+    return queueObject(call, &group->header, place);
+}
+
+static bool queueByClass(QueueCall* call, const K8Handle* object, const K8Transform& placed) {
+    switch (object->classId) {
+        case K8_CLASS_GROUP: return queueGroup(call, reinterpret_cast<const K8Group*>(object), placed);
+        case K8_CLASS_SCENE_GROUP: return queueScene(call, reinterpret_cast<const K8Group*>(object), placed);
+        default: return queueObject(call, object, placed);
     }
 }
 
@@ -133,9 +151,7 @@ static bool queueTree(QueueCall* call, const K8Handle* object, const K8Transform
         call->fog = static_cast<Fog*>(qelObject3D_duplicate(fog->header.object));
         if (!call->fog) return K8ErrStorage_failOutOfMemory();
     }
-    const bool queued = object->classId == K8_CLASS_GROUP
-                            ? queueGroup(call, reinterpret_cast<const K8Group*>(object), placed)
-                            : queueObject(call, object, placed);
+    const bool queued = queueByClass(call, object, placed);
     qelObject3D_unref(call->fog);
     return queued;
 }

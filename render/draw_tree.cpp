@@ -2,6 +2,8 @@
 
 #include "frame/error_status.h"
 #include "render/call_lights.h"
+#include "scene/group.h"
+#include "scene/subtree.h"
 
 // A group on the way down to where a walk is.
 struct TreeLevel {
@@ -16,16 +18,35 @@ struct TreeWalk {
     TreeLevel* level;  // the innermost
     uint32_t depth;    // number of levels
     uint32_t groupVisits, childVisits;
+    bool entersScenes;  // scene groups are entered like groups; otherwise they are leaves
 };
 
 void K8DrawTree_setRecordSizes(std::array<uint32_t, kRecordKindCount + 1>& sizes) {
     sizes[uint32_t(RecordKind::TreeLevel)] = sizeof(TreeLevel);
 }
 
+// --- Lights of scenes ---
+
+// Takes the lights out of a scene, so that they never light it beside the handles made for them. What is in skeletons stays.
+static void removeLights(Object3D* scene) {
+    if (!qelObject3D_isGroup(scene)) return;
+    auto* root = static_cast<Node*>(scene);
+    SubtreeWalk walk = {root, root, 0};
+    while (qelSubtreeWalk_next(&walk)) {
+        Node* node = walk.node;
+        if (node->classId == ClassId::SkinnedMesh) walk.childIndex = 1;  // behind its skeleton
+        if (node->classId != ClassId::Light) continue;
+        walk.node = node->parent;
+        walk.childIndex = node->childSlot;  // where the next child moves up to
+        qelGroup_removeChild(static_cast<Group*>(walk.node), node);
+    }
+}
+
 // --- The walk ---
 
 static bool enterGroup(TreeWalk* walk, const K8Group* group, const K8Transform& outside) {
     if (++walk->groupVisits > kMaxGroupVisits) return K8ErrStorage_fail();
+    if (group->header.classId == K8_CLASS_SCENE_GROUP) removeLights(group->header.object);
     const K8GroupInfo* info = group->info;
     if (!info || info->childHandleCount == 0) return true;
     if (!info->childHandles) return K8ErrStorage_fail();
@@ -60,13 +81,15 @@ static bool visitNextChild(TreeWalk* walk, VisitLeaf visit, void* closure) {
     TreeLevel* level = walk->level;
     const K8Handle* child = level->group->childHandles[level->nextChild++];
     if (!child) return true;
-    if (child->classId == K8_CLASS_GROUP)
+    if (child->classId == K8_CLASS_GROUP || (walk->entersScenes && child->classId == K8_CLASS_SCENE_GROUP))
         return enterGroup(walk, reinterpret_cast<const K8Group*>(child), *level->place);
     return visit(closure, *walk, child);
 }
 
-static bool walkTree(RecordPool* pool, const K8Group* root, const K8Transform& placed, VisitLeaf visit, void* closure) {
-    TreeWalk walk = {.pool = pool, .level = nullptr, .depth = 0, .groupVisits = 0, .childVisits = 0};
+static bool walkTree(RecordPool* pool, const K8Group* root, const K8Transform& placed, bool entersScenes,
+                     VisitLeaf visit, void* closure) {
+    TreeWalk walk = {
+        .pool = pool, .level = nullptr, .depth = 0, .groupVisits = 0, .childVisits = 0, .entersScenes = entersScenes};
     bool ok = enterGroup(&walk, root, placed);
     while (walk.level) {  // after a failure this only gives the records back
         if (ok && walk.level->nextChild < walk.level->group->childHandleCount)
@@ -105,10 +128,10 @@ static bool gatherLeaf(void* closure, const TreeWalk& walk, const K8Handle* leaf
 
 bool K8DrawTree_gather(K8RenderContext* context, const K8Handle* object, const K8Transform& placed, const K8Fog** fog) {
     *fog = nullptr;
-    if (object->classId != K8_CLASS_GROUP) return true;
+    if (object->classId != K8_CLASS_GROUP && object->classId != K8_CLASS_SCENE_GROUP) return true;
     Gathering gathering = {.context = context, .fog = nullptr, .fogDepth = 0};
     const auto* root = reinterpret_cast<const K8Group*>(object);
-    if (!walkTree(context->pool, root, placed, gatherLeaf, &gathering)) return false;
+    if (!walkTree(context->pool, root, placed, true, gatherLeaf, &gathering)) return false;
     *fog = gathering.fog;
     return true;
 }
@@ -125,7 +148,12 @@ static bool expandLeaf(void* closure, const TreeWalk& walk, const K8Handle* leaf
     switch (leaf->classId) {
         case K8_CLASS_FIGURE:
         case K8_CLASS_PRIMITIVE: return expansion->queueLeaf(expansion->closure, leaf, *walk.level->place);
-        case K8_CLASS_SCENE_GROUP: return K8ErrStorage_fail();  // cannot be drawn
+        case K8_CLASS_SCENE_GROUP: {
+            const K8GroupInfo* info = reinterpret_cast<const K8Group*>(leaf)->info;
+            K8Transform place = *walk.level->place;
+            K8Transform_multiply(&place, info ? info->transform : nullptr);
+            return expansion->queueLeaf(expansion->closure, leaf, place);
+        }
         default: return true;
     }
 }
@@ -133,5 +161,5 @@ static bool expandLeaf(void* closure, const TreeWalk& walk, const K8Handle* leaf
 bool K8DrawTree_expand(K8RenderContext* context, const K8Group* group, const K8Transform& placed, K8QueueLeaf queueLeaf,
                        void* closure) {
     Expansion expansion = {queueLeaf, closure};
-    return walkTree(context->pool, group, placed, expandLeaf, &expansion);
+    return walkTree(context->pool, group, placed, false, expandLeaf, &expansion);
 }

@@ -4,6 +4,7 @@
 #include "render/draw_figure.h"
 #include "render/draw_list.h"
 #include "render/draw_primitive.h"
+#include "render/draw_scene.h"
 
 // The part of the bind rectangle that a flush may draw to; width or height is not positive when there is none.
 static PixelRect visibleArea(const PixelRect& bind, const PixelRect& flush) {
@@ -45,6 +46,7 @@ static bool drawItem(K8Render* handle, const DrawItem* item) {
     switch (item->object->classId) {
         case K8_CLASS_FIGURE: return K8DrawList_drawFigure(handle, item);
         case K8_CLASS_PRIMITIVE: return K8DrawList_drawFaces(handle, item);
+        case K8_CLASS_SCENE_GROUP: return K8DrawList_drawScene(handle, item);
         default: return false;
     }
 }

@@ -11,7 +11,7 @@ enum class RecordKind : uint32_t {
     DrawItem = 1,
     TreeLevel = 2,      // of walking a tree of groups
     WorkListEntry = 3,  // of copying a handle tree
-    SceneWork = 4,      // kept for walks over the scenes of scene groups
+    SceneWork = 4,      // of walking the figures of a scene group
     ReleaseWork = 5,    // kept for releasing handle copies, which links the copies themselves instead
     Transform = 6,
     ActionTable = 7,

@@ -67,6 +67,8 @@ static Texture2D* createWhiteTexture() {
 
 // Frees what hangs off the context, in reverse order of creation; members never made are null.
 static void releaseContext(K8RenderContext* context, K8Allocator* allocator) {
+    K8GrowingBlock_free(context->sceneChanges, allocator);
+    K8GrowingBlock_free(context->sceneTextures, allocator);
     qelObject3D_unref(context->whiteTexture);
     RecordPool_destroy(context->pool);
     K8Allocator_free(allocator, context->collectedTransforms);

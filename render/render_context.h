@@ -4,6 +4,7 @@
 #include "render/graphics3d.h"
 #include "render/record_pool.h"
 #include "render/render_state.h"
+#include "render/scene_changes.h"
 
 struct DrawItem;
 
@@ -28,6 +29,10 @@ struct K8RenderContext {
     int32_t textureUnits;     // that the draw list uses
     Texture2D* whiteTexture;  // one reference; 1 x 1, ALPHA 255
     RecordPool* pool;
+
+    // Of the scene being drawn; both empty between draws, and their blocks kept.
+    SceneChanges sceneChanges;
+    GrowingBlock<SceneTexture> sceneTextures;
 
     // Lights of the item whose lights changed last, which hold for the items behind it: maxLights entries each, all
     // borrowed from that item.

@@ -1,0 +1,240 @@
+#include "render/draw_scene.h"
+
+#include "render/draw_camera.h"
+#include "render/figure_parameters.h"
+#include "render/figure_walk.h"
+#include "render/scene_changes.h"
+#include "scene/image2d.h"
+#include "scene/morphing_mesh.h"
+#include "scene/skinned_mesh.h"
+#include "scene/subtree.h"
+
+constexpr uint32_t kFirstTextureBlockBytes = 24576;
+
+static bool isMesh(const Object3D* object) {
+    switch (object->classId) {
+        case ClassId::Mesh:
+        case ClassId::MorphingMesh:
+        case ClassId::SkinnedMesh: return true;
+        default: return false;
+    }
+}
+
+// --- Textures ---
+
+// A second map is laid over a mesh with the coordinates of its first texture. Targets without coordinates of their own take
+// the base's, but a morphed buffer has to be made again with them.
+static void ensureSecondCoordinates(Mesh* mesh) {
+    if (!mesh->vertexBuffer || mesh->vertexBuffer->texCoords[1]) return;
+    K8FigureParameters_ensureSecondCoordinates(mesh->vertexBuffer);
+    if (mesh->classId == ClassId::MorphingMesh) static_cast<MorphingMesh*>(mesh)->weightsChanged = 1;
+}
+
+// A palette image that was loaded as a K8 texture takes the place of the image that the scene's texture has, whose settings
+// stay; its coordinates are the scene's. So are those of any other texture, which therefore loses the scale of figures. A
+// texture that came with the scene is put in as its author made it.
+static void putTexture(Appearance* appearance, Texture2D* texture, bool isOfScene) {
+    if (isOfScene) {
+        qelAppearance_setTexture(appearance, 0, texture);
+    } else if (texture->image->levelRecord->palette5551) {
+        qelTexture2D_setImage(appearance->textures[0], texture->image);
+    } else {
+        qelTransformable_setScale(texture, 1, 1, 1);
+        qelAppearance_setTexture(appearance, 0, texture);
+    }
+}
+
+static void replaceTextures(Appearance* appearance, Mesh* mesh, const SceneTexture& replacement, int32_t textureUnits) {
+    putTexture(appearance, replacement.texture, replacement.isOfScene);
+    if (textureUnits < 2) return;
+    if (replacement.secondMap) ensureSecondCoordinates(mesh);
+    qelAppearance_setTexture(appearance, 1, replacement.secondMap);
+}
+
+// --- Parameters of a figure ---
+
+static void applyInfo(Appearance* appearance, const K8FigureInfo& info) {
+    K8FigureParameters_applyCompositing(appearance->compositingMode, K8FigureParameters_blending(info.blendMode));
+    if (appearance->polygonMode)
+        qelPolygonMode_setPerspectiveCorrectionEnable(appearance->polygonMode, info.perspectiveCorrection);
+}
+
+// On top of the opacity that the scene's author gave the mesh.
+static void applyTransparency(Mesh* mesh, const K8FigureInfo& info) {
+    qelNode_setAlphaFactor(mesh, mesh->alphaFactor * K8FigureParameters_alphaFactor(info.transparency));
+}
+
+static bool render(K8Render* handle, const DrawItem* item, Node* node) {
+    qelTransform matrix = K8DrawList_sceneMatrix(item->transform, 1);
+    K8DrawList_setCamera(handle, item->params);
+    return qelGraphics3D_render(K8Render_graphics(handle), node, &matrix) == QEL_STATUS_OK;
+}
+
+// --- One mesh ---
+
+// The submesh that texture handle j is for: the j-th that came with a texture, as the loader lists them; in a mesh that
+// came without textures submesh j.
+static const SceneChange* submeshForTexture(const SceneChanges& saved, uint32_t j, bool anyTextured) {
+    for (const SceneChange& change : std::span(saved.records, saved.count)) {
+        if (!isMesh(change.node) || (anyTextured && !change.textures[0])) continue;
+        if (j-- == 0) return &change;
+    }
+    return nullptr;
+}
+
+static void bindTextures(const SceneChanges& saved, const K8FigureInfo& info, int32_t textureUnits) {
+    bool anyTextured = false;
+    for (const SceneChange& change : std::span(saved.records, saved.count)) {
+        if (!isMesh(change.node)) continue;
+        anyTextured |= change.textures[0] != nullptr;
+        for (int32_t unit = 0; unit < textureUnits; ++unit) qelAppearance_setTexture(change.appearance, unit, nullptr);
+    }
+    for (uint32_t j = 0; j < info.loadedTextureCount; ++j) {
+        const K8Texture* texture = info.loadedTextures[j];
+        const bool isUsable = texture && texture->header.object;
+        const SceneChange* submesh = isUsable ? submeshForTexture(saved, j, anyTextured) : nullptr;
+        if (!submesh) continue;
+        if (!texture->keepsBlending) K8FigureParameters_applyTextureMode(texture);
+        qelAppearance_setTexture(submesh->appearance, 0, static_cast<Texture2D*>(texture->header.object));
+        Texture2D* secondMap = textureUnits > 1 ? K8FigureParameters_secondMap(texture) : nullptr;
+        if (!secondMap) continue;
+        ensureSecondCoordinates(static_cast<Mesh*>(submesh->node));
+        qelAppearance_setTexture(submesh->appearance, 1, secondMap);
+    }
+}
+
+// With what is in its skeleton.
+static bool saveSubtree(SceneChanges& saved, Mesh* mesh, K8Allocator* allocator) {
+    SubtreeWalk walk = {mesh, mesh, 0};
+    do {
+        if (!K8SceneChanges_save(saved, walk.node, allocator)) return false;
+    } while (qelSubtreeWalk_next(&walk));
+    return true;
+}
+
+bool K8DrawList_drawMeshFigure(K8Render* handle, const DrawItem* item, const K8FigureInfo& info) {
+    auto* mesh = static_cast<Mesh*>(item->object->object);
+    if (!mesh->vertexBuffer) return false;
+    SceneChanges& saved = handle->context->sceneChanges;
+    bool drawn = saveSubtree(saved, mesh, handle->header.allocator);
+    if (drawn) {
+        Result ignored = QEL_STATUS_OK;  // an invalid sequence leaves what it has written
+        qelObject3D_animateSubtree(mesh, info.frame, &ignored);
+        for (const SceneChange& change : std::span(saved.records, saved.count)) {
+            Appearance* appearance = change.appearance;
+            qelAppearance_setFog(appearance, item->fog);
+            applyInfo(appearance, info);
+            if (PolygonMode* mode = appearance->polygonMode; mode && mode->culling != Culling::None)
+                qelPolygonMode_setCulling(mode, int32_t(Culling::Back));
+        }
+        bindTextures(saved, info, handle->context->textureUnits);
+        applyTransparency(mesh, info);
+        drawn = render(handle, item, mesh);
+    }
+    K8SceneChanges_restore(saved);
+    return drawn;
+}
+
+// --- Whole scenes ---
+
+// A scene being prepared: where its textures and figures are taken from next.
+struct ScenePreparation {
+    K8RenderContext* context;
+    K8Allocator* allocator;
+    Fog* fog;
+    FigureWalk figures;  // one for every mesh, in the order of both walks
+    uint32_t nextTexture;
+};
+
+static bool gatherTextures(K8RenderContext* context, const K8Group* group, K8Allocator* allocator) {
+    context->sceneTextures.count = 0;
+    FigureWalk walk;
+    if (!K8FigureWalk_begin(&walk, group, context->pool)) return false;
+    bool ok = true;
+    while (const K8Figure* figure = ok ? K8FigureWalk_next(&walk) : nullptr) {
+        const uint32_t count = figure->info ? figure->info->loadedTextureCount : 0;
+        for (uint32_t j = 0; ok && j < count; ++j) {
+            const K8Texture* texture = figure->info->loadedTextures[j];
+            if (!texture || !texture->header.object) continue;
+            SceneTexture* entry = K8GrowingBlock_append(context->sceneTextures, allocator, kFirstTextureBlockBytes);
+            ok = entry != nullptr;
+            if (!ok) break;
+            if (!texture->keepsBlending) K8FigureParameters_applyTextureMode(texture);
+            *entry = {static_cast<Texture2D*>(texture->header.object), K8FigureParameters_secondMap(texture),
+                      texture->keepsBlending};
+        }
+    }
+    K8FigureWalk_end(&walk);
+    return ok && !walk.failed;
+}
+
+// The next texture of the list; where it is used up, the white one.
+static SceneTexture takeTexture(ScenePreparation& preparation) {
+    const auto& textures = preparation.context->sceneTextures;
+    if (preparation.nextTexture < textures.count) return textures.records[preparation.nextTexture++];
+    return {preparation.context->whiteTexture, nullptr, 0};
+}
+
+// Gives a mesh of the scene, or one of a skeleton, its textures and the parameters of its figure, if it has one.
+static void prepareMesh(ScenePreparation& preparation, Mesh* mesh, const K8FigureInfo* info) {
+    for (Appearance* appearance : K8SceneChanges_appearancesOf(mesh)) {
+        if (!appearance) continue;
+        if (appearance->textures[0])
+            replaceTextures(appearance, mesh, takeTexture(preparation), preparation.context->textureUnits);
+        if (info) applyInfo(appearance, *info);
+    }
+}
+
+static bool saveAndSetFog(ScenePreparation& preparation, Node* node) {
+    if (!K8SceneChanges_save(preparation.context->sceneChanges, node, preparation.allocator)) return false;
+    for (Appearance* appearance : K8SceneChanges_appearancesOf(node))
+        if (appearance) qelAppearance_setFog(appearance, preparation.fog);
+    return true;
+}
+
+// The mesh and, for a skinned one, everything in its skeleton: one figure stands for all of it.
+static bool prepareFigure(ScenePreparation& preparation, Mesh* mesh) {
+    const K8Figure* figure = K8FigureWalk_next(&preparation.figures);
+    const K8FigureInfo* info = figure ? figure->info : nullptr;
+    SubtreeWalk walk = {mesh, mesh, 0};
+    do {
+        if (!saveAndSetFog(preparation, walk.node)) return false;
+        if (isMesh(walk.node)) prepareMesh(preparation, static_cast<Mesh*>(walk.node), info);
+    } while (qelSubtreeWalk_next(&walk));
+    if (info) applyTransparency(mesh, *info);
+    return !preparation.figures.failed;
+}
+
+static bool prepareScene(ScenePreparation& preparation, Node* root) {
+    SubtreeWalk walk = {root, root, 0};
+    do {
+        if (!isMesh(walk.node)) {
+            if (!saveAndSetFog(preparation, walk.node)) return false;
+            continue;
+        }
+        if (!prepareFigure(preparation, static_cast<Mesh*>(walk.node))) return false;
+        if (walk.node->classId == ClassId::SkinnedMesh) walk.childIndex = 1;  // its skeleton is done
+    } while (qelSubtreeWalk_next(&walk));
+    return true;
+}
+
+static bool drawPrepared(K8Render* handle, const DrawItem* item, const K8Group* group, ScenePreparation& preparation) {
+    auto* root = static_cast<Node*>(group->header.object);
+    if (!K8FigureWalk_begin(&preparation.figures, group, preparation.context->pool)) return false;
+    bool drawn = gatherTextures(preparation.context, group, preparation.allocator) && prepareScene(preparation, root);
+    K8FigureWalk_end(&preparation.figures);
+    if (drawn) {
+        Result ignored = QEL_STATUS_OK;  // an invalid sequence leaves what it has written
+        qelObject3D_animateSubtree(root, group->info->frame, &ignored);
+        drawn = render(handle, item, root);
+    }
+    K8SceneChanges_restore(preparation.context->sceneChanges);
+    return drawn;
+}
+
+bool K8DrawList_drawScene(K8Render* handle, const DrawItem* item) {
+    const auto* group = reinterpret_cast<const K8Group*>(item->object);
+    if (!qelObject3D_isNode(group->header.object) || !group->info) return false;
+    ScenePreparation preparation = {handle->context, handle->header.allocator, item->fog, {}, 0};
+    return drawPrepared(handle, item, group, preparation);
+}

@@ -1,0 +1,88 @@
+#include "render/scene_changes.h"
+
+#include "scene/fog.h"
+#include "scene/sprite3d.h"
+#include "scene/texture2d.h"
+
+constexpr uint32_t kFirstBlockBytes = 32768;
+
+static bool isMesh(const Node* node) {
+    switch (node->classId) {
+        case ClassId::Mesh:
+        case ClassId::MorphingMesh:
+        case ClassId::SkinnedMesh: return true;
+        default: return false;
+    }
+}
+
+std::span<Appearance* const> K8SceneChanges_appearancesOf(const Node* node) {
+    if (node->classId == ClassId::Sprite3D) return {&static_cast<const Sprite3D*>(node)->appearance, 1};
+    if (!isMesh(node)) return {};
+    const auto* mesh = static_cast<const Mesh*>(node);
+    return {mesh->appearances, size_t(mesh->submeshCount)};
+}
+
+template <typename T>
+static T* takeReference(T* object) {
+    qelObject3D_ref(object);
+    return object;
+}
+
+static void fill(SceneChange* change, Node* node, Appearance* appearance) {
+    change->node = node;
+    change->appearance = appearance;
+    change->alphaFactor = node->alphaFactor;
+    change->fog = takeReference(appearance->fog);
+    for (int32_t unit = 0; unit < kMaxTextureUnits; ++unit)
+        change->textures[unit] = takeReference(appearance->textures[unit]);
+    if (change->textures[0]) change->image = takeReference(change->textures[0]->image);
+    if (const CompositingMode* mode = appearance->compositingMode) {
+        change->blending = mode->blending;
+        change->depthTest = mode->depthTestEnabled;
+        change->depthWrite = mode->depthWriteEnabled;
+    }
+    if (const PolygonMode* mode = appearance->polygonMode) {
+        change->culling = mode->culling;
+        change->perspectiveCorrection = mode->perspectiveCorrectionEnabled;
+    }
+}
+
+bool K8SceneChanges_save(SceneChanges& changes, Node* node, K8Allocator* allocator) {
+    for (Appearance* appearance : K8SceneChanges_appearancesOf(node)) {
+        if (!appearance) continue;
+        SceneChange* change = K8GrowingBlock_append(changes, allocator, kFirstBlockBytes);
+        if (!change) return false;
+        fill(change, node, appearance);
+    }
+    return true;
+}
+
+static void putBack(const SceneChange& change) {
+    Appearance* appearance = change.appearance;
+    qelNode_setAlphaFactor(change.node, change.alphaFactor);
+    qelAppearance_setFog(appearance, change.fog);
+    for (int32_t unit = 0; unit < kMaxTextureUnits; ++unit)
+        qelAppearance_setTexture(appearance, unit, change.textures[unit]);
+    if (change.image && change.textures[0]->image != change.image)
+        qelTexture2D_setImage(change.textures[0], change.image);
+    if (CompositingMode* mode = appearance->compositingMode) {
+        qelCompositingMode_setBlending(mode, int32_t(change.blending));
+        qelCompositingMode_setDepthTestEnable(mode, change.depthTest);
+        qelCompositingMode_setDepthWriteEnable(mode, change.depthWrite);
+    }
+    if (PolygonMode* mode = appearance->polygonMode) {
+        qelPolygonMode_setCulling(mode, int32_t(change.culling));
+        qelPolygonMode_setPerspectiveCorrectionEnable(mode, change.perspectiveCorrection);
+    }
+}
+
+// Backwards, because appearances and their components are shared: the first to have seen one saw its own values.
+void K8SceneChanges_restore(SceneChanges& changes) {
+    while (changes.count > 0) {
+        const SceneChange& change = changes.records[--changes.count];
+        putBack(change);
+        qelObject3D_unref(change.fog);
+        for (Texture2D* texture : change.textures) qelObject3D_unref(texture);
+        qelObject3D_unref(change.image);
+    }
+}

@@ -1,0 +1,40 @@
+// What drawing changes on the meshes of a loaded scene, kept so that it can be put back: the scene is the host's, and the next
+// draw must find what its author put there.
+#pragma once
+
+#include "render/growing_block.h"
+#include "scene/appearance.h"
+#include "scene/compositing_mode.h"
+#include "scene/mesh.h"
+#include "scene/polygon_mode.h"
+
+// One appearance of a mesh or sprite, and what it and its components held.
+struct SceneChange {
+    Node* node;  // borrowed, like the appearance: both outlive the draw
+    Appearance* appearance;
+    float alphaFactor;  // of the node
+    Fog* fog;           // one reference each, or null, down to the image
+    Texture2D* textures[kMaxTextureUnits];
+    Image2D* image;  // of textures[0]
+    Blending blending;
+    Culling culling;
+    uint8_t depthTest, depthWrite;
+    uint8_t perspectiveCorrection;
+};
+using SceneChanges = GrowingBlock<SceneChange>;
+
+// A texture that a scene is drawn with in place of one of its own; borrowed from the queued copy of its handle.
+struct SceneTexture {
+    Texture2D* texture;
+    Texture2D* secondMap;  // or null
+    uint8_t isOfScene;     // came with a scene and is used as it is
+};
+
+// Remembers the appearances of a mesh of any class, or of a sprite; other nodes have none. False, with what was remembered
+// kept, when memory runs out.
+bool K8SceneChanges_save(SceneChanges& changes, Node* node, K8Allocator* allocator);
+// Puts everything back and forgets it.
+void K8SceneChanges_restore(SceneChanges& changes);
+
+// The appearances of a mesh, null entries included; empty for other nodes.
+std::span<Appearance* const> K8SceneChanges_appearancesOf(const Node* node);
