@@ -1,95 +1,351 @@
+// An entry finds its place by a scan of the queue from the front, in which it is compared with one entry after the other;
+// the tests write that scan down. To follow it would take time in the square of a scene's size, so its outcome is worked
+// out from less. Layers stand in their order, and in each layer the opaque entries before the blended ones.
+//
+// Opaque: the scan sees the entries without compositing mode that stand before the first one with a mode. Among them an
+// appearance has all its entries in one run, which grows at its front; a further run begins in front of the others, since
+// they share that they have no mode. An entry with a mode goes before the first of these runs that it shares a component
+// with, that is the youngest. It hides this run and all older ones from every later scan: they are closed. So a run is
+// known by the entry that began it, and whether it is open by comparing that with the youngest one closed.
+//
+// Blended: the scan passes the entries that are deeper and then those of equal depth, and ends where the depth differs,
+// or earlier at the first entry of the same appearance. The depths that it meets are in no order, since an entry goes to
+// its appearance's first whatever stands behind; a DepthSequence finds the places. Entries of equal depth form a run,
+// in which the first entry that has a component is looked up.
 #include "render/render_queue.h"
 
-#include <cstring>
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <utility>
 
 #include "frame/allocator.h"
+#include "render/depth_sequence.h"
 #include "scene/appearance.h"
 #include "scene/compositing_mode.h"
 
-constexpr int32_t kFirstCapacity = 32;
+constexpr int32_t kFirstEntryCapacity = 32;
+constexpr int32_t kFirstSlotCapacity = 64;
+constexpr int32_t kLayerCount = 2 * kMaxLayer + 1;
 
-enum class QueueOrder { Same, Before, Equal, After };
+// --- The queue: one block, in which the arrays lie behind the structure ---
 
-static int32_t layerOf(const RenderQueueEntry& entry) { return entry.appearance ? entry.appearance->layer : 0; }
+struct QueuedEntry {
+    RenderQueueEntry entry;
+    int32_t run;         // the entry that began its run
+    int32_t runFront;    // of the run that it began itself: the first entry
+    bool runHasSeveral;  // of the run that it began itself: its components have been noted
+    bool isBlended;
+    uint8_t layer;  // from 0
+};
 
-static const CompositingMode* modeOf(const RenderQueueEntry& entry) {
-    return entry.appearance ? entry.appearance->compositingMode : nullptr;
+struct Layer {
+    EntryList opaque;
+    int32_t closedRun;    // no run up to this one is open
+    int32_t firstClosed;  // the entry behind the open runs
+    DepthSequence blended;
+    bool hasNaN;  // of the blended depths
+};
+
+constexpr Layer kEmptyLayer = {kEmptyList, kNoEntry, kNoEntry, kEmptyDepthSequence, false};
+
+// A slot of the index, a hash table from something within a scope to an entry. Scopes are numbered on from frame to
+// frame: a slot with a scope of an earlier frame is free.
+struct IndexSlot {
+    uintptr_t key;
+    uint32_t scope;
+    int32_t entry;
+};
+
+struct RenderQueue {
+    QueuedEntry* entries;  // as they came
+    EntryLinks* links;     // of the entry with the same number
+    DepthNode* nodes;
+    IndexSlot* slots;
+    int32_t entryCount, entryCapacity;
+    int32_t keyCount, slotCapacity;     // a power of 2, at least twice the count
+    uint32_t firstScope;                // of this frame, above 0
+    int32_t lowestLayer, highestLayer;  // of those in use
+    Layer layers[kLayerCount];
+};
+
+static_assert(sizeof(RenderQueue) % alignof(QueuedEntry) == 0 && sizeof(QueuedEntry) % alignof(EntryLinks) == 0 &&
+              sizeof(EntryLinks) % alignof(DepthNode) == 0 && sizeof(DepthNode) % alignof(IndexSlot) == 0);
+
+// --- Appearances ---
+
+static int32_t layerOf(const Appearance* appearance) { return appearance ? appearance->layer : 0; }
+
+static const CompositingMode* modeOf(const Appearance* appearance) {
+    return appearance ? appearance->compositingMode : nullptr;
 }
 
-static bool blends(const RenderQueueEntry& entry) {
-    const CompositingMode* mode = modeOf(entry);
+static bool blends(const Appearance* appearance) {
+    const CompositingMode* mode = modeOf(appearance);
     return mode && mode->blending != Blending::Replace;
 }
 
-// Where n belongs relative to e.
-static QueueOrder compare(const RenderQueueEntry& e, const RenderQueueEntry& n) {
-    if (n.appearance && n.appearance == e.appearance) return QueueOrder::Same;
-    if (layerOf(n) != layerOf(e)) return layerOf(n) < layerOf(e) ? QueueOrder::Before : QueueOrder::After;
-    if (!blends(n)) return !modeOf(e) || blends(e) ? QueueOrder::Equal : QueueOrder::Before;
-    if (!blends(e)) return QueueOrder::After;
-    if (e.depth < n.depth) return QueueOrder::Before;
-    return e.depth > n.depth ? QueueOrder::After : QueueOrder::Equal;
-}
-
-// Two absent components count as the same one.
-static bool sharesComponent(const RenderQueueEntry& a, const RenderQueueEntry& b) {
+// What stands for the components in the index. Two absent ones of a kind count as the same.
+static std::array<uintptr_t, 4> componentKeysOf(const Appearance* appearance) {
     static const qelAppearance none = {};
-    const Appearance* x = a.appearance ? a.appearance : &none;
-    const Appearance* y = b.appearance ? b.appearance : &none;
-    return x->compositingMode == y->compositingMode || x->fog == y->fog || x->polygonMode == y->polygonMode ||
-           x->material == y->material;
+    const Appearance* a = appearance ? appearance : &none;
+    std::array<uintptr_t, 4> keys = {reinterpret_cast<uintptr_t>(a->compositingMode),
+                                     reinterpret_cast<uintptr_t>(a->fog), reinterpret_cast<uintptr_t>(a->polygonMode),
+                                     reinterpret_cast<uintptr_t>(a->material)};
+    for (uintptr_t kind = 0; kind < keys.size(); ++kind)
+        if (!keys[kind]) keys[kind] = kind + 1;  // the address of nothing
+    return keys;
 }
 
-// Within a run of equals: before the first that shares a component, but an opaque entry never behind a blended one.
-static int32_t placeInRun(const RenderQueueEntry* entries, int32_t first, int32_t last, const RenderQueueEntry& n) {
-    for (int32_t i = first; i <= last; ++i)
-        if (sharesComponent(entries[i], n) || (!blends(n) && blends(entries[i]))) return i;
-    return last + 1;
+static bool sharesComponent(const Appearance* a, const Appearance* b) {
+    const auto x = componentKeysOf(a), y = componentKeysOf(b);
+    return x[0] == y[0] || x[1] == y[1] || x[2] == y[2] || x[3] == y[3];
 }
 
-// Behind the entries of the same appearance that are at least as deep; opaque entries go in front.
-static int32_t placeBySame(const RenderQueueEntry* entries, int32_t count, int32_t same, const RenderQueueEntry& n) {
-    int32_t place = same;
-    if (blends(n))
-        while (place < count && entries[place].appearance == n.appearance && entries[place].depth >= n.depth) ++place;
+// --- The index: of a layer, the appearances and the components of opaque entries; of a blended run, the components ---
+
+constexpr int32_t kMostKeysPerEntry = 9;  // its appearance, its components, and those of the one that began its run
+
+static uint32_t layerScope(const RenderQueue* queue, const Appearance* appearance) {
+    return queue->firstScope + uint32_t(layerOf(appearance) + kMaxLayer);
+}
+
+static uint32_t runScope(const RenderQueue* queue, int32_t run) {
+    return queue->firstScope + uint32_t(kLayerCount + run);
+}
+
+static bool isFree(const RenderQueue* queue, const IndexSlot* slot) { return slot->scope < queue->firstScope; }
+
+// The slot of the key, or the free one that it would take.
+static IndexSlot* slotOf(const RenderQueue* queue, uint32_t scope, uintptr_t key) {
+    const uint64_t hash = (uint64_t(key) + (uint64_t(scope) << 40)) * 0x9E3779B97F4A7C15u;
+    const uint32_t mask = uint32_t(queue->slotCapacity) - 1;
+    for (uint32_t i = uint32_t(hash >> 32);; ++i) {
+        IndexSlot* slot = &queue->slots[i & mask];
+        if (isFree(queue, slot) || (slot->key == key && slot->scope == scope)) return slot;
+    }
+}
+
+static int32_t find(const RenderQueue* queue, uint32_t scope, uintptr_t key) {
+    const IndexSlot* slot = slotOf(queue, scope, key);
+    return isFree(queue, slot) ? kNoEntry : slot->entry;
+}
+
+static void put(RenderQueue* queue, uint32_t scope, uintptr_t key, int32_t entry) {
+    IndexSlot* slot = slotOf(queue, scope, key);
+    queue->keyCount += isFree(queue, slot);
+    *slot = {key, scope, entry};
+}
+
+static uintptr_t keyOf(const Appearance* appearance) { return reinterpret_cast<uintptr_t>(appearance); }
+
+// --- Opaque entries ---
+
+static int32_t placeWithoutMode(RenderQueue* queue, Layer* layer, int32_t added) {
+    const Appearance* appearance = queue->entries[added].entry.appearance;
+    const uint32_t scope = layerScope(queue, appearance);
+    const int32_t run = appearance ? find(queue, scope, keyOf(appearance)) : kNoEntry;
+    if (run > layer->closedRun) return std::exchange(queue->entries[run].runFront, added);
+    queue->entries[added].runFront = added;
+    if (appearance) put(queue, scope, keyOf(appearance), added);
+    for (const uintptr_t key : componentKeysOf(appearance)) put(queue, scope, key, added);
+    return layer->opaque.first;
+}
+
+static int32_t placeWithMode(RenderQueue* queue, Layer* layer, int32_t added) {
+    const Appearance* appearance = queue->entries[added].entry.appearance;
+    const int32_t behindOpen = std::exchange(layer->firstClosed, added);
+    if (behindOpen != kNoEntry && queue->entries[behindOpen].entry.appearance == appearance) return behindOpen;
+    int32_t youngest = kNoEntry;
+    for (const uintptr_t key : componentKeysOf(appearance))
+        youngest = std::max(youngest, find(queue, layerScope(queue, appearance), key));
+    if (youngest <= layer->closedRun) return behindOpen;
+    layer->closedRun = youngest;
+    return queue->entries[youngest].runFront;
+}
+
+static void insertOpaque(RenderQueue* queue, Layer* layer, int32_t added) {
+    const bool hasMode = modeOf(queue->entries[added].entry.appearance);
+    const int32_t before = hasMode ? placeWithMode(queue, layer, added) : placeWithoutMode(queue, layer, added);
+    qelEntryList_insert(&layer->opaque, queue->links, before, added);
+}
+
+// --- Blended entries ---
+
+// Entries of equal depth in a row, as the scan of an entry of that depth meets them: those from `first` to before `end`.
+struct DepthRun {
+    int32_t first, end;
+    int32_t endPosition;
+};
+
+static DepthRun runFor(const RenderQueue* queue, const Layer* layer, float depth) {
+    const int32_t first = qelDepthSequence_firstNotDeeper(layer->blended, queue->nodes, depth);
+    const int32_t end = first == kNoEntry ? kNoEntry : qelDepthSequence_firstOfOtherDepth(queue->nodes, first, depth);
+    return {first, end, qelDepthSequence_position(layer->blended, queue->nodes, end)};
+}
+
+// Before the first in the run that shares a component, or behind the run.
+static int32_t placeInRun(const RenderQueue* queue, const Layer* layer, const DepthRun& run,
+                          const Appearance* appearance) {
+    const auto sharesWith = [&](int32_t entry) {
+        return sharesComponent(queue->entries[entry].entry.appearance, appearance);
+    };
+    if (sharesWith(run.first)) return run.first;
+    if (layer->hasNaN) {  // which is equal to every depth: runs overlap, and have no index
+        int32_t place = run.first;
+        while (place != run.end && !sharesWith(place)) place = queue->links[place].next;
+        return place;
+    }
+    int32_t place = run.end;
+    int32_t least = run.endPosition;  // the index also knows entries that were cut off from the run
+    for (const uintptr_t key : componentKeysOf(appearance)) {
+        const int32_t entry = find(queue, runScope(queue, queue->entries[run.first].run), key);
+        if (entry == kNoEntry) continue;
+        const int32_t position = qelDepthSequence_position(layer->blended, queue->nodes, entry);
+        if (position >= least) continue;
+        place = entry;
+        least = position;
+    }
     return place;
 }
 
-static int32_t placeOf(const RenderQueueEntry* entries, int32_t count, const RenderQueueEntry& n) {
-    int32_t firstEqual = -1;
-    int32_t lastEqual = -1;
-    for (int32_t i = 0; i < count; ++i) {
-        const QueueOrder order = compare(entries[i], n);
-        if (order == QueueOrder::Same) return placeBySame(entries, count, i, n);
-        if (order == QueueOrder::Equal) {
-            if (firstEqual < 0) firstEqual = i;
-            lastEqual = i;
-        } else if (firstEqual >= 0) {
-            break;
-        } else if (order == QueueOrder::Before) {
-            return i;
-        }
+static void noteComponents(RenderQueue* queue, const Layer* layer, int32_t entry) {
+    const uint32_t scope = runScope(queue, queue->entries[entry].run);
+    const int32_t position = qelDepthSequence_position(layer->blended, queue->nodes, entry);
+    for (const uintptr_t key : componentKeysOf(queue->entries[entry].entry.appearance)) {
+        const int32_t noted = find(queue, scope, key);
+        if (noted == kNoEntry || position < qelDepthSequence_position(layer->blended, queue->nodes, noted))
+            put(queue, scope, key, entry);
     }
-    return firstEqual < 0 ? count : placeInRun(entries, firstEqual, lastEqual, n);
 }
 
-static bool ensureRoom(Group* owner) {
-    if (owner->queueCount < owner->queueCapacity) return true;
-    if (owner->queueCapacity > INT32_MAX / 2 / int32_t(sizeof(RenderQueueEntry))) return false;
-    const int32_t capacity = owner->queueCapacity ? 2 * owner->queueCapacity : kFirstCapacity;
-    void* grown = qelRealloc(owner->queueEntries, capacity * int32_t(sizeof(RenderQueueEntry)));
-    if (!grown) return false;
-    owner->queueEntries = static_cast<RenderQueueEntry*>(grown);
-    owner->queueCapacity = capacity;
+// Whether an entry of this depth, put there, becomes part of the run.
+static bool joinsRun(const RenderQueue* queue, const Layer* layer, const DepthRun& run, int32_t before, float depth) {
+    if (run.first == kNoEntry || queue->nodes[run.first].depth != depth) return false;
+    const int32_t position = qelDepthSequence_position(layer->blended, queue->nodes, before);
+    return position <= run.endPosition &&
+           position >= qelDepthSequence_position(layer->blended, queue->nodes, run.first);
+}
+
+static void insertBlended(RenderQueue* queue, Layer* layer, int32_t added) {
+    const Appearance* appearance = queue->entries[added].entry.appearance;
+    const float depth = queue->entries[added].entry.depth;
+    layer->hasNaN |= std::isnan(depth);
+    const DepthRun run = runFor(queue, layer, depth);
+    const int32_t same = find(queue, layerScope(queue, appearance), keyOf(appearance));
+    const bool meetsSame =
+        same != kNoEntry && qelDepthSequence_position(layer->blended, queue->nodes, same) <= run.endPosition;
+    int32_t before = run.end;
+    if (meetsSame)
+        before = qelDepthSequence_endOfAppearance(queue->nodes, same, depth);
+    else if (run.first != run.end)
+        before = placeInRun(queue, layer, run, appearance);
+    const bool joins = joinsRun(queue, layer, run, before, depth);
+
+    qelDepthSequence_insert(&layer->blended, queue->links, queue->nodes, before, added, appearance, depth);
+    if (!meetsSame || before == same) put(queue, layerScope(queue, appearance), keyOf(appearance), added);
+    queue->entries[added].run = joins ? queue->entries[run.first].run : added;
+    if (!joins || layer->hasNaN) return;
+    QueuedEntry& founder = queue->entries[queue->entries[added].run];
+    if (!founder.runHasSeveral) noteComponents(queue, layer, founder.run);
+    founder.runHasSeveral = true;
+    noteComponents(queue, layer, added);
+}
+
+// --- Memory ---
+
+static bool resize(Group* owner, int32_t entryCapacity, int32_t slotCapacity) {
+    const uint64_t bytes = sizeof(RenderQueue) +
+                           uint64_t(entryCapacity) * (sizeof(QueuedEntry) + sizeof(EntryLinks) + sizeof(DepthNode)) +
+                           uint64_t(slotCapacity) * sizeof(IndexSlot);
+    auto* queue = static_cast<RenderQueue*>(qelAllocArray(uint32_t(std::min<uint64_t>(bytes, UINT32_MAX)), 1));
+    if (!queue) return false;
+    const RenderQueue* old = owner->queue;
+    if (old) {
+        *queue = *old;
+    } else {
+        queue->firstScope = 1;
+        queue->lowestLayer = kLayerCount;
+        queue->highestLayer = -1;
+        std::fill(std::begin(queue->layers), std::end(queue->layers), kEmptyLayer);
+    }
+    queue->entries = reinterpret_cast<QueuedEntry*>(queue + 1);
+    queue->links = reinterpret_cast<EntryLinks*>(queue->entries + entryCapacity);
+    queue->nodes = reinterpret_cast<DepthNode*>(queue->links + entryCapacity);
+    queue->slots = reinterpret_cast<IndexSlot*>(queue->nodes + entryCapacity);
+    queue->entryCapacity = entryCapacity;
+    queue->slotCapacity = slotCapacity;
+    if (old) {
+        std::copy_n(old->entries, old->entryCount, queue->entries);
+        std::copy_n(old->links, old->entryCount, queue->links);
+        std::copy_n(old->nodes, old->entryCount, queue->nodes);
+        for (const IndexSlot& slot : std::span(old->slots, size_t(old->slotCapacity)))
+            if (!isFree(old, &slot)) *slotOf(queue, slot.scope, slot.key) = slot;
+    }
+    qelFree(owner->queue);
+    owner->queue = queue;
     return true;
 }
 
+static bool ensureRoom(Group* owner) {
+    const RenderQueue* queue = owner->queue;
+    if (!queue) return resize(owner, kFirstEntryCapacity, kFirstSlotCapacity);
+    const bool isFull = queue->entryCount == queue->entryCapacity;
+    const bool indexIsFull = 2 * (queue->keyCount + kMostKeysPerEntry) > queue->slotCapacity;
+    if (!isFull && !indexIsFull) return true;
+    if (queue->entryCapacity > INT32_MAX / 2 || queue->slotCapacity > INT32_MAX / 4) return false;
+    return resize(owner, queue->entryCapacity << isFull, queue->slotCapacity << indexIsFull);
+}
+
+// --- Use ---
+
 Result qelRenderQueue_insert(Group* owner, const RenderQueueEntry& entry) {
     if (!ensureRoom(owner)) return QEL_STATUS_OUT_OF_MEMORY;
-    const int32_t place = placeOf(owner->queueEntries, owner->queueCount, entry);
-    RenderQueueEntry* at = owner->queueEntries + place;
-    memmove(static_cast<void*>(at + 1), at, size_t(owner->queueCount - place) * sizeof entry);
-    *at = entry;
-    ++owner->queueCount;
+    RenderQueue* queue = owner->queue;
+    const int32_t added = queue->entryCount++;
+    const int32_t layer = layerOf(entry.appearance) + kMaxLayer;
+    const bool isBlended = blends(entry.appearance);
+    queue->entries[added] = {entry, kNoEntry, kNoEntry, false, isBlended, uint8_t(layer)};
+    queue->lowestLayer = std::min(queue->lowestLayer, layer);
+    queue->highestLayer = std::max(queue->highestLayer, layer);
+    if (isBlended)
+        insertBlended(queue, &queue->layers[layer], added);
+    else
+        insertOpaque(queue, &queue->layers[layer], added);
     return QEL_STATUS_OK;
+}
+
+static const RenderQueueEntry* firstBehind(const RenderQueue* queue, int32_t layer, bool isBehindOpaque) {
+    for (; layer <= queue->highestLayer; ++layer, isBehindOpaque = false) {
+        const Layer& l = queue->layers[layer];
+        const int32_t first = isBehindOpaque || l.opaque.first == kNoEntry ? l.blended.list.first : l.opaque.first;
+        if (first != kNoEntry) return &queue->entries[first].entry;
+    }
+    return nullptr;
+}
+
+const RenderQueueEntry* qelRenderQueue_first(const Group* owner) {
+    return owner->queue ? firstBehind(owner->queue, owner->queue->lowestLayer, false) : nullptr;
+}
+
+const RenderQueueEntry* qelRenderQueue_next(const Group* owner, const RenderQueueEntry* entry) {
+    const RenderQueue* queue = owner->queue;
+    const int32_t number = int32_t(reinterpret_cast<const QueuedEntry*>(entry) - queue->entries);
+    const int32_t next = queue->links[number].next;
+    if (next != kNoEntry) return &queue->entries[next].entry;
+    const QueuedEntry& last = queue->entries[number];
+    return firstBehind(queue, last.isBlended ? last.layer + 1 : last.layer, !last.isBlended);
+}
+
+void qelRenderQueue_clear(Group* owner) {
+    RenderQueue* queue = owner->queue;
+    if (!queue) return;
+    for (int32_t layer = queue->lowestLayer; layer <= queue->highestLayer; ++layer) queue->layers[layer] = kEmptyLayer;
+    queue->lowestLayer = kLayerCount;
+    queue->highestLayer = -1;
+    queue->firstScope += uint32_t(kLayerCount + queue->entryCount);
+    queue->entryCount = queue->keyCount = 0;
+    if (queue->firstScope <= uint32_t(INT32_MAX)) return;  // a frame has room for 2^31 more
+    std::fill_n(queue->slots, queue->slotCapacity, IndexSlot{});
+    queue->firstScope = 1;
 }

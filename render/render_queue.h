@@ -19,5 +19,10 @@ struct RenderQueueEntry {
 };
 
 // Inserts by layer, opacity, depth and shared state. OUT_OF_MEMORY when the queue of the group cannot grow; it is as it
-// was then.
+// was then. What an appearance says of its order stays the same until the queue is cleared.
 Result qelRenderQueue_insert(Group* owner, const RenderQueueEntry& entry);
+// In the order of drawing; null behind the last one.
+const RenderQueueEntry* qelRenderQueue_first(const Group* owner);
+const RenderQueueEntry* qelRenderQueue_next(const Group* owner, const RenderQueueEntry* entry);
+// Keeps the memory.
+void qelRenderQueue_clear(Group* owner);

@@ -224,11 +224,11 @@ static Result drawEntry(Graphics3D* graphics, const RenderQueueEntry& entry) {
 
 // The queue belongs to the group given, or to the skeleton of a skinned mesh given.
 static Result drawSubtree(Graphics3D* graphics, Group* owner, Node* root) {
-    owner->queueCount = 0;
     Result result = queueSubtree(graphics, owner, root);
-    for (int32_t i = 0; i < owner->queueCount && result == QEL_STATUS_OK; ++i)
-        result = drawEntry(graphics, owner->queueEntries[i]);
-    owner->queueCount = 0;
+    const RenderQueueEntry* entry = qelRenderQueue_first(owner);
+    for (; entry && result == QEL_STATUS_OK; entry = qelRenderQueue_next(owner, entry))
+        result = drawEntry(graphics, *entry);
+    qelRenderQueue_clear(owner);
     return result;
 }
 

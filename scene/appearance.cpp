@@ -9,8 +9,6 @@
 #include "scene/polygon_mode.h"
 #include "scene/texture2d.h"
 
-constexpr int32_t kMaxLayer = 63;
-
 // The components in the order in which find and getReferences visit them.
 static std::array<Object3D*, 4 + kMaxTextureUnits> componentsOf(const Appearance* appearance) {
     return {appearance->compositingMode, appearance->fog,         appearance->polygonMode,

@@ -4,11 +4,13 @@
 #include "render/capabilities.h"
 #include "scene/object3d.h"
 
+constexpr int32_t kMaxLayer = 63;
+
 struct qelAppearance : Object3D {
     Fog* fog;  // every component: one reference, or null
     PolygonMode* polygonMode;
     CompositingMode* compositingMode;
-    int32_t layer;  // -63..63
+    int32_t layer;  // -kMaxLayer..kMaxLayer
     Texture2D* textures[kMaxTextureUnits];
     Material* material;
     uint8_t textureChanged[kMaxTextureUnits];  // replaced since the renderer last looked

@@ -29,9 +29,7 @@ void qelGroup_init(Group* group) {
     group->destroy = destroyGroup;
     group->children = nullptr;
     group->childCount = 0;
-    group->queueEntries = nullptr;
-    group->queueCount = 0;
-    group->queueCapacity = 0;
+    group->queue = nullptr;
 }
 
 void qelGroup_finalise(Group* group) {
@@ -41,7 +39,7 @@ void qelGroup_finalise(Group* group) {
         qelObject3D_unref(child);
     }
     qelFree(group->children);
-    qelFree(group->queueEntries);
+    qelFree(group->queue);
     qelNode_finalise(group);
     qelGroup_init(group);
 }
@@ -59,9 +57,7 @@ bool qelGroup_completeCopy(Group* copy) {
     const int32_t slots = copy->childCount;
     copy->children = nullptr;
     copy->childCount = 0;
-    copy->queueEntries = nullptr;
-    copy->queueCount = 0;
-    copy->queueCapacity = 0;
+    copy->queue = nullptr;
     if (slots == 0) return true;
     copy->children = qelAllocArrayOf<Node*>(uint32_t(slots));
     if (!copy->children) return false;

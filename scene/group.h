@@ -2,14 +2,12 @@
 
 #include "scene/node.h"
 
-struct RenderQueueEntry;
+struct RenderQueue;
 
 struct Group : Node {
     Node** children;  // a reference each
     int32_t childCount;
-    RenderQueueEntry* queueEntries;  // the render queue of the last traversal that began here, kept between frames
-    int32_t queueCount;
-    int32_t queueCapacity;
+    RenderQueue* queue;  // of the traversals that begin here: one block, kept between frames, or null
 };
 
 Group* qelGroup_create();

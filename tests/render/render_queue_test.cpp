@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <random>
 #include <string>
 
@@ -23,8 +24,8 @@ struct Queue {
     }
     std::vector<size_t> names() const {
         std::vector<size_t> all;
-        for (int32_t i = 0; i < owner->queueCount; ++i)
-            all.push_back(reinterpret_cast<size_t>(owner->queueEntries[i].node));
+        for (const RenderQueueEntry* e = qelRenderQueue_first(owner); e; e = qelRenderQueue_next(owner, e))
+            all.push_back(reinterpret_cast<size_t>(e->node));
         return all;
     }
 };
@@ -73,23 +74,25 @@ TEST(RenderQueue, OrdersByLayerOpacityAndDepth) {
 // --- Against an insertion written down word by word ---
 
 struct Plain {
-    const Appearance* appearance;
+    const Appearance* appearance;  // null: what a sprite without one counts as
     float depth;
     size_t name;
 
-    bool blends() const {
-        return appearance->compositingMode && appearance->compositingMode->blending != Blending::Replace;
+    const Appearance* look() const {
+        static const qelAppearance none = {};
+        return appearance ? appearance : &none;
     }
+    bool blends() const { return look()->compositingMode && look()->compositingMode->blending != Blending::Replace; }
 };
 
 enum class Relation { Same, Before, After, Equal };
 
 Relation relationOf(const Plain& n, const Plain& e) {
-    if (n.appearance == e.appearance) return Relation::Same;
-    if (n.appearance->layer < e.appearance->layer) return Relation::Before;
-    if (n.appearance->layer > e.appearance->layer) return Relation::After;
+    if (n.appearance && n.appearance == e.appearance) return Relation::Same;
+    if (n.look()->layer < e.look()->layer) return Relation::Before;
+    if (n.look()->layer > e.look()->layer) return Relation::After;
     if (!n.blends()) {
-        if (!e.appearance->compositingMode || e.blends()) return Relation::Equal;
+        if (!e.look()->compositingMode || e.blends()) return Relation::Equal;
         return Relation::Before;
     }
     if (!e.blends()) return Relation::After;
@@ -98,9 +101,10 @@ Relation relationOf(const Plain& n, const Plain& e) {
     return Relation::Equal;
 }
 
-bool share(const Plain& a, const Plain& b) {
-    return a.appearance->compositingMode == b.appearance->compositingMode || a.appearance->fog == b.appearance->fog ||
-           a.appearance->polygonMode == b.appearance->polygonMode || a.appearance->material == b.appearance->material;
+bool share(const Plain& n, const Plain& e) {
+    const Appearance *a = n.look(), *b = e.look();
+    return a->compositingMode == b->compositingMode || a->fog == b->fog || a->polygonMode == b->polygonMode ||
+           a->material == b->material;
 }
 
 size_t plainPlace(const std::vector<Plain>& queue, const Plain& n) {
@@ -128,53 +132,128 @@ size_t plainPlace(const std::vector<Plain>& queue, const Plain& n) {
     return firstBlended;
 }
 
-// Appearances that share components in every combination, some of them absent.
-std::vector<Held<Appearance>> randomAppearances(std::mt19937& random, size_t count) {
-    const auto pick = [&random](auto&... choices) {
-        const std::array all = {choices.get()...};
-        return all[random() % all.size()];
-    };
-    Held<CompositingMode> none, opaque(qelCompositingMode_create()), otherOpaque(qelCompositingMode_create()),
-        blended(qelCompositingMode_create()), otherBlended(qelCompositingMode_create());
-    qelCompositingMode_setBlending(blended, int32_t(Blending::Alpha));
-    qelCompositingMode_setBlending(otherBlended, int32_t(Blending::AddWeighted));
-    Held<Fog> noFog, fog(qelFog_create()), otherFog(qelFog_create()), thirdFog(qelFog_create());
-    Held<PolygonMode> noMode, mode(qelPolygonMode_create()), otherMode(qelPolygonMode_create()),
-        thirdMode(qelPolygonMode_create());
-    Held<Material> noMaterial, material(qelMaterial_create()), otherMaterial(qelMaterial_create()),
-        thirdMaterial(qelMaterial_create());
-    std::vector<Held<Appearance>> appearances;
-    for (size_t i = 0; i < count; ++i) {
-        Appearance* appearance = appearances.emplace_back(qelAppearance_create());
-        qelAppearance_setCompositingMode(appearance, pick(none, opaque, otherOpaque, blended, otherBlended));
-        qelAppearance_setFog(appearance, pick(noFog, fog, otherFog, thirdFog));
-        qelAppearance_setPolygonMode(appearance, pick(noMode, mode, otherMode, thirdMode));
-        qelAppearance_setMaterial(appearance, pick(noMaterial, material, otherMaterial, thirdMaterial));
-        qelAppearance_setLayer(appearance, int32_t(random() % 3) - 1);
-    }
-    return appearances;
-}
+// What a queue is filled with.
+struct Mixture {
+    const char* what;
+    size_t entries, appearances, layers;
+    size_t components;                // of each kind to choose from; one of them is none, where several are
+    std::array<size_t, 3> modeShare;  // none, REPLACE, blended
+    std::vector<float> depths;        // empty: any
+    size_t sprites;                   // one in so many entries has no appearance; 0 for none
+};
 
-TEST(RenderQueue, InsertsLikeThePlainScan) {
-    std::mt19937 random(5);
-    for (int round = 0; round < 1500; ++round) {
-        const Queue queue;
-        const auto appearances = randomAppearances(random, 8);
-        std::vector<Plain> plain;
-        for (size_t name = 1; name <= 16; ++name) {
-            const Plain entry = {appearances[random() % appearances.size()], float(random() % 4), name};
-            plain.insert(plain.begin() + ptrdiff_t(plainPlace(plain, entry)), entry);
-            queue.insert(const_cast<Appearance*>(entry.appearance), entry.depth, name);
+constexpr std::array<size_t, 3> kAnyMode = {1, 1, 1}, kNoMode = {1, 0, 0}, kReplaces = {0, 1, 0}, kBlends = {0, 0, 1};
+
+class RandomQueue {
+public:
+    RandomQueue(const Mixture& mixture, uint32_t seed) : mixture_(mixture), random_(seed) {
+        for (size_t i = 0; i < mixture.appearances; ++i) addAppearance();
+    }
+
+    // What the library and the plain scan make of the same entries.
+    void fill(const Queue& queue) {
+        for (size_t name = 1; name <= mixture_.entries; ++name) {
+            const Plain entry = {pickAppearance(), pickDepth(), name};
+            plain_.insert(plain_.begin() + ptrdiff_t(plainPlace(plain_, entry)), entry);
+            ASSERT_EQ(queue.insert(const_cast<Appearance*>(entry.appearance), entry.depth, name), QEL_STATUS_OK);
         }
         std::vector<size_t> expected;
-        for (const Plain& entry : plain) expected.push_back(entry.name);
-        ASSERT_EQ(queue.names(), expected) << "round " << round;
-        for (size_t i = 1; i < plain.size(); ++i) {
-            const int32_t layer = plain[i].appearance->layer, before = plain[i - 1].appearance->layer;
-            ASSERT_TRUE(before < layer || (before == layer && plain[i - 1].blends() <= plain[i].blends()))
-                << "round " << round << ": an opaque entry behind a blended one";
+        for (const Plain& entry : plain_) expected.push_back(entry.name);
+        ASSERT_EQ(queue.names(), expected);
+        for (size_t i = 1; i < plain_.size(); ++i) {
+            const int32_t layer = plain_[i].look()->layer, before = plain_[i - 1].look()->layer;
+            ASSERT_TRUE(before < layer || (before == layer && plain_[i - 1].blends() <= plain_[i].blends()))
+                << "an opaque entry behind a blended one";
         }
     }
+
+private:
+    // Number `choice` of the components of a kind, all made when first asked for; null is the first of several.
+    template <typename T>
+    T* choose(std::vector<Held<T>>& pool, T* (*create)()) {
+        const size_t choice = random_() % mixture_.components;
+        if (pool.empty()) pool.resize(mixture_.components);
+        if (choice == 0 && mixture_.components > 1) return nullptr;
+        if (!pool[choice]) pool[choice] = Held<T>(create());
+        return pool[choice];
+    }
+    CompositingMode* chooseMode() {
+        std::discrete_distribution<size_t> share(mixture_.modeShare.begin(), mixture_.modeShare.end());
+        const size_t kind = share(random_);
+        if (kind == 0) return nullptr;
+        auto& pool = kind == 1 ? opaqueModes_ : blendedModes_;
+        while (pool.size() < mixture_.components) {
+            qelCompositingMode_setBlending(pool.emplace_back(qelCompositingMode_create()),
+                                           int32_t(kind == 1 ? Blending::Replace : Blending::Alpha));
+        }
+        return pool[random_() % pool.size()];
+    }
+    void addAppearance() {
+        Appearance* appearance = appearances_.emplace_back(qelAppearance_create());
+        qelAppearance_setCompositingMode(appearance, chooseMode());
+        qelAppearance_setFog(appearance, choose(fogs_, qelFog_create));
+        qelAppearance_setPolygonMode(appearance, choose(polygonModes_, qelPolygonMode_create));
+        qelAppearance_setMaterial(appearance, choose(materials_, qelMaterial_create));
+        qelAppearance_setLayer(appearance, int32_t(random_() % mixture_.layers) - int32_t(mixture_.layers / 2));
+    }
+    const Appearance* pickAppearance() {
+        if (mixture_.sprites && random_() % mixture_.sprites == 0) return nullptr;
+        return appearances_[random_() % appearances_.size()];
+    }
+    float pickDepth() {
+        if (mixture_.depths.empty()) return std::uniform_real_distribution<float>(-100, 100)(random_);
+        return mixture_.depths[random_() % mixture_.depths.size()];
+    }
+
+    const Mixture& mixture_;
+    std::mt19937 random_;
+    std::vector<Held<CompositingMode>> opaqueModes_, blendedModes_;
+    std::vector<Held<Fog>> fogs_;
+    std::vector<Held<PolygonMode>> polygonModes_;
+    std::vector<Held<Material>> materials_;
+    std::vector<Held<Appearance>> appearances_;
+    std::vector<Plain> plain_;
+};
+
+TEST(RenderQueue, InsertsLikeThePlainScan) {
+    const float nan = NAN, infinite = INFINITY;
+    const std::vector<float> few = {-1, -0.0f, 0, 1, 2}, odd = {nan, infinite, -infinite, 0, 1, 2}, rarelyNan = [&] {
+        std::vector<float> depths(40, nan);
+        for (size_t i = 1; i < depths.size(); ++i) depths[i] = float(i % 4);
+        return depths;
+    }();
+    const Queue queue;  // one for all: nothing of an earlier filling may show
+    const auto run = [&](const Mixture& mixture, uint32_t rounds) {
+        for (uint32_t round = 0; round < rounds; ++round) {
+            SCOPED_TRACE(std::string(mixture.what) + ", round " + std::to_string(round));
+            ASSERT_NO_FATAL_FAILURE(RandomQueue(mixture, round).fill(queue));
+            qelRenderQueue_clear(queue.owner);
+        }
+    };
+    for (const Mixture& small : {
+             Mixture{"a bit of everything", 16, 8, 3, 4, kAnyMode, few, 9},
+             Mixture{"few appearances", 30, 3, 1, 3, kAnyMode, few, 0},
+             Mixture{"blended, equal depths", 24, 12, 1, 6, kBlends, few, 0},
+             Mixture{"blended, any depth", 24, 6, 1, 6, kBlends, {}, 0},
+             Mixture{"blended, nothing shared", 24, 18, 1, 60, kBlends, {1, 2}, 0},
+             Mixture{"depths that are no numbers", 24, 8, 1, 5, kBlends, odd, 0},
+             Mixture{"a depth that is no number", 40, 8, 1, 9, kBlends, rarelyNan, 0},
+             Mixture{"opaque, much shared", 24, 10, 1, 3, {1, 1, 0}, few, 5},
+             Mixture{"opaque, little shared", 24, 10, 1, 12, {3, 1, 0}, few, 5},
+         })
+        run(small, 700);
+    for (const Mixture& large : {
+             Mixture{"an appearance each, no mode", 3000, 4000, 1, 50, kNoMode, {}, 0},
+             Mixture{"an appearance each, REPLACE", 3000, 4000, 1, 50, kReplaces, {}, 0},
+             Mixture{"an appearance each, blended", 3000, 4000, 1, 50, kBlends, {}, 0},
+             Mixture{"blended, equal depths, little shared", 3000, 2000, 1, 900, kBlends, few, 0},
+             Mixture{"blended, few appearances", 3000, 8, 1, 3, kBlends, {}, 0},
+             Mixture{"all layers", 3000, 500, 127, 20, kAnyMode, {}, 50},
+             Mixture{"opaque, little shared", 3000, 1000, 1, 900, {20, 1, 0}, {}, 50},
+             Mixture{"a bit of everything", 3000, 300, 3, 20, kAnyMode, few, 20},
+             Mixture{"a depth that is no number", 2000, 300, 1, 400, kBlends, rarelyNan, 0},
+         })
+        run(large, 2);
 }
 
 TEST(RenderQueue, GrowsKeepsItsRoomAndSurvivesExhaustion) {
@@ -189,7 +268,8 @@ TEST(RenderQueue, GrowsKeepsItsRoomAndSurvivesExhaustion) {
         }
         EXPECT_EQ(queue.names(), all);
 
-        queue.owner->queueCount = 0;
+        qelRenderQueue_clear(queue.owner);
+        EXPECT_TRUE(queue.names().empty());
         heap.failAfter(0, FailMode::FromThenOn);
         Result result = QEL_STATUS_OK;
         size_t count = 0;
