@@ -548,8 +548,9 @@ K8_API int32_t K8Primitive_getLength(uint32_t type, uint32_t params, int32_t kin
  *   "BM" BMP image        a K8Texture with loaded info of zeros. 8-bit palette or 24-bit, uncompressed, at most 256 x
  *                         256. An image whose sides are not both powers of two is padded with zeros to a square that
  *                         is; palette index 0 becomes transparent
- *   "K8" package          several objects, figures with their textures and action table, lights, fogs and primitives,
- *                         and groups over them. The first group, or without groups the first object
+ *   "K8" package          either several objects, figures with their textures and action tables, lights, fogs and
+ *                         primitives, and groups over them: the first group, or without groups the first object. Or a
+ *                         JSR 184 scene: a K8Group of class K8_CLASS_SCENE_GROUP
  * Everything a package holds belongs to the host, who disposes of it handle by handle:
  *   a group               destroy every handle in its info's `childData`, then the group. The list is complete: groups
  *                         and objects that are not below the root are in it as well

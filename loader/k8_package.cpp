@@ -16,7 +16,7 @@ constexpr uint32_t kMinRecordSize = 5, kMinGroupSize = 2, kChildSize = 2;  // by
 
 // Some short records make large objects: a narrow image that is padded to a square, a few polygons of many classes and
 // textures. Together they must come with a share of bytes of file, beyond an amount that a package should not need.
-constexpr uint64_t kUnpaidBytes = 4 << 20;
+constexpr uint64_t kUnpaidBytes = 1 << 20;
 constexpr uint64_t kHeldPerByte = 64;
 
 struct PackageGroup {

@@ -5,32 +5,14 @@
 #include "scene/figure_mesh.h"
 #include "scene/texture2d.h"
 #include "tests/loader/content.h"
+#include "tests/loader/small_files.h"
 #include "tests/support/counting_heap.h"
-#include "tools/encode/bmp_encoder.h"
-#include "tools/encode/mb_encoder.h"
-#include "tools/encode/mt_encoder.h"
 
 namespace {
 
-using namespace encode;
-
-ByteList figureFile() {
-    MbFigure figure;
-    figure.vertices = {{{0, 0, 0}, {0, 0, 1}, 0}, {{64, 0, 0}, {0, 0, 1}, 0}, {{0, 64, 0}, {0, 0, 1}, -1}};
-    figure.bones = {{.parent = -1}};
-    figure.polygons = {{.corners = {{0, 0, 0}, {1, 9, 0}, {2, 0, 9}}, .style = {.lit = true}},
-                       {.corners = {{0, 0, 0}, {1, 0, 0}, {2, 0, 0}}, .pattern = 1, .color = Rgb{1, 2, 3}}};
-    return encodeMb(figure).bytes;
-}
-
-ByteList tableFile() {
-    return encodeMt({.version = 5, .boneCount = 1, .actions = {{.frameCount = 3, .tracks = {MtUnchanged{}}}}}).bytes;
-}
-
-ByteList textureFile() {
-    return encodeBmp({.width = 3, .height = 2, .indices = std::vector<uint8_t>(6, 1), .palette = {{}, {9, 8, 7}}})
-        .bytes;
-}
+ByteList figureFile() { return encode::smallFigure().bytes; }
+ByteList tableFile() { return encode::smallTable().bytes; }
+ByteList textureFile() { return encode::smallTexture().bytes; }
 
 K8Handle* load(const ByteList& file, K8Allocator* allocator) {
     const HeapCopy copy(file);
@@ -108,7 +90,8 @@ TEST(K8Loader, RefusesWhatIsNoContent) {
           Case{"no data", size, nullptr, &MALK8_malc}, Case{"no allocator", size, figure.data(), nullptr},
           Case{"half a magic", 1, "M", &MALK8_malc}, Case{"an unknown magic", 4, "MXab", &MALK8_malc},
           Case{"a magic backward", 4, "TMab", &MALK8_malc}, Case{"a bare MB", 2, "MB", &MALK8_malc},
-          Case{"a bare MT", 2, "MT", &MALK8_malc}, Case{"a bare BM", 2, "BM", &MALK8_malc}}) {
+          Case{"a bare MT", 2, "MT", &MALK8_malc}, Case{"a bare BM", 2, "BM", &MALK8_malc},
+          Case{"a bare K8", 2, "K8", &MALK8_malc}}) {
         K8ErrStorage_setErrorStatus(77);
         EXPECT_EQ(K8Loader_loadObject(c.size, c.data, c.allocator), nullptr) << c.what;
         EXPECT_EQ(K8ErrStorage_getErrorStatus(), K8_ERR_FAILURE) << c.what;
