@@ -1,0 +1,598 @@
+// What becomes of a queued primitive: meshes of triangles and quadrilaterals, commands of points, lines and sprites.
+#include "render/draw_primitive.h"
+
+#include <cmath>
+#include <map>
+#include <numbers>
+
+#include "scene/texture2d.h"
+#include "tests/render/figure_stage.h"
+
+using testing::Contains;
+using testing::ElementsAre;
+using testing::EndsWith;
+using testing::IsEmpty;
+using testing::StartsWith;
+
+namespace {
+
+using Values = std::vector<int32_t>;
+using Point = std::array<double, 3>;
+
+struct Shape {
+    uint32_t type, params;
+    std::array<Values, 5> values{};
+    int16_t blendMode = K8_BLEND_NONE;
+    int32_t size = 0;
+    K8Texture* texture = nullptr;
+    bool perspectiveCorrection = false;
+};
+
+// F numbers from -2.5 to 2.5 that look like none other.
+Values scatter(size_t count, int32_t seed = 0) {
+    Values values(count);
+    for (size_t i = 0; i < count; ++i) values[i] = int32_t((int64_t(i) + seed) * 7919 % 20011) - 10005;
+    return values;
+}
+
+constexpr uint32_t kCorners[] = {0, 1, 2, 3, 4, 1};  // by type
+
+// A shape whose arrays are as long as they have to be.
+Shape makeShape(uint32_t type, uint32_t params, uint32_t count) {
+    Shape shape = {type, params};
+    for (int32_t kind = 0; kind < 5; ++kind) {
+        const int32_t each = K8Primitive_getLength(type, params, kind);
+        shape.values[size_t(kind)] = scatter(each < 0 ? size_t(-each) : size_t(each) * count, 1000 * kind);
+    }
+    for (int32_t& color : shape.values[K8_PRIM_COLORS]) color &= 0xFFFFFF;
+    Values& records = shape.values[K8_PRIM_SPRITE_PARAMS];
+    for (size_t i = 0; i < records.size(); i += 8) {  // 8 x 4 units, in texels of their own
+        const double n = double(i / 8 % 100);
+        const Values record = {fixed(9) - 1, fixed(4.5), 0, fixed(n), fixed(1) + 1, fixed(7.9), fixed(-0.1), 0};
+        std::ranges::copy(record, records.begin() + ptrdiff_t(i));
+    }
+    return shape;
+}
+
+std::vector<float> rgba(int32_t color, int alpha) {
+    return {float(color >> 16 & 255), float(color >> 8 & 255), float(color & 255), float(alpha)};
+}
+
+Point pointOf(const Values& values, size_t index) {
+    return {values[3 * index] / 4096.0, values[3 * index + 1] / 4096.0, values[3 * index + 2] / 4096.0};
+}
+
+void expectNear(const std::vector<float>& actual, const Point& expected, size_t count = 3) {
+    for (size_t i = 0; i < count; ++i)
+        ASSERT_NEAR(actual[i], expected[i], 1e-4 * std::max(1.0, std::abs(expected[i]))) << "component " << i;
+}
+
+class PrimitiveTest : public FigureTest {
+protected:
+    PrimitiveTest() {
+        K8Transform_rotate(&content.place, fixed(1), fixed(2), fixed(3), fixed(30));
+        K8Transform_scale(&content.place, fixed(1), fixed(1.5), fixed(1));
+        content.params.screenWidth = 16;
+        content.params.screenHeight = 12;
+        encode::BmpImage image = {.width = 8, .height = 4, .palette = {{}, {9, 8, 7}}};
+        image.indices.assign(32, 1);
+        wide = reinterpret_cast<K8Texture*>(loadHandle(encode::encodeBmp(image), host.get()));
+        replacing = reinterpret_cast<K8Texture*>(loadHandle(encode::encodeBmp(image), host.get()));
+        content.setMode(replacing, 1);
+    }
+    ~PrimitiveTest() override {
+        K8Texture_destroy(wide);
+        K8Texture_destroy(replacing);
+    }
+
+    bool queue(const Shape& shape) {
+        K8Primitive* primitive = K8Primitive_create(nullptr, host.get());
+        K8PrimitiveInfo info{};
+        info.perspectiveCorrection = shape.perspectiveCorrection;
+        info.blendMode = shape.blendMode;
+        info.size = shape.size;
+        info.texture = shape.texture;
+        info.type = shape.type;
+        info.params = shape.params;
+        for (size_t kind = 0; kind < 5; ++kind) {
+            const Values& values = shape.values[kind];
+            info.counts[kind] = uint32_t(values.size());
+            info.values[kind] = K8Allocator_allocArrayOf<int32_t>(host.get(), info.counts[kind]);
+            std::ranges::copy(values, info.values[kind]);
+        }
+        EXPECT_TRUE(K8Primitive_setTmpData(primitive, &info));
+        const bool queued = K8Render_render3D(render, &content.params, &primitive->header, &content.place);
+        K8Primitive_destroy(primitive);
+        return queued;
+    }
+    std::vector<DrawnPart> draw(const Shape& shape) {
+        EXPECT_TRUE(queue(shape));
+        return flush();
+    }
+    bool drawFails(const Shape& shape) {
+        EXPECT_TRUE(queue(shape));
+        glRecorder.draws.clear();
+        return !StageContent::flush(render) && glRecorder.draws.empty() && takeStatus() == K8_ERR_FAILURE;
+    }
+
+    const RenderState& state() const { return render->context->renderState; }
+
+    // After the item's transform, its translation as given.
+    static Point apply(const K8Transform& transform, const Point& p, const Point& translation) {
+        Point out = translation;
+        for (size_t i = 0; i < 9; ++i) out[i / 3] += double(transform.elements[i / 3 * 4 + i % 3]) * p[i % 3];
+        return out;
+    }
+    // Where something that stands there before the viewer, in the K8 frame, is seen. The angle opens over the height of
+    // the screen, or over its width.
+    Point seen(const Point& p, double tangent, bool overWidth) const {
+        const K8RenderParams& params = content.params;
+        if (params.projection == K8_PROJECTION_PARALLEL)
+            return {p[0] * 2 / params.screenWidth, -p[1] * 2 / params.screenHeight, 0};
+        const double n = params.nearDistance / 4096.0, f = params.farDistance / 4096.0;
+        const double depth = (f + n) / (f - n) - 2 * f * n / (f - n) / p[2];
+        if (params.projection == K8_PROJECTION_PERSPECTIVE_SIZE)
+            return {p[0] * n * 2 / params.screenWidth / p[2], -p[1] * n * 2 / params.screenHeight / p[2], depth};
+        constexpr double kAspect = double(StageContent::kWidth) / StageContent::kHeight;
+        const double x = overWidth ? 1 : 1 / kAspect, y = overWidth ? kAspect : 1;
+        return {p[0] * x / tangent / p[2], -p[1] * y / tangent / p[2], depth};
+    }
+
+    K8Texture *wide, *replacing;  // of 8 x 4 texels
+};
+
+// --- Triangles and quadrilaterals ---
+
+class FacesTest : public PrimitiveTest {
+protected:
+    // The vertices of a face in the order in which they are drawn.
+    static std::vector<uint32_t> orderOf(uint32_t corners) {
+        return corners == 3 ? std::vector<uint32_t>{0, 1, 2} : std::vector<uint32_t>{0, 1, 3, 3, 1, 2};
+    }
+
+    void expectVertices(const Shape& shape, const GlDraw& drawn, uint32_t firstFace = 0) const {
+        const uint32_t corners = kCorners[shape.type > 5 ? shape.type >> 24 : shape.type];
+        const std::vector<uint32_t> order = orderOf(corners);
+        const Values &normals = shape.values[K8_PRIM_NORMALS], &colors = shape.values[K8_PRIM_COLORS],
+                     &texels = shape.values[K8_PRIM_TEXTURE_COORDS];
+        const bool perVertex = (shape.params & 0x300) == K8_PRIM_NORMAL_PER_VERTEX;
+        const float* place = content.place.elements;
+        ASSERT_EQ(drawn.normals.empty(), normals.empty());
+        ASSERT_EQ(drawn.colors.empty(), colors.empty());
+        ASSERT_EQ(drawn.lookups[0].empty(), texels.empty());
+        const size_t step = drawn.positions.size() > 1000 ? 997 : 1;
+        for (size_t i = 0; i < drawn.positions.size(); i += step) {
+            SCOPED_TRACE("drawn vertex " + std::to_string(i));
+            const size_t face = firstFace + i / order.size(), vertex = face * corners + order[i % order.size()];
+            const Point at =
+                apply(content.place, pointOf(shape.values[K8_PRIM_POSITIONS], vertex), {place[3], place[7], place[11]});
+            const Point expected = seen(at, std::tan(std::numbers::pi / 6), false);
+            expectNear(drawn.corners[i], expected, 2);
+            const bool isFlat = content.params.projection == K8_PROJECTION_PARALLEL;
+            ASSERT_NEAR(drawn.corners[i][2], isFlat ? at[2] / 16384 - 1 : expected[2], 2e-5);
+            if (!normals.empty()) {
+                const Point given = pointOf(normals, perVertex ? vertex : face);
+                const std::vector<float>& sent = drawn.normals[i];
+                const double ratio = std::hypot(sent[0], sent[1], sent[2]) / std::hypot(given[0], given[1], given[2]);
+                expectNear(sent, {given[0] * ratio, given[1] * ratio, given[2] * ratio});
+            }
+            if (!colors.empty()) {
+                const bool perSet = shape.params & K8_PRIM_COLOR_PER_SET;
+                ASSERT_EQ(drawn.colors[i],
+                          rgba(colors[perSet ? 0 : face], shape.blendMode == K8_BLEND_ALPHA ? 128 : 255));
+            }
+            if (!texels.empty()) {
+                const double width = shape.texture ? 8 : 1, height = shape.texture ? 4 : 1;
+                expectNear(drawn.lookups[0][i],
+                           {texels[2 * vertex] / 4096.0 / width, texels[2 * vertex + 1] / 4096.0 / height, 0});
+            }
+        }
+    }
+
+    void expectState(const Shape& shape, const DrawnPart& part) const {
+        const bool half = shape.blendMode == K8_BLEND_ALPHA, add = shape.blendMode == K8_BLEND_ADDITIVE;
+        EXPECT_EQ(part.last("glBlendFunc"), half  ? "glBlendFunc(GL_SRC_ALPHA, GL_ONE_MINUS_SRC_ALPHA)"
+                                            : add ? "glBlendFunc(GL_SRC_ALPHA, GL_ONE)"
+                                                  : "glBlendFunc(GL_ONE, GL_ZERO)");
+        EXPECT_EQ(part.last("glDepthMask"), half || add ? "glDepthMask(0)" : "glDepthMask(1)");
+        const bool tested = shape.params & K8_PRIM_ALPHA_TEST;
+        EXPECT_EQ(part.last("glAlphaFunc"), tested ? "glAlphaFunc(GL_GEQUAL, 0.0117647)" : "glAlphaFunc(GL_ALWAYS, 0)");
+        const bool corrects = shape.perspectiveCorrection && content.params.projection != K8_PROJECTION_PARALLEL;
+        EXPECT_THAT(part.last("glHint"), EndsWith(corrects ? "GL_NICEST)" : "GL_FASTEST)"));
+        const bool lit = !shape.values[K8_PRIM_NORMALS].empty();
+        const std::map<std::string, bool> expected = {{"GL_BLEND", half || add},
+                                                      {"GL_DEPTH_TEST", true},
+                                                      {"GL_ALPHA_TEST", tested},
+                                                      {"GL_CULL_FACE", false},
+                                                      {"GL_LIGHTING", lit && shape.texture != replacing},
+                                                      {"GL_COLOR_MATERIAL", !shape.values[K8_PRIM_COLORS].empty()}};
+        for (const auto& [capability, enabled] : expected) EXPECT_EQ(part.has(capability), enabled) << capability;
+        const std::string alpha = half ? "0.501961" : "1", material = "glMaterialfv(GL_FRONT_AND_BACK, ";
+        if (lit) {
+            EXPECT_EQ(part.last(material + "GL_AMBIENT"), material + "GL_AMBIENT, {1, 1, 1, 0})");
+            EXPECT_EQ(part.last(material + "GL_DIFFUSE"), material + "GL_DIFFUSE, {1, 1, 1, " + alpha + "})");
+        } else {
+            EXPECT_EQ(part.last("glColor4f"), "glColor4f(1, 1, 1, " + alpha + ")");
+        }
+    }
+};
+
+TEST_F(FacesTest, EveryCombinationDrawsWhatItSays) {
+    K8Texture* const textures[] = {nullptr, wide, replacing};
+    const char* const modes[] = {"MODULATE)", "MODULATE)", "REPLACE)"};
+    std::vector<std::string> bound;
+    for (K8Texture* texture : textures) {
+        Shape shape = makeShape(K8_PRIM_TRIANGLES, K8_PRIM_TEXTURE_PER_VERTEX, 1);
+        shape.texture = texture;
+        bound.push_back(draw(shape).at(0).unit(0).at(0));
+    }
+    constexpr int16_t kBlendModes[] = {K8_BLEND_NONE, K8_BLEND_ALPHA, K8_BLEND_ADDITIVE, 7};
+    int valid = 0;
+    for (uint32_t params = 0; params <= 0x3F10; params += 0x10) {
+        if (params & 0xE0 || K8Primitive_checkValues(K8_PRIM_TRIANGLES, params)) continue;
+        ++valid;
+        const bool textured = params & K8_PRIM_TEXTURE_PER_VERTEX;
+        for (uint32_t round = 0; round < (textured ? 3 : 1) * 4 * 3 * 2; ++round) {
+            const uint32_t texture = round / 24;
+            Shape shape = makeShape(round % 2 ? uint32_t(K8_PRIM_QUADS) : uint32_t(K8_PRIM_TRIANGLES) << 24, params, 3);
+            shape.blendMode = kBlendModes[round / 6 % 4];
+            shape.texture = textures[texture];
+            shape.perspectiveCorrection = round / 2 % 2;
+            content.params.projection = int16_t(round % 3 + 1);
+            SCOPED_TRACE("params " + std::to_string(params) + ", round " + std::to_string(round));
+            const std::vector<DrawnPart> drawn = draw(shape);
+            ASSERT_EQ(drawn.size(), 1u);
+            EXPECT_EQ(drawn[0].draw.call, round % 2 ? "glDrawElements(GL_TRIANGLES, 18, GL_UNSIGNED_SHORT)"
+                                                    : "glDrawElements(GL_TRIANGLES, 9, GL_UNSIGNED_SHORT)");
+            expectVertices(shape, drawn[0].draw);
+            expectState(shape, drawn[0]);
+            if (textured)
+                EXPECT_THAT(drawn[0].unit(0), ElementsAre(bound[texture], EndsWith(modes[texture])));
+            else
+                EXPECT_THAT(drawn[0].unit(0), IsEmpty());
+            EXPECT_THAT(drawn[0].unit(1), IsEmpty());
+            if (HasFailure()) return;
+        }
+    }
+    EXPECT_EQ(valid, 3 * 4 * 2) << "normals x (nothing, two ways of colours, texture) x alpha test";
+}
+
+TEST_F(FacesTest, TexturesOfScenesKeepTheirBlending) {
+    auto* texture = static_cast<Texture2D*>(wide->header.object);
+    Shape shape = makeShape(K8_PRIM_QUADS, K8_PRIM_TEXTURE_PER_VERTEX, 1);
+    shape.texture = wide;
+    wide->keepsBlending = 1;
+    qelTexture2D_setBlending(texture, int32_t(TextureBlending::Decal));
+    EXPECT_THAT(draw(shape).at(0).unit(0), Contains("glTexEnvf(GL_TEXTURE_ENV, GL_TEXTURE_ENV_MODE, GL_DECAL)"));
+    wide->keepsBlending = 0;
+    EXPECT_THAT(draw(shape).at(0).unit(0), Contains("glTexEnvf(GL_TEXTURE_ENV, GL_TEXTURE_ENV_MODE, GL_MODULATE)"));
+
+    K8Texture* empty = K8Texture_create(nullptr, host.get());
+    shape.texture = empty;
+    const DrawnPart part = draw(shape).at(0);
+    EXPECT_EQ(part.unit(0).size(), 2u) << "white";
+    EXPECT_EQ(part.draw.lookups[0][1][0], float(shape.values[K8_PRIM_TEXTURE_COORDS][2]) / 4096);
+    K8Texture_destroy(empty);
+    EXPECT_EQ(texture->refCount, 1) << "nothing holds it beyond the flush";
+}
+
+TEST_F(FacesTest, SetsOfMoreThanAVertexArrayHoldsComeInParts) {
+    struct Case {
+        uint32_t type, params, count, inFirst;
+    };
+    content.params.projection = K8_PROJECTION_PARALLEL;
+    for (const Case& c : {Case{K8_PRIM_TRIANGLES, 0x300 | K8_PRIM_COLOR_PER_PRIMITIVE, 21845, 21845},
+                          Case{K8_PRIM_TRIANGLES, 0x200 | K8_PRIM_COLOR_PER_SET, 21846, 21845},
+                          Case{K8_PRIM_QUADS, 0x300 | K8_PRIM_TEXTURE_PER_VERTEX, 2 * 16383 + 1, 16383},
+                          Case{K8_PRIM_QUADS, 0x200 | K8_PRIM_COLOR_PER_PRIMITIVE, 16384, 16383}}) {
+        SCOPED_TRACE("type " + std::to_string(c.type) + ", " + std::to_string(c.count) + " faces");
+        Shape shape = makeShape(c.type, c.params, c.count);
+        shape.texture = wide;
+        ASSERT_TRUE(queue(shape));
+        glRecorder.draws.clear();
+        const int64_t before = heap.liveBytes();
+        ASSERT_TRUE(StageContent::flush(render));
+        EXPECT_LT(heap.peakBytes() - before, 65535 * 30) << "bytes: not two meshes at a time";
+        ASSERT_EQ(glRecorder.draws.size(), (c.count + c.inFirst - 1) / c.inFirst);
+        uint32_t first = 0;
+        for (const GlDraw& part : glRecorder.draws) {
+            expectVertices(shape, part, first);
+            first += uint32_t(part.positions.size() / orderOf(kCorners[c.type]).size());
+            EXPECT_TRUE(first % c.inFirst == 0 || first == c.count);
+        }
+        EXPECT_EQ(first, c.count);
+    }
+}
+
+// --- Points, lines and sprites ---
+
+struct CommandKind {
+    uint32_t type, params;
+    const char* call;
+    size_t drawnVertices;  // per primitive
+};
+const CommandKind kCommandKinds[] = {
+    {K8_PRIM_POINTS, K8_PRIM_COLOR_PER_SET, "glDrawArrays(GL_POINTS", 1},
+    {K8_PRIM_POINTS << 24, K8_PRIM_COLOR_PER_PRIMITIVE, "glDrawArrays(GL_POINTS", 1},
+    {K8_PRIM_LINES, K8_PRIM_COLOR_PER_PRIMITIVE, "glDrawArrays(GL_LINES", 2},
+    {K8_PRIM_LINES << 24, K8_PRIM_COLOR_PER_SET, "glDrawArrays(GL_LINES", 2},
+    {K8_PRIM_SPRITES, K8_PRIM_SPRITE_PER_SET, "glDrawArrays(GL_TRIANGLES", 6},
+    {K8_PRIM_SPRITES << 24, K8_PRIM_SPRITE_PER_PRIMITIVE, "glDrawArrays(GL_TRIANGLES", 6},
+};
+
+class CommandsTest : public PrimitiveTest {
+protected:
+    CommandsTest() { K8Transform_translate(&content.place, fixed(1.75), fixed(-0.25), fixed(0.5)); }
+
+    static Shape makeCommand(const CommandKind& kind, uint32_t count) {
+        Shape shape = makeShape(kind.type, kind.params, count);
+        for (int32_t& value : shape.values[K8_PRIM_POSITIONS]) value *= 2;  // far enough apart for whole units
+        return shape;
+    }
+
+    // An F number is cut to a whole one downwards, a matrix element to F toward zero.
+    Point placed(const Values& positions, size_t index) const {
+        const float* place = content.place.elements;
+        Point out = {std::floor(place[3]), std::floor(place[7]), std::floor(place[11])};
+        const Point p = pointOf(positions, index);
+        for (size_t i = 0; i < 9; ++i)
+            out[i / 3] += std::trunc(double(place[i / 3 * 4 + i % 3]) * 4096) / 4096 * std::floor(p[i % 3]);
+        return out;
+    }
+    static constexpr double kHalfOpening = std::numbers::pi * 682 / 4096;  // 60 degrees in whole 1/4096 of a turn
+
+    // Everything that a command draws of the primitives from `first` on, opaque.
+    void expectDrawn(const Shape& shape, const CommandKind& kind, const GlDraw& drawn, size_t first) const {
+        static constexpr double kOffsets[][2] = {{-4, -2}, {4, -2}, {-4, 2}, {-4, 2}, {4, -2}, {4, 2}};
+        EXPECT_THAT(drawn.call, StartsWith(kind.call));
+        const bool isFlat = content.params.projection == K8_PROJECTION_PARALLEL;
+        for (size_t i = 0; i < drawn.positions.size(); ++i) {
+            SCOPED_TRACE("drawn vertex " + std::to_string(i));
+            const size_t primitive = first + i / kind.drawnVertices;
+            const bool isSprite = kind.drawnVertices == 6;
+            Point at = placed(shape.values[K8_PRIM_POSITIONS], isSprite ? primitive : first * kind.drawnVertices + i);
+            if (isSprite) {  // of 8 x 4 units about a whole centre
+                for (double& c : at) c = std::floor(c + 0.5);
+                for (size_t k = 0; k < 2; ++k) at[k] += kOffsets[i % 6][k];
+            } else {
+                ASSERT_EQ(drawn.colors.at(i), rgba(colorOf(shape, primitive), 255));
+            }
+            const Point expected = seen(at, std::tan(kHalfOpening), true);
+            expectNear(drawn.corners[i], expected, 2);
+            ASSERT_NEAR(drawn.corners[i][2], isFlat ? at[2] / 65536 : expected[2], 2e-5);
+        }
+    }
+    static int32_t colorOf(const Shape& shape, size_t primitive) {
+        return shape.values[K8_PRIM_COLORS][shape.params & K8_PRIM_COLOR_PER_SET ? 0 : primitive];
+    }
+};
+
+TEST_F(CommandsTest, StandOnWholeUnitsAndComeInPartsOf255) {
+    for (const CommandKind& kind : kCommandKinds) {
+        for (const uint32_t count : {5u, 600u}) {
+            const Shape shape = makeCommand(kind, count);
+            for (content.params.projection = 1; content.params.projection <= 3; ++content.params.projection) {
+                SCOPED_TRACE(std::string(kind.call) + ", projection " + std::to_string(content.params.projection));
+                size_t first = 0;
+                for (const DrawnPart& part : draw(shape)) {
+                    EXPECT_EQ(part.draw.positions.size(), std::min(count - first, size_t(255)) * kind.drawnVertices);
+                    EXPECT_FALSE(part.has("GL_LIGHTING"));
+                    expectDrawn(shape, kind, part.draw, first);
+                    first += part.draw.positions.size() / kind.drawnVertices;
+                }
+                EXPECT_EQ(first, count);
+                if (HasFailure()) return;
+            }
+        }
+    }
+}
+
+TEST_F(CommandsTest, BlendAsFarAsTheSizeLetsThem) {
+    struct Case {
+        int16_t blendMode;
+        int32_t size;
+        const char* blending;  // empty: hidden
+        int alpha;
+    };
+    const char *replace = "glBlendFunc(GL_ONE, GL_ZERO)", *add = "glBlendFunc(GL_ONE, GL_ONE)",
+               *half = "glBlendFunc(GL_SRC_ALPHA, GL_ONE_MINUS_SRC_ALPHA)";
+    for (const Case& c :
+         {Case{K8_BLEND_NONE, 0, replace, 255}, Case{K8_BLEND_NONE, -5, replace, 255}, Case{K8_BLEND_ALPHA, 0, "", 0},
+          Case{K8_BLEND_ALPHA, 1, half, 128}, Case{K8_BLEND_ALPHA, -1, half, 128}, Case{K8_BLEND_ADDITIVE, 0, "", 0},
+          Case{K8_BLEND_ADDITIVE, -204801, "", 0}, Case{K8_BLEND_ADDITIVE, 204800, "", 0},
+          Case{K8_BLEND_ADDITIVE, 204801, add, 255}, Case{7, 0, "", 0}, Case{7, 1, replace, 255}}) {
+        for (const CommandKind& kind : kCommandKinds) {
+            SCOPED_TRACE(std::string(kind.call) + ", blend mode " + std::to_string(c.blendMode) + ", size " +
+                         std::to_string(c.size));
+            Shape shape = makeCommand(kind, 2);
+            shape.blendMode = c.blendMode;
+            shape.size = c.size;
+            const std::vector<DrawnPart> drawn = draw(shape);
+            ASSERT_EQ(drawn.size(), *c.blending ? 1u : 0u);
+            if (drawn.empty()) continue;
+            EXPECT_EQ(drawn[0].last("glBlendFunc"), c.blending);
+            EXPECT_EQ(drawn[0].last("glDepthMask"), c.blending == replace ? "glDepthMask(1)" : "glDepthMask(0)");
+            if (kind.drawnVertices == 6) {
+                EXPECT_EQ(drawn[0].last("glColor4f"),
+                          c.alpha == 128 ? "glColor4f(1, 1, 1, 0.501961)" : "glColor4f(1, 1, 1, 1)");
+            } else {
+                EXPECT_EQ(drawn[0].draw.colors.back(), rgba(colorOf(shape, 1), c.alpha));
+            }
+        }
+    }
+}
+
+TEST_F(CommandsTest, OnlySpritesShowTheTexture) {
+    auto* texture = static_cast<Texture2D*>(wide->header.object);
+    qelTransformable_setScale(texture, 3, 4, 5);
+    qelTexture2D_setFiltering(texture, int32_t(TextureFilter::Linear), int32_t(TextureFilter::Linear));
+    for (const uint32_t alphaTest : {0u, uint32_t(K8_PRIM_ALPHA_TEST)}) {
+        for (const CommandKind& kind : kCommandKinds) {
+            for (K8Texture* given : {static_cast<K8Texture*>(nullptr), wide}) {
+                const bool areSprites = kind.drawnVertices == 6, shows = given && areSprites;
+                Shape shape = makeCommand(kind, 3);
+                if (areSprites) shape.params |= alphaTest;
+                shape.texture = given;
+                const DrawnPart part = draw(shape).at(0);
+                EXPECT_EQ(part.unit(0).empty(), !shows);
+                EXPECT_EQ(part.has("GL_ALPHA_TEST"), shows && alphaTest);
+                if (!shows) continue;
+                EXPECT_THAT(part.unit(0), Contains("glTexEnvf(GL_TEXTURE_ENV, GL_TEXTURE_ENV_MODE, GL_MODULATE)"));
+                const bool perSet = (kind.params & 0x3000) == K8_PRIM_SPRITE_PER_SET;
+                const float s = perSet ? 0 : 2;  // of the last; cut to texels of an eighth of the width
+                EXPECT_EQ(part.draw.lookups[0][12], (std::vector<float>{s / 8, 1.0f / 8, 0}));
+                EXPECT_EQ(part.draw.lookups[0][17], (std::vector<float>{7.0f / 8, -1.0f / 8, 0}));
+                EXPECT_EQ(texture->wrapS, TextureWrap::Clamp);
+                EXPECT_EQ(texture->wrapT, TextureWrap::Clamp);
+                EXPECT_EQ(texture->levelFilter, TextureFilter::BaseLevel);
+                EXPECT_EQ(texture->imageFilter, TextureFilter::Nearest);
+            }
+        }
+    }
+    EXPECT_EQ(texture->refCount, 1) << "nothing holds it beyond the flush";
+}
+
+TEST_F(CommandsTest, AnglesAndFlagsOfSpritesPassAsTheyAre) {
+    content.params.projection = K8_PROJECTION_PARALLEL;  // ten pixels are a unit
+    Shape shape = makeCommand(kCommandKinds[4], 1);
+    Values& record = shape.values[K8_PRIM_SPRITE_PARAMS];
+    record[2] = 1024 + 4096;  // a quarter turn
+    const auto extent = [&](size_t axis) {
+        const GlDraw drawn = draw(shape).at(0).draw;
+        const auto [least, greatest] =
+            std::ranges::minmax(drawn.positions, [axis](const auto& a, const auto& b) { return a[axis] < b[axis]; });
+        return greatest[axis] - least[axis];
+    };
+    EXPECT_EQ(extent(0), 4);
+    EXPECT_EQ(extent(1), 8);
+    record = {fixed(60), fixed(40), 0, 0, 0, 0, 0, K8_SPRITE_IN_PIXELS};
+    EXPECT_EQ(extent(0), 6);
+    EXPECT_EQ(extent(1), 4);
+}
+
+TEST_F(CommandsTest, ProjectionsAreCutToTheirRanges) {
+    struct Case {
+        int16_t kind;
+        double near, far, angle;
+        ProjectionSetting expected;
+    };
+    constexpr auto kPerspective = RenderStateProjection::Perspective;
+    const ProjectionSetting unit = {kPerspective, 1, 2, 1024, 0, 0};
+    const Shape shape = makeCommand(kCommandKinds[0], 1);
+    for (const Case& c : {
+             Case{K8_PROJECTION_PARALLEL, 5, 4, 0, {RenderStateProjection::Parallel, 0, 0, 0, 16, 12}},
+             Case{K8_PROJECTION_PERSPECTIVE_SIZE, 2.9, 50.9, 0, {kPerspective, 2, 50, 0, 16 * 4096, 12 * 4096}},
+             Case{K8_PROJECTION_PERSPECTIVE_SIZE, -3, 524287, 0, {kPerspective, 1, 32767, 0, 16 * 4096, 12 * 4096}},
+             Case{K8_PROJECTION_PERSPECTIVE_ANGLE, 0.99, 9, 45, {kPerspective, 1, 9, 512, 0, 0}},
+             Case{K8_PROJECTION_PERSPECTIVE_ANGLE, 40000, 50000, 60, {kPerspective, 32766, 32767, 682, 0, 0}},
+             Case{K8_PROJECTION_PERSPECTIVE_ANGLE, 1, 9, 360.5, {kPerspective, 1, 9, 5, 0, 0}},
+             Case{K8_PROJECTION_PERSPECTIVE_ANGLE, 1, 9, 200, {kPerspective, 1, 9, 2046, 0, 0}},
+             Case{K8_PROJECTION_PERSPECTIVE_ANGLE, 9, 9, 45, unit},
+             Case{K8_PROJECTION_PERSPECTIVE_SIZE, 9.5, -9, 45, unit},
+             Case{0, 1, 9, 45, unit},
+         }) {
+        content.params.projection = K8_PROJECTION_PERSPECTIVE_ANGLE;
+        content.params.nearDistance = fixed(1);
+        content.params.farDistance = fixed(2);
+        content.params.verticalAngle = fixed(90);
+        draw(shape);
+        ASSERT_EQ(state().projection, unit);
+        content.params.projection = c.kind;
+        content.params.nearDistance = fixed(c.near);
+        content.params.farDistance = fixed(c.far);
+        content.params.verticalAngle = fixed(c.angle);
+        draw(shape);
+        EXPECT_EQ(state().projection, c.expected)
+            << "kind " << c.kind << ", " << c.near << " to " << c.far << ", " << c.angle << " degrees";
+    }
+}
+
+// --- Both ---
+
+const Shape kEveryKind[] = {makeShape(1, 0x800, 3),  makeShape(2, 0x400, 3),         makeShape(5, 0x1000, 3),
+                            makeShape(5, 0x3000, 3), makeShape(3, 0x200, 3),         makeShape(3, 0x310 | 0x800, 3),
+                            makeShape(4, 0x3300, 3), makeShape(4, 0x200 | 0x400, 3), makeShape(3, 0x3000, 3)};
+
+TEST_F(PrimitiveTest, FogIsThatOfTheItem) {
+    for (const Shape& shape : {makeShape(K8_PRIM_QUADS, 0, 1), makeShape(K8_PRIM_POINTS, K8_PRIM_COLOR_PER_SET, 1)}) {
+        content.params.fog = content.fog;
+        K8Fog_setMode(content.fog, K8_FOG_LINEAR);
+        K8Fog_setColor(content.fog, 0x0000FF);
+        K8Fog_setLinear(content.fog, fixed(3.5), fixed(30.25));
+        K8Fog_setDensity(content.fog, fixed(0.125));
+        const DrawnPart linear = draw(shape).at(0);
+        EXPECT_EQ(linear.last("glFogfv"), "glFogfv(GL_FOG_COLOR, {0, 0, 1, 1})");
+        EXPECT_EQ(linear.last("glFogf(GL_FOG_MODE"), "glFogf(GL_FOG_MODE, GL_LINEAR)");
+        EXPECT_EQ(linear.last("glFogf(GL_FOG_START"), "glFogf(GL_FOG_START, 3.5)");
+        EXPECT_EQ(linear.last("glFogf(GL_FOG_END"), "glFogf(GL_FOG_END, 30.25)");
+        K8Fog_setMode(content.fog, K8_FOG_EXPONENTIAL);
+        const DrawnPart exponential = draw(shape).at(0);
+        EXPECT_EQ(exponential.last("glFogf(GL_FOG_MODE"), "glFogf(GL_FOG_MODE, GL_EXP)");
+        EXPECT_EQ(exponential.last("glFogf(GL_FOG_DENSITY"), "glFogf(GL_FOG_DENSITY, 0.125)");
+        content.params.fog = nullptr;
+        EXPECT_FALSE(draw(shape).at(0).has("GL_FOG"));
+    }
+}
+
+TEST_F(PrimitiveTest, WhatDoesNotFitTogetherCannotBeDrawn) {
+    for (const Shape& shape : kEveryKind) {
+        SCOPED_TRACE("type " + std::to_string(shape.type) + ", params " + std::to_string(shape.params));
+        EXPECT_EQ(draw(shape).size(), 1u);
+        for (size_t kind = 1; kind < 5; ++kind) {
+            if (shape.values[kind].empty()) continue;
+            Shape changed = shape;
+            changed.values[kind].pop_back();
+            EXPECT_TRUE(drawFails(changed)) << "array " << kind << " is too short";
+            changed.values[kind].clear();
+            EXPECT_TRUE(drawFails(changed)) << "array " << kind << " is missing";
+        }
+        for (const uint32_t params : {0x100u, 0xC00u, 0x2000u}) {
+            Shape changed = shape;
+            changed.params = params;
+            EXPECT_TRUE(drawFails(changed)) << "params " << params;
+        }
+        for (const uint32_t type : {0u, 6u, 0x3000001u}) {
+            Shape changed = shape;
+            changed.type = type;
+            EXPECT_TRUE(drawFails(changed)) << "type " << type;
+        }
+        Shape none = shape;
+        for (Values& values : none.values) values.clear();
+        none.values[K8_PRIM_POSITIONS] = scatter(2);
+        EXPECT_THAT(draw(none), IsEmpty()) << "no whole primitive";
+        Shape more = shape;
+        more.values[K8_PRIM_POSITIONS].insert(more.values[K8_PRIM_POSITIONS].end(), 2, 0);
+        EXPECT_EQ(draw(more).at(0).draw.positions.size(), draw(shape).at(0).draw.positions.size());
+    }
+    K8Primitive* bare = K8Primitive_create(nullptr, host.get());
+    ASSERT_TRUE(K8Render_render3D(render, &content.params, &bare->header, nullptr));
+    EXPECT_FALSE(StageContent::flush(render));
+    EXPECT_EQ(takeStatus(), K8_ERR_FAILURE);
+    K8Primitive_destroy(bare);
+}
+
+TEST_F(PrimitiveTest, EveryFailedAllocationEndsTheFlushAndNothingElse) {
+    for (Shape shape : kEveryKind) {
+        shape.texture = wide;
+        SCOPED_TRACE("type " + std::to_string(shape.type) + ", params " + std::to_string(shape.params));
+        const bool isMesh = shape.type == K8_PRIM_TRIANGLES || shape.type == K8_PRIM_QUADS;
+        const int32_t before = heap.liveBlocks();
+        for (AllocationCounter* blocks :
+             {static_cast<AllocationCounter*>(&heap), static_cast<AllocationCounter*>(&host)}) {
+            for (int32_t failAt = 0, failed = true; failed; ++failAt) {
+                ASSERT_TRUE(queue(shape));
+                blocks->failAfter(failAt);
+                const bool drawn = StageContent::flush(render);
+                failed = blocks->hasFailed();
+                blocks->failAfter(kNeverFail);
+                ASSERT_EQ(drawn, !failed) << "allocation " << failAt;
+                ASSERT_EQ(takeStatus(), failed ? int32_t(K8_ERR_OUT_OF_MEMORY) : kNoStatus) << "allocation " << failAt;
+                ASSERT_TRUE(!isMesh || heap.liveBlocks() == before) << "allocation " << failAt;
+                EXPECT_TRUE(failed || !isMesh || blocks != &heap || failAt > 12) << "there are that many";
+            }
+        }
+        EXPECT_EQ(draw(shape).size(), 1u) << "afterwards all is well";
+    }
+}
+
+}  // namespace
