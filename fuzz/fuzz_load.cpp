@@ -1,5 +1,6 @@
-// Any bytes may be given to K8Loader_loadObject: it neither crashes nor leaks, and holds no more memory at any moment than 64 times
-// the input plus 1 MiB. The dispatch on the first two bytes leads to every format.
+// Any bytes may be given to K8Loader_loadObject: it neither crashes nor leaks, and holds no more memory at any moment
+// than 64 times the input plus 1 MiB, or 2 MiB for packages. The dispatch on the first two bytes leads to every
+// format.
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
@@ -8,6 +9,7 @@
 #include <unordered_map>
 
 #include "k8.h"
+#include "tests/support/dispose.h"
 
 static std::unordered_map<void*, int64_t> liveBlocks;
 static int64_t liveBytes = 0, liveLimit = 0;
@@ -48,8 +50,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     static const K8AllocatorFunctions functions = {allocate, reallocate, release};
     MALK8_touchMA();
     MALK8_malc.functions = &functions;
-    liveLimit = 64 * int64_t(size) + (1 << 20);
-    K8Object3D_destroy(K8Loader_loadObject(int32_t(size), data, &MALK8_malc));
+    const bool isPackage = size > 0 && data[0] == 'K';
+    liveLimit = 64 * int64_t(size) + (isPackage ? 2 << 20 : 1 << 20);
+    dispose(K8Loader_loadObject(int32_t(size), data, &MALK8_malc));
     require(liveBlocks.empty(), "left allocated");
     return 0;
 }

@@ -1,11 +1,12 @@
-// make_seeds DIRECTORY: what the fuzzers start from. load/ gets one small file of every format and version that the loader takes,
-// draw/ gets figures together with action tables.
+// make_seeds DIRECTORY: what the fuzzers start from. load/ gets one small file of every format and version that the
+// loader takes, draw/ gets figures together with action tables, and packages.
 #include <filesystem>
 #include <fstream>
 #include <string>
 #include <vector>
 
 #include "tools/encode/bmp_encoder.h"
+#include "tools/encode/k8_encoder.h"
 #include "tools/encode/mb_encoder.h"
 #include "tools/encode/mt_encoder.h"
 
@@ -90,6 +91,36 @@ static BmpImage image(uint32_t width, uint32_t height, uint32_t bitsPerPixel) {
     return image;
 }
 
+static K8PrimitiveRecord primitive(uint32_t type, uint32_t params, std::array<uint32_t, 5> valueCounts) {
+    K8PrimitiveRecord record{.type = type, .params = params, .count = 2};
+    for (size_t i = 0; i < valueCounts.size(); ++i)
+        for (uint32_t k = 0; k < valueCounts[i]; ++k) record.values[i].push_back(int32_t((k * 37 % 64) << 12));
+    return record;
+}
+
+static std::vector<K8Record> figureWithContent() {
+    return {K8FigureRecord{encodeMb(figure(5, 2, 2, 3)), 2, {1, 1}}, K8TextureRecord{encodeBmp(image(8, 8, 8))},
+            K8ActionTableRecord{encodeMt(table(5))}};
+}
+
+// Every kind of light, fog and primitive, and a group that stands in two places.
+static K8Package package() {
+    K8Package package;
+    package.objects = figureWithContent();
+    for (uint8_t mode = 128; mode <= 131; ++mode) package.objects.push_back(K8LightRecord{.mode = mode});
+    for (uint8_t mode = 80; mode <= 81; ++mode) package.objects.push_back(K8FogRecord{.mode = mode});
+    package.objects.push_back(primitive(1, 0x800, {6, 0, 2, 0, 0}));
+    package.objects.push_back(primitive(2, 0x400, {12, 0, 1, 0, 0}));
+    package.objects.push_back(primitive(3, 0x3300, {18, 18, 0, 12, 0}));
+    package.objects.push_back(primitive(4 << 24, 0x810, {24, 0, 2, 0, 0}));
+    package.objects.push_back(primitive(5, 0x3010, {6, 0, 0, 0, 16}));
+    K8Child placed{.isGroup = true, .index = 1};
+    placed.transform = {1, 0, 0, 0.3f, 0, 1, 0, 20, 0, 0, 1, 5, 0, 0, 0, 1};
+    package.groups = {{{placed, {.isGroup = true, .index = 2}}}, {{{.isGroup = true, .index = 2}}}, {}};
+    for (uint16_t i = 0; i < package.objects.size(); ++i) package.groups[2].children.push_back({.index = i});
+    return package;
+}
+
 int main(int argc, char** argv) {
     if (argc != 2) return 1;
     directory = argv[1];
@@ -111,5 +142,10 @@ int main(int argc, char** argv) {
         for (const uint32_t format : {1u, 2u, 3u})
             writePair("v" + std::to_string(version) + "-" + std::to_string(format),
                       encodeMb(figure(version, format == 1 ? 1 : 2, format - 1, format)), encodeMt(table(version)));
+    }
+    for (const auto& [name, content] :
+         {std::pair("groups.k8", package()), {"figure.k8", {.objects = figureWithContent()}}}) {
+        writeFile(name, encodeK8(content));
+        writePair(name, encodeK8(content), {});
     }
 }

@@ -35,7 +35,8 @@ static void run(const Input& input) {
     LLVMFuzzerTestOneInput(exact.data(), exact.size());
 }
 
-// A few of the changes that break decoders: a flipped bit, an extreme or random byte, a 32-bit extreme, a cut, a doubled run.
+// A few of the changes that break decoders: a flipped bit, an extreme or random byte, a 32-bit extreme, a cut, a
+// doubled run.
 static void mutate(Input& input, std::mt19937& random) {
     for (uint32_t count = 1 + random() % 4; count > 0 && !input.empty(); --count) {
         const size_t at = random() % 4 ? random() % input.size() : random() % std::min<size_t>(input.size(), 40);
