@@ -31,6 +31,7 @@ struct RenderCommandEntry {
 // How far pools and queue are filled.
 struct QueueMark {
     uint32_t positions, normals, textureCoords, colors, entries;
+    bool operator==(const QueueMark&) const = default;
 };
 
 // Room for further values at the end of a pool; valid until the next call. Null when memory runs out.

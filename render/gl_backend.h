@@ -1,6 +1,6 @@
-// Turns prepared scene state and geometry into OpenGL ES 1.1 calls. It remembers the values it last sent of each component
-// and sends what differs; it never remembers objects, so an object may go, or another take its address, at any time. All
-// calls go to the context that is current on the calling thread.
+// Turns prepared scene state and geometry into OpenGL ES 1.1 calls. It remembers the values it last sent of each
+// component and sends what differs; it never remembers objects, so an object may go, or another take its address, at
+// any time. All calls go to the context that is current on the calling thread.
 #pragma once
 
 #include "scene/appearance.h"
@@ -56,14 +56,15 @@ struct GLBackend;
 GLBackend* qelGLBackend_create(int32_t mode, int32_t width, int32_t height);
 void qelGLBackend_destroy(GLBackend* backend);
 
-// Sends the default state and the viewport, scissor and depth range set before. What the host did since the last release to
-// state that the backend sends does not matter: every component is sent again with the next draw. A side beyond
-// kMaxViewportDimension: OUT_OF_MEMORY.
+// Sends the default state and the viewport, scissor and depth range set before. What the host did since the last
+// release to state that the backend sends does not matter: every component is sent again with the next draw. A side
+// beyond kMaxViewportDimension: OUT_OF_MEMORY.
 Result qelGLBackend_bind(GLBackend* backend, int32_t targetWidth, int32_t targetHeight);
 // The same for an image of any size up to that, whose contents are drawn into the cleared colour buffer. The image is
 // referenced until the release.
 Result qelGLBackend_bindImage(GLBackend* backend, Image2D* image);
-// Reads the frame back into a bound image and counts that as a change of its pixels. OUT_OF_MEMORY: the image is as it was.
+// Reads the frame back into a bound image and counts that as a change of its pixels. OUT_OF_MEMORY: the image is as it
+// was.
 Result qelGLBackend_release(GLBackend* backend);
 
 // All stored, and sent with the next bind, draw or colour clear.

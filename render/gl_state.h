@@ -1,6 +1,6 @@
-// What the backend remembers, and the functions that send one component each. Sent states are plain values: what differs from
-// the last ones is sent, whichever object it comes from, so nothing has to be forgotten when an object goes and components of
-// equal values cost nothing.
+// What the backend remembers, and the functions that send one component each. Sent states are plain values: what
+// differs from the last ones is sent, whichever object it comes from, so nothing has to be forgotten when an object
+// goes and components of equal values cost nothing.
 #pragma once
 
 #include <array>

@@ -15,7 +15,8 @@ using TextureUnits = std::array<TextureUnit, kMaxTextureUnits>;
 
 TextureUnits GLTextureUnits_ofSubmesh(const SubmeshDraw& draw);
 TextureUnits GLTextureUnits_ofImmediate(const ImmediateDraw& draw);
-// Whether the first unit replaces the colour: nothing is left for lights to do then, unless the texture only brings alpha.
+// Whether the first unit replaces the colour: nothing is left for lights to do then, unless the texture only brings
+// alpha.
 bool GLTextureUnits_replaceColor(const TextureUnits& units);
 
 // Both select the unit, for the client's arrays and for the rest.

@@ -21,8 +21,8 @@ struct PrimitiveCommand {
 constexpr uint32_t kDrawEnvironmentTexture = 0x0008;
 constexpr uint32_t kDrawPoints = 0x1000, kDrawLines = 0x2000, kDrawSprites = 0x3000;
 
-// Both queue a command whose arrays suffice. `common` is what its entries share; everything that has to do with vertices is
-// still to be filled in. False when memory runs out, with the queue to be cut back by the caller.
+// Both queue a command whose arrays suffice. `common` is what its entries share; everything that has to do with
+// vertices is still to be filled in. False when memory runs out, with the queue to be cut back by the caller.
 bool PrimitiveVertices_queue(RenderState* state, const PrimitiveCommand& command, const CommandArrays& arrays,
                              const RenderCommandEntry& common);
 bool PrimitiveVertices_queueSprites(RenderState* state, const PrimitiveCommand& command, const CommandArrays& arrays,

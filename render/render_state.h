@@ -1,6 +1,7 @@
-// The integer, screen-oriented renderer of points, lines and sprites: it keeps a projection, a view transform and a fog of its
-// own, turns commands into vertex arrays, queues them and draws the queue in one go. Its frame is the screen's: x to the
-// right, y down, z into the screen; distances are whole units, matrices 20.12. One is embedded in every render context.
+// The integer, screen-oriented renderer of points, lines and sprites: it keeps a projection, a view transform and a fog
+// of its own, turns commands into vertex arrays, queues them and draws the queue in one go. Its frame is the screen's:
+// x to the right, y down, z into the screen; distances are whole units, matrices 20.12. One is embedded in every render
+// context.
 #pragma once
 
 #include <span>
@@ -13,7 +14,8 @@
 constexpr int32_t kTextureSlots = 16;
 constexpr int32_t kAppearanceCacheSize = 100;
 
-// A primitive command: kind in bits 24-31, number of primitives in 16-23, what the arrays hold in 8-13, attributes in 0-7.
+// A primitive command: kind in bits 24-31, number of primitives in 16-23, what the arrays hold in 8-13, attributes in
+// 0-7.
 constexpr uint32_t kCommandPoints = 1u << 24, kCommandLines = 2u << 24, kCommandTriangles = 3u << 24,
                    kCommandQuads = 4u << 24, kCommandSprites = 5u << 24;
 constexpr uint32_t kCommandMaxCount = 255;
@@ -61,8 +63,8 @@ struct ProjectionSetting {
     RenderStateProjection kind;
     int16_t near, far;  // perspective: whole units
     int32_t angle;      // perspective: the full opening over the width, 1/4096 turn; 0 when a size was given
-    int32_t width,
-        height;  // perspective: of the screen in the near plane, F; parallel: whole units shown, 0 for pixels
+    // Perspective: of the screen in the near plane, F. Parallel: whole units that the surface shows, 0 for pixels.
+    int32_t width, height;
     bool operator==(const ProjectionSetting&) const = default;
 };
 
@@ -119,8 +121,8 @@ struct RenderState {
 
 // A state without objects: identity transforms, parallel projection, blending allowed. Releases nothing.
 void K8RenderState_reset(RenderState* state, K8Allocator* allocator);
-// Makes the objects that are missing. False, with the engine status set, when memory runs out; what was made is kept for
-// K8RenderState_release. A bufferWidth that is no width of a buffer of `width` columns counts as width.
+// Makes the objects that are missing. False, with the engine status set, when memory runs out; what was made is kept
+// for K8RenderState_release. A bufferWidth that is no width of a buffer of `width` columns counts as width.
 bool K8RenderState_bind(RenderState* state, Graphics3D* graphics, void* target, int32_t width, int32_t height,
                         int32_t bufferWidth);
 // Whether a bind has made everything that commands need.
@@ -130,9 +132,9 @@ void K8RenderState_release(RenderState* state);
 
 // Coordinates are cut to 16 bits.
 void K8RenderState_setClip(RenderState* state, int32_t x0, int32_t y0, int32_t x1, int32_t y1);
-void K8RenderState_setCentre(RenderState* state, int16_t x, int16_t y);
-// near and far in whole units; a range that is not 0 < near < far <= 32767 leaves the projection as it was. The angle is
-// the full opening over the width of the surface, in 1/4096 of a turn, cut to 2..2046.
+void K8RenderState_setCentre(RenderState* state, int16_t x, int16_t y);  // pixels
+// near and far in whole units; a range that is not 0 < near < far <= 32767 leaves the projection as it was. The angle
+// is the full opening over the width of the surface, in 1/4096 of a turn, cut to 2..2046.
 void K8RenderState_setPerspectiveAngle(RenderState* state, int32_t near, int32_t far, int32_t angle);
 // The size of the screen in the near plane, F numbers above 0.
 void K8RenderState_setPerspectiveSize(RenderState* state, int32_t near, int32_t far, int32_t width, int32_t height);
@@ -148,9 +150,10 @@ void K8RenderState_setFogColor(RenderState* state, uint32_t rgb);
 void K8RenderState_setFogLinear(RenderState* state, int32_t near, int32_t far);  // F
 void K8RenderState_setFogDensity(RenderState* state, int32_t density);           // F; ignored below 0
 
-// Queues a command: positions and normals are whole units, texture coordinates texels, colours 0xRRGGBB. False, with nothing
-// queued, for a command or arrays that do not fit each other and when memory runs out (the engine status says which).
+// Queues a command: positions and normals are whole units, texture coordinates texels, colours 0xRRGGBB. False, with
+// nothing queued, for a command or arrays that do not fit each other and when memory runs out, which a FailureMark tells
+// apart.
 bool K8RenderState_render(RenderState* state, uint32_t command, const CommandArrays& arrays);
-// Draws the queue, opaque entries first, over a cleared depth buffer, and empties it. False when an entry cannot be drawn;
-// the rest of the queue is dropped then.
+// Draws the queue, opaque entries first, over a cleared depth buffer, and empties it. False when an entry cannot be
+// drawn; the rest of the queue is dropped then.
 bool K8RenderState_flush(RenderState* state);

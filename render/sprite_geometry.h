@@ -12,5 +12,6 @@ struct SpriteShape {
     float unitX, unitY;  // view units in half a pixel
 };
 
-// centre: the world coordinates; record: kSpriteRecordLength values. False for a sprite at a depth where nothing is drawn.
+// centre: the world coordinates; record: kSpriteRecordLength values. False for a sprite at a depth where nothing is
+// drawn.
 bool SpriteGeometry_make(const RenderState& state, const int32_t* centre, const int32_t* record, SpriteShape* out);

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstdlib>
 
+#include "render/render_state.h"
 #include "tests/render/scene_parts.h"
 #include "tools/gl_surface.h"
 
@@ -211,4 +212,47 @@ TEST_F(PixelTest, AnImageTargetKeepsItsContentsAndTakesTheFrame) {
             EXPECT_EQ(pixel[0] | pixel[1] << 8, x >= 4 && y < 3 ? 0xF800 : 0x001F) << x << ", " << y;
         }
     }
+}
+
+// --- Commands ---
+
+TEST_F(PixelTest, SpritesAndLinesStandOnTheirPixels) {
+    Graphics3D* graphics = qelGraphics3D_create(kHintTrueColor, kSide, kSide);
+    RenderState state;
+    K8RenderState_reset(&state, &MALK8_malc);
+    K8RenderState_setClip(&state, 0, 0, kSide, 30);
+    K8RenderState_setCentre(&state, 16, 16);
+    EXPECT_TRUE(K8RenderState_bind(&state, graphics, surface.get(), kSide, kSide, kSide));
+    K8RenderState_setPerspectiveAngle(&state, 1, 100, 1024);  // 4 pixels a unit at depth 4
+    const Held<Image2D> image = makeFourColors();
+    const Held<Texture2D> texture = makeTexture(image);
+    qelTransformable_setScale(texture.get(), 0.5f, 0.5f, 1);
+    K8RenderState_setTexture(&state, texture);
+    const int32_t flags = kSpriteInPixels | kSpriteAtOwnDepth;
+    const auto render = [&](uint32_t word, std::vector<int32_t> positions, std::vector<int32_t> records,
+                            std::vector<int32_t> colors) {
+        EXPECT_TRUE(K8RenderState_render(&state, word, {positions, {}, records, colors}));
+    };
+    const uint32_t sprite = kCommandSprites | 1 << kCommandCountShift | kCommandTexturePerSet;
+    const uint32_t line = kCommandLines | 1 << kCommandCountShift | kCommandColorPerSet;
+    render(sprite, {-2, -2, 4}, {16, 8, 0, 0, 0, 2, 2, flags}, {});  // 0..16 across, 4..12 down
+    render(sprite, {2, -2, 4}, {2, 2, 0, 0, 0, 1, 1, flags}, {});    // of less than a unit: 23..25 across, 7..9 down
+    render(line | kCommandHalf, {-16, 2, 4, 16, 2, 4}, {}, {0xFF0000});
+    render(sprite, {0, 4, 4}, {32, 24, 0, 0, 1, 1, 2, flags}, {});  // under the line: 20..44 down
+    EXPECT_TRUE(K8RenderState_flush(&state));
+    take();
+    expectPixel(1, 5, kRed, "upper left of the picture");
+    expectPixel(14, 5, kGreen, "upper right");
+    expectPixel(1, 10, kBlue, "lower left");
+    expectPixel(14, 10, kWhite, "lower right");
+    expectPixel(17, 8, kBlack, "beside it");
+    for (const int x : {23, 24}) expectPixel(x, 8, kRed, "the small one");
+    for (const int x : {22, 25}) expectPixel(x, 8, kBlack, "beside the small one");
+    const bool inUpperRow = frame[(23 * kSide + 16) * 4] != 0;  // the line is where two rows meet
+    expectPixel(16, inUpperRow ? 23 : 24, {128, 0, 127}, "the line");
+    expectPixel(16, inUpperRow ? 24 : 23, kBlue, "beside the line");
+    expectPixel(16, 29, kBlue, "down to the clip");
+    expectPixel(16, 30, kBlack, "outside the clip");
+    K8RenderState_release(&state);
+    qelGraphics3D_destroy(graphics);
 }
