@@ -151,8 +151,8 @@ void K8RenderState_setFogLinear(RenderState* state, int32_t near, int32_t far); 
 void K8RenderState_setFogDensity(RenderState* state, int32_t density);           // F; ignored below 0
 
 // Queues a command: positions and normals are whole units, texture coordinates texels, colours 0xRRGGBB. False, with
-// nothing queued, for a command or arrays that do not fit each other and when memory runs out, which a FailureMark tells
-// apart.
+// nothing queued, for a command or arrays that do not fit each other and when memory runs out; a FailureMark tells
+// which.
 bool K8RenderState_render(RenderState* state, uint32_t command, const CommandArrays& arrays);
 // Draws the queue, opaque entries first, over a cleared depth buffer, and empties it. False when an entry cannot be
 // drawn; the rest of the queue is dropped then.
