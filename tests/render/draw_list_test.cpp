@@ -52,7 +52,6 @@ Appearance* bodyAppearance(const StageContent& content) {
 
 TEST_F(DrawListTest, RefusesWhatItCannotQueue) {
     K8Light* bare = K8Light_create(nullptr, host.get());  // without loaded info
-    K8Primitive* primitive = K8Primitive_create(nullptr, host.get());
     K8Light* lights[] = {content.lights[0], bare, nullptr};
     K8RenderParams lit = content.params, notLit = content.params, missing = content.params;
     lit.lights = lights;
@@ -73,7 +72,8 @@ TEST_F(DrawListTest, RefusesWhatItCannotQueue) {
           Case{"no object", render, &content.params, nullptr},
           Case{"a texture", render, &content.params, &content.textures[0]->header},
           Case{"an action table", render, &content.params, &content.actions->header},
-          Case{"a primitive", render, &content.params, &primitive->header},
+          Case{"a fog", render, &content.params, &content.fog->header},
+          Case{"a light", render, &content.params, &content.lights[0]->header},
           Case{"a light without info", render, &lit, figure}, Case{"no light", render, &notLit, figure},
           Case{"no lights", render, &missing, figure}}) {
         EXPECT_FALSE(K8Render_render3D(c.handle, c.params, c.object, nullptr)) << c.what;
@@ -82,7 +82,6 @@ TEST_F(DrawListTest, RefusesWhatItCannotQueue) {
         EXPECT_EQ(render->context->queuedCalls, 0u) << c.what;
     }
     K8Light_destroy(bare);
-    K8Primitive_destroy(primitive);
 }
 
 TEST_F(DrawListTest, TheHostMayChangeAndDestroyEverythingAfterQueueing) {

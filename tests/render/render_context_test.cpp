@@ -5,7 +5,7 @@
 
 #include "frame/error_status.h"
 #include "render/gl_state.h"
-#include "tests/render/figure_stage.h"
+#include "tests/render/primitive_parts.h"
 
 using testing::Contains;
 using testing::IsEmpty;
@@ -269,8 +269,8 @@ TEST_F(RenderContextTest, AListHolds2048Items) {
 
 // --- Failing allocations ---
 
-// The life of a context around a textured, lit figure in fog, step by step. A step that fails has reported that memory ran
-// out, and succeeds when it is tried again.
+// The life of a context around a lit, foggy tree of everything that can be drawn, step by step. A step that fails has
+// reported that memory ran out and left things as they were, and succeeds when it is tried again.
 class Life {
 public:
     explicit Life(K8Allocator* allocator) : content_(allocator), allocator_(allocator) {
@@ -282,15 +282,23 @@ public:
             info.loadedAction = content_.actions;
             info.blendMode = K8_BLEND_ALPHA;
         });
+        std::vector<K8Handle*> leaves = {&content_.lights[5]->header, &content_.figure->header};
+        for (const uint32_t type : {K8_PRIM_POINTS, K8_PRIM_LINES, K8_PRIM_TRIANGLES, K8_PRIM_QUADS, K8_PRIM_SPRITES})
+            leaves.push_back(own(makePrimitive(allocator, type, 0, K8_BLEND_ALPHA)));
+        reinterpret_cast<K8Primitive*>(leaves.back())->info->texture = content_.textures[2];
+        tree_ = own(makeGroup(allocator, {own(makeGroup(allocator, leaves, &content_.place))}));
     }
-    ~Life() { K8Render_destroy(render_); }
+    ~Life() {
+        K8Render_destroy(render_);
+        for (K8Handle* handle : owned_) K8Object3D_destroy(handle);
+    }
 
     // counter fails on its own; recover ends that.
     void run(AllocationCounter& counter) {
         const std::function<bool()> steps[] = {
             [this] { return (render_ = K8Render_create(nullptr, allocator_)) != nullptr; },
-            [this] { return content_.bind(render_); },
-            [this] { return content_.queue(render_); },
+            [this] { return bind(); },
+            [this] { return queue(); },
             [this] { return flushOrQueueAgain(); },
         };
         for (const auto& step : steps) {
@@ -306,14 +314,29 @@ public:
             counter.failAfter(kNeverFail);
             EXPECT_TRUE(step());
         }
-        EXPECT_EQ(glRecorder.draws.size(), 4u);
+        EXPECT_EQ(glRecorder.draws.size(), 4u + 5u);
     }
     bool hasFailed = false;
 
 private:
+    template <typename Handle>
+    K8Handle* own(Handle* handle) {
+        return owned_.emplace_back(&handle->header);
+    }
+    bool bind() {
+        const bool isBound = content_.bind(render_);
+        EXPECT_EQ(render_->header.object != nullptr, isBound);
+        return isBound;
+    }
+    bool queue() {
+        const bool queued = K8Render_render3D(render_, &content_.params, tree_, nullptr);
+        EXPECT_EQ(render_->context->head != nullptr, queued);
+        EXPECT_EQ(render_->context->queuedCalls, queued ? 1u : 0u);
+        return queued;
+    }
     // A failed flush has emptied the list.
     bool flushOrQueueAgain() {
-        EXPECT_TRUE(render_->context->head || content_.queue(render_));
+        EXPECT_TRUE(render_->context->head || queue());
         glRecorder.draws.clear();
         const bool flushed = StageContent::flush(render_);
         EXPECT_EQ(render_->context->head, nullptr);
@@ -322,6 +345,8 @@ private:
 
     StageContent content_;
     K8Allocator* allocator_;
+    std::vector<K8Handle*> owned_;
+    K8Handle* tree_;
     K8Render* render_ = nullptr;
 };
 

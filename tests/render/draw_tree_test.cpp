@@ -1,0 +1,311 @@
+// What becomes of a queued tree of groups: its items, its lights and its fog.
+#include "render/draw_tree.h"
+
+#include <deque>
+
+#include "frame/k8_transform.h"
+#include "scene/light.h"
+#include "tests/render/primitive_parts.h"
+
+using testing::Each;
+using testing::StartsWith;
+
+namespace {
+
+class DrawTreeTest : public FigureTest {
+protected:
+    DrawTreeTest() {
+        for (size_t i = 0; i < fogs.size(); ++i) {
+            fogs[i] = K8Fog_create(nullptr, host.get());
+            K8Fog_setColor(fogs[i], uint32_t('a' + i));
+        }
+        K8Fog_setColor(content.fog, 'B');
+        broken = K8Figure_create(nullptr, host.get());
+        K8FigureInfo info{};
+        info.loadedTextureCount = 1;  // without the textures
+        K8Figure_setTmpData(broken, &info);
+    }
+    ~DrawTreeTest() override { destroyTree(); }
+
+    void destroyTree() {
+        for (K8Group* group : groups) K8Group_destroy(group);
+        groups.clear();
+        for (K8Fog*& fog : fogs) K8Fog_destroy(std::exchange(fog, nullptr));
+        K8Figure_destroy(std::exchange(broken, nullptr));
+    }
+
+    K8Group* makeGroup(const std::vector<K8Handle*>& children, K8Transform* transform = nullptr) {
+        return groups.emplace_back(::makeGroup(host.get(), children, transform));
+    }
+    // A figure F, a broken figure X, lights 0 to 9, fogs a and b, no child -; parentheses around the children of a
+    // group. The text is the inside of the root.
+    K8Group* parse(const std::string& text) {
+        size_t at = 0;
+        return parse(text, at);
+    }
+    K8Transform* moved(double x, double y, double z) {
+        K8Transform* transform = K8Transform_create(&transforms.emplace_back(), host.get());
+        K8Transform_translate(transform, fixed(x), fixed(y), fixed(z));
+        return transform;
+    }
+
+    bool queueTree(const K8Group* group) {
+        return K8Render_render3D(render, &content.params, &const_cast<K8Group*>(group)->header, &content.place);
+    }
+    std::vector<const DrawItem*> items() const {
+        std::vector<const DrawItem*> all;
+        for (const DrawItem* item = render->context->head; item; item = item->next) all.push_back(item);
+        EXPECT_EQ(render->context->tail, all.empty() ? nullptr : all.back());
+        return all;
+    }
+
+    std::vector<K8Group*> groups;
+    std::deque<K8Transform> transforms;
+    std::array<K8Fog*, 2> fogs;
+    K8Figure* broken;  // cannot be copied
+
+private:
+    K8Group* parse(const std::string& text, size_t& at) {
+        std::vector<K8Handle*> children;
+        while (at < text.size()) {
+            const char c = text[at++];
+            if (c == ')') break;
+            children.push_back(c == '('   ? &parse(text, at)->header
+                               : c == 'F' ? &content.figure->header
+                               : c == 'X' ? &broken->header
+                               : c == '-' ? nullptr
+                               : c >= 'a' ? &fogs[size_t(c - 'a')]->header
+                                          : &content.lights[size_t(c - '0')]->header);
+        }
+        return makeGroup(children);
+    }
+};
+
+K8Transform product(const std::vector<const K8Transform*>& factors) {
+    K8Transform result = *factors[0];
+    for (size_t i = 1; i < factors.size(); ++i) K8Transform_multiply(&result, factors[i]);
+    return result;
+}
+
+// --- Items ---
+
+TEST_F(DrawTreeTest, ItemsComeDepthFirstAndStandWhereTheGroupsPutThem) {
+    K8Transform* view = moved(1, 2, 3);
+    K8Transform_rotate(view, 0, fixed(1), 0, fixed(30));
+    content.params.viewingTransform = view;
+    K8Transform* outer = moved(0, 5, 0);
+    K8Transform_scale(outer, fixed(2), fixed(1), fixed(0.5));
+    K8Transform* inner = moved(-1, 0, 4);
+    K8Handle* figure = &content.figure->header;
+    K8Group* shared = makeGroup({figure, &parse("")->header, &content.actions->header, figure}, inner);
+    K8Group* bare = groups.emplace_back(K8Group_create(nullptr, host.get()));  // without loaded info
+    K8Group* root = makeGroup({figure, nullptr, &shared->header, &content.textures[0]->header, &bare->header,
+                               &makeGroup({&shared->header})->header, figure},
+                              outer);
+    ASSERT_TRUE(queue());
+    ASSERT_TRUE(queueTree(root));
+    ASSERT_TRUE(queue());
+    EXPECT_EQ(render->context->queuedCalls, 3u);
+    const K8Transform alone = product({view, &content.place}), above = product({&alone, outer}),
+                      below = product({&above, inner});
+    const K8Transform* places[] = {&alone, &above, &below, &below, &below, &below, &above, &alone};
+    const std::vector<const DrawItem*> queued = items();
+    ASSERT_EQ(queued.size(), std::size(places));
+    for (size_t i = 0; i < queued.size(); ++i) {
+        EXPECT_EQ(queued[i]->sortKey, i == 0 ? 0u : i < 7 ? 1u : 2u) << i;
+        EXPECT_TRUE(K8Transform_equal(queued[i]->transform.elements, places[i]->elements)) << i;
+    }
+    K8Render_clear3D(render);
+    EXPECT_TRUE(queueTree(bare)) << "nothing is queued";
+    EXPECT_TRUE(items().empty());
+}
+
+TEST_F(DrawTreeTest, TheHostMayDestroyTheTreeAfterQueueing) {
+    content.params.lightCount = 2;
+    K8Group* root = makeGroup({&parse("2aF(3b)")->header, &content.figure->header}, moved(1, 0, 0));
+    const auto trace = [&] {
+        glRecorder.take();
+        EXPECT_TRUE(StageContent::flush(render));
+        return glRecorder.take();
+    };
+    ASSERT_TRUE(queueTree(root));
+    trace();  // uploads the textures
+    ASSERT_TRUE(queueTree(root));
+    const GlLines undisturbed = trace();
+    ASSERT_TRUE(queueTree(root));
+    transforms.clear();
+    destroyTree();
+    content.destroyHandles();
+    EXPECT_THAT(linesBeyond(undisturbed, trace()), Each(StartsWith("glDeleteTextures")));
+}
+
+// --- Lights ---
+
+TEST_F(DrawTreeTest, LightsStandWhereTheirGroupsPutThem) {
+    content.params.viewingTransform = moved(1, 2, 3);
+    content.params.lightCount = 1;
+    content.setLight(2, {{fixed(3), fixed(-4), fixed(5)}, {0, 0, fixed(-1)}});
+    content.setLight(3, {{0, 0, 0}, {0, 0, fixed(1)}});
+    K8Light_clearTmpData(content.lights[4]);
+    K8Light gone;
+    K8Light_destroy(K8Light_create(&gone, host.get()));
+    gone.header.classId = K8_CLASS_LIGHT;
+    K8Transform* outer = moved(0, 5, 0);
+    K8Transform_rotate(outer, 0, 0, fixed(1), fixed(90));
+    K8Transform* inner = moved(-1, 0, 4);
+    K8Group* lit = makeGroup({&content.lights[2]->header, &content.lights[4]->header, &content.lights[0]->header,
+                              &gone.header, &content.lights[3]->header},
+                             inner);
+    ASSERT_TRUE(queueTree(makeGroup(
+        {&content.figure->header, &content.lights[1]->header, &lit->header, &lit->header, &content.figure->header},
+        outer)));
+    const std::vector<const DrawItem*> queued = items();
+    ASSERT_EQ(queued.size(), 2u);
+    EXPECT_TRUE(queued[0]->lightsChanged) << "lights behind it in the tree count too";
+    EXPECT_FALSE(queued[1]->lightsChanged);
+    const K8Transform above = product({content.params.viewingTransform, &content.place, outer}),
+                      below = product({&above, inner});
+    K8Transform placed = below, turned = below;
+    K8Transform_translate(&placed, fixed(3), fixed(-4), fixed(5));
+    K8Transform_rotate(&turned, fixed(1), 0, 0, fixed(180));
+    const K8Transform* expected[] = {content.params.viewingTransform, &above, &placed, &turned};
+    ASSERT_EQ(queued[0]->lightCount, int32_t(std::size(expected))) << "each once, and none that cannot shine";
+    for (uint32_t i = 0; i < std::size(expected); ++i) {
+        EXPECT_EQ(queued[0]->lights[i]->color, i + 1);
+        EXPECT_TRUE(K8Transform_equal(queued[0]->lightTransforms[i].elements, expected[i]->elements)) << i;
+    }
+}
+
+TEST_F(DrawTreeTest, ShallowLightsDisplaceDeepOnes) {
+    struct Case {
+        const char* what;
+        uint16_t blockLights;
+        const char* tree;
+        std::string kept;  // by slot
+    };
+    for (const Case& c : {
+             Case{"the first eight of a group", 0, "F0123456789", "01234567"},
+             Case{"a deeper one is dropped", 0, "F01234567(8)", "01234567"},
+             Case{"and one as deep", 0, "F(01234567)(8)", "01234567"},
+             Case{"the last of a group yields", 0, "F(01234567)89", "01234598"},
+             Case{"the deepest yields first", 0, "F(((0))1234567)89", "81234569"},
+             Case{"of as deep ones that of the later group", 0, "F((9)0123456()7)8", "80123456"},
+             Case{"a dropped one met again higher up", 0, "F(0123456)(7)(8)8", "01234568"},
+             Case{"those of the block come first", 3, "F(34567)89", "01234598"},
+             Case{"and stay", 8, "F89", "01234567"},
+         }) {
+        content.params.lightCount = c.blockLights;
+        ASSERT_TRUE(queueTree(parse(c.tree)));
+        const DrawItem* item = items().at(0);
+        std::string kept;
+        for (int32_t i = 0; i < item->lightCount; ++i) kept += char('0' + item->lights[i]->color - 1);
+        EXPECT_EQ(kept, c.kept) << c.what;
+        K8Render_clear3D(render);
+    }
+}
+
+// --- Fog ---
+
+TEST_F(DrawTreeTest, TheFogNearestToTheRootCoversTheCall) {
+    content.params.fog = content.fog;
+    struct Case {
+        const char* what;
+        const char* tree;
+        uint32_t color;
+    };
+    for (const Case& c : {Case{"the block's", "F", 'B'}, Case{"one in the tree, before and behind it", "F(F(a))F", 'a'},
+                          Case{"a shallower one", "F(a)b", 'b'}, Case{"a deeper one", "Fa(b)", 'a'},
+                          Case{"the first of as deep ones", "(a)(b)F", 'a'}, Case{"the second", "((a))(b)F", 'b'}}) {
+        ASSERT_TRUE(queueTree(parse(c.tree)));
+        for (const DrawItem* item : items()) {
+            EXPECT_EQ(item->fog->color, c.color) << c.what;
+            for (const K8Fog* fog : {fogs[0], fogs[1], content.fog}) EXPECT_NE(item->fog, fog->header.object);
+        }
+        K8Render_clear3D(render);
+    }
+}
+
+// --- Failures ---
+
+TEST_F(DrawTreeTest, AGroupIsQueuedWholeOrNotAtAll) {
+    const Object3D* figure = content.figure->header.object;
+    EXPECT_FALSE(queueTree(parse("F(F)X")));
+    EXPECT_EQ(takeStatus(), K8_ERR_FAILURE);
+    EXPECT_TRUE(items().empty());
+    EXPECT_EQ(figure->refCount, 1);
+
+    // Whatever lights the failed group brought, those before and behind it are lit by their own.
+    for (const uint16_t before : std::initializer_list<uint16_t>{0, 1}) {
+        for (const uint16_t behind : std::initializer_list<uint16_t>{0, 1, 2}) {
+            content.params.lightCount = before;
+            ASSERT_TRUE(queue());
+            content.params.lightCount = 2;
+            EXPECT_FALSE(queueTree(parse("F5(F6)X")));
+            EXPECT_EQ(items().size(), 1u);
+            EXPECT_EQ(figure->refCount, 2);
+            EXPECT_EQ(render->context->queuedCalls, 1u);
+            content.params.lightCount = behind;
+            ASSERT_TRUE(queue());
+            EXPECT_EQ(items().at(1)->lightsChanged, before != behind);
+            const std::vector<DrawnPart> drawn = flush();
+            EXPECT_EQ(drawn.at(0).has("GL_LIGHT0"), before > 0);
+            for (const int light : {0, 1, 2})
+                EXPECT_EQ(drawn.back().has("GL_LIGHT" + std::to_string(light)), light < behind)
+                    << before << " before, " << behind << " behind";
+        }
+    }
+    K8Group* wrong = makeGroup({&content.figure->header});
+    K8Allocator_free(host.get(), std::exchange(wrong->info->childHandles, nullptr));
+    EXPECT_FALSE(queueTree(wrong)) << "children are counted but not there";
+    EXPECT_EQ(takeStatus(), K8_ERR_FAILURE);
+}
+
+TEST_F(DrawTreeTest, AFullListIsLeftAsItWas) {
+    content.setTextures({});
+    for (uint32_t i = 0; i < kMaxRecordsPerKind - 2; ++i) ASSERT_TRUE(queue());
+    const DrawItem* last = render->context->tail;
+    EXPECT_FALSE(queueTree(parse("FFF")));
+    EXPECT_EQ(takeStatus(), K8_ERR_OUT_OF_MEMORY);
+    EXPECT_EQ(render->context->tail, last);
+    EXPECT_TRUE(queueTree(parse("FF")));
+    EXPECT_FALSE(queue());
+    EXPECT_EQ(takeStatus(), K8_ERR_OUT_OF_MEMORY);
+    EXPECT_EQ(items().size(), kMaxRecordsPerKind);
+    K8Render_clear3D(render);
+}
+
+TEST_F(DrawTreeTest, WalksOfTreesThatAreTooLargeEnd) {
+    K8Group* wide = makeGroup(std::vector<K8Handle*>(65535));
+    std::vector<K8Handle*> wides(16, &wide->header);
+    K8Group* widest = makeGroup(wides);  // 16 + 16 x 65535 children
+    wides.push_back(nullptr);
+    K8Group* tooWide = makeGroup(wides);
+    K8Group* doubled = parse("");  // 65535 groups when it has doubled fifteen times
+    for (int i = 0; i < 15; ++i) doubled = makeGroup({&doubled->header, &doubled->header});
+    K8Group* tooMany = makeGroup({&doubled->header});
+    K8Group* deep = parse("F");
+    for (uint32_t i = 1; i < kMaxRecordsPerKind; ++i) deep = makeGroup({&deep->header});
+    K8Group* tooDeep = makeGroup({&deep->header});
+    K8Group* cycle = makeGroup({&content.figure->header, nullptr});
+    cycle->info->childHandles[1] = &cycle->header;
+    struct Case {
+        const char* what;
+        K8Group* root;
+        bool fits;
+        int32_t status;
+    };
+    for (int round = 0; round < 2; ++round) {  // no record is lost
+        for (const Case& c :
+             {Case{"all children", widest, true, 0}, Case{"one child more", tooWide, false, K8_ERR_FAILURE},
+              Case{"all groups", doubled, true, 0}, Case{"one group more", tooMany, false, K8_ERR_FAILURE},
+              Case{"as deep as it goes", deep, true, 0}, Case{"one level more", tooDeep, false, K8_ERR_OUT_OF_MEMORY},
+              Case{"a group that contains itself", cycle, false, K8_ERR_OUT_OF_MEMORY}}) {
+            EXPECT_EQ(queueTree(c.root), c.fits) << c.what;
+            EXPECT_EQ(takeStatus(), c.fits ? kNoStatus : c.status) << c.what;
+        }
+        EXPECT_EQ(items().size(), 1u) << "the figure at the end of the deep chain";
+        EXPECT_EQ(flush().size(), 2u);
+    }
+}
+
+}  // namespace
