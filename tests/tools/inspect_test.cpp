@@ -6,11 +6,13 @@
 
 #include "k8.h"
 #include "samples/penguin/penguin.h"
-#include "tools/encode/bmp_encoder.h"
+#include "tests/support/dispose.h"
+#include "tests/tools/small_package.h"
 #include "tools/inspect/action_inspector.h"
 #include "tools/inspect/content_reader.h"
 #include "tools/inspect/figure_inspector.h"
 #include "tools/inspect/image_inspector.h"
+#include "tools/inspect/package_inspector.h"
 
 namespace {
 
@@ -19,7 +21,7 @@ using Bytes = std::vector<uint8_t>;
 bool libraryTakes(const Bytes& bytes) {
     MALK8_touchMA();
     K8Handle* handle = K8Loader_loadObject(int32_t(bytes.size()), bytes.data(), &MALK8_malc);
-    K8Object3D_destroy(handle);
+    dispose(handle);
     return handle != nullptr;
 }
 
@@ -82,6 +84,62 @@ TEST(Inspectors, AgreeWithTheLibraryOnImages) {
     const encode::BmpImage direct{
         .width = 3, .height = 2, .bitsPerPixel = 24, .pixels = std::vector<std::array<uint8_t, 3>>(6)};
     compareOnVariants(encodeBmp(direct).bytes, inspect::inspectImage, 3000);
+}
+
+TEST(Inspectors, AgreeWithTheLibraryOnPackages) {
+    compareOnVariants(encodeK8(encode::smallPackage()).bytes, inspect::inspectPackage, 20000);
+    encode::K8Package onlyObjects = encode::smallPackage();
+    onlyObjects.groups.clear();
+    onlyObjects.trailer = {1, 2, 3};
+    compareOnVariants(encodeK8(onlyObjects).bytes, inspect::inspectPackage, 5000);
+}
+
+TEST(Inspectors, AgreeWithTheLibraryOnEveryModeOfPrimitives) {
+    encode::K8Package package = {.objects = {encode::K8PrimitiveRecord{
+                                     .type = 3, .params = 0, .count = 1, .values = {{{1, 2, 3}, {}, {}, {}, {}}}}}};
+    encode::EncodedFile file = encodeK8(package);
+    for (uint32_t type = 0; type <= 6; ++type)
+        for (uint32_t modes = 0; modes < 0x8000; modes += 0x100)
+            for (const uint32_t flags : {0x00, 0x03, 0x08, 0x10, 0x20}) {
+                file.set("object[0].type", flags ? type << 24 : type);
+                file.set("object[0].params", modes | flags);
+                const std::string problem = problemOf(file.bytes, inspect::inspectPackage);
+                ASSERT_EQ(problem.empty(), libraryTakes(file.bytes))
+                    << type << ", " << (modes | flags) << ": " << problem;
+            }
+}
+
+// Changes that chance does not make. The offset is that of the first byte concerned, in the whole file.
+TEST(PackageInspector, SaysWhatIsWrongAndWhere) {
+    struct Case {
+        const char* field;
+        uint64_t value;
+        const char* at;  // the field at the problem's offset
+        const char* problem;
+    };
+    const encode::EncodedFile good = encodeK8(encode::smallPackage());
+    const Case cases[] = {
+        {"version", 2, "version", "the version is 2, expected 0 (a package of objects)"},
+        {"group[1].child[0]", 6, "group[1].child[0]", "a child's object index is 6, expected less than 6"},
+        {"group[1].child[0]", 0x8001, "group[1].child[0]", "a child entry is of kind 2, expected 0, 1 or 3"},
+        {"group[1].child[1]", 0x4003, "group[1].childCount", "group 1 is its own ancestor"},
+        {"object[1].actionTable", 3, "object[1].actionTable",
+         "object 1, a figure: the action table is object 3, a texture"},
+        {"object[1].texture[2]", 4, "object[1].texture[2]", "object 1, a figure: a texture is object 4, a light"},
+        {"object[1].vertexCount", 30000, "object[1].vertexCount",
+         "object 1, a figure: vertexCount is 30000, expected at most 21845"},
+        {"object[5].count", 0, "object[5].count", "object 5, a primitive: the count is 0, expected at least 1"},
+        {"object[5].valueCount[3]", 1, nullptr,
+         "object 5, a primitive: the record ends where a value (4 bytes) was expected"},
+    };
+    for (const Case& c : cases) {
+        encode::EncodedFile file = good;
+        file.set(c.field, c.value);
+        const size_t offset = c.at ? file.field(c.at).offset() : file.bytes.size();
+        EXPECT_EQ(problemOf(file.bytes, inspect::inspectPackage),
+                  "offset " + std::to_string(offset) + ": " + c.problem);
+        EXPECT_FALSE(libraryTakes(file.bytes)) << c.problem;
+    }
 }
 
 TEST(FigureInspector, MeasuresTheFigureAtRest) {

@@ -13,8 +13,8 @@ struct ActionReader {
     uint64_t keyValues = 0;
 };
 
-// A count, then keys of a frame and `values` 16-bit words.
-void readKeys(ActionReader& r, const char* what, uint32_t values, int32_t frameCount) {
+// A count, which is returned, then keys of a frame and `values` 16-bit words.
+uint32_t readKeys(ActionReader& r, const char* what, uint32_t values, int32_t frameCount) {
     ContentReader& in = r.in;
     const std::string name = what;
     const uint32_t count = in.u16("the count of " + name);
@@ -31,6 +31,7 @@ void readKeys(ActionReader& r, const char* what, uint32_t values, int32_t frameC
         in.skip("a value of " + name, 2 * values);
     }
     r.keyValues += uint64_t(count) * (1 + values);
+    return count;
 }
 
 void readTrack(ActionReader& r, uint32_t kind, int32_t frames) {
@@ -70,7 +71,7 @@ ActionTableSummary inspectActions(std::span<const uint8_t> bytes) {
     const uint32_t announcedValues = in.u32("the key value count");
 
     for (uint32_t a = 0; a < actionCount; ++a) {
-        ActionSummary action{.frameCount = in.signed16("an action's frame count"), .hasPatternTrack = out.version == 5};
+        ActionSummary action{.frameCount = in.signed16("an action's frame count")};
         in.expect(action.frameCount >= 0, "an action's frame count", action.frameCount, "0 or more");
         for (uint32_t bone = 0; bone < out.boneCount; ++bone) {
             const uint32_t kind = in.u8("a track kind");
@@ -79,7 +80,7 @@ ActionTableSummary inspectActions(std::span<const uint8_t> bytes) {
             ++action.trackKinds[kind];
             readTrack(r, kind, action.frameCount);
         }
-        if (action.hasPatternTrack) readKeys(r, "pattern keys", 2, action.frameCount);
+        if (out.version == 5) action.patternKeys = readKeys(r, "pattern keys", 2, action.frameCount);
         out.actions.push_back(action);
     }
     for (uint32_t kind = 0; kind < 7; ++kind)

@@ -11,7 +11,7 @@ namespace inspect {
 struct ActionSummary {
     int32_t frameCount;
     std::array<uint32_t, 7> trackKinds{};  // tracks of each kind
-    bool hasPatternTrack;
+    uint32_t patternKeys = 0;              // 0: no pattern track
 };
 
 struct ActionTableSummary {

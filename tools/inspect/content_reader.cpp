@@ -4,8 +4,9 @@ namespace inspect {
 
 void ContentReader::need(std::string_view field, size_t byteCount) const {
     if (byteCount <= bytes_.size() - offset_) return;
-    throw ContentProblem(offset_, "the file ends where " + std::string(field) + " (" + std::to_string(byteCount) +
-                                      (byteCount == 1 ? " byte" : " bytes") + ") was expected");
+    throw ContentProblem(offset_, std::string(whole_) + " ends where " + std::string(field) + " (" +
+                                      std::to_string(byteCount) + (byteCount == 1 ? " byte" : " bytes") +
+                                      ") was expected");
 }
 
 uint32_t ContentReader::unsignedValue(std::string_view field, uint32_t byteCount) {

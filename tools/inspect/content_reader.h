@@ -1,6 +1,7 @@
 // Reads content files for people: the first thing that is wrong becomes a sentence with its offset.
 #pragma once
 
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -21,12 +22,16 @@ struct ContentProblem : std::runtime_error {
 class ContentReader {
 public:
     explicit ContentReader(std::span<const uint8_t> bytes) : bytes_(bytes) {}
+    // From an offset on, up to the end of `bytes`, which problems call by the given name.
+    ContentReader(std::span<const uint8_t> bytes, size_t offset, const char* whole)
+        : bytes_(bytes), offset_(offset), lastOffset_(offset), whole_(whole) {}
 
     uint32_t unsignedValue(std::string_view field, uint32_t byteCount);
     int32_t signed16(std::string_view field) { return int16_t(unsignedValue(field, 2)); }
     uint32_t u8(std::string_view field) { return unsignedValue(field, 1); }
     uint32_t u16(std::string_view field) { return unsignedValue(field, 2); }
     uint32_t u32(std::string_view field) { return unsignedValue(field, 4); }
+    float f32(std::string_view field) { return std::bit_cast<float>(u32(field)); }
     uint32_t bits(std::string_view field, uint32_t count);  // any count; the low 32 bits are kept
     int32_t signedBits(std::string_view field, uint32_t count);
     void skip(std::string_view field, size_t byteCount);
@@ -47,6 +52,7 @@ private:
     std::span<const uint8_t> bytes_;
     size_t offset_ = 0;
     size_t lastOffset_ = 0;
+    const char* whole_ = "the file";
     uint32_t current_ = 0;  // the byte that bits() is in the middle of
     uint32_t bitsLeft_ = 0;
 };

@@ -37,12 +37,12 @@ void readHeader(FigureReader& r) {
     }
     out.vertexCount = in.u16("vertexCount");
     in.expect(out.vertexCount <= 21845, "vertexCount", out.vertexCount, "at most 21845");
-    out.texturedTriangles = in.u16("texturedTriangleCount");
-    out.texturedQuads = in.u16("texturedQuadCount");
+    out.polygons.texturedTriangles = in.u16("texturedTriangleCount");
+    out.polygons.texturedQuads = in.u16("texturedQuadCount");
     out.bones.resize(in.u16("boneCount"));
     if (out.polygonFormat < 3) return;
-    out.colorTriangles = in.u16("colorTriangleCount");
-    out.colorQuads = in.u16("colorQuadCount");
+    out.polygons.colorTriangles = in.u16("colorTriangleCount");
+    out.polygons.colorQuads = in.u16("colorQuadCount");
     out.textureCount = in.u16("textureCount");
     in.expect(out.textureCount <= 16, "textureCount", out.textureCount, "at most 16");
     out.patternCount = in.u16("patternCount");
@@ -58,20 +58,29 @@ void expectTotal(const ContentReader& in, const char* what, uint32_t total, uint
 }
 
 void readPatterns(FigureReader& r) {
-    if (r.out.version < 5) return;
-    uint32_t colorTriangles = 0, colorQuads = 0, texturedTriangles = 0, texturedQuads = 0;
-    for (uint32_t pattern = 0; pattern < r.out.patternCount; ++pattern) {
-        colorTriangles += r.in.u16("a pattern's colour triangles");
-        colorQuads += r.in.u16("a pattern's colour quads");
-        for (uint32_t texture = 0; texture < r.out.textureCount; ++texture) {
-            texturedTriangles += r.in.u16("a pattern's textured triangles");
-            texturedQuads += r.in.u16("a pattern's textured quads");
-        }
+    FigureSummary& out = r.out;
+    out.patterns.resize(out.patternCount);
+    if (out.version < 5) {  // without a table everything is always drawn
+        if (out.patternCount > 0) out.patterns[0] = out.polygons;
+        return;
     }
-    expectTotal(r.in, "colour triangles", colorTriangles, r.out.colorTriangles);
-    expectTotal(r.in, "colour quads", colorQuads, r.out.colorQuads);
-    expectTotal(r.in, "textured triangles", texturedTriangles, r.out.texturedTriangles);
-    expectTotal(r.in, "textured quads", texturedQuads, r.out.texturedQuads);
+    FigurePolygons total{};
+    for (FigurePolygons& pattern : out.patterns) {
+        pattern.colorTriangles = r.in.u16("a pattern's colour triangles");
+        pattern.colorQuads = r.in.u16("a pattern's colour quads");
+        for (uint32_t texture = 0; texture < out.textureCount; ++texture) {
+            pattern.texturedTriangles += r.in.u16("a pattern's textured triangles");
+            pattern.texturedQuads += r.in.u16("a pattern's textured quads");
+        }
+        total.colorTriangles += pattern.colorTriangles;
+        total.colorQuads += pattern.colorQuads;
+        total.texturedTriangles += pattern.texturedTriangles;
+        total.texturedQuads += pattern.texturedQuads;
+    }
+    expectTotal(r.in, "colour triangles", total.colorTriangles, out.polygons.colorTriangles);
+    expectTotal(r.in, "colour quads", total.colorQuads, out.polygons.colorQuads);
+    expectTotal(r.in, "textured triangles", total.texturedTriangles, out.polygons.texturedTriangles);
+    expectTotal(r.in, "textured quads", total.texturedQuads, out.polygons.texturedQuads);
 }
 
 void readVertices(FigureReader& r) {
@@ -163,7 +172,8 @@ void readColoredBlock(FigureReader& r) {
     in.bits("the unused bits", 8);
     for (uint32_t i = 0; i < 3 * r.out.colorCount; ++i) in.bits("the colour table", channelWidth);
     const PolygonLayout layout = {"a colour triangle", 3, attributeWidth, indexWidth, colorWidth, 0x3F6, 0, 1, true};
-    readPolygonsOf(r, r.out.colorTriangles, r.out.colorQuads, layout, layout.allowedBits, 0, "a colour quad");
+    readPolygonsOf(r, r.out.polygons.colorTriangles, r.out.polygons.colorQuads, layout, layout.allowedBits, 0,
+                   "a colour quad");
 }
 
 void readPolygons(FigureReader& r) {
@@ -172,8 +182,8 @@ void readPolygons(FigureReader& r) {
     in.alignToByte();
     PolygonLayout layout = {"a textured triangle", 3, 16, 16, 8, 0x6, 0, 0, false};
     uint32_t quadBits = 0x7, quadRequired = 1;
-    if (out.polygonFormat == 3 && out.colorTriangles + out.colorQuads > 0) readColoredBlock(r);
-    if (out.texturedTriangles + out.texturedQuads == 0 && out.polygonFormat != 2) return;
+    if (out.polygonFormat == 3 && out.polygons.colorTriangles + out.polygons.colorQuads > 0) readColoredBlock(r);
+    if (out.polygons.texturedTriangles + out.polygons.texturedQuads == 0 && out.polygonFormat != 2) return;
     if (out.polygonFormat >= 2) {
         layout.attributeWidth = in.bits("the attribute width", 8);
         layout.indexWidth = in.bits("the index width", 8);
@@ -186,7 +196,8 @@ void readPolygons(FigureReader& r) {
         in.bits("the unused bits", 8);
         if (out.textureCount == 0) in.reject("there are textured polygons, but textureCount is 0");
     }
-    readPolygonsOf(r, out.texturedTriangles, out.texturedQuads, layout, quadBits, quadRequired, "a textured quad");
+    readPolygonsOf(r, out.polygons.texturedTriangles, out.polygons.texturedQuads, layout, quadBits, quadRequired,
+                   "a textured quad");
     in.alignToByte();
 }
 
