@@ -21,7 +21,7 @@
 constexpr int32_t fixed(double value) { return int32_t(value * 4096); }
 
 // The submeshes, told apart by the height of their vertices: hundreds of model units.
-enum FigurePart { Body, Badge, Glass, Flag, Patch };
+enum FigurePart : int { Body, Badge, Glass, Flag, Patch };
 
 // Body: a lit, textured square, (-64, 0) to (64, 64). Badge: an opaque colour triangle. Glass (pattern 1): half transparent,
 // with the second texture. Flag (pattern 2): an added colour triangle, two-sided. Patch (pattern 1): looks like the body and
