@@ -486,8 +486,9 @@ enum {
     K8_PRIM_NORMALS = 1,        /* x, y, z, F numbers of any length */
     K8_PRIM_COLORS = 2,         /* 0xRRGGBB */
     K8_PRIM_TEXTURE_COORDS = 3, /* s, t per vertex in texels, F numbers */
-    K8_PRIM_SPRITE_PARAMS = 4   /* records of 8: width, height (F), rotation (1/4096 turn), s0, t0, s1, t1 (F texels,
-                                 * the top left and the bottom right corner), K8_SPRITE_... flags */
+    K8_PRIM_SPRITE_PARAMS = 4   /* records of 8: width, height (F), rotation (1/4096 turn), the top left and the bottom
+                                 * right corner in the texture s0, t0, s1, t1 (F texels; t counts parts of the width,
+                                 * too, so textures should be square), K8_SPRITE_... flags */
 };
 
 /* Flags of a sprite record. Without any, the size is in the units of positions. */
