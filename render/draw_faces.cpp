@@ -103,7 +103,7 @@ static VertexBuffer* makeVertexBuffer(const FaceSet& faces, const PrimitiveValue
     return nullptr;
 }
 
-// Every face a strip of its own. The corners of a quadrilateral go round, so its strip takes the last two in turn: it
+// Every face a strip of its own. The corners of a quadrilateral go round, so its strip takes the last two exchanged: it
 // becomes the triangles 0, 1, 3 and 3, 1, 2.
 static TriangleStripArray* makeIndexBuffer(uint32_t corners, uint32_t faceCount) {
     static constexpr uint32_t kTriangle[] = {0, 1, 2}, kQuad[] = {0, 1, 3, 2};
