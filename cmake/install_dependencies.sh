@@ -4,7 +4,8 @@
 set -eu
 
 packages="g++ cmake ninja-build pkg-config libgtest-dev libgmock-dev libbenchmark-dev
-    libgles-dev libegl-dev libegl1 libgles1 libgl1-mesa-dri libegl-mesa0 libcli11-dev libpng-dev libwebp-dev $*"
+    libgles-dev libegl-dev libegl1 libgles1 libgl1-mesa-dri libegl-mesa0 libcli11-dev
+    libpng-dev libwebp-dev nlohmann-json3-dev $*"
 
 command -v dpkg-query >/dev/null || exit 0
 

@@ -1,73 +1,180 @@
 #include "tools/k8/content.h"
 
-#include <cstring>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <span>
+#include <algorithm>
+#include <set>
 #include <stdexcept>
 
-#include "tools/inspect/content_reader.h"
-#include "tools/inspect/image_inspector.h"
+#include "tools/inspect/content_inspector.h"
+#include "tools/k8/content_file.h"
 
 namespace {
 
-std::vector<uint8_t> readFile(const std::string& path) {
-    if (std::filesystem::is_directory(path)) throw std::runtime_error(path + ": is a folder");
-    std::ifstream in(path, std::ios::binary);
-    std::vector<uint8_t> bytes{std::istreambuf_iterator<char>(in), {}};
-    if (!in) throw std::runtime_error(path + ": cannot be read");
-    if (bytes.size() > INT32_MAX) throw std::runtime_error(path + ": is larger than 2 GiB");
-    return bytes;
+template <typename Handle>
+Handle* as(K8Handle* handle) {
+    return reinterpret_cast<Handle*>(handle);
 }
 
-bool startsWith(const std::vector<uint8_t>& bytes, const char* magic) {
-    return bytes.size() >= 2 && std::memcmp(bytes.data(), magic, 2) == 0;
+template <typename Handle>
+K8Handle* headerOf(Handle* handle) {
+    return reinterpret_cast<K8Handle*>(handle);
 }
 
-// Looks into the file first, since the library only says that something is wrong.
-template <typename Inspector>
-auto inspected(const std::string& path, const std::vector<uint8_t>& bytes, const char* kind, Inspector inspector) {
+bool isGroup(const K8Handle* handle) {
+    return handle->classId == K8_CLASS_GROUP || handle->classId == K8_CLASS_SCENE_GROUP;
+}
+
+// The handles that a root brings along, each once. A group lists them all; a figure names what it uses.
+std::set<K8Handle*> companionsOf(K8Handle* root) {
+    std::set<K8Handle*> companions;
+    if (isGroup(root)) {
+        for (K8Handle** other = as<K8Group>(root)->info->childData; *other; ++other) companions.insert(*other);
+    } else if (root->classId == K8_CLASS_FIGURE) {
+        const K8FigureInfo& info = *as<K8Figure>(root)->info;
+        companions.insert(headerOf(info.loadedAction));
+        for (size_t i = 0; i < info.loadedTextureCount; ++i) companions.insert(headerOf(info.loadedTextures[i]));
+        companions.erase(nullptr);
+    }
+    return companions;
+}
+
+// What the inspector makes of a file. It comes before the library, which only says that something is wrong.
+inspect::ContentSummary inspected(const std::string& path, const std::vector<uint8_t>& bytes) {
     try {
-        return inspector(std::span<const uint8_t>(bytes));
+        return inspect::inspectContent(bytes);
     } catch (const inspect::ContentProblem& problem) {
-        throw std::runtime_error(path + ": not a usable " + kind + ": at offset " + std::to_string(problem.offset) +
-                                 ": " + problem.what());
+        throw std::runtime_error(sentenceOf(path, problem));
     }
 }
 
-HandleOwner load(const std::string& path, const std::vector<uint8_t>& bytes) {
-    K8Handle* handle = K8Loader_loadObject(int32_t(bytes.size()), bytes.data(), &MALK8_malc);
-    if (handle) return HandleOwner(handle);
+std::vector<HandleOwner> load(const std::string& path, const std::vector<uint8_t>& bytes) {
+    std::vector<HandleOwner> handles = loadHandles(bytes);
+    if (!handles.empty()) return handles;
     const bool exhausted = K8ErrStorage_getErrorStatus() == K8_ERR_OUT_OF_MEMORY;
     throw std::runtime_error(path + (exhausted ? ": memory ran out" : ": the library does not accept this content"));
 }
 
-void loadFile(const std::string& path, FigureContent& content) {
-    const std::vector<uint8_t> bytes = readFile(path);
-    if (startsWith(bytes, "MB")) {
-        if (content.figure) throw std::runtime_error(path + ": is a second figure; give one");
-        content.figureSummary = inspected(path, bytes, "figure model", inspect::inspectFigure);
-        content.figure = load(path, bytes);
-    } else if (startsWith(bytes, "MT")) {
-        if (content.actions) throw std::runtime_error(path + ": is a second action table; give one");
-        content.actionSummary = inspected(path, bytes, "action table", inspect::inspectActions);
-        content.actions = load(path, bytes);
-    } else if (startsWith(bytes, "BM")) {
-        inspected(path, bytes, "texture", inspect::inspectImage);
-        content.textures.push_back(load(path, bytes));
+// What single files of a figure become.
+struct LooseFiles {
+    HandleOwner figure, actions;
+    std::vector<HandleOwner> textures;
+    inspect::FigureSummary summary;
+};
+
+void take(LooseFiles& files, const std::string& path, const std::vector<uint8_t>& bytes,
+          const inspect::ContentSummary& summary) {
+    HandleOwner handle = std::move(load(path, bytes).front());
+    if (const auto* figure = std::get_if<inspect::FigureSummary>(&summary)) {
+        if (files.figure) throw std::runtime_error(path + ": is a second figure; give one");
+        files.summary = *figure;
+        files.figure = std::move(handle);
+    } else if (std::holds_alternative<inspect::ActionTableSummary>(summary)) {
+        if (files.actions) throw std::runtime_error(path + ": is a second action table; give one");
+        files.actions = std::move(handle);
     } else {
-        throw std::runtime_error(
-            path + ": at offset 0: expected the bytes \"MB\" (figure model), \"MT\" (action table) or \"BM\" " +
-            "(BMP image)");
+        files.textures.push_back(std::move(handle));
     }
+}
+
+// Gives the figure its textures and action table, with an array from the allocator that owns the figure.
+void dress(K8Figure* figure, const LooseFiles& files) {
+    K8FigureInfo info = *figure->info;
+    if (!files.textures.empty()) {
+        const size_t bytes = files.textures.size() * sizeof(K8Texture*);
+        info.loadedTextures = static_cast<K8Texture**>(MALK8_malc.functions->alloc(&MALK8_malc, int32_t(bytes)));
+        if (!info.loadedTextures) throw std::runtime_error("memory ran out");
+        std::ranges::transform(files.textures, info.loadedTextures,
+                               [](const HandleOwner& texture) { return as<K8Texture>(texture.get()); });
+        info.loadedTextureCount = uint16_t(files.textures.size());
+    }
+    info.loadedAction = as<K8ActionTable>(files.actions.get());
+    K8Figure_setTmpData(figure, &info);
+}
+
+StageContent joinFiles(LooseFiles files) {
+    if (!files.figure) throw std::runtime_error("no figure model (\"MB\") among the files given");
+    StageContent content;
+    content.root = files.figure.get();
+    content.figures = {as<K8Figure>(content.root)};
+    content.extent = extentOf(files.summary);
+    dress(content.figures[0], files);
+    content.handles.push_back(std::move(files.figure));
+    if (files.actions) content.handles.push_back(std::move(files.actions));
+    for (HandleOwner& texture : files.textures) content.handles.push_back(std::move(texture));
+    return content;
+}
+
+StageContent loadPackage(const std::string& path, const std::vector<uint8_t>& bytes,
+                         const inspect::PackageSummary& summary) {
+    StageContent content;
+    content.handles = load(path, bytes);
+    content.root = content.handles.front().get();
+    for (const HandleOwner& handle : content.handles) {
+        if (handle->classId == K8_CLASS_FIGURE) content.figures.push_back(as<K8Figure>(handle.get()));
+        if (isGroup(handle.get())) content.groups.push_back(as<K8Group>(handle.get()));
+    }
+    try {
+        content.extent = extentOf(summary);
+    } catch (const std::runtime_error& error) {
+        throw std::runtime_error(path + ": " + error.what());
+    }
+    if (content.extent.isEmpty) throw std::runtime_error(path + ": the package holds nothing that can be drawn");
+    return content;
 }
 
 }  // namespace
 
-FigureContent loadFigureContent(const std::vector<std::string>& paths) {
-    FigureContent content;
-    for (const std::string& path : paths) loadFile(path, content);
-    if (!content.figure) throw std::runtime_error("no figure model (\"MB\") among the files given");
-    return content;
+std::vector<HandleOwner> loadHandles(const std::vector<uint8_t>& bytes) {
+    std::vector<HandleOwner> handles;
+    K8Handle* root = K8Loader_loadObject(int32_t(bytes.size()), bytes.data(), &MALK8_malc);
+    if (!root) return handles;
+    const std::set<K8Handle*> companions = companionsOf(root);
+    handles.emplace_back(root);
+    for (K8Handle* companion : companions) handles.emplace_back(companion);
+    return handles;
+}
+
+uint32_t StageContent::patternCount() const {
+    int32_t most = 0;
+    for (const K8Figure* figure : figures) most = std::max(most, K8Figure_getNumPatterns(figure));
+    return uint32_t(most);
+}
+
+double StageContent::actionLength(uint32_t action) const {
+    constexpr double kFrame = 65536;
+    int32_t mostActions = 0, longest = 0;
+    for (const K8Figure* figure : figures) {
+        const K8ActionTable* table = figure->info->loadedAction;
+        if (!table) continue;
+        mostActions = std::max(mostActions, K8ActionTable_getNumActions(table));
+        longest = std::max(longest, K8ActionTable_getMaxFrame(table, int32_t(action)));
+    }
+    if (mostActions > 0 && action >= uint32_t(mostActions))
+        throw std::runtime_error("there is no action " + std::to_string(action) + "; " +
+                                 (figures.size() > 1 ? "the longest table" : "the table") + " has " +
+                                 std::to_string(mostActions));
+    return longest / kFrame;
+}
+
+void StageContent::removeLights() {
+    for (K8Group* group : groups) {
+        K8GroupInfo info = *group->info;
+        K8Handle** end = std::remove_if(info.childHandles, info.childHandles + info.childHandleCount,
+                                        [](const K8Handle* child) { return child->classId == K8_CLASS_LIGHT; });
+        info.childHandleCount = uint16_t(end - info.childHandles);
+        K8Group_setTmpData(group, &info);
+    }
+}
+
+StageContent loadStageContent(const std::vector<std::string>& paths) {
+    LooseFiles files;
+    for (const std::string& path : paths) {
+        const std::vector<uint8_t> bytes = readContentFile(path);
+        const inspect::ContentSummary summary = inspected(path, bytes);
+        if (const auto* package = std::get_if<inspect::PackageSummary>(&summary)) {
+            if (paths.size() == 1) return loadPackage(path, bytes, *package);
+            throw std::runtime_error(path + ": is a package; it is drawn alone, without other files");
+        }
+        take(files, path, bytes, summary);
+    }
+    return joinFiles(std::move(files));
 }

@@ -1,13 +1,13 @@
-// Content files on their way into the library.
+// Content files on their way into the library and to the stage.
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "k8.h"
-#include "tools/inspect/action_inspector.h"
-#include "tools/inspect/figure_inspector.h"
+#include "tools/k8/bounds.h"
 
 // Destroys a handle of any family.
 struct HandleDeleter {
@@ -15,15 +15,25 @@ struct HandleDeleter {
 };
 using HandleOwner = std::unique_ptr<K8Handle, HandleDeleter>;
 
-// A figure with all that it is drawn with. The textures are given to the figure in the order of the files.
-struct FigureContent {
-    HandleOwner figure;
-    HandleOwner actions;  // null: the figure stays in its rest pose
-    std::vector<HandleOwner> textures;
-    inspect::FigureSummary figureSummary;
-    inspect::ActionTableSummary actionSummary;
+// Loads any content: the root first, then every other handle that came with it. Empty when the library refuses.
+std::vector<HandleOwner> loadHandles(const std::vector<uint8_t>& bytes);
+
+// What a stage shows: a figure, or the tree of a package.
+struct StageContent {
+    std::vector<HandleOwner> handles;
+    K8Handle* root = nullptr;        // among them
+    std::vector<K8Figure*> figures;  // among them, with their textures and action tables
+    std::vector<K8Group*> groups;    // among them
+    Extent extent;
+
+    uint32_t patternCount() const;  // of the figure that has most
+    // The length of the longest that a figure here can play, in frames; 0 without action tables. Throws std::runtime_error
+    // when there are tables and none has the action.
+    double actionLength(uint32_t action) const;
+    void removeLights();  // from the tree
 };
 
-// Loads one figure, at most one action table and any number of textures, told apart by what is in the files. Throws
-// std::runtime_error with a text for the user: which file, what was expected and at which offset it went wrong.
-FigureContent loadFigureContent(const std::vector<std::string>& paths);
+// Loads a package; or one figure, at most one action table and any number of textures, told apart by what is in the files.
+// The textures are given to the figure in the order of the files. Throws std::runtime_error with a text for the user: which
+// file, what was expected and at which offset it went wrong.
+StageContent loadStageContent(const std::vector<std::string>& paths);

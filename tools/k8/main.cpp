@@ -3,11 +3,15 @@
 #include <exception>
 
 #include "k8.h"
+#include "tools/k8/check_command.h"
+#include "tools/k8/info_command.h"
 #include "tools/k8/render_command.h"
 
 int main(int argc, char** argv) {
-    CLI::App app("Looks at K8 content.", "k8");
+    CLI::App app("Looks at K8 content. \"k8 COMMAND --help\" says more about a command.", "k8");
     app.require_subcommand(1);
+    addInfoCommand(app);
+    addCheckCommand(app);
     addRenderCommand(app);
     MALK8_touchMA();
     try {

@@ -68,24 +68,15 @@ FrameRange framesFrom(const std::string& text, double length) {
 std::optional<uint32_t> patternMask(const RenderOptions& options, uint32_t patternCount) {
     if (options.basePatternOnly) return 0;
     if (options.patterns.empty()) return std::nullopt;
+    if (patternCount < 2) throw CLI::ValidationError("there are no patterns to switch");
     uint32_t mask = 0;
     for (const uint32_t pattern : options.patterns) {
         if (pattern < 1 || pattern >= patternCount)
-            throw CLI::ValidationError("there is no pattern " + std::to_string(pattern) +
-                                       "; the figure has patterns 1 to " + std::to_string(int(patternCount) - 1) +
-                                       " to switch");
+            throw CLI::ValidationError("there is no pattern " + std::to_string(pattern) + "; patterns 1 to " +
+                                       std::to_string(patternCount - 1) + " can be switched");
         mask |= 1u << (pattern - 1);
     }
     return mask;
-}
-
-double actionLength(const FigureContent& content, uint32_t action) {
-    if (!content.actions) return 0;
-    const size_t count = content.actionSummary.actions.size();
-    if (action >= count)
-        throw CLI::ValidationError("there is no action " + std::to_string(action) + "; the table has " +
-                                   std::to_string(count));
-    return content.actionSummary.actions[action].frameCount;
 }
 
 std::vector<Picture> drawFrames(Stage& stage, const RenderOptions& options, const FrameRange& range, Pose pose) {
@@ -141,67 +132,96 @@ void run(RenderOptions options) {
     options.stage.background = colorFrom(options.background);
     options.stage.lighting.color = colorFrom(options.lightColor);
     options.stage.lighting.isOn = !options.unlit;
-    FigureContent content = loadFigureContent(options.files);
-    const FrameRange range = framesFrom(options.frames, actionLength(content, options.action));
-    const Pose pose{.action = options.action, .patterns = patternMask(options, content.figureSummary.patternCount)};
+    StageContent content = loadStageContent(options.files);
+    const FrameRange range = framesFrom(options.frames, content.actionLength(options.action));
+    const Pose pose{.action = options.action, .patterns = patternMask(options, content.patternCount())};
     Stage stage(options.stage, std::move(content));
     writePictures(options, drawFrames(stage, options, range, pose), options.stage.background);
+}
+
+void addOutputOptions(CLI::App& command, RenderOptions& options) {
+    command
+        .add_option("-o,--out", options.out,
+                    "A .png picture (a contact sheet of several frames), a .webp animation, or a folder for all of it")
+        ->required();
+    command.add_option("--size", options.size, "Of a picture, WIDTHxHEIGHT")->capture_default_str();
+    command.add_option("--background", options.background, "RRGGBB")->capture_default_str();
+    command.add_option("--columns", options.columns, "Pictures in a row of the contact sheet")
+        ->check(CLI::Range(1, 100))
+        ->capture_default_str();
+}
+
+void addPoseOptions(CLI::App& command, RenderOptions& options) {
+    command.add_option("--action", options.action, "The action to play, counted from 0")->capture_default_str();
+    command.add_option("--frames", options.frames, "FIRST:LAST or one frame; all but the action's last if not given");
+    command.add_option("--step", options.step, "Frames from one picture to the next")
+        ->check(CLI::Range(1.0 / 64, 32767.0))
+        ->capture_default_str();
+    command.add_option("--fps", options.framesPerSecond, "Frames of the action in a second of the animation")
+        ->check(CLI::Range(0.1, 1000.0))
+        ->capture_default_str();
+    command.add_option("--pattern", options.patterns,
+                       "Patterns to show, counted from 1, instead of those the action shows");
+    command.add_flag("--no-pattern", options.basePatternOnly, "Show what is always drawn and nothing else");
+}
+
+void addCameraOptions(CLI::App& command, View& view) {
+    command.add_option("--yaw", view.yawDegrees, "Degrees around what is looked at, 0 in front of it")
+        ->capture_default_str();
+    command.add_option("--pitch", view.pitchDegrees, "Degrees above it")
+        ->check(CLI::Range(-90.0, 90.0))
+        ->capture_default_str();
+    command
+        .add_option("--target", view.target, "The point to look at, x,y,z in units; the content's middle if not given")
+        ->delimiter(',');
+    command.add_option("--distance", view.distance, "From that point, in units; 0 shows all there is")
+        ->check(CLI::Range(0.0, 100000.0))
+        ->capture_default_str();
+    command.add_option("--zoom", view.zoom, "Goes nearer by this factor")
+        ->check(CLI::Range(0.01, 100.0))
+        ->capture_default_str();
+    command.add_option("--opening", view.openingDegrees, "Of the camera, degrees from bottom to top")
+        ->check(CLI::Range(1.0, 170.0))
+        ->capture_default_str();
+}
+
+// Each of them, when given, chooses the command line's lights over a package's own.
+void addLightOptions(CLI::App& command, RenderOptions& options) {
+    Lighting& lighting = options.stage.lighting;
+    const auto choose = [&lighting](const std::string&) { lighting.isChosen = true; };
+    command.add_option("--ambient", lighting.ambient, "Intensity of the light from everywhere")
+        ->each(choose)
+        ->capture_default_str();
+    command.add_option("--light", lighting.direct, "Intensity of the light from one side")
+        ->each(choose)
+        ->capture_default_str();
+    command
+        .add_option("--light-direction", lighting.direction, "Where that light shines: right, up, towards the viewer")
+        ->delimiter(',')
+        ->each(choose)
+        ->capture_default_str();
+    command.add_option("--light-color", options.lightColor, "RRGGBB")->each(choose)->capture_default_str();
+    command.add_flag("--unlit", options.unlit, "No lights at all")->each(choose);
 }
 
 }  // namespace
 
 void addRenderCommand(CLI::App& app) {
     auto options = std::make_shared<RenderOptions>();
-    CLI::App* command = app.add_subcommand("render", "Draw a figure at the frames of an action");
+    CLI::App* command = app.add_subcommand("render", "Draw a figure or a package at the frames of an action");
     command
         ->add_option("files", options->files,
-                     "A figure (MB), an action table (MT), and textures (BMP) in the figure's order")
+                     "A package (K8); or a figure (MB), an action table (MT), and textures (BMP) in the figure's order")
         ->required();
-    command
-        ->add_option("-o,--out", options->out,
-                     "A .png picture (a contact sheet of several frames), a .webp animation, or a folder for all of it")
-        ->required();
-    command->add_option("--size", options->size, "Of a picture, WIDTHxHEIGHT")->capture_default_str();
-    command->add_option("--action", options->action, "The action to play, counted from 0")->capture_default_str();
-    command->add_option("--frames", options->frames, "FIRST:LAST or one frame; all but the action's last if not given");
-    command->add_option("--step", options->step, "Frames from one picture to the next")
-        ->check(CLI::Range(1.0 / 64, 32767.0))
-        ->capture_default_str();
-    command->add_option("--fps", options->framesPerSecond, "Frames of the action in a second of the animation")
-        ->check(CLI::Range(0.1, 1000.0))
-        ->capture_default_str();
-    command->add_option("--pattern", options->patterns,
-                        "Patterns to show, counted from 1, instead of those the action shows");
-    command->add_flag("--no-pattern", options->basePatternOnly, "Show what is always drawn and nothing else");
-    command->add_option("--yaw", options->stage.view.yawDegrees, "Degrees around the figure, 0 in front of it")
-        ->capture_default_str();
-    command->add_option("--pitch", options->stage.view.pitchDegrees, "Degrees above the figure")
-        ->check(CLI::Range(-90.0, 90.0))
-        ->capture_default_str();
-    command
-        ->add_option("--distance", options->stage.view.distance,
-                     "From the figure's middle, in units of 64 of its own; 0 shows all of it")
-        ->check(CLI::Range(0.0, 100000.0))
-        ->capture_default_str();
-    command->add_option("--zoom", options->stage.view.zoom, "Goes nearer by this factor")
-        ->check(CLI::Range(0.01, 100.0))
-        ->capture_default_str();
-    command->add_option("--opening", options->stage.view.openingDegrees, "Of the camera, degrees from bottom to top")
-        ->check(CLI::Range(1.0, 170.0))
-        ->capture_default_str();
-    command->add_option("--background", options->background, "RRGGBB")->capture_default_str();
-    command->add_option("--ambient", options->stage.lighting.ambient, "Intensity of the light from everywhere")
-        ->capture_default_str();
-    command->add_option("--light", options->stage.lighting.direct, "Intensity of the light from one side")
-        ->capture_default_str();
-    command
-        ->add_option("--light-direction", options->stage.lighting.direction,
-                     "Where that light shines: right, up, towards the viewer")
-        ->capture_default_str();
-    command->add_option("--light-color", options->lightColor, "RRGGBB")->capture_default_str();
-    command->add_flag("--unlit", options->unlit, "No lights at all");
-    command->add_option("--columns", options->columns, "Pictures in a row of the contact sheet")
-        ->check(CLI::Range(1, 100))
-        ->capture_default_str();
+    addOutputOptions(*command, *options);
+    addPoseOptions(*command, *options);
+    addCameraOptions(*command, options->stage.view);
+    addLightOptions(*command, *options);
+    command->footer(
+        "Every figure of a package plays the action, from the table that the package gives it; the longest decides "
+        "how\n"
+        "many frames there are, and shorter ones hold their end. A package that has lights is lit by them alone, "
+        "unless\n"
+        "an option about light is given, which puts them out.");
     command->callback([options] { run(*options); });
 }

@@ -17,22 +17,11 @@ int32_t fixed(double value) { return int32_t(std::lround(value * 4096)); }
         std::string(what) + (K8ErrStorage_getErrorStatus() == K8_ERR_OUT_OF_MEMORY ? ": memory ran out" : ": refused"));
 }
 
-// The figure's info, with arrays from the allocator that owns the figure.
-void setInfo(FigureContent& content, const Pose& pose) {
-    auto* figure = reinterpret_cast<K8Figure*>(content.figure.get());
+void setPose(K8Figure* figure, const Pose& pose) {
     K8FigureInfo info = *figure->info;
-    if (!info.loadedTextures && !content.textures.empty()) {
-        const size_t bytes = content.textures.size() * sizeof(K8Texture*);
-        info.loadedTextures = static_cast<K8Texture**>(MALK8_malc.functions->alloc(&MALK8_malc, int32_t(bytes)));
-        if (!info.loadedTextures) throw std::runtime_error("memory ran out");
-        for (size_t i = 0; i < content.textures.size(); ++i)
-            info.loadedTextures[i] = reinterpret_cast<K8Texture*>(content.textures[i].get());
-        info.loadedTextureCount = uint16_t(content.textures.size());
-    }
-    info.loadedAction = reinterpret_cast<K8ActionTable*>(content.actions.get());
     info.frame = int32_t(std::lround(pose.frame * 65536));
     info.action = pose.action | (pose.patterns ? 0x80000000u : 0);
-    if (!K8Figure_setTmpData(figure, &info)) failWith("the figure's parameters");
+    if (!K8Figure_setTmpData(figure, &info)) failWith("a figure's parameters");
     if (pose.patterns && !K8Figure_setPattern(figure, *pose.patterns)) failWith("the patterns");
 }
 
@@ -41,13 +30,13 @@ struct Sphere {
     double radius;
 };
 
-// Around the figure at rest, in units; an eighth is added for what moves outwards.
-Sphere boundsOf(const inspect::FigureSummary& summary) {
+// All of the box, about its middle if there is no other center. An eighth is added for what moves outwards.
+Sphere around(const Box& box, const std::optional<std::array<double, 3>>& center) {
     Sphere sphere{};
     double squared = 0;
     for (size_t i = 0; i < 3; ++i) {
-        sphere.center[i] = (summary.least[i] + summary.greatest[i]) / 2 / 64;
-        squared += std::pow((summary.greatest[i] - summary.least[i]) / 2 / 64, 2);
+        sphere.center[i] = center ? (*center)[i] : (box.least[i] + box.greatest[i]) / 2;
+        squared += std::pow(std::max(box.greatest[i] - sphere.center[i], sphere.center[i] - box.least[i]), 2);
     }
     sphere.radius = std::max(std::sqrt(squared) * 1.125, 0.25);
     return sphere;
@@ -55,7 +44,7 @@ Sphere boundsOf(const inspect::FigureSummary& summary) {
 
 }  // namespace
 
-Stage::Stage(const StageOptions& options, FigureContent content) : options_(options), content_(std::move(content)) {
+Stage::Stage(const StageOptions& options, StageContent content) : options_(options), content_(std::move(content)) {
     surface_ = GlSurface::create(options.width, options.height);
     render_ = K8Render_create(nullptr, &MALK8_malc);
     if (!render_) failWith("the render context");
@@ -73,7 +62,13 @@ Stage::~Stage() {
 }
 
 void Stage::setUpLights() {
-    const Lighting& lighting = options_.lighting;
+    Lighting& lighting = options_.lighting;
+    if (content_.extent.hasLights) {
+        if (lighting.isChosen)
+            content_.removeLights();
+        else
+            lighting.isOn = false;
+    }
     if (!lighting.isOn) return;
     for (K8Light*& light : lights_) {
         light = K8Light_create(nullptr, &MALK8_malc);
@@ -92,7 +87,7 @@ void Stage::setUpLights() {
 
 void Stage::aim() {
     const View& view = options_.view;
-    const Sphere bounds = boundsOf(content_.figureSummary);
+    const Sphere bounds = around(content_.extent.box, view.target);
     const double opening = view.openingDegrees * std::numbers::pi / 180;
     // The narrower side of the picture must hold the sphere.
     const double half = std::atan(std::tan(opening / 2) * std::min(1.0, double(options_.width) / options_.height));
@@ -120,15 +115,15 @@ void Stage::aim() {
 }
 
 Picture Stage::draw(const Pose& pose) {
-    setInfo(content_, pose);
+    for (K8Figure* figure : content_.figures) setPose(figure, pose);
     const uint32_t b = options_.background;
     const auto channel = [b](int shift) { return float(b >> shift & 255) / 255; };
     glClearColor(channel(16), channel(8), channel(0), 1.0f);
     glClear(GL_COLOR_BUFFER_BIT);
     params_.lightCount = options_.lighting.isOn ? uint16_t(lights_.size()) : 0;
     params_.lights = lights_.data();
-    // Lights stand in view axes, so the view goes into the figure's transform, not into the block.
-    if (!K8Render_render3D(render_, &params_, content_.figure.get(), &view_)) failWith("queueing the figure");
-    if (!K8Render_flush(render_, 0, 0, options_.width, options_.height)) failWith("drawing the figure");
+    // The stage's own lights stand in view axes, so the view goes into the content's transform, not into the block.
+    if (!K8Render_render3D(render_, &params_, content_.root, &view_)) failWith("queueing the content");
+    if (!K8Render_flush(render_, 0, 0, options_.width, options_.height)) failWith("drawing the content");
     return {options_.width, options_.height, surface_->readPixels()};
 }

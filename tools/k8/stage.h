@@ -1,4 +1,4 @@
-// Where a figure is shown: a surface without a window, a camera that goes around the figure, lights.
+// Where content is shown: a surface without a window, a camera that goes around it, lights.
 #pragma once
 
 #include <array>
@@ -11,9 +11,10 @@
 #include "tools/k8/picture.h"
 
 struct View {
-    double yawDegrees = 28;    // around the figure, 0 in front of it, positive to its left
-    double pitchDegrees = 14;  // above it
-    double distance = 0;       // from its middle, in units; 0: as far as it takes to see all of it
+    double yawDegrees = 28;                       // around the content, 0 in front of it, positive to its left
+    double pitchDegrees = 14;                     // above it
+    std::optional<std::array<double, 3>> target;  // the point it goes around, in units; unset: the content's middle
+    double distance = 0;                          // from there, in units; 0: as far as it takes to see all of it
     double openingDegrees = 32;
     double zoom = 1;
 };
@@ -24,6 +25,7 @@ struct Lighting {
                                        -0.6};  // where the direct light shines, in view axes: right, up, towards us
     uint32_t color = 0xFFFFFF;
     bool isOn = true;
+    bool isChosen = false;  // takes the place of lights in the content, which otherwise go first
 };
 
 struct StageOptions {
@@ -33,6 +35,7 @@ struct StageOptions {
     uint32_t background = 0xDCE6F0;
 };
 
+// Of every figure.
 struct Pose {
     uint32_t action = 0;
     double frame = 0;
@@ -42,7 +45,7 @@ struct Pose {
 class Stage {
 public:
     // Throws std::runtime_error where there is no OpenGL ES 1.1, or memory runs out.
-    Stage(const StageOptions& options, FigureContent content);
+    Stage(const StageOptions& options, StageContent content);
     ~Stage();
     Stage(const Stage&) = delete;
     Stage& operator=(const Stage&) = delete;
@@ -55,7 +58,7 @@ private:
 
     StageOptions options_;
     std::unique_ptr<GlSurface> surface_;
-    FigureContent content_;
+    StageContent content_;
     K8Render* render_ = nullptr;
     std::array<K8Light*, 2> lights_{};
     K8Transform view_{};

@@ -1,0 +1,76 @@
+#include "tools/k8/check_command.h"
+
+#include <cstdio>
+#include <memory>
+
+#include "k8.h"
+#include "tools/inspect/content_inspector.h"
+#include "tools/k8/content.h"
+#include "tools/k8/content_file.h"
+
+namespace {
+
+struct CheckOptions {
+    std::vector<std::string> files;
+    bool quiet = false;
+};
+
+enum class Loading { Loads, Refuses, OutOfMemory };
+
+Loading loadWithLibrary(const std::vector<uint8_t>& bytes) {
+    MALK8_touchMA();
+    K8ErrStorage_setErrorStatus(K8_ERR_FAILURE);
+    const std::vector<HandleOwner> handles = loadHandles(bytes);
+    if (!handles.empty()) return Loading::Loads;
+    return K8ErrStorage_getErrorStatus() == K8_ERR_OUT_OF_MEMORY ? Loading::OutOfMemory : Loading::Refuses;
+}
+
+void run(const CheckOptions& options) {
+    bool allGood = true;
+    for (const std::string& path : options.files) {
+        const Verdict verdict = checkFile(path);
+        allGood = allGood && verdict.isGood;
+        if (!verdict.isGood || !options.quiet) std::printf("%s\n", verdict.line.c_str());
+    }
+    if (!allGood) throw CLI::RuntimeError(1);
+}
+
+}  // namespace
+
+Verdict checkFile(const std::string& path) {
+    std::vector<uint8_t> bytes;
+    try {
+        bytes = readContentFile(path);
+    } catch (const std::runtime_error& error) {
+        return {false, error.what()};
+    }
+    const Loading loading = loadWithLibrary(bytes);
+    try {
+        const std::string kind = inspect::kindOf(inspect::inspectContent(bytes));
+        switch (loading) {
+            case Loading::Loads: return {true, path + ": good " + kind};
+            case Loading::OutOfMemory: return {false, path + ": good " + kind + ", but memory ran out while it loaded"};
+            case Loading::Refuses: break;
+        }
+        return {false, path + ": looks like a good " + kind + ", but the library refuses it; one of the two is wrong"};
+    } catch (const inspect::ContentProblem& problem) {
+        const char* doubt = loading == Loading::Loads ? "; but the library loads it; one of the two is wrong" : "";
+        return {false, sentenceOf(path, problem) + doubt};
+    }
+}
+
+void addCheckCommand(CLI::App& app) {
+    auto options = std::make_shared<CheckOptions>();
+    CLI::App* command =
+        app.add_subcommand("check", "Say whether content files are good, and what is wrong with others");
+    command->add_option("files", options->files, "Figures (MB), action tables (MT), textures (BMP), packages (K8)")
+        ->required();
+    command->add_flag("-q,--quiet", options->quiet, "No lines for good files");
+    command->footer(
+        "Prints one line per file: \"FILE: good KIND\", or \"FILE: at offset N: what is wrong\", the offset counted "
+        "in\n"
+        "bytes from the start of the file. Every file is loaded with the library as well. The exit status is 0 when "
+        "all\n"
+        "files are good and 1 otherwise.");
+    command->callback([options] { run(*options); });
+}
