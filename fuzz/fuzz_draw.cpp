@@ -44,12 +44,12 @@ static bool givesActions(const K8Handle* root, const K8Handle* actions) {
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    uint16_t figureSize;
-    if (size < sizeof figureSize) return 0;
-    std::memcpy(&figureSize, data, sizeof figureSize);
-    data += sizeof figureSize;
-    size -= sizeof figureSize;
-    const size_t split = std::min<size_t>(figureSize, size);
+    uint16_t fileSize;
+    if (size < sizeof fileSize) return 0;
+    std::memcpy(&fileSize, data, sizeof fileSize);
+    data += sizeof fileSize;
+    size -= sizeof fileSize;
+    const size_t split = std::min<size_t>(fileSize, size);
 
     MALK8_touchMA();
     K8Handle* root = K8Loader_loadObject(int32_t(split), data, &MALK8_malc);

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "tools/encode/bmp_encoder.h"
+#include "tools/encode/k8_encoder.h"
 #include "tools/encode/mb_encoder.h"
 #include "tools/encode/mt_encoder.h"
 
@@ -40,3 +41,6 @@ encode::MbFigure penguinFigure();
 encode::MtTable penguinActions();
 encode::BmpImage penguinBodyTexture();
 encode::BmpImage penguinGearTexture();
+
+// All of it: the figure with its textures and its actions.
+encode::K8Package penguinPackage();

@@ -1,5 +1,5 @@
 /* A host in C99 that knows only k8.h: it loads the sample's penguin, walks it before a camera, looks at the pixels, and gives
- * everything back. Its argument is the folder with the penguin's files. Ends with 77 where there is no OpenGL ES 1.1. */
+ * everything back. Its argument is the penguin's package. Ends with 77 where there is no OpenGL ES 1.1. */
 #include <EGL/egl.h>
 #include <EGL/eglext.h>
 #include <GLES/gl.h>
@@ -117,10 +117,8 @@ static int countDrawn(unsigned long* sum) {
 
 /* ---- Content ---- */
 
-static K8Handle* load(const char* folder, const char* name, int16_t classId) {
+static K8Handle* load(const char* path, int16_t classId) {
     static unsigned char bytes[1 << 16];
-    char path[512];
-    snprintf(path, sizeof path, "%s/%s", folder, name);
     FILE* file = fopen(path, "rb");
     const size_t size = file ? fread(bytes, 1, sizeof bytes, file) : 0;
     if (file) fclose(file);
@@ -131,13 +129,14 @@ static K8Handle* load(const char* folder, const char* name, int16_t classId) {
     return handle;
 }
 
-static void giveTextures(K8Figure* figure, K8Texture** textures, K8ActionTable* actions) {
+/* The figure comes with textures in an array of its own; the host gives it another one, with the same textures. */
+static void exchangeTextures(K8Figure* figure) {
+    const int liveBefore = host.live;
     K8FigureInfo info = *figure->info;
-    info.loadedTextures = countedAlloc(&host.head, TEXTURES * (int32_t)sizeof *textures);
-    memcpy(info.loadedTextures, textures, TEXTURES * sizeof *textures);
-    info.loadedTextureCount = TEXTURES;
-    info.loadedAction = actions;
-    check(K8Figure_setTmpData(figure, &info), "the figure takes its textures and its actions");
+    info.loadedTextures = countedAlloc(&host.head, TEXTURES * (int32_t)sizeof *info.loadedTextures);
+    memcpy(info.loadedTextures, K8Figure_getLoadedTextures(figure), TEXTURES * sizeof *info.loadedTextures);
+    check(K8Figure_setTmpData(figure, &info), "the figure takes an array of textures");
+    check(host.live == liveBefore, "and gives the one it had back");
 }
 
 static int drawFrame(K8Render* render, const K8RenderParams* params, K8Figure* figure, const K8Transform* place,
@@ -194,15 +193,14 @@ int main(int argumentCount, char** arguments) {
     engineFunctions = MALK8_malc.functions;
     MALK8_malc.functions = &watchedFunctions;
 
-    K8Figure* figure = (K8Figure*)load(arguments[1], "penguin.mb", K8_CLASS_FIGURE);
-    K8ActionTable* actions = (K8ActionTable*)load(arguments[1], "penguin.mt", K8_CLASS_ACTION_TABLE);
-    K8Texture* textures[TEXTURES] = {(K8Texture*)load(arguments[1], "penguin-body.bmp", K8_CLASS_TEXTURE),
-                                     (K8Texture*)load(arguments[1], "penguin-gear.bmp", K8_CLASS_TEXTURE)};
+    K8Figure* figure = (K8Figure*)load(arguments[1], K8_CLASS_FIGURE);
+    K8ActionTable* actions = K8Figure_getLoadedAction(figure);
+    check(K8Figure_getLoadedNumTextures(figure) == TEXTURES, "two textures");
     check(K8ActionTable_getNumActions(actions) >= 3, "three actions");
     check(K8Figure_getNumPatterns(figure) >= 3, "three patterns");
     check(K8Figure_getNumBones(figure) >= 12, "twelve bones");
     check(K8Figure_canChangeAction(figure, actions), "the actions fit the figure");
-    giveTextures(figure, textures, actions);
+    exchangeTextures(figure);
 
     K8Light* lights[LIGHTS] = {makeLight(K8_LIGHT_AMBIENT, ONE / 2, &everywhere),
                                makeLight(K8_LIGHT_DIRECTIONAL, ONE, &fromLeft)};
@@ -222,12 +220,13 @@ int main(int argumentCount, char** arguments) {
     check(render && K8Render_bind(render, &place, SIDE, SIDE, SIDE, 0, 0, SIDE, SIDE), "binding to the surface");
     glClearColor(1, 0, 1, 1);
     walk(render, &params, figure, actions, &place);
-    check(!K8Render_render3D(render, &params, &textures[0]->header, NULL), "a texture cannot be queued");
+    check(!K8Render_render3D(render, &params, &figure->info->loadedTextures[0]->header, NULL),
+          "a texture cannot be queued");
 
     K8Render_destroy(render);
-    K8Object3D_destroy(&figure->header);
+    for (int i = 0; i < TEXTURES; ++i) K8Object3D_destroy(&figure->info->loadedTextures[i]->header);
     K8Object3D_destroy(&actions->header);
-    for (int i = 0; i < TEXTURES; ++i) K8Object3D_destroy(&textures[i]->header);
+    K8Object3D_destroy(&figure->header);
     for (int i = 0; i < LIGHTS; ++i) K8Object3D_destroy(&lights[i]->header);
     check(host.live == 0, "every block of the host's has come back");
     check(engineLive == 0, "and every one of the engine's");

@@ -1,4 +1,4 @@
-// Pip the penguin as a host sees it: loaded from files, posed, lit, and drawn by a real OpenGL ES.
+// Pip the penguin as a host sees it: loaded from its package, posed, lit, and drawn by a real OpenGL ES.
 #include <GLES/gl.h>
 #include <gtest/gtest.h>
 
@@ -8,6 +8,7 @@
 #include <functional>
 #include <iterator>
 #include <numbers>
+#include <span>
 
 #include "k8.h"
 #include "tests/pixels/golden_picture.h"
@@ -23,8 +24,6 @@ int32_t fixed(double value) { return int32_t(std::lround(value * 4096)); }
 class Scene {
 public:
     Scene() {
-        for (size_t i = 0; i < textures.size(); ++i)
-            textures[i] = load<K8Texture>(i ? "penguin-gear.bmp" : "penguin-body.bmp");
         K8Light_setMode(lights[0], K8_LIGHT_AMBIENT);
         K8Light_setIntensity(lights[0], fixed(0.4));
         placeLight(0, {}, {});
@@ -38,19 +37,14 @@ public:
         params.lightCount = 2;
         params.lights = lights.data();
         EXPECT_TRUE(K8Render_bind(render, this, kSide, kSide, kSide, 0, 0, kSide, kSide));
-        setInfo([&](K8FigureInfo& info) {
-            const auto bytes = int32_t(textures.size() * sizeof(K8Texture*));
-            info.loadedTextures = static_cast<K8Texture**>(host.get()->functions->alloc(host.get(), bytes));
-            std::ranges::copy(textures, info.loadedTextures);
-            info.loadedTextureCount = uint16_t(textures.size());
-        });
+        setInfo([](K8FigureInfo& info) { info.loadedAction = nullptr; });  // rests until it is posed
         look(28, 14);
     }
     ~Scene() {
         K8Render_destroy(render);
-        for (K8Handle* handle :
-             std::initializer_list<K8Handle*>{&figure->header, &actions->header, &fog->header, &textures[0]->header,
-                                              &textures[1]->header, &lights[0]->header, &lights[1]->header})
+        for (K8Handle* handle : std::initializer_list<K8Handle*>{&actions->header, &fog->header, &textures[0]->header,
+                                                                 &textures[1]->header, &lights[0]->header,
+                                                                 &lights[1]->header, &figure->header})
             K8Object3D_destroy(handle);
     }
 
@@ -95,13 +89,12 @@ public:
     }
 
 private:
-    template <typename Family>
-    Family* load(const std::string& name) {
-        std::ifstream in(std::string(K8_SAMPLE_FOLDER) + "/" + name, std::ios::binary);
+    K8Figure* load() {
+        std::ifstream in(K8_SAMPLE, std::ios::binary);
         const std::vector<char> bytes{std::istreambuf_iterator<char>(in), {}};
         K8Handle* handle = K8Loader_loadObject(int32_t(bytes.size()), bytes.data(), host.get());
-        EXPECT_NE(handle, nullptr) << name;
-        return reinterpret_cast<Family*>(handle);
+        EXPECT_NE(handle, nullptr) << K8_SAMPLE;
+        return reinterpret_cast<K8Figure*>(handle);
     }
 
     std::unique_ptr<GlSurface> surface = GlSurface::create(kSide, kSide);
@@ -110,10 +103,10 @@ private:
 
 public:
     K8Render* render = K8Render_create(nullptr, host.get());
-    K8Figure* figure = load<K8Figure>("penguin.mb");
-    K8ActionTable* actions = load<K8ActionTable>("penguin.mt");
+    K8Figure* figure = load();
+    K8ActionTable* actions = K8Figure_getLoadedAction(figure);
+    std::span<K8Texture*> textures{K8Figure_getLoadedTextures(figure), 2};
     K8Fog* fog = K8Fog_create(nullptr, host.get());
-    std::array<K8Texture*, 2> textures{};
     std::array<K8Light*, 2> lights = {K8Light_create(nullptr, host.get()), K8Light_create(nullptr, host.get())};
     K8Transform place;
     K8RenderParams params{};
