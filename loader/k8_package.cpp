@@ -81,7 +81,7 @@ static bool readGroups(Package& package) {
 
 // Whether no group is its own ancestor. Goes from the groups that stand nowhere down to each group when all places
 // where it stands are counted, and so never reaches one below itself.
-static bool isTree(Package& package) {
+static bool isFreeOfCircles(Package& package) {
     const std::span<PackageGroup> groups = package.records.span();
     const Scratch<uint32_t> order(uint32_t(groups.size()));
     if (!order.data) return false;
@@ -244,7 +244,7 @@ static K8Handle* loadObjectsPackage(MemoryStream* stream, uint32_t sizeLimit, ui
     if (groupCount * kMinGroupSize + objectCount * kMinRecordSize > LoaderStream_bytesLeft(stream)) return nullptr;
     Package package(stream, allocator, objectCount, groupCount);
     K8Handle* root = nullptr;
-    if (package.hasMemory() && readGroups(package) && isTree(package) && loadObjects(package, sizeLimit) &&
+    if (package.hasMemory() && readGroups(package) && isFreeOfCircles(package) && loadObjects(package, sizeLimit) &&
         linkFigures(package) && makeGroups(package) && fillGroups(package))
         root = groupCount > 0 ? takeRootGroup(package) : takeFirstObject(package);
     if (!root) destroyAll(package);
