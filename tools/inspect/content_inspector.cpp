@@ -9,15 +9,10 @@ namespace {
 // The high byte of a package's version tells packages of objects from scenes.
 bool isScenePackage(std::span<const uint8_t> bytes) { return bytes.size() >= 4 && bytes[2] == 0 && bytes[3] == 1; }
 
-ContentSummary inspectAnyPackage(std::span<const uint8_t> bytes) {
-    if (isScenePackage(bytes)) throw ContentProblem(2, "the package holds a scene, which cannot be looked into");
-    return inspectPackage(bytes);
-}
-
 }  // namespace
 
 const char* kindOf(const ContentSummary& summary) {
-    static constexpr const char* kKinds[] = {"figure model", "action table", "texture image", "package"};
+    static constexpr const char* kKinds[] = {"figure model", "action table", "texture image", "package", "scene package"};
     static_assert(std::size(kKinds) == std::variant_size_v<ContentSummary>);
     return kKinds[summary.index()];
 }
@@ -29,7 +24,8 @@ ContentSummary inspectContent(std::span<const uint8_t> bytes) {
     if (startsWith("MB")) return inspectFigure(bytes);
     if (startsWith("MT")) return inspectActions(bytes);
     if (startsWith("BM")) return inspectImage(bytes);
-    if (startsWith("K8")) return inspectAnyPackage(bytes);
+    if (startsWith("K8") && isScenePackage(bytes)) return inspectScene(bytes);
+    if (startsWith("K8")) return inspectPackage(bytes);
     throw ContentProblem(0,
                          "expected the bytes \"MB\" (figure model), \"MT\" (action table), \"BM\" (BMP image) or "
                          "\"K8\" (package)");

@@ -8,10 +8,11 @@
 #include "tools/inspect/figure_inspector.h"
 #include "tools/inspect/image_inspector.h"
 #include "tools/inspect/package_inspector.h"
+#include "tools/inspect/scene_inspector.h"
 
 namespace inspect {
 
-using ContentSummary = std::variant<FigureSummary, ActionTableSummary, ImageSummary, PackageSummary>;
+using ContentSummary = std::variant<FigureSummary, ActionTableSummary, ImageSummary, PackageSummary, SceneSummary>;
 
 // "figure model", "package", ...
 const char* kindOf(const ContentSummary& summary);

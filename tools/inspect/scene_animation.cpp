@@ -116,7 +116,7 @@ static void checkCounts(ObjectReader& o, const SceneKeyframeSequence& sequence, 
 static SceneKeyframeSequence readSequence(ObjectReader& o) {
     SceneKeyframeSequence out;
     out.interpolation = o.oneOf("the interpolation", 176, 180);
-    out.repeatMode = o.oneOf("the repeat mode", 192, 193);
+    out.repeats = o.oneOf("the repeat mode", 192, 193) == 193;
     out.encoding = o.oneOf("the encoding", 0, 2);
     out.duration = o.in.u32("the duration");
     o.in.expect(out.duration >= 1 && out.duration <= INT32_MAX, "the duration", out.duration, "1 to 2147483647");

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <limits>
 
 #include "tools/inspect/scene_reader.h"
 #include "tools/inspect/scene_transform.h"
@@ -179,9 +178,10 @@ static void checkTextureCounts(const SceneReader& scene) {
 static void include(SceneSummary& out, const std::array<double, 3>& point) {
     if (!std::ranges::all_of(point, [](double value) { return std::isfinite(value); })) return;
     for (size_t axis = 0; axis < 3; ++axis) {
-        out.least[axis] = std::min(out.least[axis], point[axis]);
-        out.greatest[axis] = std::max(out.greatest[axis], point[axis]);
+        out.least[axis] = out.isEmpty ? point[axis] : std::min(out.least[axis], point[axis]);
+        out.greatest[axis] = out.isEmpty ? point[axis] : std::max(out.greatest[axis], point[axis]);
     }
+    out.isEmpty = false;
 }
 
 static void measureMesh(SceneReader& scene, const SceneMesh& mesh, const SceneMatrix& toWorld) {
@@ -202,17 +202,16 @@ static void measureMesh(SceneReader& scene, const SceneMesh& mesh, const SceneMa
 
 static void measure(SceneReader& scene) {
     SceneSummary& out = scene.out;
-    out.least.fill(std::numeric_limits<double>::max());
-    out.greatest.fill(std::numeric_limits<double>::lowest());
     std::vector<SceneMatrix> toWorld;  // by depth, of the node met last
     for (const SceneTreeNode& node : treeOf(out)) {
         const SceneObject& object = out.at(node.number);
         toWorld.resize(node.depth);
         // The root's own transform places the scene, not what is in it.
         toWorld.push_back(node.depth == 0 ? kSceneIdentity : product(toWorld.back(), compositeOf(*object.transform)));
-        if (const SceneMesh* mesh = meshOf(object)) measureMesh(scene, *mesh, toWorld.back());
+        const SceneMatrix& m = toWorld.back();
+        if (const SceneMesh* mesh = meshOf(object)) measureMesh(scene, *mesh, m);
+        if (object.type() == SceneType::Sprite3D) include(out, {m[3], m[7], m[11]});
     }
-    if (out.least[0] > out.greatest[0]) out.least = out.greatest = {};
 }
 
 SceneSummary inspectScene(std::span<const uint8_t> bytes) {

@@ -31,8 +31,9 @@ struct SceneSummary {
     std::vector<SceneObject> objects;             // the first has number kFirstSceneNumber
     uint32_t world = 0;                           // number of the root
     size_t trailerBytes = 0;                      // what nothing reads
-    // The box of all vertices below the root, in its frame and as the file places them. Morphing and skinning move
-    // vertices when a scene is drawn; sprites have no extent of their own. Without vertices: the origin.
+    // The box of all vertices below the root, in its frame and as the file places them, and of the places of sprites.
+    // Morphing and skinning move vertices when a scene is drawn. The origin when there is nothing to measure.
+    bool isEmpty = true;
     std::array<double, 3> least{}, greatest{};
 
     const SceneObject& at(uint32_t number) const { return objects.at(number - kFirstSceneNumber); }

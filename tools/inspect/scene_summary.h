@@ -180,7 +180,8 @@ struct SceneSprite {
 };
 
 struct SceneKeyframeSequence {
-    uint32_t interpolation = 0, repeatMode = 0, encoding = 0;
+    uint32_t interpolation = 0, encoding = 0;
+    bool repeats = false;
     uint32_t duration = 0;  // milliseconds, like times
     uint32_t validFirst = 0, validLast = 0;
     uint32_t componentCount = 0;

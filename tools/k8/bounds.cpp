@@ -60,6 +60,18 @@ Extent extentOf(const inspect::FigureSummary& figure) {
     return extent;
 }
 
+Extent extentOf(const inspect::SceneSummary& scene) {
+    Extent extent{.isEmpty = scene.isEmpty, .box = {scene.least, scene.greatest}};
+    size_t skeletonDepth = SIZE_MAX;  // lights in skeletons light nothing
+    for (const inspect::SceneTreeNode& node : treeOf(scene)) {
+        if (node.depth <= skeletonDepth) skeletonDepth = SIZE_MAX;
+        const inspect::SceneType type = scene.at(node.number).type();
+        if (type == inspect::SceneType::SkinnedMesh) skeletonDepth = std::min(skeletonDepth, node.depth);
+        if (type == inspect::SceneType::Light && skeletonDepth == SIZE_MAX) extent.hasLights = true;
+    }
+    return extent;
+}
+
 Extent extentOf(const inspect::PackageSummary& package) {
     struct Step {
         uint32_t group;

@@ -103,8 +103,8 @@ StageContent joinFiles(LooseFiles files) {
     return content;
 }
 
-StageContent loadPackage(const std::string& path, const std::vector<uint8_t>& bytes,
-                         const inspect::PackageSummary& summary) {
+template <typename Summary>
+StageContent loadPackage(const std::string& path, const std::vector<uint8_t>& bytes, const Summary& summary) {
     StageContent content;
     content.handles = load(path, bytes);
     content.root = content.handles.front().get();
@@ -121,10 +121,30 @@ StageContent loadPackage(const std::string& path, const std::vector<uint8_t>& by
     return content;
 }
 
+// When the last of its animations is over, or begins anew.
+double lengthOf(const inspect::SceneSummary& scene) {
+    uint32_t longest = 0;
+    for (const inspect::SceneObject& object : scene.objects)
+        if (const auto* sequence = std::get_if<inspect::SceneKeyframeSequence>(&object.content))
+            longest = std::max(longest, sequence->duration);
+    return longest;
+}
+
+// The scene moves as a whole: its figures have no actions of their own.
+StageContent loadScene(const std::string& path, const std::vector<uint8_t>& bytes,
+                       const inspect::SceneSummary& summary) {
+    StageContent content = loadPackage(path, bytes, summary);
+    content.figures.clear();
+    content.scene = content.groups.front();
+    content.sceneMilliseconds = lengthOf(summary);
+    return content;
+}
+
 }  // namespace
 
 std::vector<HandleOwner> loadHandles(const std::vector<uint8_t>& bytes) {
     std::vector<HandleOwner> handles;
+    MALK8_touchMA();
     K8Handle* root = K8Loader_loadObject(int32_t(bytes.size()), bytes.data(), &MALK8_malc);
     if (!root) return handles;
     const std::set<K8Handle*> companions = companionsOf(root);
@@ -170,10 +190,12 @@ StageContent loadStageContent(const std::vector<std::string>& paths) {
     for (const std::string& path : paths) {
         const std::vector<uint8_t> bytes = readContentFile(path);
         const inspect::ContentSummary summary = inspected(path, bytes);
-        if (const auto* package = std::get_if<inspect::PackageSummary>(&summary)) {
-            if (paths.size() == 1) return loadPackage(path, bytes, *package);
+        const auto* package = std::get_if<inspect::PackageSummary>(&summary);
+        const auto* scene = std::get_if<inspect::SceneSummary>(&summary);
+        if ((package || scene) && paths.size() > 1)
             throw std::runtime_error(path + ": is a package; it is drawn alone, without other files");
-        }
+        if (package) return loadPackage(path, bytes, *package);
+        if (scene) return loadScene(path, bytes, *scene);
         take(files, path, bytes, summary);
     }
     return joinFiles(std::move(files));

@@ -24,6 +24,8 @@ struct StageContent {
     K8Handle* root = nullptr;        // among them
     std::vector<K8Figure*> figures;  // among them, with their textures and action tables
     std::vector<K8Group*> groups;    // among them
+    K8Group* scene = nullptr;        // the root, when it is a scene
+    double sceneMilliseconds = 0;    // the length of its longest animation
     Extent extent;
 
     uint32_t patternCount() const;  // of the figure that has most

@@ -4,6 +4,7 @@
 #include "k8.h"
 #include "tools/k8/info.h"
 #include "tools/k8/info_names.h"
+#include "tools/k8/scene_info.h"
 
 namespace {
 
@@ -127,6 +128,8 @@ Json describe(const PackageSummary& package) {
     }
     return out;
 }
+
+Json describe(const SceneSummary& scene) { return sceneJson(scene); }
 
 }  // namespace
 

@@ -6,6 +6,7 @@
 #include "k8.h"
 #include "tools/k8/info.h"
 #include "tools/k8/info_names.h"
+#include "tools/k8/scene_info.h"
 #include "tools/k8/text_tree.h"
 
 namespace {
@@ -46,6 +47,7 @@ public:
         text_ += indentation_ + name + std::string(10 - std::min<size_t>(std::string_view(name).size(), 9), ' ') +
                  value + "\n";
     }
+    void addLines(const std::string& lines) { text_ += lines; }
     void addTree(const std::vector<TreeLine>& lines) { text_ += drawTree(lines, indentation_ + "  "); }
     std::string take() { return std::move(text_); }
 
@@ -244,6 +246,8 @@ void describe(TextBlock& out, const PackageSummary& package) {
     out.addTree(groupTree(package));
     out.add("objects", std::to_string(package.objects.size()));
 }
+
+void describe(TextBlock& out, const SceneSummary& scene) { out.addLines(sceneText(scene)); }
 
 }  // namespace
 

@@ -88,6 +88,7 @@ std::vector<Picture> drawFrames(Stage& stage, const RenderOptions& options, cons
     Progress progress("drawing", count);
     for (int i = 0; i < count; ++i) {
         pose.frame = range.first + i * options.step;
+        pose.milliseconds = pose.frame * 1000 / options.framesPerSecond;
         pictures.push_back(stage.draw(pose));
         progress.advance();
     }
@@ -133,7 +134,9 @@ void run(RenderOptions options) {
     options.stage.lighting.color = colorFrom(options.lightColor);
     options.stage.lighting.isOn = !options.unlit;
     StageContent content = loadStageContent(options.files);
-    const FrameRange range = framesFrom(options.frames, content.actionLength(options.action));
+    const double length = content.scene ? content.sceneMilliseconds * options.framesPerSecond / 1000
+                                        : content.actionLength(options.action);
+    const FrameRange range = framesFrom(options.frames, length);
     const Pose pose{.action = options.action, .patterns = patternMask(options, content.patternCount())};
     Stage stage(options.stage, std::move(content));
     writePictures(options, drawFrames(stage, options, range, pose), options.stage.background);
@@ -218,10 +221,9 @@ void addRenderCommand(CLI::App& app) {
     addCameraOptions(*command, options->stage.view);
     addLightOptions(*command, *options);
     command->footer(
-        "Every figure of a package plays the action, from the table that the package gives it; the longest decides "
-        "how\n"
-        "many frames there are, and shorter ones hold their end. A package that has lights is lit by them alone, "
-        "unless\n"
-        "an option about light is given, which puts them out.");
+        "Every figure of a package plays the action, from the table that the package gives it; the longest\n"
+        "decides how many frames there are, and shorter ones hold their end. A scene is shown as it is after so\n"
+        "many frames at --fps; its longest animation decides how many there are. A package that has lights is\n"
+        "lit by them alone, unless an option about light is given, which puts them out.");
     command->callback([options] { run(*options); });
 }

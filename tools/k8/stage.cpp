@@ -25,6 +25,12 @@ void setPose(K8Figure* figure, const Pose& pose) {
     if (pose.patterns && !K8Figure_setPattern(figure, *pose.patterns)) failWith("the patterns");
 }
 
+void setTime(K8Group* scene, double milliseconds) {
+    K8GroupInfo info = *scene->info;
+    info.frame = int32_t(std::lround(milliseconds));  // a scene counts time in its own unit
+    if (!K8Group_setTmpData(scene, &info)) failWith("the scene's time");
+}
+
 struct Sphere {
     std::array<double, 3> center;
     double radius;
@@ -116,6 +122,7 @@ void Stage::aim() {
 
 Picture Stage::draw(const Pose& pose) {
     for (K8Figure* figure : content_.figures) setPose(figure, pose);
+    if (content_.scene) setTime(content_.scene, pose.milliseconds);
     const uint32_t b = options_.background;
     const auto channel = [b](int shift) { return float(b >> shift & 255) / 255; };
     glClearColor(channel(16), channel(8), channel(0), 1.0f);

@@ -35,8 +35,9 @@ struct StageOptions {
     uint32_t background = 0xDCE6F0;
 };
 
-// Of every figure.
+// Of every figure, or of a scene at a time.
 struct Pose {
+    double milliseconds = 0;
     uint32_t action = 0;
     double frame = 0;
     std::optional<uint32_t> patterns;  // bit k shows pattern k + 1; unset: as the action says
