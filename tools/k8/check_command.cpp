@@ -18,7 +18,6 @@ struct CheckOptions {
 enum class Loading { Loads, Refuses, OutOfMemory };
 
 Loading loadWithLibrary(const std::vector<uint8_t>& bytes) {
-    MALK8_touchMA();
     K8ErrStorage_setErrorStatus(K8_ERR_FAILURE);
     const std::vector<HandleOwner> handles = loadHandles(bytes);
     if (!handles.empty()) return Loading::Loads;
@@ -52,9 +51,11 @@ Verdict checkFile(const std::string& path) {
             case Loading::OutOfMemory: return {false, path + ": good " + kind + ", but memory ran out while it loaded"};
             case Loading::Refuses: break;
         }
-        return {false, path + ": looks like a good " + kind + ", but the library refuses it; one of the two is wrong"};
+        // Its limits on memory depend on what it makes of the content, and are no part of the formats.
+        return {false, path + ": looks like a good " + kind +
+                           ", but the library refuses it, as it does what takes far more memory than bytes of file"};
     } catch (const inspect::ContentProblem& problem) {
-        const char* doubt = loading == Loading::Loads ? "; but the library loads it; one of the two is wrong" : "";
+        const char* doubt = loading == Loading::Loads ? "; the library loads it, though: a defect of one of them" : "";
         return {false, sentenceOf(path, problem) + doubt};
     }
 }

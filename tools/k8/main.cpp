@@ -2,7 +2,6 @@
 #include <cstdio>
 #include <exception>
 
-#include "k8.h"
 #include "tools/k8/check_command.h"
 #include "tools/k8/info_command.h"
 #include "tools/k8/render_command.h"
@@ -13,7 +12,6 @@ int main(int argc, char** argv) {
     addInfoCommand(app);
     addCheckCommand(app);
     addRenderCommand(app);
-    MALK8_touchMA();
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {

@@ -1,0 +1,178 @@
+// What the k8 program says about content, from its parts: the lines of info and check, and where a picture aims.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <nlohmann/json.hpp>
+
+#include "tests/tools/small_package.h"
+#include "tools/k8/bounds.h"
+#include "tools/k8/check_command.h"
+#include "tools/k8/content.h"
+#include "tools/k8/info.h"
+#include "tools/k8/text_tree.h"
+
+namespace {
+
+using namespace encode;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+// A file that goes when the test ends.
+class TemporaryFile {
+public:
+    explicit TemporaryFile(const std::vector<uint8_t>& bytes) {
+        const int handle = mkstemp(path_.data());
+        EXPECT_GE(handle, 0);
+        close(handle);
+        std::ofstream(path_, std::ios::binary)
+            .write(reinterpret_cast<const char*>(bytes.data()), ptrdiff_t(bytes.size()));
+    }
+    ~TemporaryFile() { std::filesystem::remove(path_); }
+    TemporaryFile(const TemporaryFile&) = delete;
+    TemporaryFile& operator=(const TemporaryFile&) = delete;
+    const std::string& path() const { return path_; }
+
+private:
+    std::string path_ = std::filesystem::temp_directory_path() / "k8_commands_test.XXXXXX";
+};
+
+ContentInfo infoOf(const EncodedFile& file) { return {"it", file.bytes.size(), inspect::inspectContent(file.bytes)}; }
+
+// Group 0 holds group 1 twice, and so on: the last stands in 2^n places.
+K8Package doublings(int count) {
+    K8Package package;
+    for (int g = 0; g < count; ++g) {
+        const K8Child next = {.isGroup = true, .index = uint16_t(g + 1)};
+        package.groups.push_back({{next, next}});
+    }
+    package.groups.push_back({{{.index = 0}}});
+    package.objects = {K8FigureRecord{.model = smallFigure()}};
+    return package;
+}
+
+TEST(Info, DrawsGroupsAsATree) {
+    EXPECT_THAT(textOf(infoOf(encodeK8(smallPackage()))),
+                HasSubstr("    group 0 (root)\n"
+                          "    ├─ group 1 at (100, 0, 0), turned or scaled\n"
+                          "    │  ├─ object 1: figure\n"
+                          "    │  └─ object 4: light\n"
+                          "    ├─ group 2\n"
+                          "    │  ├─ group 3 at (0, -50, 0)\n"
+                          "    │  │  └─ group 1 at (100, 0, 0), turned or scaled, as above\n"
+                          "    │  └─ object 5: primitive\n"
+                          "    └─ object 0: fog\n"));
+    EXPECT_LT(textOf(infoOf(encodeK8(doublings(100)))).size(), 50000u) << "a shared group is drawn once";
+}
+
+TEST(Info, DrawsBonesAsATreeWhateverTheirOrder) {
+    MbFigure figure;
+    figure.bones = {{.parent = 2}, {.parent = -1}, {.parent = 1}, {.parent = 1}, {.parent = 0}};
+    figure.vertices = {{.normal = {0, 0, 1}, .bone = 2}};
+    EXPECT_THAT(textOf(infoOf(encodeMb(figure))), HasSubstr("    bone 1: 0 vertices\n"
+                                                            "    ├─ bone 2: 1 vertex\n"
+                                                            "    │  └─ bone 0: 0 vertices\n"
+                                                            "    │     └─ bone 4: 0 vertices\n"
+                                                            "    └─ bone 3: 0 vertices\n"));
+}
+
+TEST(Info, KeepsDeepTreesWithinTheLine) {
+    std::vector<TreeLine> chain;
+    for (size_t depth = 0; depth < 60000; ++depth) chain.push_back({depth, "link"});
+    const std::string text = drawTree(chain, "");
+    EXPECT_LT(text.size(), chain.size() * (3 * kMaxTreeDepth + 40));
+    EXPECT_THAT(text, HasSubstr("└─ (59999 deep) link\n"));
+}
+
+TEST(Info, TellsProgramsAllItTellsPeople) {
+    const nlohmann::ordered_json json = jsonOf(infoOf(encodeK8(smallPackage())));
+    struct Case {
+        const char* pointer;
+        nlohmann::ordered_json value;
+    };
+    const Case cases[] = {
+        {"/kind", "package"},
+        {"/groups/0/children/1", {{"group", 2}}},
+        {"/groups/1/transform/3", 100.0},
+        {"/groups/2/transform", nullptr},
+        {"/objects/1/kind", "figure"},
+        {"/objects/1/actionTable", 2},
+        {"/objects/1/textures", {3, nullptr, 3}},
+        {"/objects/1/vertexCount", 3},
+        {"/objects/1/box/greatest", {1.0, 1.0, 0.0}},
+        {"/objects/1/bones/0", {{"parent", -1}, {"vertexCount", 2}}},
+        {"/objects/1/patterns/1/colorTriangles", 1},
+        {"/objects/2/actions/0", {{"frameCount", 3}, {"tracks", {{"unchanged", 1}}}, {"patternKeys", 1}}},
+        {"/objects/3/paddedSide", 4},
+        {"/objects/4/color", "ff8000"},
+        {"/objects/0/far", 20.0},
+        {"/objects/5/valueCounts/spriteParameters", 8},
+    };
+    for (const Case& c : cases)
+        EXPECT_EQ(json.at(nlohmann::ordered_json::json_pointer(c.pointer)), c.value) << c.pointer;
+}
+
+TEST(Check, SaysWhatIsWrongAndWhere) {
+    EncodedFile file = encodeK8(smallPackage());
+    const TemporaryFile good(file.bytes);
+    EXPECT_TRUE(checkFile(good.path()).isGood);
+    EXPECT_EQ(checkFile(good.path()).line, good.path() + ": good package");
+
+    const size_t offset = file.field("object[1].bone[0].parent").offset();
+    file.set("object[1].bone[0].parent", 1);
+    const TemporaryFile broken(file.bytes);
+    EXPECT_FALSE(checkFile(broken.path()).isGood);
+    EXPECT_EQ(checkFile(broken.path()).line,
+              broken.path() + ": at offset " + std::to_string(offset) +
+                  ": object 1, a figure: a bone's parent is 1, expected -1 or less than 1");
+
+    EXPECT_FALSE(checkFile("/nowhere").isGood);
+    EXPECT_EQ(checkFile("/nowhere").line, "/nowhere: cannot be read");
+}
+
+// Rows of pixels that the library pads to squares, many times what they take in the file.
+TEST(Check, HasTheLibraryLoadWhatLooksGood) {
+    const BmpImage row = {
+        .width = 255, .height = 1, .bitsPerPixel = 24, .pixels = std::vector<std::array<uint8_t, 3>>(255)};
+    K8Package package;
+    package.objects.assign(20, K8TextureRecord{encodeBmp(row)});
+    const TemporaryFile file(encodeK8(package).bytes);
+    EXPECT_FALSE(checkFile(file.path()).isGood);
+    EXPECT_THAT(checkFile(file.path()).line, HasSubstr("looks like a good package, but the library refuses it"));
+}
+
+TEST(Extent, HoldsEverythingWhereItsGroupsPutIt) {
+    const ContentInfo info = infoOf(encodeK8(smallPackage()));
+    const Extent extent = extentOf(std::get<inspect::PackageSummary>(info.summary));
+    EXPECT_THAT(extent.box.least, ElementsAre(-5, -50, -5)) << "a sprite of 6 x 8, the figure 50 further down";
+    EXPECT_THAT(extent.box.greatest, ElementsAre(100, 12, 5));
+    EXPECT_TRUE(extent.hasLights);
+    EXPECT_THROW(extentOf(inspect::inspectPackage(encodeK8(doublings(30)).bytes)), std::runtime_error);
+}
+
+TEST(StageContent, IsAPackageOrTheFilesOfAFigure) {
+    const TemporaryFile package(encodeK8(smallPackage()).bytes), figure(smallFigure().bytes), table(smallTable().bytes),
+        texture(smallTexture().bytes);
+    StageContent content = loadStageContent({package.path()});
+    EXPECT_EQ(content.figures.size(), 1u);
+    EXPECT_EQ(content.patternCount(), 2u);
+    EXPECT_EQ(content.actionLength(0), 3);
+    EXPECT_THROW(content.actionLength(1), std::runtime_error);
+    content.removeLights();
+    ASSERT_EQ(content.groups.size(), 4u);
+    for (const K8Group* group : content.groups)
+        for (int i = 0; i < group->info->childHandleCount; ++i)
+            EXPECT_NE(group->info->childHandles[i]->classId, K8_CLASS_LIGHT);
+
+    content = loadStageContent({texture.path(), table.path(), figure.path()});
+    EXPECT_EQ(content.handles.size(), 3u);
+    EXPECT_EQ(content.actionLength(0), 3);
+    EXPECT_EQ(K8Figure_getLoadedNumTextures(content.figures[0]), 1);
+    for (const std::vector<std::string>& refused : std::vector<std::vector<std::string>>{
+             {package.path(), texture.path()}, {table.path()}, {figure.path(), figure.path()}})
+        EXPECT_THROW(loadStageContent(refused), std::runtime_error);
+}
+
+}  // namespace
