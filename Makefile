@@ -25,13 +25,13 @@ help:
 dependencies:
 	@cmake/install_dependencies.sh
 
-penguin := samples/penguin/content
-k8_render := build/release/tools/k8/k8 render $(penguin)/penguin.mb $(penguin)/penguin.mt $(penguin)/penguin-body.bmp $(penguin)/penguin-gear.bmp
+k8_render := build/release/tools/k8/k8 render
+penguin := samples/penguin/content/penguin.k8
 demo: dependencies
 	@$(call build,release,k8_tool)
-	@$(k8_render) --action 0 -o out/demo/walk
-	@$(k8_render) --action 1 -o out/demo/wave
-	@$(k8_render) --action 2 -o out/demo/hop
+	@$(k8_render) $(penguin) --action 0 -o out/demo/walk
+	@$(k8_render) $(penguin) --action 1 -o out/demo/wave
+	@$(k8_render) $(penguin) --action 2 -o out/demo/hop
 
 test: dependencies
 	@$(call build,test)
