@@ -153,18 +153,19 @@ static bool suits(ClassId classId, AnimationProperty property) {
 }
 
 // Samples of one property are summed, so all its sequences must have as many components; directions are not summed.
-static bool clash(const AnimationTrack* present, const AnimationTrack* added) {
-    if (present == added) return true;
-    return present->targetProperty == added->targetProperty &&
-           present->keyframeSequence->componentCount != added->keyframeSequence->componentCount &&
-           added->targetProperty != AnimationProperty::Direction;
+// Those that an object has agree already: one stands for all.
+static bool clashes(std::span<AnimationTrack* const> present, const AnimationTrack* added) {
+    if (std::ranges::find(present, added) != present.end()) return true;
+    if (added->targetProperty == AnimationProperty::Direction) return false;
+    const auto same = std::ranges::find(present, added->targetProperty, &AnimationTrack::targetProperty);
+    return same != present.end() &&
+           (*same)->keyframeSequence->componentCount != added->keyframeSequence->componentCount;
 }
 
 Result qelObject3D_addAnimationTrack(Object3D* object, AnimationTrack* track) {
     if (!track) return QEL_STATUS_NULL_POINTER;
     if (!suits(object->classId, track->targetProperty)) return QEL_STATUS_ILLEGAL_ARGUMENT;
-    for (const AnimationTrack* present : tracksOf(object))
-        if (clash(present, track)) return QEL_STATUS_ILLEGAL_ARGUMENT;
+    if (clashes(tracksOf(object), track)) return QEL_STATUS_ILLEGAL_ARGUMENT;
 
     if (object->animationTrackCount == object->animationTrackCapacity) {
         const int32_t capacity = object->animationTrackCapacity + kTrackListGrowth;

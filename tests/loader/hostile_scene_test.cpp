@@ -1,0 +1,201 @@
+// Scenes made to cost more than they are worth. What their objects share may cost memory and time for each that shares
+// it, up to 16 MiB and 16 times the file; everything else stays within the share of other content.
+#include <gtest/gtest.h>
+
+#include <ctime>
+
+#include "tests/loader/content.h"
+#include "tests/support/counting_heap.h"
+#include "tests/support/dispose.h"
+#include "tools/encode/m3g_encoder.h"
+
+using namespace encode;
+
+namespace {
+
+using Refs = std::vector<M3gRef>;
+
+ByteList finish(M3gScene& scene, const Refs& children) {
+    scene.add(M3gWorld{.children = children});
+    return encodeScenePackage(scene).bytes;
+}
+
+M3gVertexArray someValues(uint32_t vertexCount) {
+    M3gVertexArray array;
+    for (uint32_t i = 0; i < 3 * vertexCount; ++i) array.values.push_back(int32_t(i * 37 % 65535) - 32767);
+    return array;
+}
+
+struct SharedMesh {
+    M3gScene scene;
+    M3gRef array, vertices, strips;
+
+    explicit SharedMesh(uint32_t vertexCount) {
+        array = scene.add(someValues(vertexCount));
+        vertices = scene.add(M3gVertexBuffer{.positions = {.array = array}});
+        strips = scene.add(M3gTriangleStripArray{.strips = {3}});
+    }
+};
+
+// About 1 MB of a mesh with normals of its own.
+ByteList honestScene() {
+    SharedMesh s(65535);
+    const M3gRef normals = s.scene.add(someValues(65535));
+    const M3gRef vertices = s.scene.add(M3gVertexBuffer{.positions = {.array = s.array}, .normals = normals});
+    const M3gRef inner = s.scene.add(M3gMesh{.vertices = s.vertices, .submeshes = {{s.strips, {}}}});
+    const M3gRef outer = s.scene.add(M3gMesh{.vertices = vertices, .submeshes = {{s.strips, {}}}});
+    return finish(s.scene, {inner, outer});
+}
+
+ByteList blankImages(uint32_t count, uint32_t width, uint32_t height) {
+    M3gScene scene;
+    Refs sprites;
+    for (uint32_t i = 0; i < count; ++i) {
+        const M3gRef image =
+            scene.add(M3gImage2D{.format = M3gImageFormat::Rgba, .isMutable = true, .width = width, .height = height});
+        sprites.push_back(scene.add(M3gSprite3D{.image = image, .cropWidth = 1, .cropHeight = 1}));
+    }
+    return finish(scene, sprites);
+}
+
+ByteList mipmapsOfOneImage(uint32_t textureCount) {
+    SharedMesh s(3);
+    M3gImage2D image{.width = 256, .height = 256, .palette = std::vector<uint8_t>(768, 9)};
+    image.pixels.resize(65536);
+    const M3gRef shared = s.scene.add(image);
+    Refs meshes;
+    for (uint32_t i = 0; i < textureCount; ++i) {
+        const M3gRef texture = s.scene.add(M3gTexture2D{.image = shared, .levelFilter = M3gTextureFilter::Linear});
+        const M3gRef appearance = s.scene.add(M3gAppearance{.textures = {texture}});
+        meshes.push_back(s.scene.add(M3gMesh{.vertices = s.vertices, .submeshes = {{s.strips, appearance}}}));
+    }
+    return finish(s.scene, meshes);
+}
+
+ByteList buffersOverOneArray(uint32_t count) {
+    SharedMesh s(10000);
+    Refs meshes;
+    for (uint32_t i = 0; i < count; ++i) {
+        const M3gRef vertices = s.scene.add(M3gVertexBuffer{.positions = {.array = s.array}, .normals = s.array});
+        meshes.push_back(s.scene.add(M3gMesh{.vertices = vertices, .submeshes = {{s.strips, {}}}}));
+    }
+    meshes.push_back(s.scene.add(M3gMesh{.vertices = s.vertices, .submeshes = {{s.strips, {}}}}));
+    return finish(s.scene, meshes);
+}
+
+ByteList skinsOfOneBuffer(uint32_t meshCount, uint32_t bindingCount) {
+    SharedMesh s(10000);
+    Refs meshes;
+    for (uint32_t i = 0; i < meshCount; ++i) {
+        const M3gRef skeleton = s.scene.add(M3gGroup{});
+        meshes.push_back(
+            s.scene.add(M3gSkinnedMesh{.vertices = s.vertices,
+                                       .submeshes = {{s.strips, {}}},
+                                       .skeleton = skeleton,
+                                       .bindings = std::vector(bindingCount, M3gBoneBinding{skeleton, 0, 10000, 1})}));
+    }
+    return finish(s.scene, meshes);
+}
+
+ByteList morphsToOneBuffer(uint32_t targetCount) {
+    SharedMesh s(10000);
+    const M3gRef mesh = s.scene.add(M3gMorphingMesh{.vertices = s.vertices,
+                                                    .submeshes = {{s.strips, {}}},
+                                                    .targets = std::vector(targetCount, M3gMorphTarget{s.vertices})});
+    return finish(s.scene, {mesh});
+}
+
+// Groups in groups, with as many objects as a package may have.
+Refs addNest(M3gScene& scene, uint32_t count, M3gRef innermost) {
+    Refs groups = {scene.add(M3gGroup{.children = {innermost}})};
+    while (groups.size() < count) groups.push_back(scene.add(M3gGroup{.children = {groups.back()}}));
+    return groups;
+}
+
+ByteList nestedGroups() {
+    M3gScene scene;
+    const M3gRef light = scene.add(M3gLight{});
+    return finish(scene, {addNest(scene, 1022, light).back()});
+}
+
+ByteList lightsAtEveryDepth() {
+    M3gScene scene;
+    M3gRef group = scene.add(M3gGroup{});
+    for (uint32_t i = 0; i < 511; ++i) {
+        const M3gRef light = scene.add(M3gLight{});
+        group = scene.add(M3gGroup{.children = {light, group}});
+    }
+    return finish(scene, {group});
+}
+
+ByteList bonesAtEveryDepth(uint32_t bindingCount) {
+    SharedMesh s(3);
+    const M3gRef tip = s.scene.add(M3gGroup{});
+    const Refs bones = addNest(s.scene, 1018, tip);
+    M3gSkinnedMesh mesh{.vertices = s.vertices, .submeshes = {{s.strips, {}}}, .skeleton = bones.back()};
+    for (uint32_t i = 0; i < bindingCount; ++i) mesh.bindings.push_back({bones[i * 389 % bones.size()], 0, 1, 1});
+    return finish(s.scene, {s.scene.add(mesh)});
+}
+
+ByteList tracksOnEveryNode() {
+    M3gScene scene;
+    const M3gRef sequence = scene.add(M3gKeyframeSequence{.keyframes = {{0, {1}}}});
+    Refs tracks, groups;
+    for (uint32_t i = 0; i < 511; ++i)
+        tracks.push_back(scene.add(M3gAnimationTrack{.sequence = sequence, .property = M3gProperty::Alpha}));
+    for (uint32_t i = 0; i < 511; ++i) groups.push_back(scene.add(M3gGroup{.object = {.tracks = tracks}}));
+    return finish(scene, groups);
+}
+
+struct HostileScene {
+    const char* what;
+    ByteList bytes;
+    bool loads;
+};
+
+std::vector<HostileScene> hostileScenes() {
+    return {{"the largest blank image", blankImages(1, 2048, 2048), true},
+            {"a blank image that is too wide", blankImages(1, 2049, 1), false},
+            {"many blank images", blankImages(300, 256, 256), false},
+            {"mipmaps of one image", mipmapsOfOneImage(50), true},
+            {"too many mipmaps of one image", mipmapsOfOneImage(300), false},
+            {"buffers over one array of normals", buffersOverOneArray(250), true},
+            {"too many buffers over one array of normals", buffersOverOneArray(450), false},
+            {"skins of one buffer", skinsOfOneBuffer(30, 3), true},
+            {"too many skins of one buffer", skinsOfOneBuffer(300, 1), false},
+            {"bindings over each other", skinsOfOneBuffer(1, 2500), false},
+            {"morphs to one buffer", morphsToOneBuffer(200), true},
+            {"too many morphs to one buffer", morphsToOneBuffer(500), false},
+            {"groups in groups", nestedGroups(), true},
+            {"lights at every depth", lightsAtEveryDepth(), true},
+            {"bones at every depth", bonesAtEveryDepth(30000), true},
+            {"tracks on every node", tracksOnEveryNode(), true}};
+}
+
+TEST(HostileScenes, CostWhatTheirSizeJustifies) {
+    MALK8_touchMA();
+    const auto load = [](const ByteList& file) {
+        return K8Loader_loadObject(int32_t(file.size()), file.data(), &MALK8_malc);
+    };
+    const auto secondsToLoad = [&](const ByteList& file) {  // processor time
+        double best = 1e9;
+        for (int i = 0; i < 3; ++i) {
+            const std::clock_t start = std::clock();
+            K8Handle* handle = load(file);
+            best = std::min(best, double(std::clock() - start) / CLOCKS_PER_SEC);
+            dispose(handle);
+        }
+        return best;
+    };
+    const double limit = 100 * secondsToLoad(honestScene());
+    for (const HostileScene& scene : hostileScenes()) {
+        EXPECT_LT(secondsToLoad(scene.bytes), limit) << scene.what;
+        CountingHeap heap;
+        K8Handle* handle = load(scene.bytes);
+        EXPECT_EQ(handle != nullptr, scene.loads) << scene.what;
+        dispose(handle);
+        EXPECT_LE(heap.peakBytes(), int64_t(scene.bytes.size()) * 64 + (18 << 20)) << scene.what;
+    }
+}
+
+}  // namespace
