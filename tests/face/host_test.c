@@ -1,5 +1,5 @@
-/* A host in C99 that knows only k8.h: it loads the sample's penguin, walks it before a camera, looks at the pixels, and gives
- * everything back. Its argument is the penguin's package. Ends with 77 where there is no OpenGL ES 1.1. */
+/* A host in C99 that knows only k8.h: it loads the sample's penguin, walks it before a camera, looks at the pixels, and
+ * gives everything back. Its argument is the penguin's package. Ends with 77 where there is no OpenGL ES 1.1. */
 #include <EGL/egl.h>
 #include <EGL/eglext.h>
 #include <GLES/gl.h>
