@@ -1,4 +1,4 @@
-// The inspectors say what is wrong with a file; the library only that something is. Both must agree on which files are good.
+// The inspectors say what is wrong with a file; the library only that something is. Both must agree on which are good.
 #include <gtest/gtest.h>
 
 #include <random>

@@ -12,7 +12,8 @@ bool isScenePackage(std::span<const uint8_t> bytes) { return bytes.size() >= 4 &
 }  // namespace
 
 const char* kindOf(const ContentSummary& summary) {
-    static constexpr const char* kKinds[] = {"figure model", "action table", "texture image", "package", "scene package"};
+    static constexpr const char* kKinds[] = {"figure model", "action table", "texture image", "package",
+                                             "scene package"};
     static_assert(std::size(kKinds) == std::variant_size_v<ContentSummary>);
     return kKinds[summary.index()];
 }

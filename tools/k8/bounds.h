@@ -20,7 +20,7 @@ struct Extent {
 
 // Figures at rest.
 Extent extentOf(const inspect::FigureSummary& figure);
-// Of the tree below the root, each object at the places its groups give it. Throws std::runtime_error for groups that hold
-// each other so many times that nobody could draw them.
+// Of the tree below the root, each object at the places its groups give it. Throws std::runtime_error for groups that
+// hold each other so many times that nobody could draw them.
 Extent extentOf(const inspect::PackageSummary& package);
 Extent extentOf(const inspect::SceneSummary& scene);  // as the file places it

@@ -68,10 +68,8 @@ void addCheckCommand(CLI::App& app) {
         ->required();
     command->add_flag("-q,--quiet", options->quiet, "No lines for good files");
     command->footer(
-        "Prints one line per file: \"FILE: good KIND\", or \"FILE: at offset N: what is wrong\", the offset counted "
-        "in\n"
-        "bytes from the start of the file. Every file is loaded with the library as well. The exit status is 0 when "
-        "all\n"
-        "files are good and 1 otherwise.");
+        "Prints one line per file: \"FILE: good KIND\", or \"FILE: at offset N: what is wrong\", the offset counted\n"
+        "in bytes from the start of the file. Every file is loaded with the library as well. The exit status is 0\n"
+        "when all files are good and 1 otherwise.");
     command->callback([options] { run(*options); });
 }

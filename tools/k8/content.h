@@ -29,13 +29,13 @@ struct StageContent {
     Extent extent;
 
     uint32_t patternCount() const;  // of the figure that has most
-    // The length of the longest that a figure here can play, in frames; 0 without action tables. Throws std::runtime_error
-    // when there are tables and none has the action.
+    // Frames of the action in the table where it is longest; 0 without action tables. Throws std::runtime_error when
+    // there are tables and none has the action.
     double actionLength(uint32_t action) const;
     void removeLights();  // from the tree
 };
 
-// Loads a package; or one figure, at most one action table and any number of textures, told apart by what is in the files.
-// The textures are given to the figure in the order of the files. Throws std::runtime_error with a text for the user: which
-// file, what was expected and at which offset it went wrong.
+// Loads a package; or one figure, at most one action table and any number of textures, told apart by what is in the
+// files. The textures are given to the figure in the order of the files. Throws std::runtime_error with a text for the
+// user: which file, what was expected and at which offset it went wrong.
 StageContent loadStageContent(const std::vector<std::string>& paths);
