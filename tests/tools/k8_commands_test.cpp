@@ -8,6 +8,7 @@
 #include <nlohmann/json.hpp>
 
 #include "tests/tools/small_package.h"
+#include "tools/encode/m3g_encoder.h"
 #include "tools/k8/bounds.h"
 #include "tools/k8/check_command.h"
 #include "tools/k8/content.h"
@@ -114,6 +115,48 @@ TEST(Info, TellsProgramsAllItTellsPeople) {
         EXPECT_EQ(json.at(nlohmann::ordered_json::json_pointer(c.pointer)), c.value) << c.pointer;
 }
 
+// A triangle that rises within 2 seconds, and a light.
+EncodedFile smallScene() {
+    M3gScene s;
+    const M3gRef sequence = s.add(M3gKeyframeSequence{.keyframes = {{0, {0, 0, 0}}, {2000, {0, 9, 0}}}});
+    const M3gRef controller = s.add(M3gAnimationController{});
+    const M3gRef track = s.add(M3gAnimationTrack{.sequence = sequence, .controller = controller});
+    const M3gRef corners = s.add(M3gVertexArray{.values = {0, 0, 0, 4, 0, 0, 0, 4, 0}});
+    const M3gRef buffer = s.add(M3gVertexBuffer{.positions = {corners}});
+    const M3gRef strips = s.add(M3gTriangleStripArray{.strips = {3}});
+    const M3gRef mesh = s.add(M3gMesh{.object = {.userId = 5, .tracks = {track}},
+                                      .node = {.transform = {.components = M3gComponents{.translation = {1, 0, 0}}}},
+                                      .vertices = buffer,
+                                      .submeshes = {{strips}}});
+    const M3gRef light = s.add(M3gLight{.color = 0x00FF80});
+    const M3gRef group = s.add(M3gGroup{.children = {mesh, light}});
+    s.add(M3gWorld{.children = {group}});
+    return encodeScenePackage(s);
+}
+
+TEST(Info, TellsWhatScenesHold) {
+    const ContentInfo info = infoOf(smallScene());
+    EXPECT_THAT(textOf(info),
+                AllOf(HasSubstr("it: scene package, "), HasSubstr("(1, 0, 0) to (5, 4, 0)"),
+                      HasSubstr("    World 11\n"
+                                "    └─ Group 10\n"
+                                "       ├─ Mesh 8, user id 5: 3 vertices, 1 triangle in 1 submesh; at (1, 0, 0)\n"
+                                "       └─ Light 9\n"),
+                      HasSubstr("    Mesh 8: Translation, 2 keyframes in 2000 ms, linear\n"),
+                      HasSubstr(", vertices object 6, submeshes [strips object 7]\n"),
+                      HasSubstr("    mode directional, colour 00ff80, intensity 1\n")));
+    const nlohmann::ordered_json json = jsonOf(info);
+    struct Case {
+        const char* pointer;
+        nlohmann::ordered_json value;
+    };
+    for (const Case& c : {Case{"/world", 11}, Case{"/box/greatest", {5.0, 4.0, 0.0}}, Case{"/objects/0/number", 2},
+                          Case{"/objects/6/class", "Mesh"}, Case{"/objects/6/translation", {1.0, 0.0, 0.0}},
+                          Case{"/objects/6/tracks/0", 4}, Case{"/objects/6/submeshes/0/appearance", nullptr},
+                          Case{"/objects/7/color", "00ff80"}, Case{"/objects/7/spotAngle", 45.0}})
+        EXPECT_EQ(json.at(nlohmann::ordered_json::json_pointer(c.pointer)), c.value) << c.pointer;
+}
+
 TEST(Check, SaysWhatIsWrongAndWhere) {
     EncodedFile file = encodeK8(smallPackage());
     const TemporaryFile good(file.bytes);
@@ -173,6 +216,17 @@ TEST(StageContent, IsAPackageOrTheFilesOfAFigure) {
     for (const std::vector<std::string>& refused : std::vector<std::vector<std::string>>{
              {package.path(), texture.path()}, {table.path()}, {figure.path(), figure.path()}})
         EXPECT_THROW(loadStageContent(refused), std::runtime_error);
+}
+
+TEST(StageContent, CanBeAScene) {
+    const TemporaryFile scene(smallScene().bytes);
+    const StageContent content = loadStageContent({scene.path()});
+    ASSERT_NE(content.scene, nullptr);
+    EXPECT_EQ(&content.scene->header, content.root);
+    EXPECT_EQ(content.sceneMilliseconds, 2000);
+    EXPECT_TRUE(content.extent.hasLights);
+    EXPECT_THAT(content.extent.box.greatest, ElementsAre(5, 4, 0));
+    EXPECT_THROW(loadStageContent({scene.path(), scene.path()}), std::runtime_error);
 }
 
 }  // namespace

@@ -24,7 +24,10 @@ enum class M3gAlignmentTarget : uint8_t { None = 144, Origin, XAxis, YAxis, ZAxi
 enum class M3gBlending : uint8_t { Alpha = 64, AlphaAdd, Modulate, ModulateX2, Replace };
 enum class M3gCulling : uint8_t { Back = 160, Front, None };
 enum class M3gFogMode : uint8_t { Exponential = 80, Linear };
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wshadow"  // GCC sees a clash with the type Rgb, although the enumeration has a scope
 enum class M3gImageFormat : uint8_t { Alpha = 96, Luminance, LuminanceAlpha, Rgb, Rgba };
+#pragma GCC diagnostic pop
 enum class M3gImageMode : uint8_t { Border = 32, Repeat };
 enum class M3gInterpolation : uint8_t { Linear = 176, Slerp, Spline, Squad, Step };
 enum class M3gKeyframeEncoding : uint8_t { Float, Quantised8, Quantised16 };

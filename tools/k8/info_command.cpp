@@ -30,7 +30,7 @@ void addInfoCommand(CLI::App& app) {
         ->required();
     command->add_flag("--json", options->json, "As JSON, for programs; lengths in units, colours as rrggbb");
     command->footer(
-        "Boxes are in the units of drawing, of which a figure model has 64 to one. A package's groups are shown as a\n"
-        "tree, with the objects in it; every object follows with all it holds.");
+        "Boxes are in the units of drawing, of which a figure model has 64 to one. A package's groups, or the nodes\n"
+        "of its scene, are shown as a tree, with the objects in it; every object follows with all it holds.");
     command->callback([options] { run(*options); });
 }
