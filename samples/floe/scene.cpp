@@ -38,7 +38,7 @@ static std::vector<encode::K8GroupRecord> groups() {
           group(Sky, placedAt({0, 0, 0})), group(Floe, placedAt({0, -2, 0}, 8)), object(Snow)}},
         {{object(Ice), group(Angler, placedAt({14, 1, 22}, 25)), group(Visitor, placedAt({-18, 1, 4}, -20, 0.8)),
           object(Lanterns), object(LanternLight)}},
-        {{group(Penguin), group(FishingRod, placedAt({9, 12, 4}))}},
+        {{group(Penguin), group(FishingRod, placedAt({7.2, 11.5, 3.6}))}},
         {{group(Penguin)}},
         {{object(PenguinFigure)}},
         {{object(Rod)}},
