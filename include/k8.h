@@ -616,7 +616,7 @@ K8_API void K8Render_destroy(K8Render *handle);
 /* Binds the context to the current surface. Call it again when the surface or the rectangle changes.
  * target         any non-null pointer that names the surface for the host; only stored
  * width, height  of the surface in pixels, 1 to 2048
- * bufferWidth    pixels per row of the surface's buffer; kept with the target
+ * bufferWidth    pixels per row of the surface's buffer; what is less than width, or more than 2048, counts as width
  * x, y, w, h     the part of the surface that may be drawn to
  * Fails with false for a null handle or target or a size out of these bounds; also when memory runs out. The context
  * stays as it was then, unbound or bound. */
