@@ -27,7 +27,8 @@ void K8DrawTree_setRecordSizes(std::array<uint32_t, kRecordKindCount + 1>& sizes
 
 // --- Lights of scenes ---
 
-// Takes the lights out of a scene, so that they never light it beside the handles made for them. What is in skeletons stays.
+// Takes the lights out of a scene, so that they never light it beside the handles made for them. What is in skeletons
+// stays.
 static void removeLights(Object3D* scene) {
     if (!qelObject3D_isGroup(scene)) return;
     auto* root = static_cast<Node*>(scene);

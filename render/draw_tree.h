@@ -17,8 +17,8 @@ void K8DrawTree_setRecordSizes(std::array<uint32_t, kRecordKindCount + 1>& sizes
 // object stands at `placed`. The fog is borrowed, and null when there is none. False after storing an error status.
 bool K8DrawTree_gather(K8RenderContext* context, const K8Handle* object, const K8Transform& placed, const K8Fog** fog);
 
-// Calls queueLeaf for every figure, primitive and scene below a group, depth first, each with its own place. False after
-// storing an error status, and when queueLeaf returned false; the caller takes back what was queued.
+// Calls queueLeaf for every figure, primitive and scene below a group, depth first, each with its own place. False
+// after storing an error status, and when queueLeaf returned false; the caller takes back what was queued.
 using K8QueueLeaf = bool (*)(void* closure, const K8Handle* leaf, const K8Transform& place);
 bool K8DrawTree_expand(K8RenderContext* context, const K8Group* group, const K8Transform& placed, K8QueueLeaf queueLeaf,
                        void* closure);
