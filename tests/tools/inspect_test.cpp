@@ -87,11 +87,11 @@ TEST(Inspectors, AgreeWithTheLibraryOnImages) {
 }
 
 TEST(Inspectors, AgreeWithTheLibraryOnPackages) {
-    compareOnVariants(encodeK8(encode::smallPackage()).bytes, inspect::inspectPackage, 20000);
+    compareOnVariants(encodeK8(encode::smallPackage()).bytes, inspect::inspectPackage, 8000);
     encode::K8Package onlyObjects = encode::smallPackage();
     onlyObjects.groups.clear();
     onlyObjects.trailer = {1, 2, 3};
-    compareOnVariants(encodeK8(onlyObjects).bytes, inspect::inspectPackage, 5000);
+    compareOnVariants(encodeK8(onlyObjects).bytes, inspect::inspectPackage, 3000);
 }
 
 TEST(Inspectors, AgreeWithTheLibraryOnEveryModeOfPrimitives) {
