@@ -1,6 +1,6 @@
 // Any bytes may be given to K8Loader_loadObject: it neither crashes nor leaks, and holds no more memory at any moment
-// than 64 times the input plus 1 MiB, or 2 MiB for packages. The dispatch on the first two bytes leads to every
-// format.
+// than 64 times the input plus 1 MiB, 2 MiB for packages, or 18 MiB for scenes. The dispatch on the first bytes leads
+// to every format.
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
@@ -50,8 +50,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     static const K8AllocatorFunctions functions = {allocate, reallocate, release};
     MALK8_touchMA();
     MALK8_malc.functions = &functions;
-    const bool isPackage = size > 0 && data[0] == 'K';
-    liveLimit = 64 * int64_t(size) + (isPackage ? 2 << 20 : 1 << 20);
+    const bool isPackage = size > 0 && data[0] == 'K', isScene = isPackage && size > 3 && data[3] == 1;
+    const int32_t unpaidMiB = isScene ? 18 : isPackage ? 2 : 1;
+    liveLimit = 64 * int64_t(size) + (unpaidMiB << 20);
     dispose(K8Loader_loadObject(int32_t(size), data, &MALK8_malc));
     require(liveBlocks.empty(), "left allocated");
     return 0;

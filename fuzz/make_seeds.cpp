@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/loader/full_scene.h"
 #include "tools/encode/bmp_encoder.h"
 #include "tools/encode/k8_encoder.h"
 #include "tools/encode/mb_encoder.h"
@@ -121,6 +122,61 @@ static K8Package package() {
     return package;
 }
 
+// What objects can look like beside what they look like in a FullScene.
+static M3gScene otherForms() {
+    M3gScene scene;
+    scene.add(M3gHeader{.author = "seed"});
+    scene.add(M3gExternalReference{"other"});
+    const M3gRef palette = scene.add(M3gImage2D{.format = M3gImageFormat::Rgba,
+                                                .width = 2,
+                                                .height = 2,
+                                                .palette = {9, 9, 9, 99, 200, 0, 0, 255},
+                                                .pixels = {0, 1, 1, 0}});
+    const M3gRef blank = scene.add(M3gImage2D{.isMutable = true, .width = 8, .height = 4});
+    const M3gRef base = scene.add(M3gTexture2D{.image = palette, .levelFilter = M3gTextureFilter::Nearest});
+    const M3gRef second = scene.add(M3gTexture2D{.image = blank});
+    const M3gRef mode = scene.add(M3gCompositingMode{.blending = M3gBlending::Alpha});
+    const M3gRef fog = scene.add(M3gFog{.near = 1, .far = 50});
+    const M3gRef look = scene.add(M3gAppearance{.compositingMode = mode, .fog = fog, .textures = {base, second}});
+    const M3gRef positions =
+        scene.add(M3gVertexArray{.componentSize = 1, .asDeltas = true, .values = {0, 0, 0, 9, 0, 0, 0, 9, -9}});
+    const M3gRef moved = scene.add(M3gVertexArray{.componentSize = 1, .values = {0, 0, 0, 9, 0, 50, 0, 9, -9}});
+    const M3gRef corners =
+        scene.add(M3gVertexArray{.componentSize = 1, .componentCount = 2, .values = {0, 0, 1, 0, 0, 1}});
+    const M3gRef shape = scene.add(M3gVertexBuffer{.positions = {positions}});
+    const M3gRef target = scene.add(M3gVertexBuffer{.positions = {moved}});
+    const M3gRef flat = scene.add(M3gVertexBuffer{.positions = {positions}, .texCoords = {{corners}, {corners}}});
+    const M3gRef strips = scene.add(M3gTriangleStripArray{.strips = {3}});
+    const M3gRef turns = scene.add(M3gKeyframeSequence{.interpolation = M3gInterpolation::Squad,
+                                                       .encoding = M3gKeyframeEncoding::Quantised16,
+                                                       .keyframes = {{0, {0, 0, 0, 1}}, {90, {1, 0, 0, 0}}},
+                                                       .bias = {0, 0, 0, 0},
+                                                       .scale = {1, 1, 1, 1}});
+    const M3gRef weights = scene.add(M3gKeyframeSequence{.repeatMode = M3gRepeatMode::Loop,
+                                                         .encoding = M3gKeyframeEncoding::Quantised8,
+                                                         .keyframes = {{0, {0}}, {50, {1}}},
+                                                         .bias = {0},
+                                                         .scale = {1}});
+    const M3gRef clock = scene.add(M3gAnimationController{.speed = 2});
+    const M3gRef turning =
+        scene.add(M3gAnimationTrack{.sequence = turns, .controller = clock, .property = M3gProperty::Orientation});
+    const M3gRef morphing =
+        scene.add(M3gAnimationTrack{.sequence = weights, .controller = clock, .property = M3gProperty::MorphWeights});
+    const M3gRef mesh =
+        scene.add(M3gMesh{.object = {.tracks = {turning}}, .vertices = flat, .submeshes = {{strips, look}}});
+    const M3gRef morph = scene.add(M3gMorphingMesh{.object = {.tracks = {morphing}},
+                                                   .vertices = shape,
+                                                   .submeshes = {{strips, look}},
+                                                   .targets = {{target, 0.5f}}});
+    const M3gRef camera = scene.add(M3gCamera{.projection = M3gProjection::Generic});
+    const M3gRef light = scene.add(M3gLight{.mode = M3gLightMode::Omni});
+    const M3gRef group =
+        scene.add(M3gGroup{.node = {.transform = {M3gComponents{{0, 0, -20}}}}, .children = {mesh, morph, light}});
+    scene.add(M3gWorld{.children = {group, camera}});
+    scene.sections = {2, scene.objects.size() - 2};
+    return scene;
+}
+
 int main(int argc, char** argv) {
     if (argc != 2) return 1;
     directory = argv[1];
@@ -147,5 +203,9 @@ int main(int argc, char** argv) {
          {std::pair("groups.k8", package()), {"figure.k8", {.objects = figureWithContent()}}}) {
         writeFile(name, encodeK8(content));
         writePair(name, encodeK8(content), {});
+    }
+    for (const auto& [name, scene] : {std::pair("classes.k8", FullScene().scene), {"forms.k8", otherForms()}}) {
+        writeFile(name, encodeScenePackage(scene));
+        writePair(name, encodeScenePackage(scene), {});
     }
 }

@@ -561,6 +561,11 @@ K8_API int32_t K8Primitive_getLength(uint32_t type, uint32_t params, int32_t kin
  *   anything else         destroy the handle
  * Figures of a package are opaque and unposed like single ones; K8Figure_getLoadedTextures and
  * K8Figure_getLoadedAction give what belongs to them. Groups that contain each other in a circle are not accepted.
+ * A scene is accepted when one object, a World, is left that no other object refers to. Its handles stand for the nodes
+ * below: groups of class K8_CLASS_SCENE_GROUP without `transform`, lights placed as in the World, and meshes as figures
+ * with a texture for every submesh that has one on unit 0, in order and at most 64 with their second maps. Other nodes
+ * have none. Images without pixels are at most 2048 x 2048; these, mipmaps and deformed vertices take at most 16 MiB
+ * and 16 times the size of the file together.
  * size        bytes of data
  * data        borrowed; nothing refers to it afterwards
  * allocator   for the handle and its records

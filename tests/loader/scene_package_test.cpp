@@ -8,6 +8,7 @@
 #include "scene/world.h"
 #include "tests/loader/m3g_scenes.h"
 #include "tests/support/counting_heap.h"
+#include "tests/support/dispose.h"
 
 using namespace encode;
 using testing::ElementsAre;
@@ -19,20 +20,13 @@ K8Group* load(const ByteList& file, K8Allocator* allocator) {
     return reinterpret_cast<K8Group*>(K8Loader_loadObject(int32_t(copy.size()), copy.data(), allocator));
 }
 
-// What a host does with a loaded tree when it is done.
-void destroyTree(K8Group* root) {
-    if (!root) return;
-    for (K8Handle** handle = root->info->childData; *handle; ++handle) K8Object3D_destroy(*handle);
-    K8Group_destroy(root);
-}
-
 // A loaded scene, disposed of at the end of the scope; nothing of it is left then.
 class LoadedScene {
 public:
     explicit LoadedScene(const EncodedFile& file) : root(load(file.bytes, host_.get())) {}
     explicit LoadedScene(const M3gScene& scene) : LoadedScene(encodeScenePackage(scene)) {}
     ~LoadedScene() {
-        destroyTree(root);
+        dispose(root ? &root->header : nullptr);
         EXPECT_EQ(host_.liveBlocks(), 0);
     }
 
@@ -285,7 +279,7 @@ TEST(ScenePackage, ReportsExhaustedMemoryWhereverItHappens) {
         K8Group* root = load(file, host);
         EXPECT_EQ(root == nullptr, counter.hasFailed());
         EXPECT_EQ(K8ErrStorage_getErrorStatus(), root ? 77 : K8_ERR_OUT_OF_MEMORY);
-        destroyTree(root);
+        dispose(root ? &root->header : nullptr);
     };
     for (const FailMode mode : {FailMode::Once, FailMode::FromThenOn}) {
         sweepEngineAllocations(mode, [&](CountingHeap& heap) {
