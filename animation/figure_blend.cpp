@@ -131,4 +131,5 @@ void _Figure_blendVertices(FigureMesh* figure) {
         for (uint32_t v = 0; v < blended; ++v)
             if (isWide(plan, v)) blendVertex(figure, arrays, v);
     for (uint32_t v = blended; v < plan->vertexCount; ++v) blendVertex(figure, arrays, v);
+    qelVertexArray_touch(figure->skinnedPositions);
 }

@@ -2,9 +2,11 @@
 
 #include "scene/node.h"
 
-// What the renderer keeps per submesh for culling and sorting; world coordinates.
+// What the renderer keeps per submesh for culling and sorting.
 struct SubmeshBounds {
-    float center[3];
+    uint64_t boxContents;           // of the positions that the box was taken from; 0 at first
+    int32_t least[3], greatest[3];  // the box of the positions used, in their integers
+    float center[3];                // of the sphere, in world coordinates
     float radius;
     float depth;  // sort depth of the last traversal
 };

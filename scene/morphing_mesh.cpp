@@ -239,7 +239,7 @@ static void morphAttribute(const MorphingMesh* mesh, Attribute attribute) {
     const VertexArray* base = arrayOf(mesh->vertexBuffer, attribute);
     if (!base) return;
     VertexArray* out = arrayOf(mesh->morphedBuffer, attribute);
-    out->modified = 1;
+    qelVertexArray_touch(out);
     const bool isCarried = arrayOf(mesh->morphTargets[0], attribute) != nullptr;
     if (!isCarried)
         std::memcpy(out->data, base->data, qelVertexArray_byteCount(base));

@@ -229,7 +229,7 @@ static bool remake(VertexArray*& skinned, const VertexArray* base) {
         skinned = made;
     }
     std::memcpy(skinned->data, base->data, qelVertexArray_byteCount(base));
-    skinned->modified = 1;
+    qelVertexArray_touch(skinned);
     return true;
 }
 

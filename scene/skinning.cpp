@@ -315,10 +315,10 @@ static void publish(const SkinnedMesh* mesh, bool withNormals) {
     VertexBuffer* skinned = mesh->skinnedBuffer;
     qelVertexBuffer_setPositions(skinned, mesh->skinnedPositions, mesh->skinScale, mesh->vertexBuffer->positionBias);
     skinned->positionsChanged = 1;
-    mesh->skinnedPositions->modified = 1;
+    qelVertexArray_touch(mesh->skinnedPositions);
     if (!withNormals) return;
     skinned->normalsChanged = 1;
-    mesh->skinnedNormals->modified = 1;
+    qelVertexArray_touch(mesh->skinnedNormals);
 }
 
 static bool hasMaterial(const Mesh* mesh) {

@@ -7,6 +7,11 @@ static void destroyVertexArray(Object3D* object) {
     qelFree(object);
 }
 
+static uint64_t nextContents() {
+    static uint64_t last;
+    return ++last;
+}
+
 static void initVertexArray(VertexArray* array) {
     qelObject3D_init(array);
     array->classId = ClassId::VertexArray;
@@ -18,6 +23,7 @@ static void initVertexArray(VertexArray* array) {
     array->componentSize = 0;
     array->data = nullptr;
     array->modified = 0;
+    array->contents = nextContents();
     array->cache = nullptr;
 }
 
@@ -80,7 +86,7 @@ static Result setValues(VertexArray* array, int32_t first, int32_t count, const 
     const Result result = checkRange(array, first, count, sizeof(T), values);
     if (result != QEL_STATUS_OK) return result;
     std::copy_n(values, count * array->componentCount, static_cast<T*>(array->data) + first * array->componentCount);
-    array->modified = 1;
+    qelVertexArray_touch(array);
     return QEL_STATUS_OK;
 }
 
@@ -113,6 +119,11 @@ bool qelVertexArray_sameShape(const VertexArray* a, const VertexArray* b) {
     if (!a || !b) return a == b;
     return a->vertexCount == b->vertexCount && a->componentCount == b->componentCount &&
            a->componentSize == b->componentSize;
+}
+
+void qelVertexArray_touch(VertexArray* array) {
+    array->modified = 1;
+    array->contents = nextContents();
 }
 
 uint32_t qelVertexArray_byteCount(const VertexArray* array) {

@@ -8,6 +8,7 @@ struct qelVertexArray : Object3D {
     int32_t componentSize;  // bytes
     void* data;             // vertexCount x componentCount x componentSize bytes; owned
     uint8_t modified;       // written since its consumer last looked
+    uint64_t contents;      // a number for what the data is: of no other array but a copy, and another after each write
     void* cache;            // a buffer that a consumer attached; freed with the array
 };
 
@@ -20,5 +21,7 @@ Result qelVertexArray_get8(const VertexArray* array, int32_t first, int32_t coun
 Result qelVertexArray_get16(const VertexArray* array, int32_t first, int32_t count, int16_t* values);
 bool qelVertexArray_sameShape(const VertexArray* a,
                               const VertexArray* b);  // count, components and size; two nulls are the same
+// To be called after every write into the data of an array that may have been drawn.
+void qelVertexArray_touch(VertexArray* array);
 uint32_t qelVertexArray_byteCount(const VertexArray* array);
 Object3D* qelVertexArray_duplicate(const VertexArray* array);

@@ -74,7 +74,7 @@ static void normaliseAll(VertexArray* array) {
         values[i + 1] = T(y * kUnit / length);
         values[i + 2] = T(z * kUnit / length);
     }
-    array->modified = 1;
+    qelVertexArray_touch(array);
 }
 
 Result qelVertexBuffer_setNormals(VertexBuffer* buffer, VertexArray* array) {

@@ -210,9 +210,11 @@ TEST(FigureBlend, DescendantsFollow) {
     setLocal(figure.get(), 0, translation(10, 20, 30));
     _Figure_blendVertices(figure.get());
     EXPECT_THAT(xOf(figure.get()), ElementsAre(110, 110, 110, 100));
+    const uint64_t contents = figure->skinnedPositions->contents;
     setLocal(figure.get(), 2, translation(5, 0, 0));
     _Figure_blendVertices(figure.get());
     EXPECT_THAT(xOf(figure.get()), ElementsAre(110, 115, 115, 100));
+    EXPECT_NE(figure->skinnedPositions->contents, contents) << "what was derived from the positions is out of date";
 }
 
 TEST(FigureBlend, KeepsWorldTransformsThatDidNotChange) {

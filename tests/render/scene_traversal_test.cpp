@@ -438,6 +438,44 @@ TEST_F(TraversalTest, AMeshWhoseMorphFailsIsLeftOut) {
     EXPECT_THAT(names(morphing), IsEmpty());
 }
 
+// Each of the meshes is seen at first, since its sphere reaches into the view, and is then moved aside.
+TEST_F(TraversalTest, SpheresFollowThePositions) {
+    usePerspective();
+    const NamedSquare square(1), moved(1);
+    const std::vector<int16_t> aside = {30000, 0, 0, 30001, 0, 0, 30000, 1, 0, 30001, 1, 0};
+    qelVertexArray_set16(moved.buffer->positions, 0, 4, aside.data());
+    const Held<Appearance> appearance = makeAppearance();
+    Appearance* appearances[] = {appearance};
+    TriangleStripArray* strips[] = {square.strip};
+    VertexBuffer* targets[] = {moved.buffer};
+    Result result;
+    const Held<MorphingMesh> morphing(
+        qelMorphingMesh_create(square.buffer, targets, strips, appearances, 1, 1, &result));
+    const Held<Mesh> written = makeMesh(1), replaced = makeMesh(1);
+    const Skinned skinned(1);
+    struct Case {
+        const char* what;
+        Mesh* mesh;
+        std::function<void()> moveAside;
+    };
+    const float weight = 1;
+    for (const Case& c : {
+             Case{"written", written,
+                  [&] { qelVertexArray_set16(written->vertexBuffer->positions, 0, 4, aside.data()); }},
+             Case{"replaced", replaced,
+                  [&] {
+                      const auto array = makeArray<int16_t>(3, aside);
+                      qelVertexBuffer_setPositions(replaced->vertexBuffer, array, 1.0f / 1024, nullptr);
+                  }},
+             Case{"morphed", morphing, [&] { qelMorphingMesh_setWeights(morphing, &weight); }},
+             Case{"skinned", skinned.mesh, [&] { move(skinned.bone, 30, 0, 0); }},
+         }) {
+        EXPECT_THAT(names(c.mesh), ElementsAre(1)) << c.what;
+        c.moveAside();
+        EXPECT_THAT(names(c.mesh), IsEmpty()) << c.what;
+    }
+}
+
 // --- Depth and failures ---
 
 // Runs on a stack that is too small for one call per level of a deep tree.
