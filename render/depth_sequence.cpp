@@ -87,24 +87,30 @@ void qelDepthSequence_insert(DepthSequence* sequence, EntryLinks* links, DepthNo
 int32_t qelDepthSequence_position(const DepthSequence& sequence, const DepthNode* nodes, int32_t place) {
     if (place == kNoEntry) return sequence.count;
     int32_t position = nodes[place].leftCount;
-    for (int32_t child = place, above; (above = nodes[child].parent) != kNoEntry; child = above)
-        if (nodes[above].right == child) position += nodes[above].leftCount + 1;
+    for (int32_t child = place, above; (above = nodes[child].parent) != kNoEntry; child = above) {
+        const int32_t isRight = nodes[above].right == child;  // a factor: no branch predictor can tell the sides
+        position += isRight * (nodes[above].leftCount + 1);
+    }
     return position;
 }
 
 // --- Searches: isIn tells of a span whether it holds what is searched for ---
 
+// Below and with `top`, whose own stretch begins at position 0.
 template <typename IsIn>
-static int32_t firstBelow(const DepthNode* nodes, int32_t top, IsIn isIn) {
-    if (top == kNoEntry || !isIn(nodes[top].span)) return kNoEntry;
-    for (int32_t entry = top;;) {
-        const DepthNode& node = nodes[entry];
-        if (node.left != kNoEntry && isIn(nodes[node.left].span))
-            entry = node.left;
-        else if (isIn(spanOf(node)))
-            return entry;
-        else
-            entry = node.right;
+static DepthPlace firstBelow(const DepthNode* nodes, int32_t top, IsIn isIn) {
+    if (top == kNoEntry || !isIn(nodes[top].span)) return {kNoEntry, 0};
+    DepthPlace place = {top, 0};
+    for (;;) {
+        const DepthNode& node = nodes[place.entry];
+        if (node.left != kNoEntry && isIn(nodes[node.left].span)) {
+            place.entry = node.left;
+            continue;
+        }
+        place.position += node.leftCount;
+        if (isIn(spanOf(node))) return place;
+        place.entry = node.right;
+        ++place.position;
     }
 }
 
@@ -112,7 +118,7 @@ template <typename IsIn>
 static int32_t firstFrom(const DepthNode* nodes, int32_t from, IsIn isIn) {
     for (int32_t entry = from; entry != kNoEntry;) {
         if (isIn(spanOf(nodes[entry]))) return entry;
-        const int32_t found = firstBelow(nodes, nodes[entry].right, isIn);
+        const int32_t found = firstBelow(nodes, nodes[entry].right, isIn).entry;
         if (found != kNoEntry) return found;
         // To the next one above that stands behind all this.
         int32_t child = entry;
@@ -125,8 +131,10 @@ static int32_t firstFrom(const DepthNode* nodes, int32_t from, IsIn isIn) {
     return kNoEntry;
 }
 
-int32_t qelDepthSequence_firstNotDeeper(const DepthSequence& sequence, const DepthNode* nodes, float depth) {
-    return firstBelow(nodes, sequence.root, [=](const DepthSpan& s) { return s.hasNaN || !(s.least > depth); });
+DepthPlace qelDepthSequence_firstNotDeeper(const DepthSequence& sequence, const DepthNode* nodes, float depth) {
+    const DepthPlace place =
+        firstBelow(nodes, sequence.root, [=](const DepthSpan& s) { return s.hasNaN || !(s.least > depth); });
+    return place.entry == kNoEntry ? DepthPlace{kNoEntry, sequence.count} : place;
 }
 
 int32_t qelDepthSequence_firstOfOtherDepth(const DepthNode* nodes, int32_t from, float depth) {

@@ -1,6 +1,6 @@
 // A sequence of entries that is searched by depth and by appearance, in whatever order they stand: a treap, which is a
-// binary tree in the order of the sequence, balanced by a random-looking priority of each entry. Every node knows what the
-// stretch of the sequence below it holds. Finding and inserting take time in the logarithm of the length.
+// binary tree in the order of the sequence, balanced by a random-looking priority of each entry. Every node knows what
+// the stretch of the sequence below it holds. Finding and inserting take time in the logarithm of the length.
 //
 // Entries are numbers into arrays of links and nodes, which a caller provides, may move, and may share among sequences.
 #pragma once
@@ -45,6 +45,12 @@ struct DepthSequence {
     int32_t count;
 };
 
+// A place in a sequence, and how many entries stand before it.
+struct DepthPlace {
+    int32_t entry;
+    int32_t position;
+};
+
 constexpr DepthSequence kEmptyDepthSequence = {kEmptyList, kNoEntry, 0};
 
 // For `entry`, links and node are written.
@@ -54,7 +60,7 @@ void qelDepthSequence_insert(DepthSequence* sequence, EntryLinks* links, DepthNo
 int32_t qelDepthSequence_position(const DepthSequence& sequence, const DepthNode* nodes, int32_t place);
 
 // The first entry that is not deeper than this; a NaN is neither deeper nor less deep than anything.
-int32_t qelDepthSequence_firstNotDeeper(const DepthSequence& sequence, const DepthNode* nodes, float depth);
+DepthPlace qelDepthSequence_firstNotDeeper(const DepthSequence& sequence, const DepthNode* nodes, float depth);
 // From an entry on: the first that is deeper or less deep than this.
 int32_t qelDepthSequence_firstOfOtherDepth(const DepthNode* nodes, int32_t from, float depth);
 // From an entry on: the first that has another appearance than it or is less deep than this.

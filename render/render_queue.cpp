@@ -1,17 +1,17 @@
-// An entry finds its place by a scan of the queue from the front, in which it is compared with one entry after the other;
-// the tests write that scan down. To follow it would take time in the square of a scene's size, so its outcome is worked
-// out from less. Layers stand in their order, and in each layer the opaque entries before the blended ones.
+// An entry is put where a scan of the queue from the front, comparing it with one entry after the other, would put it;
+// the tests write that scan down. Scanning takes time in the square of a scene's size, so its outcome is found from less.
+// Layers stand in their order, and in each layer the opaque entries before the blended ones.
 //
-// Opaque: the scan sees the entries without compositing mode that stand before the first one with a mode. Among them an
-// appearance has all its entries in one run, which grows at its front; a further run begins in front of the others, since
+// Opaque: the scan sees the entries without compositing mode that stand before the first one with a mode. Among them the
+// entries of an appearance form one run, which grows at its front; every further run begins in front of the others, since
 // they share that they have no mode. An entry with a mode goes before the first of these runs that it shares a component
-// with, that is the youngest. It hides this run and all older ones from every later scan: they are closed. So a run is
-// known by the entry that began it, and whether it is open by comparing that with the youngest one closed.
+// with, which is the youngest such. That hides this run and all older ones from every later scan: they are closed. So a
+// run is known by the entry that began it, and is open when that came later than the beginning of the last one closed.
 //
-// Blended: the scan passes the entries that are deeper and then those of equal depth, and ends where the depth differs,
-// or earlier at the first entry of the same appearance. The depths that it meets are in no order, since an entry goes to
-// its appearance's first whatever stands behind; a DepthSequence finds the places. Entries of equal depth form a run,
-// in which the first entry that has a component is looked up.
+// Blended: the scan passes the entries that are deeper, then those of equal depth, and ends where the depth differs, or
+// earlier at the first entry of the same appearance. Depths are not sorted, since an entry stays with its appearance
+// whatever stands behind, so a DepthSequence does the finding. Entries of equal depth form a run as well, in which the
+// first entry that has a component is looked up.
 #include "render/render_queue.h"
 
 #include <algorithm>
@@ -32,11 +32,9 @@ constexpr int32_t kLayerCount = 2 * kMaxLayer + 1;
 
 struct QueuedEntry {
     RenderQueueEntry entry;
-    int32_t run;         // the entry that began its run
-    int32_t runFront;    // of the run that it began itself: the first entry
-    bool runHasSeveral;  // of the run that it began itself: its components have been noted
-    bool isBlended;
-    uint8_t layer;  // from 0
+    int32_t runFront;    // of the opaque run that it began: the first entry
+    int32_t run;         // of a blended entry: the one that began its run
+    bool runHasSeveral;  // of the blended run that it began: the components are in the index
 };
 
 struct Layer {
@@ -58,9 +56,10 @@ struct IndexSlot {
 };
 
 struct RenderQueue {
-    QueuedEntry* entries;  // as they came
-    EntryLinks* links;     // of the entry with the same number
-    DepthNode* nodes;
+    QueuedEntry* entries;             // as they came
+    EntryLinks* links;                // of the entry with the same number
+    DepthNode* nodes;                 // the same, for blended ones
+    const RenderQueueEntry** sorted;  // written when they are asked for
     IndexSlot* slots;
     int32_t entryCount, entryCapacity;
     int32_t keyCount, slotCapacity;     // a power of 2, at least twice the count
@@ -70,7 +69,8 @@ struct RenderQueue {
 };
 
 static_assert(sizeof(RenderQueue) % alignof(QueuedEntry) == 0 && sizeof(QueuedEntry) % alignof(EntryLinks) == 0 &&
-              sizeof(EntryLinks) % alignof(DepthNode) == 0 && sizeof(DepthNode) % alignof(IndexSlot) == 0);
+              sizeof(EntryLinks) % alignof(DepthNode) == 0 && sizeof(DepthNode) % alignof(IndexSlot) == 0 &&
+              sizeof(IndexSlot) % alignof(RenderQueueEntry*) == 0);
 
 // --- Appearances ---
 
@@ -172,16 +172,17 @@ static void insertOpaque(RenderQueue* queue, Layer* layer, int32_t added) {
 
 // --- Blended entries ---
 
-// Entries of equal depth in a row, as the scan of an entry of that depth meets them: those from `first` to before `end`.
+// What the scan of an entry of some depth meets of equal depth: the entries from `first` to before `end`.
 struct DepthRun {
-    int32_t first, end;
-    int32_t endPosition;
+    DepthPlace first, end;
 };
 
 static DepthRun runFor(const RenderQueue* queue, const Layer* layer, float depth) {
-    const int32_t first = qelDepthSequence_firstNotDeeper(layer->blended, queue->nodes, depth);
-    const int32_t end = first == kNoEntry ? kNoEntry : qelDepthSequence_firstOfOtherDepth(queue->nodes, first, depth);
-    return {first, end, qelDepthSequence_position(layer->blended, queue->nodes, end)};
+    const DepthPlace first = qelDepthSequence_firstNotDeeper(layer->blended, queue->nodes, depth);
+    if (first.entry == kNoEntry) return {first, first};
+    const int32_t end = qelDepthSequence_firstOfOtherDepth(queue->nodes, first.entry, depth);
+    if (end == first.entry) return {first, first};
+    return {first, {end, qelDepthSequence_position(layer->blended, queue->nodes, end)}};
 }
 
 // Before the first in the run that shares a component, or behind the run.
@@ -190,23 +191,20 @@ static int32_t placeInRun(const RenderQueue* queue, const Layer* layer, const De
     const auto sharesWith = [&](int32_t entry) {
         return sharesComponent(queue->entries[entry].entry.appearance, appearance);
     };
-    if (sharesWith(run.first)) return run.first;
+    if (sharesWith(run.first.entry)) return run.first.entry;
     if (layer->hasNaN) {  // which is equal to every depth: runs overlap, and have no index
-        int32_t place = run.first;
-        while (place != run.end && !sharesWith(place)) place = queue->links[place].next;
+        int32_t place = run.first.entry;
+        while (place != run.end.entry && !sharesWith(place)) place = queue->links[place].next;
         return place;
     }
-    int32_t place = run.end;
-    int32_t least = run.endPosition;  // the index also knows entries that were cut off from the run
+    DepthPlace place = run.end;  // the index also knows entries that were cut off from the run
     for (const uintptr_t key : componentKeysOf(appearance)) {
-        const int32_t entry = find(queue, runScope(queue, queue->entries[run.first].run), key);
+        const int32_t entry = find(queue, runScope(queue, queue->entries[run.first.entry].run), key);
         if (entry == kNoEntry) continue;
         const int32_t position = qelDepthSequence_position(layer->blended, queue->nodes, entry);
-        if (position >= least) continue;
-        place = entry;
-        least = position;
+        if (position < place.position) place = {entry, position};
     }
-    return place;
+    return place.entry;
 }
 
 static void noteComponents(RenderQueue* queue, const Layer* layer, int32_t entry) {
@@ -221,10 +219,9 @@ static void noteComponents(RenderQueue* queue, const Layer* layer, int32_t entry
 
 // Whether an entry of this depth, put there, becomes part of the run.
 static bool joinsRun(const RenderQueue* queue, const Layer* layer, const DepthRun& run, int32_t before, float depth) {
-    if (run.first == kNoEntry || queue->nodes[run.first].depth != depth) return false;
+    if (run.first.entry == kNoEntry || queue->nodes[run.first.entry].depth != depth) return false;
     const int32_t position = qelDepthSequence_position(layer->blended, queue->nodes, before);
-    return position <= run.endPosition &&
-           position >= qelDepthSequence_position(layer->blended, queue->nodes, run.first);
+    return position <= run.end.position && position >= run.first.position;
 }
 
 static void insertBlended(RenderQueue* queue, Layer* layer, int32_t added) {
@@ -234,17 +231,17 @@ static void insertBlended(RenderQueue* queue, Layer* layer, int32_t added) {
     const DepthRun run = runFor(queue, layer, depth);
     const int32_t same = find(queue, layerScope(queue, appearance), keyOf(appearance));
     const bool meetsSame =
-        same != kNoEntry && qelDepthSequence_position(layer->blended, queue->nodes, same) <= run.endPosition;
-    int32_t before = run.end;
+        same != kNoEntry && qelDepthSequence_position(layer->blended, queue->nodes, same) <= run.end.position;
+    int32_t before = run.end.entry;
     if (meetsSame)
         before = qelDepthSequence_endOfAppearance(queue->nodes, same, depth);
-    else if (run.first != run.end)
+    else if (run.first.entry != run.end.entry)
         before = placeInRun(queue, layer, run, appearance);
     const bool joins = joinsRun(queue, layer, run, before, depth);
 
     qelDepthSequence_insert(&layer->blended, queue->links, queue->nodes, before, added, appearance, depth);
     if (!meetsSame || before == same) put(queue, layerScope(queue, appearance), keyOf(appearance), added);
-    queue->entries[added].run = joins ? queue->entries[run.first].run : added;
+    queue->entries[added].run = joins ? queue->entries[run.first.entry].run : added;
     if (!joins || layer->hasNaN) return;
     QueuedEntry& founder = queue->entries[queue->entries[added].run];
     if (!founder.runHasSeveral) noteComponents(queue, layer, founder.run);
@@ -254,34 +251,44 @@ static void insertBlended(RenderQueue* queue, Layer* layer, int32_t added) {
 
 // --- Memory ---
 
-static bool resize(Group* owner, int32_t entryCapacity, int32_t slotCapacity) {
-    const uint64_t bytes = sizeof(RenderQueue) +
-                           uint64_t(entryCapacity) * (sizeof(QueuedEntry) + sizeof(EntryLinks) + sizeof(DepthNode)) +
-                           uint64_t(slotCapacity) * sizeof(IndexSlot);
+static RenderQueue* makeEmpty(uint64_t bytes) {
     auto* queue = static_cast<RenderQueue*>(qelAllocArray(uint32_t(std::min<uint64_t>(bytes, UINT32_MAX)), 1));
+    if (!queue) return nullptr;
+    queue->firstScope = 1;
+    queue->lowestLayer = kLayerCount;
+    queue->highestLayer = -1;
+    std::ranges::fill(queue->layers, kEmptyLayer);
+    return queue;
+}
+
+static void moveContents(RenderQueue* to, const RenderQueue* from) {
+    std::copy_n(from->entries, from->entryCount, to->entries);
+    std::copy_n(from->links, from->entryCount, to->links);
+    std::copy_n(from->nodes, from->entryCount, to->nodes);
+    to->entryCount = from->entryCount;
+    to->firstScope = from->firstScope;
+    for (const IndexSlot& slot : std::span(from->slots, size_t(from->slotCapacity)))
+        if (!isFree(from, &slot)) *slotOf(to, slot.scope, slot.key) = slot;
+    to->keyCount = from->keyCount;
+    to->lowestLayer = from->lowestLayer;
+    to->highestLayer = from->highestLayer;
+    std::ranges::copy(from->layers, to->layers);
+}
+
+static bool resize(Group* owner, int32_t entryCapacity, int32_t slotCapacity) {
+    constexpr uint64_t kBytesPerEntry =
+        sizeof(QueuedEntry) + sizeof(EntryLinks) + sizeof(DepthNode) + sizeof(RenderQueueEntry*);
+    RenderQueue* queue = makeEmpty(sizeof(RenderQueue) + uint64_t(entryCapacity) * kBytesPerEntry +
+                                   uint64_t(slotCapacity) * sizeof(IndexSlot));
     if (!queue) return false;
-    const RenderQueue* old = owner->queue;
-    if (old) {
-        *queue = *old;
-    } else {
-        queue->firstScope = 1;
-        queue->lowestLayer = kLayerCount;
-        queue->highestLayer = -1;
-        std::fill(std::begin(queue->layers), std::end(queue->layers), kEmptyLayer);
-    }
     queue->entries = reinterpret_cast<QueuedEntry*>(queue + 1);
     queue->links = reinterpret_cast<EntryLinks*>(queue->entries + entryCapacity);
     queue->nodes = reinterpret_cast<DepthNode*>(queue->links + entryCapacity);
     queue->slots = reinterpret_cast<IndexSlot*>(queue->nodes + entryCapacity);
+    queue->sorted = reinterpret_cast<const RenderQueueEntry**>(queue->slots + slotCapacity);
     queue->entryCapacity = entryCapacity;
     queue->slotCapacity = slotCapacity;
-    if (old) {
-        std::copy_n(old->entries, old->entryCount, queue->entries);
-        std::copy_n(old->links, old->entryCount, queue->links);
-        std::copy_n(old->nodes, old->entryCount, queue->nodes);
-        for (const IndexSlot& slot : std::span(old->slots, size_t(old->slotCapacity)))
-            if (!isFree(old, &slot)) *slotOf(queue, slot.scope, slot.key) = slot;
-    }
+    if (owner->queue) moveContents(queue, owner->queue);
     qelFree(owner->queue);
     owner->queue = queue;
     return true;
@@ -304,37 +311,25 @@ Result qelRenderQueue_insert(Group* owner, const RenderQueueEntry& entry) {
     RenderQueue* queue = owner->queue;
     const int32_t added = queue->entryCount++;
     const int32_t layer = layerOf(entry.appearance) + kMaxLayer;
-    const bool isBlended = blends(entry.appearance);
-    queue->entries[added] = {entry, kNoEntry, kNoEntry, false, isBlended, uint8_t(layer)};
+    queue->entries[added] = {entry, kNoEntry, kNoEntry, false};
     queue->lowestLayer = std::min(queue->lowestLayer, layer);
     queue->highestLayer = std::max(queue->highestLayer, layer);
-    if (isBlended)
+    if (blends(entry.appearance))
         insertBlended(queue, &queue->layers[layer], added);
     else
         insertOpaque(queue, &queue->layers[layer], added);
     return QEL_STATUS_OK;
 }
 
-static const RenderQueueEntry* firstBehind(const RenderQueue* queue, int32_t layer, bool isBehindOpaque) {
-    for (; layer <= queue->highestLayer; ++layer, isBehindOpaque = false) {
-        const Layer& l = queue->layers[layer];
-        const int32_t first = isBehindOpaque || l.opaque.first == kNoEntry ? l.blended.list.first : l.opaque.first;
-        if (first != kNoEntry) return &queue->entries[first].entry;
-    }
-    return nullptr;
-}
-
-const RenderQueueEntry* qelRenderQueue_first(const Group* owner) {
-    return owner->queue ? firstBehind(owner->queue, owner->queue->lowestLayer, false) : nullptr;
-}
-
-const RenderQueueEntry* qelRenderQueue_next(const Group* owner, const RenderQueueEntry* entry) {
+std::span<const RenderQueueEntry* const> qelRenderQueue_sorted(const Group* owner) {
     const RenderQueue* queue = owner->queue;
-    const int32_t number = int32_t(reinterpret_cast<const QueuedEntry*>(entry) - queue->entries);
-    const int32_t next = queue->links[number].next;
-    if (next != kNoEntry) return &queue->entries[next].entry;
-    const QueuedEntry& last = queue->entries[number];
-    return firstBehind(queue, last.isBlended ? last.layer + 1 : last.layer, !last.isBlended);
+    if (!queue) return {};
+    const RenderQueueEntry** out = queue->sorted;
+    for (int32_t layer = queue->lowestLayer; layer <= queue->highestLayer; ++layer)
+        for (const EntryList& list : {queue->layers[layer].opaque, queue->layers[layer].blended.list})
+            for (int32_t entry = list.first; entry != kNoEntry; entry = queue->links[entry].next)
+                *out++ = &queue->entries[entry].entry;
+    return {queue->sorted, out};
 }
 
 void qelRenderQueue_clear(Group* owner) {

@@ -1,6 +1,8 @@
 // The order in which the submeshes and sprites of a group are drawn.
 #pragma once
 
+#include <span>
+
 #include "scene/group.h"
 #include "scene/mesh.h"
 #include "scene/triangle_strip_array.h"
@@ -21,8 +23,7 @@ struct RenderQueueEntry {
 // Inserts by layer, opacity, depth and shared state. OUT_OF_MEMORY when the queue of the group cannot grow; it is as it
 // was then. What an appearance says of its order stays the same until the queue is cleared.
 Result qelRenderQueue_insert(Group* owner, const RenderQueueEntry& entry);
-// In the order of drawing; null behind the last one.
-const RenderQueueEntry* qelRenderQueue_first(const Group* owner);
-const RenderQueueEntry* qelRenderQueue_next(const Group* owner, const RenderQueueEntry* entry);
+// In the order of drawing, until the next insertion.
+std::span<const RenderQueueEntry* const> qelRenderQueue_sorted(const Group* owner);
 // Keeps the memory.
 void qelRenderQueue_clear(Group* owner);

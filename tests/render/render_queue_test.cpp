@@ -24,8 +24,8 @@ struct Queue {
     }
     std::vector<size_t> names() const {
         std::vector<size_t> all;
-        for (const RenderQueueEntry* e = qelRenderQueue_first(owner); e; e = qelRenderQueue_next(owner, e))
-            all.push_back(reinterpret_cast<size_t>(e->node));
+        for (const RenderQueueEntry* entry : qelRenderQueue_sorted(owner))
+            all.push_back(reinterpret_cast<size_t>(entry->node));
         return all;
     }
 };
