@@ -645,7 +645,8 @@ K8_API bool K8Render_bind(K8Render *handle, void *target, int32_t width, int32_t
  * time, and drawn as its author made it, with what the handles below the group say in place of that:
  *   figures    figure k of the group, depth first, stands for mesh k of the scene in the same order, as the loader made
  *              them; a skinned mesh has the meshes of its skeleton with it. Its blend mode, transparency (on top of the
- *              mesh's own) and perspective correction count; its frame, action and pattern do not
+ *              mesh's own, unless that is animated) and perspective correction count; its frame, action and pattern do
+ *              not
  *   textures   what the figures list in `loadedTextures` takes the places of the scene's textures in the same order;
  *              where too few are listed, white does. Of an 8-bit image loaded as a K8 texture only the image is
  *              exchanged, the settings and the animation of the scene's texture stay

@@ -1,0 +1,308 @@
+// What a loaded scene, and a mesh of one, are drawn with, and that the scene is as before afterwards.
+#include "render/draw_scene.h"
+
+#include "render/scene_changes.h"
+#include "scene/fog.h"
+#include "scene/morphing_mesh.h"
+#include "scene/subtree.h"
+#include "scene/texture2d.h"
+#include "scene/world.h"
+#include "tests/render/figure_stage.h"
+#include "tests/support/dispose.h"
+#include "tools/encode/m3g_encoder.h"
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace {
+
+// The scene's submeshes by their first vertex, which stands at 100 times as many units, in layers of that order.
+enum ScenePart { Plain = 1, Glass, Morphing, Skinned, InSkeleton };
+
+class SceneFile {
+public:
+    encode::EncodedFile encode() {
+        const encode::M3gRef first = texture(10), second = texture(20), map = texture(30), third = texture(40);
+        const encode::M3gRef plain = mesh(
+            encode::M3gMesh{.object = {.tracks = {fading()}},
+                            .vertices = vertices(Plain),
+                            .submeshes = {{strip(), appearance(Plain, {first})}, {strip(3), appearance(Glass, {})}}});
+        const encode::M3gRef morphing =
+            mesh(encode::M3gMorphingMesh{.node = {.alpha = 204},
+                                         .vertices = vertices(Morphing),
+                                         .submeshes = {{strip(), appearance(Morphing, {second, map})}},
+                                         .targets = {{vertices(Morphing), 0.5f}}});
+        const encode::M3gRef inSkeleton = mesh(encode::M3gMesh{
+            .vertices = vertices(InSkeleton), .submeshes = {{strip(), appearance(InSkeleton, {first})}}});
+        const encode::M3gRef skeleton = add(encode::M3gGroup{.children = {inSkeleton}});
+        const encode::M3gRef skinned =
+            mesh(encode::M3gSkinnedMesh{.vertices = vertices(Skinned),
+                                        .submeshes = {{strip(), appearance(Skinned, {third})}},
+                                        .skeleton = skeleton,
+                                        .bindings = {{skeleton, 0, 6, 1}}});
+        const encode::M3gRef lamp = add(encode::M3gLight{.color = 0x0000FF});
+        const encode::M3gRef group = add(encode::M3gGroup{.children = {lamp, morphing}});
+        add(encode::M3gWorld{.children = {plain, group, add(encode::M3gLight{.color = 0x00FF00}), skinned}});
+        return encodeScenePackage(scene_);
+    }
+
+private:
+    encode::M3gRef add(encode::M3gRecord record) { return scene_.add(std::move(record)); }
+    template <typename Record>
+    encode::M3gRef mesh(Record record) {
+        return add(record);
+    }
+    encode::M3gRef texture(uint8_t gray) {
+        const encode::M3gRef image = add(encode::M3gImage2D{.width = 1, .height = 1, .pixels = {gray, gray, gray}});
+        encode::M3gTexture2D texture = {.image = image, .blending = encode::M3gTextureBlending::Decal};
+        texture.transform.components = encode::M3gComponents{.scale = {3, 3, 3}};
+        return add(texture);
+    }
+    // Two triangles; the second begins at the height of the next part.
+    encode::M3gRef vertices(int part) {
+        encode::M3gVertexArray positions, texels{.componentCount = 2};
+        for (int triangle = 0; triangle < 2; ++triangle)
+            for (const auto& [x, y] : {std::pair{0, 0}, std::pair{9, 1}, std::pair{0, 9}}) {
+                positions.values.insert(positions.values.end(), {x, 100 * (part + triangle) + y, 0});
+                texels.values.insert(texels.values.end(), {x, y});
+            }
+        return add(encode::M3gVertexBuffer{
+            .defaultColor = 0x80FFFFFF, .positions = {add(positions)}, .texCoords = {{add(texels), 0.125f}}});
+    }
+    encode::M3gRef strip(uint32_t start = 0) {
+        return add(encode::M3gTriangleStripArray{.start = start, .strips = {3}});
+    }
+    encode::M3gRef appearance(int part, std::vector<encode::M3gRef> textures) {
+        encode::M3gCompositingMode mode;
+        if (part == Glass) mode = {.depthWrite = false, .blending = encode::M3gBlending::Alpha};
+        return add(
+            encode::M3gAppearance{.layer = int8_t(part),
+                                  .compositingMode = add(mode),
+                                  .fog = add(encode::M3gFog{.color = 0x123456}),
+                                  .polygonMode = add(encode::M3gPolygonMode{.culling = encode::M3gCulling::Front}),
+                                  .textures = std::move(textures)});
+    }
+    // Alpha falls from 1 to 0 in a second.
+    encode::M3gRef fading() {
+        const encode::M3gRef sequence = add(encode::M3gKeyframeSequence{.keyframes = {{0, {1}}, {1000, {0}}}});
+        const encode::M3gRef controller = add(encode::M3gAnimationController{});
+        return add(encode::M3gAnimationTrack{
+            .sequence = sequence, .controller = controller, .property = encode::M3gProperty::Alpha});
+    }
+
+    encode::M3gScene scene_;
+};
+
+std::vector<K8Figure*> figuresOf(K8Group* root) {
+    std::vector<K8Figure*> figures;
+    for (K8Handle** each = root->info->childData; *each; ++each)
+        if ((*each)->classId == K8_CLASS_FIGURE) figures.push_back(reinterpret_cast<K8Figure*>(*each));
+    std::ranges::sort(figures, {}, [](const K8Figure* figure) {  // plain, morphing, skinned
+        return reinterpret_cast<Mesh*>(figure->header.object)->classId;
+    });
+    return figures;
+}
+
+auto isAt(float s, float t) { return testing::ElementsAre(s, t, 0); }
+
+class SceneTest : public FigureTest {
+protected:
+    SceneTest() {
+        root = reinterpret_cast<K8Group*>(loadHandle(SceneFile().encode(), host.get()));
+        figures = figuresOf(root);
+        before = facts();
+    }
+    ~SceneTest() override { dispose(&root->header); }
+
+    std::vector<DrawnPart> drawScene() {
+        EXPECT_TRUE(K8Render_render3D(render, &content.params, &root->header, &content.place));
+        return flush();
+    }
+    void setFigure(size_t index, const std::function<void(K8FigureInfo&)>& change) {
+        K8FigureInfo info = *figures[index]->info;
+        change(info);
+        EXPECT_TRUE(K8Figure_setTmpData(figures[index], &info));
+    }
+    // The scene's textures 0 to 3 by their own names, then what K8 textures are bound as.
+    static std::string bindOf(const Object3D* texture) {
+        const LevelRecord* record = static_cast<const Texture2D*>(texture)->image->levelRecord;
+        return "glBindTexture(GL_TEXTURE_2D, " + std::to_string(record->textureName) + ")";
+    }
+    std::string sceneBind(size_t figure, int texture = 0) {
+        return bindOf(figures[figure]->info->loadedTextures[texture]->header.object);
+    }
+    // Everything about the scene's appearances that drawing touches.
+    std::vector<std::vector<const void*>> facts() {
+        std::vector<std::vector<const void*>> all;
+        auto* world = static_cast<Node*>(root->header.object);
+        SubtreeWalk walk = {world, world, 0};
+        do {
+            for (const Appearance* appearance : K8SceneChanges_appearancesOf(walk.node)) {
+                const CompositingMode& mode = *appearance->compositingMode;
+                const auto number = [](auto value) { return reinterpret_cast<const void*>(uintptr_t(value)); };
+                all.push_back({appearance->fog, appearance->textures[0], appearance->textures[1],
+                               appearance->textures[0] ? appearance->textures[0]->image : nullptr,
+                               number(mode.blending), number(mode.depthTestEnabled), number(mode.depthWriteEnabled),
+                               number(appearance->polygonMode->culling),
+                               number(appearance->polygonMode->perspectiveCorrectionEnabled),
+                               number(walk.node->alphaFactor * 1000)});
+            }
+        } while (qelSubtreeWalk_next(&walk));
+        return all;
+    }
+
+    K8Group* root;
+    std::vector<K8Figure*> figures;
+    std::vector<std::vector<const void*>> before;
+};
+
+// --- Scenes ---
+
+TEST_F(SceneTest, LooksAsItsAuthorMadeIt) {
+    K8GroupInfo info = *root->info;
+    info.frame = 250;  // milliseconds
+    ASSERT_TRUE(K8Group_setTmpData(root, &info));
+    const std::vector<DrawnPart> drawn = drawScene();
+    ASSERT_EQ(drawn.size(), 5u);
+    const auto part = [&](ScenePart which) -> const DrawnPart& { return firstOf(drawn, FigurePart(which)); };
+    constexpr const char* kDecal = "glTexEnvf(GL_TEXTURE_ENV, GL_TEXTURE_ENV_MODE, GL_DECAL)";
+    EXPECT_THAT(part(Plain).unit(0), ElementsAre(sceneBind(0), kDecal));
+    EXPECT_THAT(part(Glass).unit(0), IsEmpty());
+    EXPECT_THAT(part(Morphing).unit(0), ElementsAre(sceneBind(1), kDecal));
+    EXPECT_EQ(part(Morphing).unit(1).size(), 2u);
+    EXPECT_THAT(part(Skinned).unit(0), ElementsAre(sceneBind(2), kDecal));
+    EXPECT_THAT(part(InSkeleton).unit(0), ElementsAre(sceneBind(2, 1), kDecal));
+    EXPECT_THAT(part(Skinned).unit(1), IsEmpty());
+    EXPECT_THAT(part(Plain).draw.lookups[0][1], isAt(9 * 0.125f * 3, 1 * 0.125f * 3));  // its scale
+    EXPECT_FALSE(part(Plain).has("GL_FOG")) << "only the call's fog counts";
+    EXPECT_EQ(part(Glass).last("glColor4f"), "glColor4f(1, 1, 1, 0.376471)") << "0.75 of its alpha at that time";
+    EXPECT_EQ(part(Glass).last("glDepthMask"), "glDepthMask(0)");
+    EXPECT_EQ(part(Morphing).last("glDepthMask"), "glDepthMask(1)");
+    EXPECT_EQ(facts(), before);
+    EXPECT_EQ(drawScene().size(), 5u) << "once more";
+}
+
+TEST_F(SceneTest, TakesTexturesAndParametersFromTheHandles) {
+    encode::BmpImage image = {.width = 8, .height = 8, .bitsPerPixel = 24};
+    image.pixels.assign(64, {1, 2, 3});
+    auto* direct = reinterpret_cast<K8Texture*>(loadHandle(encodeBmp(image), host.get()));
+    StageContent::setMode(direct, 1, content.textures[2]);      // replaces, with a second map
+    figures[0]->info->loadedTextures[0] = content.textures[0];  // 8 bits: only the image is exchanged
+    figures[1]->info->loadedTextures[0] = direct;
+    setFigure(2, [](K8FigureInfo& info) {
+        info.loadedTextureCount = 0;
+        info.blendMode = K8_BLEND_ADDITIVE;
+        info.transparency = fixed(50);
+        info.perspectiveCorrection = 1;
+    });
+    K8Fog_setColor(content.fog, 0xFF0000);
+    content.params.fog = content.fog;
+    const std::vector<DrawnPart> drawn = drawScene();
+    ASSERT_EQ(drawn.size(), 5u);
+    const auto part = [&](ScenePart which) -> const DrawnPart& { return firstOf(drawn, FigurePart(which)); };
+    EXPECT_THAT(part(Plain).unit(0), ElementsAre(bindOf(content.textures[0]->header.object),
+                                                 "glTexEnvf(GL_TEXTURE_ENV, GL_TEXTURE_ENV_MODE, GL_DECAL)"));
+    EXPECT_THAT(part(Plain).draw.lookups[0][1], isAt(9 * 0.125f * 3, 1 * 0.125f * 3));
+    EXPECT_THAT(part(Morphing).unit(0), ElementsAre(bindOf(direct->header.object),
+                                                    "glTexEnvf(GL_TEXTURE_ENV, GL_TEXTURE_ENV_MODE, GL_REPLACE)"));
+    EXPECT_THAT(part(Morphing).unit(1), ElementsAre(bindOf(content.textures[2]->header.object),
+                                                    "glTexEnvf(GL_TEXTURE_ENV, GL_TEXTURE_ENV_MODE, GL_ADD)"));
+    EXPECT_THAT(part(Morphing).draw.lookups[0][1], isAt(9 * 0.125f, 1 * 0.125f)) << "no scale";
+    EXPECT_EQ(part(Morphing).draw.lookups[1], part(Morphing).draw.lookups[0]);
+    for (const ScenePart which : {Skinned, InSkeleton}) {
+        EXPECT_THAT(part(which).unit(0), ElementsAre(bindOf(render->context->whiteTexture), testing::_));
+        EXPECT_EQ(part(which).last("glBlendFunc"), "glBlendFunc(GL_SRC_ALPHA, GL_ONE)");
+        EXPECT_EQ(part(which).last("glDepthMask"), "glDepthMask(0)");
+        EXPECT_EQ(part(which).last("glColor4f"), "glColor4f(1, 1, 1, 0.247059)");
+        EXPECT_EQ(part(which).last("glHint"), "glHint(GL_PERSPECTIVE_CORRECTION_HINT, GL_NICEST)");
+    }
+    for (const DrawnPart& each : drawn) EXPECT_EQ(each.last("glFogfv"), "glFogfv(GL_FOG_COLOR, {1, 0, 0, 1})");
+    EXPECT_EQ(facts(), before);
+    K8Texture_destroy(direct);
+}
+
+TEST_F(SceneTest, LightsAreThoseOfTheHandles) {
+    const std::vector<DrawnPart> drawn = drawScene();
+    EXPECT_TRUE(drawn[0].has("GL_LIGHT0"));
+    EXPECT_TRUE(drawn[0].has("GL_LIGHT1"));
+    auto* world = static_cast<Node*>(root->header.object);
+    SubtreeWalk walk = {world, world, 0};
+    do EXPECT_NE(walk.node->classId, ClassId::Light);
+    while (qelSubtreeWalk_next(&walk));
+}
+
+TEST_F(SceneTest, BlendsWhereAFigureOrAnAppearanceDoes) {
+    uint32_t status = 9;
+    ASSERT_TRUE(K8Render_render3D(render, &content.params, &root->header, nullptr));
+    EXPECT_TRUE(K8Render_CheckAlphaBlend(render, &status)) << "the glass";
+    EXPECT_EQ(status, 0u);
+    ASSERT_TRUE(K8Render_clear3D(render));
+    ASSERT_TRUE(K8Render_render3D(render, &content.params, &figures[2]->header, nullptr));
+    EXPECT_FALSE(K8Render_CheckAlphaBlend(render, &status));
+}
+
+// --- Single meshes ---
+
+TEST_F(SceneTest, AMeshIsDrawnWithWhatItsOwnFigureSays) {
+    setFigure(0, [](K8FigureInfo& info) {
+        info.frame = 500;
+        info.blendMode = K8_BLEND_ALPHA;
+    });
+    figures[0]->info->loadedTextures[0] = content.textures[1];
+    StageContent::setMode(content.textures[1], 0, content.textures[2]);
+    ASSERT_TRUE(K8Render_render3D(render, &content.params, &figures[0]->header, &content.place));
+    const std::vector<DrawnPart> drawn = flush();
+    ASSERT_EQ(drawn.size(), 2u);
+    const DrawnPart& plain = drawn[0];
+    EXPECT_THAT(plain.unit(0), ElementsAre(bindOf(content.textures[1]->header.object),
+                                           "glTexEnvf(GL_TEXTURE_ENV, GL_TEXTURE_ENV_MODE, GL_MODULATE)"));
+    EXPECT_THAT(plain.unit(1), ElementsAre(bindOf(content.textures[2]->header.object),
+                                           "glTexEnvf(GL_TEXTURE_ENV, GL_TEXTURE_ENV_MODE, GL_ADD)"));
+    EXPECT_THAT(drawn[1].unit(0), IsEmpty());
+    EXPECT_EQ(plain.last("glCullFace"), "glCullFace(GL_BACK)");
+    EXPECT_EQ(plain.last("glColor4f"), "glColor4f(1, 1, 1, 0.247059)") << "half of it, at that time";
+    EXPECT_EQ(plain.last("glDepthMask"), "glDepthMask(0)");
+    EXPECT_EQ(facts(), before);
+}
+
+// --- Failure ---
+
+TEST(SceneDrawing, EveryAllocationMayFail) {
+    for (const bool isEngine : {true, false}) {
+        int32_t failAt = 0;
+        for (bool failed = true; failed && !testing::Test::HasFailure(); ++failAt) {
+            SCOPED_TRACE((isEngine ? "engine allocation " : "host allocation ") + std::to_string(failAt));
+            glRecorder.reset();
+            CountingHeap heap;
+            CountingAllocator host;
+            {
+                StageContent content(host.get());
+                auto* root = reinterpret_cast<K8Group*>(loadHandle(SceneFile().encode(), host.get()));
+                K8Render* render = K8Render_create(nullptr, host.get());
+                content.bind(render);
+                AllocationCounter& counter = isEngine ? static_cast<AllocationCounter&>(heap) : host;
+                counter.failAfter(failAt);
+                bool drawn = K8Render_render3D(render, &content.params, &root->header, nullptr) &&
+                             K8Render_render3D(render, &content.params, &figuresOf(root)[1]->header, nullptr);
+                if (!drawn) counter.failAfter(kNeverFail);
+                drawn = StageContent::flush(render) && drawn;
+                failed = counter.hasFailed() || !drawn;
+                EXPECT_EQ(drawn, !failed);
+                if (failed) {
+                    EXPECT_EQ(K8ErrStorage_getErrorStatus(), K8_ERR_OUT_OF_MEMORY);
+                }
+                counter.failAfter(kNeverFail);
+                EXPECT_TRUE(K8Render_render3D(render, &content.params, &root->header, nullptr));
+                EXPECT_TRUE(StageContent::flush(render));
+                K8Render_destroy(render);
+                dispose(&root->header);
+            }
+            EXPECT_EQ(host.liveBlocks(), 0);
+            EXPECT_EQ(heap.liveBlocks(), 0);
+            EXPECT_THAT(glRecorder.liveTextures, IsEmpty());
+        }
+        EXPECT_GT(failAt, 5);
+    }
+}
+
+}  // namespace
