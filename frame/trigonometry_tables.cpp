@@ -18,7 +18,7 @@ const std::array<SplitDouble, 17> kArctangentOfSixteenths = {{
     {0x1.4978fa3269ee1p-1, 0x1.24p-56},
     {0x1.5d58987169b18p-1, 0x1p-57},
     {0x1.700a7c5784634p-1, -0x1.8cp-56},
-    {0x1.819d0b7158a4dp-1, -0x1.cp-56},
+    {0x1.819d0b7158a4dp-1, -0x1.bfp-56},
     {0x1.921fb54442d18p-1, 0x1.1a8p-55},
 }};
 

@@ -293,11 +293,25 @@ std::array<Real, kCount> arcsinePolynomial() {
     return result;
 }
 
+// atan(i / 16) by Euler's series, whose terms for x = i / 16 shrink by x^2 / (1 + x^2), at most a half. In integers,
+// because the long double function of the C library comes from an instruction whose last bit differs between
+// processors.
+Real arctangentOfSixteenth(uint32_t i) {
+    constexpr int kFractionBits = 104;  // the largest factor of a term has 17 bits more
+    using Wide = unsigned __int128;
+    Wide term = (Wide(16 * i) << kFractionBits) / (256 + i * i), sum = 0;
+    for (uint32_t n = 0; term != 0; ++n) {
+        sum += term;
+        term = term * ((2 * n + 2) * i * i) / ((2 * n + 3) * (256 + i * i));
+    }
+    return std::ldexp(Real(sum), -kFractionBits);
+}
+
 void printTrigonometryTables() {
     printHead("frame/trigonometry_tables.h");
     std::printf("\nconst std::array<SplitDouble, 17> kArctangentOfSixteenths = {{\n");
-    for (int i = 0; i <= 16; ++i) {
-        const Real angle = std::atan(Real(i) / 16);
+    for (uint32_t i = 0; i <= 16; ++i) {
+        const Real angle = arctangentOfSixteenth(i);
         const double head = double(angle);
         std::printf("    {%a, %a},\n", head, double(angle - head));
     }
