@@ -29,9 +29,10 @@ struct LoaderContext {
     uint8_t reason;        // a LoadReason, or the engine's result code for an image or a child of a group
     uint32_t bytesRead;    // of the object being read
     uint32_t objectLimit;  // the table takes no more objects than that; 0: any number
-    // What objects hold, or will hold once they are drawn, beyond what the file spells out; and the length of the
-    // segments read so far, which it is held against.
-    uint64_t derivedBytes, segmentBytes;
+    // What objects take, or will take once they are drawn, beyond what the file spells out; and the length of the
+    // segments read so far, which all of that is held against.
+    uint64_t derivedBytes, textureBytes, derivedWork;
+    uint64_t segmentBytes;
 };
 
 LoaderContext* LoaderContext_create();  // null when memory runs out

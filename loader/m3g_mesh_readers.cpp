@@ -1,5 +1,5 @@
-// Meshes. The vertices that morphing and skinning make are accounted for when a mesh is read: meshes may share buffers,
-// but not what is made of them.
+// Meshes. What they make of buffers and strips is accounted for when a mesh is read: meshes may share both, but each
+// has deformed vertices of its own, and draws its strips itself.
 #include <span>
 
 #include "loader/m3g_fields.h"
@@ -21,11 +21,21 @@ struct SubmeshLists {
 
 constexpr uint32_t kSubmeshSize = 8;
 
+static uint64_t drawnVertexCountOf(const TriangleStripArray* strips) {
+    return uint64_t(strips->indices ? strips->indexCount : strips->indexLimit - strips->firstIndex);
+}
+
+// First uses count as well: a strip of consecutive vertices takes four bytes, however long it is.
+static void accountForDrawing(M3gReader* reader, const TriangleStripArray* strips) {
+    if (strips) M3gReader_deriveWork(reader, drawnVertexCountOf(strips));
+}
+
 static void readSubmeshes(M3gReader* reader, SubmeshLists& lists) {
     if (!lists.hasMemory()) return M3gReader_failOutOfMemory(reader);
-    for (uint32_t i = 0; i < lists.strips.count; ++i) {
+    for (uint32_t i = 0; i < lists.strips.count && M3gReader_isIntact(reader); ++i) {
         lists.strips.data[i] = M3gReader_readRequired<TriangleStripArray>(reader, ClassId::TriangleStripArray);
         lists.appearances.data[i] = M3gReader_readOptional<Appearance>(reader, ClassId::Appearance);
+        accountForDrawing(reader, lists.strips.data[i]);
     }
 }
 
@@ -70,9 +80,11 @@ static uint64_t byteCountOf(const VertexBuffer* buffer) {
     return count;
 }
 
-// A buffer as large as the base one, into which every target goes, be it the same one again and again.
+// One buffer as large as the base one, into which every target goes, be it the same one again and again.
 static void accountForMorphing(M3gReader* reader, const VertexBuffer* base, uint32_t targetCount) {
-    M3gReader_deriveBytes(reader, byteCountOf(base) * (uint64_t(targetCount) + 1));
+    const uint64_t byteCount = byteCountOf(base);
+    M3gReader_deriveBytes(reader, byteCount);
+    M3gReader_deriveWork(reader, byteCount * targetCount);
 }
 
 Object3D* M3gReader_readMorphingMesh(M3gReader* reader) {
@@ -117,6 +129,8 @@ static void readBinding(M3gReader* reader, SkinnedMesh* mesh) {
 static void readBindings(M3gReader* reader, SkinnedMesh* mesh) {
     constexpr uint32_t kBindingSize = 16;
     const uint32_t count = M3gReader_readCount(reader, kBindingSize);
+    if (!M3gReader_isIntact(reader)) return;
+    M3gReader_require(reader, qelSkinnedMesh_reserveBindings(mesh, int32_t(count)));
     for (uint32_t i = 0; i < count && M3gReader_isIntact(reader); ++i) readBinding(reader, mesh);
 }
 

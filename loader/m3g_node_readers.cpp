@@ -87,6 +87,11 @@ Object3D* M3gReader_readLight(M3gReader* reader) {
     return M3gFields_complete(reader, fields, light);
 }
 
+// Every sprite has a texture of its own, however many share the image.
+static void accountForTexture(M3gReader* reader, const Image2D* image) {
+    M3gReader_deriveTexture(reader, uint64_t(image->width) * uint64_t(image->height));
+}
+
 Object3D* M3gReader_readSprite3D(M3gReader* reader) {
     const M3gNodeFields fields = M3gFields_readNode(reader);
     auto* image = M3gReader_readRequired<Image2D>(reader, ClassId::Image2D);
@@ -94,6 +99,8 @@ Object3D* M3gReader_readSprite3D(M3gReader* reader) {
     const bool isScaled = M3gReader_readBoolean(reader);
     const int32_t x = readInt32(reader->stream), y = readInt32(reader->stream);
     const int32_t width = readInt32(reader->stream), height = readInt32(reader->stream);
+    if (!M3gReader_isIntact(reader)) return nullptr;
+    accountForTexture(reader, image);
     if (!M3gReader_isIntact(reader)) return nullptr;
     Result result;
     Sprite3D* sprite = qelSprite3D_create(isScaled, image, appearance, &result);

@@ -90,7 +90,8 @@ bool M3gObjects_parseSequence(LoaderContext* context, SegmentStream* stream, uin
 }
 
 bool M3gObjects_parseSegment(LoaderContext* context, const uint8_t* bytes, uint32_t length) {
-    if (context->status == QEL_STATUS_OK && length < kCheckSumSize) {
+    if (context->status != QEL_STATUS_OK) return false;
+    if (length < kCheckSumSize) {
         context->status = kStatusCorruptData;
         context->reason = uint8_t(LoadReason::ObjectLength);
         return false;

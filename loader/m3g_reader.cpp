@@ -44,17 +44,38 @@ uint32_t M3gReader_readCount(M3gReader* reader, uint32_t bytesPerElement) {
     return 0;
 }
 
+struct Budget {
+    uint64_t floor, perByte;  // what any file may take, and what each of its bytes adds
+};
+
 // Sixteen times the file, and for small files as much as the largest blank image takes. Scenes that share their buffers
 // and images among dozens of meshes and textures stay far below.
-constexpr uint64_t kDerivedPerByte = 16, kDerivedFloor = 16 << 20;
+constexpr Budget kMemoryBudget = {16 << 20, 16};
+// Hundreds of sprites over one image of 256 x 256, and a few over the largest.
+constexpr Budget kTextureBudget = {64 << 20, 16};
+// Work takes time but no memory, and scenes that draw one model a thousand times are common. The floor draws the
+// largest strips that there are a thousand times.
+constexpr Budget kWorkBudget = {64 << 20, 64};
 
-void M3gReader_deriveBytes(M3gReader* reader, uint64_t count) {
-    LoaderContext* context = reader->context;
-    const uint64_t limit = kDerivedFloor + kDerivedPerByte * context->segmentBytes;
-    if (count > limit - context->derivedBytes)
+static void spend(M3gReader* reader, const Budget& budget, uint64_t& spent, uint64_t count) {
+    const uint64_t limit = budget.floor + budget.perByte * reader->context->segmentBytes;
+    if (count > limit - spent)
         M3gReader_fail(reader, LoadReason::ObjectFailed);
     else
-        context->derivedBytes += count;
+        spent += count;
+}
+
+void M3gReader_deriveBytes(M3gReader* reader, uint64_t count) {
+    spend(reader, kMemoryBudget, reader->context->derivedBytes, count);
+}
+
+void M3gReader_deriveTexture(M3gReader* reader, uint64_t texels) {
+    constexpr uint64_t kBytesPerTexel = 4;  // the most that a renderer keeps, whatever the image's format
+    spend(reader, kTextureBudget, reader->context->textureBytes, texels * kBytesPerTexel);
+}
+
+void M3gReader_deriveWork(M3gReader* reader, uint64_t count) {
+    spend(reader, kWorkBudget, reader->context->derivedWork, count);
 }
 
 // --- References ---

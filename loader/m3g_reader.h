@@ -31,9 +31,12 @@ Object3D* M3gReader_failCreation(M3gReader* reader, Result result = QEL_STATUS_O
 // Reads a count of elements that take at least so many bytes each; 0, and a failure, when fewer bytes are left.
 uint32_t M3gReader_readCount(M3gReader* reader, uint32_t bytesPerElement);
 
-// A few bytes can ask for much: a blank image, mipmaps of a shared image, deformed vertices of a shared buffer.
-// Accounts for so many bytes that the file does not contain, and fails when they are out of all proportion to it.
-void M3gReader_deriveBytes(M3gReader* reader, uint64_t count);
+// A few bytes can ask for much: a blank image, mipmaps of a shared image, deformed vertices of a shared buffer. Each of
+// these accounts for what the file does not contain, and fails when it is out of all proportion to it.
+
+void M3gReader_deriveBytes(M3gReader* reader, uint64_t count);     // of memory
+void M3gReader_deriveTexture(M3gReader* reader, uint64_t texels);  // that an object does not share with others
+void M3gReader_deriveWork(M3gReader* reader, uint64_t count);      // vertices drawn and bytes morphed in a frame
 
 // --- References ---
 

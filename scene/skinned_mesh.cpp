@@ -186,12 +186,16 @@ static bool isInSkeleton(const SkinnedMesh* mesh, const Node* bone) {
     return bone->parent && mesh->skeleton && qelNode_isAncestor(mesh->skeleton, bone);
 }
 
-static bool reserveBinding(SkinnedMesh* mesh) {
-    if (mesh->bindingCount < mesh->bindingCapacity) return true;
-    const int32_t capacity = grownCapacity(mesh->bindingCapacity);
-    if (!growArray(mesh->bindings, capacity)) return false;
+Result qelSkinnedMesh_reserveBindings(SkinnedMesh* mesh, int32_t capacity) {
+    if (capacity <= mesh->bindingCapacity) return QEL_STATUS_OK;
+    if (!growArray(mesh->bindings, capacity)) return QEL_STATUS_OUT_OF_MEMORY;
     mesh->bindingCapacity = capacity;
-    return true;
+    return QEL_STATUS_OK;
+}
+
+static Result reserveBinding(SkinnedMesh* mesh) {
+    if (mesh->bindingCount < mesh->bindingCapacity) return QEL_STATUS_OK;
+    return qelSkinnedMesh_reserveBindings(mesh, grownCapacity(mesh->bindingCapacity));
 }
 
 Result qelSkinnedMesh_addTransform(SkinnedMesh* mesh, Node* bone, int32_t weight, int32_t firstVertex,
@@ -202,7 +206,8 @@ Result qelSkinnedMesh_addTransform(SkinnedMesh* mesh, Node* bone, int32_t weight
     const auto index = int32_t(std::ranges::find(bones, bone) - bones.begin());
     const bool isNew = index == mesh->boneCount;
     if (isNew && !isInSkeleton(mesh, bone)) return QEL_STATUS_ILLEGAL_ARGUMENT;
-    if (!reserveBinding(mesh)) return QEL_STATUS_OUT_OF_MEMORY;
+    const Result reserved = reserveBinding(mesh);
+    if (reserved != QEL_STATUS_OK) return reserved;
     if (isNew) {
         const Result appended = appendBone(mesh, bone);
         if (appended != QEL_STATUS_OK) return appended;

@@ -51,6 +51,8 @@ void qelSkinnedMesh_initEmpty(SkinnedMesh* mesh);
 void qelSkinnedMesh_finalise(SkinnedMesh* mesh);
 Result qelSkinnedMesh_addTransform(SkinnedMesh* mesh, Node* bone, int32_t weight, int32_t firstVertex,
                                    int32_t vertexCount);
+// Makes room for so many bindings in all, for callers that know how many they add.
+Result qelSkinnedMesh_reserveBindings(SkinnedMesh* mesh, int32_t capacity);
 
 // Makes skinnedBuffer and its arrays, or brings them to the shape and attributes of the base buffer. The first step of
 // skinning; also makes a figure's output, whose normals keep their length.

@@ -1,5 +1,5 @@
 // Scenes made to cost more than they are worth. What their objects share may cost memory and time for each that shares
-// it, up to 16 MiB and 16 times the file; everything else stays within the share of other content.
+// it, in proportion to the file and to a floor; everything else stays within the share of other content.
 #include <gtest/gtest.h>
 
 #include <ctime>
@@ -56,6 +56,24 @@ ByteList blankImages(uint32_t count, uint32_t width, uint32_t height) {
         sprites.push_back(scene.add(M3gSprite3D{.image = image, .cropWidth = 1, .cropHeight = 1}));
     }
     return finish(scene, sprites);
+}
+
+ByteList spritesOverOneImage(uint32_t count, uint32_t side) {
+    M3gScene scene;
+    const M3gRef image =
+        scene.add(M3gImage2D{.format = M3gImageFormat::Rgba, .isMutable = true, .width = side, .height = side});
+    Refs sprites;
+    while (sprites.size() < count)
+        sprites.push_back(scene.add(M3gSprite3D{.image = image, .cropWidth = 1, .cropHeight = 1}));
+    return finish(scene, sprites);
+}
+
+ByteList submeshesOfOneStrip(uint32_t count) {
+    SharedMesh s(3);
+    const M3gRef longest = s.scene.add(M3gTriangleStripArray{.strips = {65535}});
+    M3gMesh mesh{.vertices = s.vertices, .submeshes = std::vector(count, M3gSubmesh{longest, {}})};
+    mesh.submeshes.push_back({s.strips, {}});
+    return finish(s.scene, {s.scene.add(mesh)});
 }
 
 ByteList mipmapsOfOneImage(uint32_t textureCount) {
@@ -157,6 +175,10 @@ std::vector<HostileScene> hostileScenes() {
     return {{"the largest blank image", blankImages(1, 2048, 2048), true},
             {"a blank image that is too wide", blankImages(1, 2049, 1), false},
             {"many blank images", blankImages(300, 256, 256), false},
+            {"sprites over one image", spritesOverOneImage(200, 256), true},
+            {"too many sprites over one image", spritesOverOneImage(1000, 2048), false},
+            {"submeshes of one strip", submeshesOfOneStrip(1000), true},
+            {"too many submeshes of one strip", submeshesOfOneStrip(100000), false},
             {"mipmaps of one image", mipmapsOfOneImage(50), true},
             {"too many mipmaps of one image", mipmapsOfOneImage(300), false},
             {"buffers over one array of normals", buffersOverOneArray(250), true},
@@ -164,8 +186,8 @@ std::vector<HostileScene> hostileScenes() {
             {"skins of one buffer", skinsOfOneBuffer(30, 3), true},
             {"too many skins of one buffer", skinsOfOneBuffer(300, 1), false},
             {"bindings over each other", skinsOfOneBuffer(1, 2500), false},
-            {"morphs to one buffer", morphsToOneBuffer(200), true},
-            {"too many morphs to one buffer", morphsToOneBuffer(500), false},
+            {"morphs to one buffer", morphsToOneBuffer(1000), true},
+            {"too many morphs to one buffer", morphsToOneBuffer(1500), false},
             {"groups in groups", nestedGroups(), true},
             {"lights at every depth", lightsAtEveryDepth(), true},
             {"bones at every depth", bonesAtEveryDepth(30000), true},

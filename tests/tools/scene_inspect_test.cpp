@@ -158,6 +158,28 @@ M3gScene blankImages(uint32_t count) {
     return scene;
 }
 
+M3gScene spritesOverOneImage(uint32_t count) {
+    M3gScene scene = blankImages(1);
+    scene.objects.pop_back();
+    M3gWorld world{.children = {{1}}};
+    while (world.children.size() < count) world.children.push_back(scene.add(M3gSprite3D{.image = {0}}));
+    scene.add(world);
+    return scene;
+}
+
+M3gScene morphOfOneStrip(uint32_t submeshCount, uint32_t targetCount, const std::vector<uint32_t>& indices) {
+    M3gScene scene;
+    const M3gRef positions = scene.add(M3gVertexArray{.values = std::vector<int32_t>(30000)});
+    const M3gRef buffer = scene.add(M3gVertexBuffer{.positions = {positions}});
+    const uint32_t length = indices.empty() ? 65535 : uint32_t(indices.size());
+    const M3gRef strip = scene.add(M3gTriangleStripArray{.indices = indices, .strips = {length}});
+    const M3gRef mesh = scene.add(M3gMorphingMesh{.vertices = buffer,
+                                                  .submeshes = std::vector(submeshCount, M3gSubmesh{strip}),
+                                                  .targets = std::vector(targetCount, M3gMorphTarget{buffer})});
+    scene.add(M3gWorld{.children = {mesh}});
+    return scene;
+}
+
 M3gScene withBone(const M3gTransform& transform) {
     RichScene rich = richScene();
     recordOf<M3gGroup>(rich.scene, rich.bone).node.transform = transform;
@@ -184,6 +206,14 @@ TEST(SceneInspector, AgreesWithTheLibraryOnWhatNoFieldDecides) {
         {"66 textures", withSubmeshes(33)},
         {"", blankImages(1)},
         {"the blank image takes", blankImages(2)},
+        {"", spritesOverOneImage(4)},
+        {"the sprite takes", spritesOverOneImage(5)},
+        {"", morphOfOneStrip(1000, 1, {})},
+        {"drawing takes", morphOfOneStrip(1500, 1, {})},
+        {"", morphOfOneStrip(1000, 1, std::vector<uint32_t>(20000))},
+        {"drawing takes", morphOfOneStrip(1500, 1, std::vector<uint32_t>(20000))},
+        {"", morphOfOneStrip(1, 1000, {})},
+        {"morphing takes", morphOfOneStrip(1, 1500, {})},
         {"expected a single World", {.objects = {M3gWorld{}, M3gWorld{}}}},
         {"expected that of a World", {.objects = {M3gGroup{}}}},
     };

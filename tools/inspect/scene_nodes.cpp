@@ -152,6 +152,8 @@ static SceneSprite readSprite(ObjectReader& o) {
     out.image = o.required("the image", SceneType::Image2D);
     out.appearance = o.optional("the appearance", SceneType::Appearance);
     out.isScaled = o.flag("the scaled flag");
+    const auto& image = o.scene.contentOf<SceneImage>(out.image);
+    o.deriveTexture("the sprite", uint64_t(image.width) * image.height);
     for (size_t i = 0; i < 4; ++i) {
         out.crop[i] = o.i32("the crop rectangle");
         o.in.expect(i < 2 || out.crop[i] <= kMaxSide, "a side of the crop rectangle", out.crop[i], "at most 2048");
@@ -160,6 +162,11 @@ static SceneSprite readSprite(ObjectReader& o) {
 }
 
 // --- Meshes ---
+
+static uint64_t drawnVertexCountOf(const SceneTriangleStrips& strips) {
+    if (strips.hasIndices) return 3 * uint64_t(strips.triangleCount);
+    return uint64_t(strips.lastIndex) + 1 - strips.firstIndex;
+}
 
 static void readMeshFields(ObjectReader& o, SceneMesh& mesh) {
     readNode(o);
@@ -170,6 +177,7 @@ static void readMeshFields(ObjectReader& o, SceneMesh& mesh) {
         SceneSubmesh& submesh = mesh.submeshes.emplace_back();
         submesh.strips = o.required("a submesh's triangle strips", SceneType::TriangleStripArray);
         submesh.appearance = o.optional("a submesh's appearance", SceneType::Appearance);
+        o.deriveWork("drawing", drawnVertexCountOf(o.scene.contentOf<SceneTriangleStrips>(submesh.strips)));
     }
 }
 
@@ -193,7 +201,8 @@ static SceneMorphingMesh readMorphingMesh(ObjectReader& o) {
     const auto& base = o.scene.contentOf<SceneVertexBuffer>(out.vertices);
     uint64_t bytes = arrayBytes(o, base.positions) + arrayBytes(o, base.normals) + arrayBytes(o, base.colors);
     for (const uint32_t array : base.texCoords) bytes += arrayBytes(o, array);
-    o.deriveBytes("morphing", bytes * (uint64_t(count) + 1));
+    o.deriveBytes("the morphed buffer", bytes);
+    o.deriveWork("morphing", bytes * count);
     for (uint32_t i = 0; i < count; ++i) {
         SceneMorphTarget& target = out.targets.emplace_back();
         target.vertices = o.required("a morph target", SceneType::VertexBuffer);

@@ -90,13 +90,40 @@ uint32_t ObjectReader::reference(const char* field, SceneTypes types, bool mayBe
     return referred;
 }
 
+// --- Budgets ---
+
+namespace {
+
+struct Budget {
+    const char* unit;
+    uint64_t floor, perByte;  // what any file may take, and what each of its bytes adds
+};
+
+}  // namespace
+
+constexpr Budget kMemoryBudget = {"bytes", 16 << 20, 16};
+constexpr Budget kTextureBudget = {"bytes of textures", 64 << 20, 16};
+constexpr Budget kWorkBudget = {"steps of a frame", 64 << 20, 64};
+
+static void spend(const ObjectReader& o, const Budget& budget, uint64_t& spent, const char* what, uint64_t count) {
+    const uint64_t left = budget.floor + budget.perByte * o.scene.objectBytes - spent;
+    if (count > left)
+        o.in.reject(std::string(what) + " takes " + std::to_string(count) + " " + budget.unit +
+                    ", expected at most the " + std::to_string(left) + " that are left for a file of this size");
+    spent += count;
+}
+
 void ObjectReader::deriveBytes(const char* what, uint64_t count) {
-    constexpr uint64_t kFloor = 16 << 20, kPerByte = 16;
-    const uint64_t limit = kFloor + kPerByte * scene.objectBytes;
-    if (count > limit - scene.derivedBytes)
-        in.reject(std::string(what) + " takes " + std::to_string(count) + " bytes, expected at most the " +
-                  std::to_string(limit - scene.derivedBytes) + " that are left for a file of this size");
-    scene.derivedBytes += count;
+    spend(*this, kMemoryBudget, scene.derivedBytes, what, count);
+}
+
+void ObjectReader::deriveTexture(const char* what, uint64_t texels) {
+    constexpr uint64_t kBytesPerTexel = 4;
+    spend(*this, kTextureBudget, scene.textureBytes, what, texels * kBytesPerTexel);
+}
+
+void ObjectReader::deriveWork(const char* what, uint64_t count) {
+    spend(*this, kWorkBudget, scene.derivedWork, what, count);
 }
 
 // --- What all objects have ---

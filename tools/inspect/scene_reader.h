@@ -21,7 +21,8 @@ struct SceneReader {
     SceneSummary out;
     std::vector<SceneValues> values;  // of the objects, by their place
     uint64_t objectBytes = 0;         // of all sections so far
-    uint64_t derivedBytes = 0;        // see ObjectReader::deriveBytes
+    // See ObjectReader::deriveBytes and what follows it.
+    uint64_t derivedBytes = 0, textureBytes = 0, derivedWork = 0;
 
     const SceneObject& at(uint32_t number) const { return out.at(number); }
     SceneNode& nodeOf(uint32_t number) { return *out.objects[number - kFirstSceneNumber].node; }
@@ -73,9 +74,11 @@ struct ObjectReader {
     uint32_t optional(const char* field, SceneTypes types) { return reference(field, types, true); }
     uint32_t reference(const char* field, SceneTypes types, bool mayBeNone);
 
-    // Accounts for memory and time that an object takes beyond its bytes, such as vertices made by skinning, and
-    // rejects what is out of proportion to the file.
+    // Account for what an object takes beyond its bytes, such as vertices made by skinning, and reject what is out of
+    // proportion to the file.
     void deriveBytes(const char* what, uint64_t count);
+    void deriveTexture(const char* what, uint64_t texels);
+    void deriveWork(const char* what, uint64_t count);  // vertices drawn and bytes morphed in a frame
 
     std::string describe(uint32_t number) const;  // "object 5 (Mesh)"
 };
