@@ -1,3 +1,5 @@
+#include "frame/group_handle.h"
+
 #include "frame/allocator.h"
 #include "frame/error_status.h"
 #include "frame/handle.h"
@@ -12,29 +14,41 @@ void K8Group_destroy(K8Group* handle) {
     K8Handle_destroy(&handle->header, sizeof *handle);
 }
 
-// Releases what the record owns and zeroes it. What the record to come names again stays. The transform is the record's
-// where the loader put it there.
+// A record with what the host cannot see: the transform that the loader made, whatever the host names since.
+struct GroupRecord {
+    K8GroupInfo info;
+    K8Transform* ownTransform;
+};
+
+static GroupRecord* recordOf(K8Group* handle) { return reinterpret_cast<GroupRecord*>(handle->info); }
+
+// Releases what the record owns and zeroes it. What the record to come names again stays.
 static void clearRecord(K8Group* handle, const K8GroupInfo* next) {
     K8GroupInfo* info = handle->info;
     if (!next || next->childHandles != info->childHandles)
         K8Allocator_free(handle->header.allocator, info->childHandles);
     if (!next || next->childData != info->childData) K8Allocator_free(handle->header.allocator, info->childData);
-    if (info->flag && (!next || next->transform != info->transform)) K8Transform_destroy(info->transform);
-    *info = {};
+    K8Transform* own = recordOf(handle)->ownTransform;
+    const bool keepsOwn = next && next->transform == own;
+    if (!keepsOwn) K8Transform_destroy(own);
+    *recordOf(handle) = {{}, keepsOwn ? own : nullptr};
 }
 
 bool K8Group_setTmpData(K8Group* handle, const K8GroupInfo* info) {
     if (!handle || !info) return K8ErrStorage_fail();
-    K8GroupInfo record = *info;  // `info` may be the handle's own
-    if (handle->info) {
-        if (handle->info->flag && handle->info->transform != record.transform) record.flag = 0;
-        clearRecord(handle, &record);
-    }
-    auto* own = static_cast<K8GroupInfo*>(K8Handle_ensureInfo(&handle->header, handle->info, sizeof record));
+    const K8GroupInfo record = *info;  // `info` may be the handle's own
+    if (handle->info) clearRecord(handle, &record);
+    auto* own = static_cast<K8GroupInfo*>(K8Handle_ensureInfo(&handle->header, handle->info, sizeof(GroupRecord)));
     if (!own) return false;
     *own = record;
     handle->info = own;
     return true;
+}
+
+K8Transform* K8Group_makeOwnTransform(K8Group* handle) {
+    GroupRecord* record = recordOf(handle);
+    if (!record->ownTransform) record->ownTransform = K8Transform_create(nullptr, handle->header.allocator);
+    return record->info.transform = record->ownTransform;
 }
 
 void K8Group_clearTmpData(K8Group* handle) {

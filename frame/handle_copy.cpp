@@ -77,6 +77,11 @@ static T* startHandle(TreeCopy& copy, const K8Handle* source, RecordKind kind, v
     return handle;
 }
 
+// Whether a pointer to some kind of handle points to one of that kind: a host casts what a load returns. Null does.
+static bool isOfClass(const void* handle, int16_t classId) {
+    return !handle || static_cast<const K8Handle*>(handle)->classId == classId;
+}
+
 static bool copyHeaderOnly(TreeCopy& copy, const CopyWork& work) {
     if (work.source->classId == K8_CLASS_FOG)
         return startHandle<K8Fog>(copy, work.source, RecordKind::Fog, work.destination);
@@ -97,7 +102,10 @@ static bool copyFigure(TreeCopy& copy, const CopyWork& work) {
     handle->info = info;
     const uint32_t count = source->loadedTextureCount;
     for (uint32_t i = 0; i < count; ++i)
-        if (!source->loadedTextures || !source->loadedTextures[i]) return K8ErrStorage_fail();
+        if (!source->loadedTextures || !source->loadedTextures[i] ||
+            !isOfClass(source->loadedTextures[i], K8_CLASS_TEXTURE))
+            return K8ErrStorage_fail();
+    if (!isOfClass(source->loadedAction, K8_CLASS_ACTION_TABLE)) return K8ErrStorage_fail();
     if (!allocArray(copy, count, &info->loadedTextures)) return false;
     for (uint32_t i = 0; i < count; ++i)
         if (!queueCopy(copy, &source->loadedTextures[i]->header, &info->loadedTextures[i])) return false;
@@ -117,6 +125,7 @@ static bool copyTexture(TreeCopy& copy, const CopyWork& work) {
     handle->info = info;
     const K8Texture* secondMap = texture->info->secondMap;
     if (!secondMap) return true;
+    if (!isOfClass(secondMap, K8_CLASS_TEXTURE)) return K8ErrStorage_fail();
     // A second map is only looked through, so its copy has no loaded info of its own.
     auto* second = startHandle<K8Texture>(copy, &secondMap->header, RecordKind::Texture, &info->secondMap);
     if (second) second->keepsBlending = secondMap->keepsBlending;
@@ -145,6 +154,7 @@ static bool copyPrimitive(TreeCopy& copy, const CopyWork& work) {
     info->texture = nullptr;
     for (int32_t*& values : info->values) values = nullptr;
     handle->info = info;
+    if (!isOfClass(source->texture, K8_CLASS_TEXTURE)) return K8ErrStorage_fail();
     for (int i = 0; i < 5; ++i) {
         if (source->counts[i] && !source->values[i]) return K8ErrStorage_fail();
         if (!allocArray(copy, source->counts[i], &info->values[i])) return false;

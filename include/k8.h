@@ -250,7 +250,7 @@ K8_API void K8Texture_clearTmpData(K8Texture *handle);
 enum {
     K8_BLEND_NONE = 0,
     K8_BLEND_ALPHA = 32,   /* source alpha over destination */
-    K8_BLEND_ADDITIVE = 64 /* source, weighted by its alpha, added to destination */
+    K8_BLEND_ADDITIVE = 64 /* source added to destination, weighted by its alpha but in points, lines and sprites */
 };
 
 typedef struct K8FigureInfo {
@@ -371,7 +371,7 @@ typedef struct K8GroupInfo {
     K8Handle **childData;      /* owned array that the loader attaches to the root of what it made: every other
                                 * handle of the load, null-terminated; null on the other groups. To dispose of a
                                 * loaded tree, destroy each of them and then the root */
-    uint8_t flag;              /* 1 on groups that the loader made, until a host exchanges the transform */
+    uint8_t flag;              /* 1 on groups that the loader made; carried */
 } K8GroupInfo;
 
 typedef struct K8Group {
@@ -650,6 +650,7 @@ K8_API bool K8Render_bind(K8Render *handle, void *target, int32_t width, int32_t
  *   textures   what the figures list in `loadedTextures` takes the places of the scene's textures in the same order;
  *              where too few are listed, white does. Of an 8-bit image loaded as a K8 texture only the image is
  *              exchanged, the settings and the animation of the scene's texture stay
+ *              Submeshes that share an appearance share what is set last
  *   lights     the handles count; the scene's own light nodes are taken out of the scene
  *   fog        that of the call, or none, takes the place of the scene's
  * Values that drawing changes in the scene are put back. Cameras and the background of a scene are not used.
@@ -658,7 +659,9 @@ K8_API bool K8Render_bind(K8Render *handle, void *target, int32_t width, int32_t
  * Fails with false, queueing nothing, for null arguments (but transform), for a light of the block without loaded info,
  * for a handle of another class, and for a tree of more than 65535 groups or 1048576 children, each counted as often as
  * it is met. Fails with K8_ERR_OUT_OF_MEMORY also when the list would hold more than 2048 items and when groups are
- * nested more than 2048 deep, as one that contains itself is. May be called while unbound. */
+ * nested more than 2048 deep, as one that contains itself is; and when the copies of one list come to more than 2048
+ * handles of a family. A figure with an empty place in `loadedTextures` fails, as does a handle of the wrong family in
+ * place of a texture, action table, light or fog. May be called while unbound. */
 K8_API bool K8Render_render3D(K8Render *handle, const K8RenderParams *params, K8Handle *object,
                               const K8Transform *transform);
 

@@ -6,6 +6,7 @@
 
 #include "frame/allocator.h"
 #include "frame/fixed_point.h"
+#include "frame/group_handle.h"
 #include "loader/package_record.h"
 #include "loader/scene_package.h"
 
@@ -170,10 +171,10 @@ static bool makeGroups(Package& package) {
 }
 
 // A group that is placed more than once has the transform of the last place.
-static bool placeGroup(const Package& package, K8GroupInfo* info, const float* elements) {
-    if (!info->transform) info->transform = K8Transform_create(nullptr, package.allocator);
-    K8Transform_setAll(info->transform, elements);
-    return info->transform;
+static bool placeGroup(K8Group* group, const float* elements) {
+    K8Transform* transform = K8Group_makeOwnTransform(group);
+    K8Transform_setAll(transform, elements);
+    return transform;
 }
 
 static bool fillGroup(const Package& package, const PackageGroup& record, K8GroupInfo* info) {
@@ -190,7 +191,7 @@ static bool fillGroup(const Package& package, const PackageGroup& record, K8Grou
         }
         K8Group* group = package.groups.data[child.index];
         info->childHandles[c] = &group->header;
-        if (child.kind == ChildKind::PlacedGroup && !placeGroup(package, group->info, child.elements)) return false;
+        if (child.kind == ChildKind::PlacedGroup && !placeGroup(group, child.elements)) return false;
     }
     return true;
 }

@@ -33,7 +33,7 @@ bool K8CallLights_start(K8RenderContext* context, const K8RenderParams& params) 
     const int32_t count = params.lightCount < context->maxLights ? params.lightCount : context->maxLights;
     for (int32_t i = 0; i < count; ++i) {
         const K8Light* light = params.lights ? params.lights[i] : nullptr;
-        if (!light || !light->header.object || !light->info) return false;
+        if (!light || light->header.classId != K8_CLASS_LIGHT || !light->header.object || !light->info) return false;
         context->lights[i] = static_cast<Light*>(light->header.object);
         K8Transform* transform = context->lightTransforms[i];
         K8Transform_set(transform, params.viewingTransform ? params.viewingTransform->elements : nullptr);

@@ -48,7 +48,9 @@ static void applyToAppearances(FigureMesh* figure, const K8FigureInfo& info, Fog
 static void restoreAppearances(FigureMesh* figure) {
     for (int32_t i = figure->submeshCount - 1; i >= 0; --i) {
         Appearance* appearance = figure->appearances[i];
-        if (appearance && appearance->compositingMode)
+        if (!appearance) continue;
+        qelAppearance_setFog(appearance, nullptr);  // the item's, which goes with it
+        if (appearance->compositingMode)
             qelCompositingMode_setBlending(appearance->compositingMode, int32_t(figure->rendererWords[0][i]));
     }
 }

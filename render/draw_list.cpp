@@ -147,6 +147,7 @@ static bool queueTree(QueueCall* call, const K8Handle* object, const K8Transform
     const K8Fog* fog;
     if (!K8DrawTree_gather(context, object, placed, &fog)) return false;
     if (!fog) fog = call->params->fog;
+    if (fog && fog->header.classId != K8_CLASS_FOG) return K8ErrStorage_fail();
     if (fog && fog->header.object) {
         call->fog = static_cast<Fog*>(qelObject3D_duplicate(fog->header.object));
         if (!call->fog) return K8ErrStorage_failOutOfMemory();

@@ -22,24 +22,33 @@ static bool isMesh(const Object3D* object) {
 
 // --- Textures ---
 
-// A second map is laid over a mesh with the coordinates of its first texture. Targets without coordinates of their own take
-// the base's, but a morphed buffer has to be made again with them.
+// A second map is laid over a mesh with the coordinates of its first texture. Targets without coordinates of their
+// own take the base's, but a morphed buffer has to be made again with them.
 static void ensureSecondCoordinates(Mesh* mesh) {
-    if (!mesh->vertexBuffer || mesh->vertexBuffer->texCoords[1]) return;
     K8FigureParameters_ensureSecondCoordinates(mesh->vertexBuffer);
-    if (mesh->classId == ClassId::MorphingMesh) static_cast<MorphingMesh*>(mesh)->weightsChanged = 1;
+    if (mesh->classId != ClassId::MorphingMesh) return;
+    auto* morphing = static_cast<MorphingMesh*>(mesh);
+    if (!morphing->morphedBuffer || !morphing->morphedBuffer->texCoords[1]) morphing->weightsChanged = 1;
 }
 
-// A palette image that was loaded as a K8 texture takes the place of the image that the scene's texture has, whose settings
-// stay; its coordinates are the scene's. So are those of any other texture, which therefore loses the scale of figures. A
-// texture that came with the scene is put in as its author made it.
+// A texture of the host's own gets the blending of its info, and loses the scale that figures and sprites give it: the
+// coordinates are the scene's.
+static void prepareTexture(const K8Texture* handle) {
+    if (handle->keepsBlending) return;
+    K8FigureParameters_applyTextureMode(handle);
+    qelTransformable_setScale(static_cast<Texture2D*>(handle->header.object), 1, 1, 1);
+    if (Texture2D* secondMap = K8FigureParameters_secondMap(handle)) qelTransformable_setScale(secondMap, 1, 1, 1);
+}
+
+// A palette image that was loaded as a K8 texture takes the place of the image that the scene's texture has, whose
+// settings stay; its coordinates are the scene's. So are those of any other texture, which therefore loses the scale
+// of figures. A texture that came with the scene is put in as its author made it.
 static void putTexture(Appearance* appearance, Texture2D* texture, bool isOfScene) {
     if (isOfScene) {
         qelAppearance_setTexture(appearance, 0, texture);
     } else if (texture->image->levelRecord->palette5551) {
         qelTexture2D_setImage(appearance->textures[0], texture->image);
     } else {
-        qelTransformable_setScale(texture, 1, 1, 1);
         qelAppearance_setTexture(appearance, 0, texture);
     }
 }
@@ -53,10 +62,23 @@ static void replaceTextures(Appearance* appearance, Mesh* mesh, const SceneTextu
 
 // --- Parameters of a figure ---
 
-static void applyInfo(Appearance* appearance, const K8FigureInfo& info) {
-    K8FigureParameters_applyCompositing(appearance->compositingMode, K8FigureParameters_blending(info.blendMode));
+// Without a compositing mode there would be nothing to blend by. False when memory runs out.
+static bool ensureCompositingMode(Appearance* appearance) {
+    if (appearance->compositingMode) return true;
+    CompositingMode* mode = qelCompositingMode_create();
+    if (!mode) return false;
+    qelAppearance_setCompositingMode(appearance, mode);
+    qelObject3D_unref(mode);
+    return true;
+}
+
+static bool applyInfo(Appearance* appearance, const K8FigureInfo& info) {
+    const Blending blending = K8FigureParameters_blending(info.blendMode);
+    if (blending != Blending::Replace && !ensureCompositingMode(appearance)) return false;
+    K8FigureParameters_applyCompositing(appearance->compositingMode, blending);
     if (appearance->polygonMode)
         qelPolygonMode_setPerspectiveCorrectionEnable(appearance->polygonMode, info.perspectiveCorrection);
+    return true;
 }
 
 // On top of the opacity that the scene's author gave the mesh.
@@ -76,7 +98,8 @@ static bool render(K8Render* handle, const DrawItem* item, Node* node) {
 // came without textures submesh j.
 static const SceneChange* submeshForTexture(const SceneChanges& saved, uint32_t j, bool anyTextured) {
     for (const SceneChange& change : std::span(saved.records, saved.count)) {
-        if (!isMesh(change.node) || (anyTextured && !change.textures[0])) continue;
+        const bool isSubmesh = change.appearance && isMesh(change.node);
+        if (!isSubmesh || (anyTextured && !change.textures[0])) continue;
         if (j-- == 0) return &change;
     }
     return nullptr;
@@ -85,7 +108,7 @@ static const SceneChange* submeshForTexture(const SceneChanges& saved, uint32_t 
 static void bindTextures(const SceneChanges& saved, const K8FigureInfo& info, int32_t textureUnits) {
     bool anyTextured = false;
     for (const SceneChange& change : std::span(saved.records, saved.count)) {
-        if (!isMesh(change.node)) continue;
+        if (!change.appearance || !isMesh(change.node)) continue;
         anyTextured |= change.textures[0] != nullptr;
         for (int32_t unit = 0; unit < textureUnits; ++unit) qelAppearance_setTexture(change.appearance, unit, nullptr);
     }
@@ -94,7 +117,7 @@ static void bindTextures(const SceneChanges& saved, const K8FigureInfo& info, in
         const bool isUsable = texture && texture->header.object;
         const SceneChange* submesh = isUsable ? submeshForTexture(saved, j, anyTextured) : nullptr;
         if (!submesh) continue;
-        if (!texture->keepsBlending) K8FigureParameters_applyTextureMode(texture);
+        prepareTexture(texture);
         qelAppearance_setTexture(submesh->appearance, 0, static_cast<Texture2D*>(texture->header.object));
         Texture2D* secondMap = textureUnits > 1 ? K8FigureParameters_secondMap(texture) : nullptr;
         if (!secondMap) continue;
@@ -112,6 +135,18 @@ static bool saveSubtree(SceneChanges& saved, Mesh* mesh, K8Allocator* allocator)
     return true;
 }
 
+static bool applyToAppearances(const SceneChanges& saved, const K8FigureInfo& info, Fog* fog) {
+    for (const SceneChange& change : std::span(saved.records, saved.count)) {
+        Appearance* appearance = change.appearance;
+        if (!appearance) continue;
+        qelAppearance_setFog(appearance, fog);
+        if (!applyInfo(appearance, info)) return false;
+        if (PolygonMode* mode = appearance->polygonMode; mode && mode->culling != Culling::None)
+            qelPolygonMode_setCulling(mode, int32_t(Culling::Back));
+    }
+    return true;
+}
+
 bool K8DrawList_drawMeshFigure(K8Render* handle, const DrawItem* item, const K8FigureInfo& info) {
     auto* mesh = static_cast<Mesh*>(item->object->object);
     if (!mesh->vertexBuffer) return false;
@@ -120,16 +155,10 @@ bool K8DrawList_drawMeshFigure(K8Render* handle, const DrawItem* item, const K8F
     if (drawn) {
         Result ignored = QEL_STATUS_OK;  // an invalid sequence leaves what it has written
         qelObject3D_animateSubtree(mesh, info.frame, &ignored);
-        for (const SceneChange& change : std::span(saved.records, saved.count)) {
-            Appearance* appearance = change.appearance;
-            qelAppearance_setFog(appearance, item->fog);
-            applyInfo(appearance, info);
-            if (PolygonMode* mode = appearance->polygonMode; mode && mode->culling != Culling::None)
-                qelPolygonMode_setCulling(mode, int32_t(Culling::Back));
-        }
+        drawn = applyToAppearances(saved, info, item->fog);
         bindTextures(saved, info, handle->context->textureUnits);
         applyTransparency(mesh, info);
-        drawn = render(handle, item, mesh);
+        drawn = drawn && render(handle, item, mesh);
     }
     K8SceneChanges_restore(saved);
     return drawn;
@@ -146,24 +175,30 @@ struct ScenePreparation {
     uint32_t nextTexture;
 };
 
+// A handle without object stands for the white texture, so that those behind it keep their places.
+static bool addTexture(K8RenderContext* context, const K8Texture* handle, K8Allocator* allocator) {
+    SceneTexture* entry = K8GrowingBlock_append(context->sceneTextures, allocator, kFirstTextureBlockBytes);
+    if (!entry) return false;
+    *entry = {context->whiteTexture, nullptr, 0};
+    if (!handle || !handle->header.object) return true;
+    prepareTexture(handle);
+    *entry = {static_cast<Texture2D*>(handle->header.object), K8FigureParameters_secondMap(handle),
+              handle->keepsBlending};
+    return true;
+}
+
+static bool addTextures(K8RenderContext* context, const K8FigureInfo* info, K8Allocator* allocator) {
+    for (uint32_t j = 0; info && j < info->loadedTextureCount; ++j)
+        if (!addTexture(context, info->loadedTextures[j], allocator)) return false;
+    return true;
+}
+
 static bool gatherTextures(K8RenderContext* context, const K8Group* group, K8Allocator* allocator) {
-    context->sceneTextures.count = 0;
     FigureWalk walk;
     if (!K8FigureWalk_begin(&walk, group, context->pool)) return false;
     bool ok = true;
-    while (const K8Figure* figure = ok ? K8FigureWalk_next(&walk) : nullptr) {
-        const uint32_t count = figure->info ? figure->info->loadedTextureCount : 0;
-        for (uint32_t j = 0; ok && j < count; ++j) {
-            const K8Texture* texture = figure->info->loadedTextures[j];
-            if (!texture || !texture->header.object) continue;
-            SceneTexture* entry = K8GrowingBlock_append(context->sceneTextures, allocator, kFirstTextureBlockBytes);
-            ok = entry != nullptr;
-            if (!ok) break;
-            if (!texture->keepsBlending) K8FigureParameters_applyTextureMode(texture);
-            *entry = {static_cast<Texture2D*>(texture->header.object), K8FigureParameters_secondMap(texture),
-                      texture->keepsBlending};
-        }
-    }
+    while (const K8Figure* figure = ok ? K8FigureWalk_next(&walk) : nullptr)
+        ok = addTextures(context, figure->info, allocator);
     K8FigureWalk_end(&walk);
     return ok && !walk.failed;
 }
@@ -176,13 +211,14 @@ static SceneTexture takeTexture(ScenePreparation& preparation) {
 }
 
 // Gives a mesh of the scene, or one of a skeleton, its textures and the parameters of its figure, if it has one.
-static void prepareMesh(ScenePreparation& preparation, Mesh* mesh, const K8FigureInfo* info) {
+static bool prepareMesh(ScenePreparation& preparation, Mesh* mesh, const K8FigureInfo* info) {
     for (Appearance* appearance : K8SceneChanges_appearancesOf(mesh)) {
         if (!appearance) continue;
         if (appearance->textures[0])
             replaceTextures(appearance, mesh, takeTexture(preparation), preparation.context->textureUnits);
-        if (info) applyInfo(appearance, *info);
+        if (info && !applyInfo(appearance, *info)) return false;
     }
+    return true;
 }
 
 static bool saveAndSetFog(ScenePreparation& preparation, Node* node) {
@@ -199,7 +235,7 @@ static bool prepareFigure(ScenePreparation& preparation, Mesh* mesh) {
     SubtreeWalk walk = {mesh, mesh, 0};
     do {
         if (!saveAndSetFog(preparation, walk.node)) return false;
-        if (isMesh(walk.node)) prepareMesh(preparation, static_cast<Mesh*>(walk.node), info);
+        if (isMesh(walk.node) && !prepareMesh(preparation, static_cast<Mesh*>(walk.node), info)) return false;
     } while (qelSubtreeWalk_next(&walk));
     if (info) applyTransparency(mesh, *info);
     return !preparation.figures.failed;
@@ -229,6 +265,7 @@ static bool drawPrepared(K8Render* handle, const DrawItem* item, const K8Group* 
         drawn = render(handle, item, root);
     }
     K8SceneChanges_restore(preparation.context->sceneChanges);
+    preparation.context->sceneTextures.count = 0;
     return drawn;
 }
 

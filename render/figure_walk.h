@@ -1,5 +1,5 @@
-// The figures below a scene group, depth first in child order, nested scene groups included. The levels of the walk are pool
-// records, so depth costs no stack.
+// The figures below a scene group, depth first in child order, nested scene groups included. The levels of the walk
+// are pool records, so depth costs no stack.
 #pragma once
 
 #include "render/record_pool.h"

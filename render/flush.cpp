@@ -104,6 +104,7 @@ bool K8Render_flush(K8Render* handle, int32_t x, int32_t y, int32_t w, int32_t h
         K8DrawList_discard(handle);
         return K8ErrStorage_fail();
     }
+    qelStatus_set(QEL_STATUS_OK);  // what follows is judged by its own failures
     const FailureMark mark = FailureMark_now();
     const bool drawn = drawList(handle, visibleArea(context->bindRect, {x, y, w, h}));
     if (!drawn) {

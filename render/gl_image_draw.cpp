@@ -136,8 +136,8 @@ Result GLImageDraw_background(GLBackend* backend, Background* background) {
 
 // --- Sprites ---
 
-// Where a sprite stands: its origin before the camera and in clip coordinates, and its sides as fractions of the whole clip
-// volume's side at that depth, before cropping.
+// Where a sprite stands: its origin before the camera and in clip coordinates, and its sides as fractions of the
+// whole clip volume's side at that depth, before cropping.
 struct SpritePlace {
     float eyeZ;
     float clip[4];
@@ -197,8 +197,8 @@ static bool placeSprite(const GLBackend* backend, const Sprite3D* sprite, const 
     return true;
 }
 
-// Vertices are texels from the corner of what is visible; these matrices put them where they belong. All corners share the
-// origin's depth, before the camera for the fog and in clip coordinates for the depth test.
+// Vertices are texels from the corner of what is visible; these matrices put them where they belong. All corners
+// share the origin's depth, before the camera for the fog and in clip coordinates for the depth test.
 struct SpriteMatrices {
     qelTransform modelView, projection, texture;
 };

@@ -9,7 +9,8 @@ struct GrowingBlock {
     uint32_t count, capacity;
 };
 
-// Moves the records to a block of the allocator twice as large, or the first of that many bytes. Null when memory runs out.
+// Moves the records to a block of the allocator twice as large, or the first of that many bytes. Null when memory
+// runs out.
 void* K8GrowingBlock_enlarge(K8Allocator* allocator, void* records, uint32_t recordSize, uint32_t firstBytes,
                              uint32_t* capacity);
 

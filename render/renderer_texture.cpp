@@ -37,8 +37,8 @@ static Side sideFor(int32_t imageSide, bool stretch) {
     return {int32_t(length), isStretched};
 }
 
-// The texel of the image that stands at one place of the copy. Stretched sides are sampled at texel centres: whoever then
-// draws the image pixel by pixel hits every texel once.
+// The texel of the image that stands at one place of the copy. Stretched sides are sampled at texel centres: whoever
+// then draws the image pixel by pixel hits every texel once.
 static int32_t sourceOf(int32_t place, int32_t imageSide, int32_t side, bool isStretched) {
     return isStretched ? int32_t((2 * int64_t(place) + 1) * imageSide / (2 * int64_t(side))) : place;
 }

@@ -32,7 +32,9 @@ static void fill(SceneChange* change, Node* node, Appearance* appearance) {
     change->node = node;
     change->appearance = appearance;
     change->alphaFactor = node->alphaFactor;
+    if (!appearance) return;
     change->fog = takeReference(appearance->fog);
+    change->compositingMode = takeReference(appearance->compositingMode);
     for (int32_t unit = 0; unit < kMaxTextureUnits; ++unit)
         change->textures[unit] = takeReference(appearance->textures[unit]);
     if (change->textures[0]) change->image = takeReference(change->textures[0]->image);
@@ -47,19 +49,25 @@ static void fill(SceneChange* change, Node* node, Appearance* appearance) {
     }
 }
 
+static bool addChange(SceneChanges& changes, Node* node, Appearance* appearance, K8Allocator* allocator) {
+    SceneChange* change = K8GrowingBlock_append(changes, allocator, kFirstBlockBytes);
+    if (change) fill(change, node, appearance);
+    return change;
+}
+
 bool K8SceneChanges_save(SceneChanges& changes, Node* node, K8Allocator* allocator) {
-    for (Appearance* appearance : K8SceneChanges_appearancesOf(node)) {
-        if (!appearance) continue;
-        SceneChange* change = K8GrowingBlock_append(changes, allocator, kFirstBlockBytes);
-        if (!change) return false;
-        fill(change, node, appearance);
-    }
-    return true;
+    const uint32_t before = changes.count;
+    for (Appearance* appearance : K8SceneChanges_appearancesOf(node))
+        if (appearance && !addChange(changes, node, appearance, allocator)) return false;
+    const bool hasChange = changes.count > before || !isMesh(node);
+    return hasChange || addChange(changes, node, nullptr, allocator);
 }
 
 static void putBack(const SceneChange& change) {
     Appearance* appearance = change.appearance;
     qelNode_setAlphaFactor(change.node, change.alphaFactor);
+    if (!appearance) return;
+    qelAppearance_setCompositingMode(appearance, change.compositingMode);
     qelAppearance_setFog(appearance, change.fog);
     for (int32_t unit = 0; unit < kMaxTextureUnits; ++unit)
         qelAppearance_setTexture(appearance, unit, change.textures[unit]);
@@ -82,6 +90,7 @@ void K8SceneChanges_restore(SceneChanges& changes) {
         const SceneChange& change = changes.records[--changes.count];
         putBack(change);
         qelObject3D_unref(change.fog);
+        qelObject3D_unref(change.compositingMode);
         for (Texture2D* texture : change.textures) qelObject3D_unref(texture);
         qelObject3D_unref(change.image);
     }

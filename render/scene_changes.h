@@ -1,5 +1,5 @@
-// What drawing changes on the meshes of a loaded scene, kept so that it can be put back: the scene is the host's, and the next
-// draw must find what its author put there.
+// What drawing changes on the meshes of a loaded scene, kept so that it can be put back: the scene is the host's, and
+// the next draw must find what its author put there.
 #pragma once
 
 #include "render/growing_block.h"
@@ -10,10 +10,11 @@
 
 // One appearance of a mesh or sprite, and what it and its components held.
 struct SceneChange {
-    Node* node;  // borrowed, like the appearance: both outlive the draw
-    Appearance* appearance;
-    float alphaFactor;  // of the node
-    Fog* fog;           // one reference each, or null, down to the image
+    Node* node;              // borrowed, like the appearance: both outlive the draw
+    Appearance* appearance;  // null in the one record of a mesh without appearances
+    float alphaFactor;       // of the node
+    Fog* fog;                // one reference each, or null, down to the image
+    CompositingMode* compositingMode;
     Texture2D* textures[kMaxTextureUnits];
     Image2D* image;  // of textures[0]
     Blending blending;
@@ -30,8 +31,8 @@ struct SceneTexture {
     uint8_t isOfScene;     // came with a scene and is used as it is
 };
 
-// Remembers the appearances of a mesh of any class, or of a sprite; other nodes have none. False, with what was remembered
-// kept, when memory runs out.
+// Remembers the appearances of a mesh of any class, or of a sprite; other nodes have none. False, with what was
+// remembered kept, when memory runs out.
 bool K8SceneChanges_save(SceneChanges& changes, Node* node, K8Allocator* allocator);
 // Puts everything back and forgets it.
 void K8SceneChanges_restore(SceneChanges& changes);

@@ -83,8 +83,8 @@ static bool uploadPalettized(const Texture2D* texture, uint32_t limit) {
                                      image->levelRecord->pixels);
 }
 
-// A chain's palette holds each component at the top of its byte, which leaves opaque RGBA entries short of 255: they would
-// fail an alpha test that the base image passes.
+// A chain's palette holds each component at the top of its byte, which leaves opaque RGBA entries short of 255: they
+// would fail an alpha test that the base image passes.
 static void completeAlpha(MipmapChain* chain, const Image2D* image) {
     if (image->format != ImageFormat::Rgba) return;
     for (uint32_t i = 3; i < chain->paletteBytes; i += 4) {

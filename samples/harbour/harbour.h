@@ -1,5 +1,5 @@
-// A harbour with a lighthouse: an animated scene. y points up, a unit is about a metre, one round of the animation takes
-// kRound milliseconds.
+// A harbour with a lighthouse: an animated scene. y points up, a unit is about a metre, one round of the animation
+// takes kRound milliseconds.
 #pragma once
 
 #include "samples/harbour/scene_builder.h"

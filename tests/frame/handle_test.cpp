@@ -3,6 +3,7 @@
 #include <functional>
 #include <vector>
 
+#include "frame/group_handle.h"
 #include "scene/figure_mesh.h"
 #include "scene/fog.h"
 #include "scene/light.h"
@@ -162,36 +163,39 @@ TEST(FigureHandle, SettingItsInfoAgainReleasesTheArraysOfTheFirst) {
 TEST(GroupHandle, OwnsTheTransformOfTheLoaderAlone) {
     struct Case {
         const char* what;
-        uint8_t flag;
-        bool exchange;  // the transform for another
+        bool isLoaded, exchanges, drops;  // the transform is the loader's; the host exchanges it; names none
         void (*end)(K8Group*);
-        int32_t liveAfter;  // of the first and the other transform
+        int32_t liveAfter;  // of the two transforms
     };
-    for (const Case& c : {Case{"the host's stays", 0, false, K8Group_destroy, 2},
-                          Case{"the loader's goes with the group", 1, false, K8Group_destroy, 1},
-                          Case{"the loader's goes with what it was loaded with", 1, false, K8Group_clearLoadedInfo, 1},
-                          Case{"the host's stays in place of the loader's", 1, true, K8Group_destroy, 1}}) {
+    for (const Case& c : {Case{"the host's stays", false, false, false, K8Group_destroy, 2},
+                          Case{"the loader's goes with the group", true, false, false, K8Group_destroy, 1},
+                          Case{"or with what it was loaded with", true, false, false, K8Group_clearLoadedInfo, 1},
+                          Case{"the host's stays in its place", true, true, false, K8Group_destroy, 1},
+                          Case{"nothing takes its place", true, false, true, K8Group_destroy, 1}}) {
         SCOPED_TRACE(c.what);
         CountingAllocator host, transforms;
         K8Group group;
-        K8Group_create(&group, host.get());
+        K8Group_create(&group, transforms.get());
         K8GroupInfo info = {};
-        K8Transform* first = info.transform = K8Transform_create(nullptr, transforms.get());
-        K8Transform* other = K8Transform_create(nullptr, transforms.get());
-        info.flag = c.flag;
         EXPECT_TRUE(K8Group_setTmpData(&group, &info));
-        info.frame = 1 << 16;
-        EXPECT_TRUE(K8Group_setTmpData(&group, &info));
-        EXPECT_EQ(group.info->flag, c.flag);
-        EXPECT_EQ(transforms.liveBlocks(), 2) << "named again";
-        if (c.exchange) info.transform = other;
-        EXPECT_TRUE(K8Group_setTmpData(&group, &info));
+        K8Transform* first = c.isLoaded ? K8Group_makeOwnTransform(&group) : K8Transform_create(nullptr, host.get());
+        K8Transform* other = K8Transform_create(nullptr, host.get());
+        info.transform = first;
+        for (const int flag : {0, 1, 1}) {  // which says nothing about a transform that the host names
+            info.flag = uint8_t(flag);
+            EXPECT_TRUE(K8Group_setTmpData(&group, &info));
+            EXPECT_EQ(group.info->transform, first) << "named again";
+            EXPECT_EQ(group.info->flag, flag);
+        }
+        if (c.exchanges) info.transform = other;
+        if (c.drops) info.transform = nullptr;
+        for (int again = 0; again < 2; ++again) EXPECT_TRUE(K8Group_setTmpData(&group, &info));
         EXPECT_EQ(group.info->transform, info.transform);
         c.end(&group);
-        EXPECT_EQ(transforms.liveBlocks(), c.liveAfter);
+        EXPECT_EQ(host.liveBlocks() + transforms.liveBlocks() - (group.info ? 1 : 0), c.liveAfter);
         K8Group_destroy(&group);
         K8Transform_destroy(other);
-        if (!c.flag) K8Transform_destroy(first);
+        if (!c.isLoaded) K8Transform_destroy(first);
     }
 }
 
