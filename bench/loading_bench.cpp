@@ -1,4 +1,4 @@
-// Decoding content from memory: figures, action tables, images.
+// Decoding content from memory: figures, action tables, images, packages.
 
 #include <benchmark/benchmark.h>
 
@@ -7,7 +7,10 @@
 
 #include "bench/ratios.h"
 #include "k8.h"
+#include "samples/floe/floe.h"
+#include "samples/harbour/harbour.h"
 #include "samples/penguin/penguin.h"
+#include "tests/support/dispose.h"
 #include "tools/encode/bmp_encoder.h"
 
 using Bytes = std::vector<uint8_t>;
@@ -17,15 +20,19 @@ static void load(benchmark::State& state, const Bytes& bytes) {
     for (auto _ : state) {
         K8Handle* handle = K8Loader_loadObject(int32_t(bytes.size()), bytes.data(), &MALK8_malc);
         if (!handle) return state.SkipWithError("the content was refused");
-        K8Object3D_destroy(handle);
+        dispose(handle);
     }
     state.SetItemsProcessed(state.iterations() * int64_t(bytes.size()));  // items are bytes: items/us is MB/s
 }
 
 static void loadFigure(benchmark::State& state) { load(state, encodeMb(penguinFigure()).bytes); }
 static void loadActions(benchmark::State& state) { load(state, encodeMt(penguinActions()).bytes); }
+static void loadObjects(benchmark::State& state) { load(state, encodeK8(floePackage()).bytes); }
+static void loadScene(benchmark::State& state) { load(state, encodeScenePackage(harbourScene()).bytes); }
 BENCHMARK(loadFigure);
 BENCHMARK(loadActions);
+BENCHMARK(loadObjects);
+BENCHMARK(loadScene);
 
 // --- Images ---
 
