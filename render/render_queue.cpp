@@ -1,12 +1,13 @@
 // An entry is put where a scan of the queue from the front, comparing it with one entry after the other, would put it;
-// the tests write that scan down. Scanning takes time in the square of a scene's size, so its outcome is found from less.
-// Layers stand in their order, and in each layer the opaque entries before the blended ones.
+// the tests write that scan down. Scanning takes time in the square of a scene's size, so its outcome is found from
+// less. Layers stand in their order, and in each layer the opaque entries before the blended ones.
 //
-// Opaque: the scan sees the entries without compositing mode that stand before the first one with a mode. Among them the
-// entries of an appearance form one run, which grows at its front; every further run begins in front of the others, since
-// they share that they have no mode. An entry with a mode goes before the first of these runs that it shares a component
-// with, which is the youngest such. That hides this run and all older ones from every later scan: they are closed. So a
-// run is known by the entry that began it, and is open when that came later than the beginning of the last one closed.
+// Opaque: the scan sees the entries without compositing mode that stand before the first one with a mode. Among them
+// the entries of an appearance form one run, which grows at its front; every further run begins in front of the others,
+// since they share that they have no mode. An entry with a mode goes before the first of these runs that it shares a
+// component with, which is the youngest such. That hides this run and all older ones from every later scan: they are
+// closed. So a run is known by the entry that began it, and is open when that came later than the beginning of the last
+// one closed.
 //
 // Blended: the scan passes the entries that are deeper, then those of equal depth, and ends where the depth differs, or
 // earlier at the first entry of the same appearance. Depths are not sorted, since an entry stays with its appearance

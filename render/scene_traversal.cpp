@@ -173,29 +173,6 @@ static void enterChild(const Graphics3D* graphics, Node* node) {
     }
 }
 
-// A large scene does not stay in the caches from frame to frame, so what comes next is asked for while there is something
-// else to do. All inlined: a call of a function that only prefetches is dropped as one without effect.
-[[gnu::always_inline]] static inline void prefetchLines(const void* from, const void* to) {
-    constexpr size_t kCacheLine = 64;
-    for (auto* at = static_cast<const char*>(from); at < to; at += kCacheLine) __builtin_prefetch(at);
-}
-
-// What enterChild and queueMesh read, of a mesh as the longest.
-[[gnu::always_inline]] static inline void prefetchNode(const Node* node) {
-    if (!node) return;
-    prefetchLines(&node->classId, &node->classId + 1);
-    prefetchLines(&node->transformChanged, &node->scope + 1);
-    prefetchLines(&node->childSlot, reinterpret_cast<const char*>(node) + sizeof(Mesh));
-}
-
-// What comes after the child at this slot.
-[[gnu::always_inline]] static inline void prefetchChildren(const Group* group, int32_t slot) {
-    if (slot == 0 && group->childCount > 1) prefetchNode(group->children[1]);
-    if (slot + 2 < group->childCount) prefetchNode(group->children[slot + 2]);
-    const Node* next = slot + 1 < group->childCount ? group->children[slot + 1] : nullptr;
-    if (next && next->classId == ClassId::Mesh) __builtin_prefetch(static_cast<const Mesh*>(next)->appearances);
-}
-
 // The next node below `node` that the walk enters, from child slot *next on, which moves behind it; null when there is
 // none. The duplicate of a single group has empty slots.
 static Node* nextChild(Node* node, int32_t* next) {
@@ -203,10 +180,8 @@ static Node* nextChild(Node* node, int32_t* next) {
         return (*next)++ == 0 ? static_cast<SkinnedMesh*>(node)->skeleton : nullptr;
     if (!qelObject3D_isGroup(node)) return nullptr;
     const auto* group = static_cast<const Group*>(node);
-    while (*next < group->childCount) {
-        prefetchChildren(group, *next);
+    while (*next < group->childCount)
         if (Node* child = group->children[(*next)++]) return child;
-    }
     return nullptr;
 }
 
@@ -247,9 +222,17 @@ static Result drawEntry(Graphics3D* graphics, const RenderQueueEntry& entry) {
     return qelGraphics3D_drawSubmesh(graphics, draw, entry.scope);
 }
 
-[[gnu::always_inline]] static inline void prefetchEntries(std::span<const RenderQueueEntry* const> coming) {
-    if (coming.size() > 3) __builtin_prefetch(coming[3]);
-    if (coming.size() > 1) prefetchLines(coming[1]->worldTransform, coming[1]->worldTransform + 1);
+static inline void prefetchLines(const void* from, size_t bytes) {
+    constexpr size_t kCacheLine = 64;
+    for (size_t i = 0; i < bytes; i += kCacheLine) __builtin_prefetch(static_cast<const char*>(from) + i);
+}
+
+// A large scene does not stay in the caches, and neither the entries nor the transforms that they point at lie in the
+// order of drawing: they are asked for some draws ahead.
+static inline void prefetchEntries(std::span<const RenderQueueEntry* const> coming) {
+    constexpr size_t kEntry = 16, kTransform = 8;
+    if (coming.size() > kEntry) prefetchLines(coming[kEntry], sizeof(RenderQueueEntry));
+    if (coming.size() > kTransform) prefetchLines(coming[kTransform]->worldTransform, sizeof(qelTransform));
 }
 
 // The queue belongs to the group given, or to the skeleton of a skinned mesh given.

@@ -2,13 +2,13 @@
 
 #include "scene/node.h"
 
-// What the renderer keeps per submesh for culling and sorting.
+// What the renderer keeps per submesh for culling and sorting. The depth is read for every submesh, the rest for few.
 struct SubmeshBounds {
-    uint64_t boxContents;           // of the positions that the box was taken from; 0 at first
-    int32_t least[3], greatest[3];  // the box of the positions used, in their integers
-    float center[3];                // of the sphere, in world coordinates
-    float radius;
     float depth;  // sort depth of the last traversal
+    float radius;
+    float center[3];                // of the sphere, in world coordinates
+    int32_t least[3], greatest[3];  // the box of the positions used, in their integers
+    uint64_t boxContents;           // of the positions that the box was taken from; 0 at first
 };
 
 struct qelMesh : Node {

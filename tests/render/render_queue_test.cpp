@@ -150,12 +150,15 @@ public:
         for (size_t i = 0; i < mixture.appearances; ++i) addAppearance();
     }
 
-    // What the library and the plain scan make of the same entries.
+    // What the library and the plain scan make of the same entries. An insertion that fails is repeated.
     void fill(const Queue& queue) {
         for (size_t name = 1; name <= mixture_.entries; ++name) {
             const Plain entry = {pickAppearance(), pickDepth(), name};
             plain_.insert(plain_.begin() + ptrdiff_t(plainPlace(plain_, entry)), entry);
-            ASSERT_EQ(queue.insert(const_cast<Appearance*>(entry.appearance), entry.depth, name), QEL_STATUS_OK);
+            auto* appearance = const_cast<Appearance*>(entry.appearance);
+            Result result = queue.insert(appearance, entry.depth, name);
+            if (result == QEL_STATUS_OUT_OF_MEMORY) result = queue.insert(appearance, entry.depth, name);
+            ASSERT_EQ(result, QEL_STATUS_OK);
         }
         std::vector<size_t> expected;
         for (const Plain& entry : plain_) expected.push_back(entry.name);
@@ -279,6 +282,19 @@ TEST(RenderQueue, GrowsKeepsItsRoomAndSurvivesExhaustion) {
         EXPECT_EQ(queue.names().size(), count - 1);
         EXPECT_EQ(queue.names().back(), 0u);
     }
+}
+
+TEST(RenderQueue, IsAsItWasWhenItCannotGrow) {
+    CountingHeap heap;
+    const Mixture mixture = {"", 300, 200, 3, 50, kAnyMode, {}, 9};
+    int32_t failAt = 0;
+    do {
+        RandomQueue random(mixture, 1);
+        const Queue queue;
+        heap.failAfter(failAt++);
+        ASSERT_NO_FATAL_FAILURE(random.fill(queue)) << "allocation " << failAt;
+    } while (heap.hasFailed());
+    EXPECT_GT(failAt, 4) << "the entries and the index each grew more than once";
 }
 
 }  // namespace
