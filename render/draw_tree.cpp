@@ -39,7 +39,7 @@ static void removeLights(Object3D* scene) {
         if (node->classId != ClassId::Light) continue;
         walk.node = node->parent;
         walk.childIndex = node->childSlot;  // where the next child moves up to
-        qelGroup_removeChild(static_cast<Group*>(walk.node), node);
+        if (qelGroup_removeChild(static_cast<Group*>(walk.node), node) != QEL_STATUS_OK) ++walk.childIndex;
     }
 }
 
