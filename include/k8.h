@@ -653,7 +653,8 @@ K8_API bool K8Render_bind(K8Render *handle, void *target, int32_t width, int32_t
  *              Submeshes that share an appearance, or components of it, share what is set last
  *   lights     the handles count; the scene's own light nodes are taken out of the scene
  *   fog        that of the call, or none, takes the place of the scene's
- * What handles put in place of the scene's is put back after the draw; what the animation writes stays. Cameras and the background of a scene are not used.
+ * What handles put in place of the scene's is put back after the draw; what the animation writes stays. Cameras and the
+ * background of a scene are not used.
  * A figure of a scene can also be queued by itself: its mesh is then animated to the figure's own frame position, and
  * entry j of `loadedTextures` is for the j-th submesh that came with a texture.
  * Fails with false, queueing nothing, for null arguments (but transform), for a light of the block without loaded info,
