@@ -198,7 +198,7 @@ static int32_t placeInRun(const RenderQueue* queue, const Layer* layer, const De
         while (place != run.end.entry && !sharesWith(place)) place = queue->links[place].next;
         return place;
     }
-    DepthPlace place = run.end;  // the index also knows entries that were cut off from the run
+    DepthPlace place = run.end;  // the index also knows entries of the depth that stand behind it
     for (const uintptr_t key : componentKeysOf(appearance)) {
         const int32_t entry = find(queue, runScope(queue, queue->entries[run.first.entry].run), key);
         if (entry == kNoEntry) continue;
@@ -218,13 +218,6 @@ static void noteComponents(RenderQueue* queue, const Layer* layer, int32_t entry
     }
 }
 
-// Whether an entry of this depth, put there, becomes part of the run.
-static bool joinsRun(const RenderQueue* queue, const Layer* layer, const DepthRun& run, int32_t before, float depth) {
-    if (run.first.entry == kNoEntry || queue->nodes[run.first.entry].depth != depth) return false;
-    const int32_t position = qelDepthSequence_position(layer->blended, queue->nodes, before);
-    return position <= run.end.position && position >= run.first.position;
-}
-
 static void insertBlended(RenderQueue* queue, Layer* layer, int32_t added) {
     const Appearance* appearance = queue->entries[added].entry.appearance;
     const float depth = queue->entries[added].entry.depth;
@@ -238,7 +231,8 @@ static void insertBlended(RenderQueue* queue, Layer* layer, int32_t added) {
         before = qelDepthSequence_endOfAppearance(queue->nodes, same, depth);
     else if (run.first.entry != run.end.entry)
         before = placeInRun(queue, layer, run, appearance);
-    const bool joins = joinsRun(queue, layer, run, before, depth);
+    // Also when it is put behind the run: its position then tells.
+    const bool joins = run.first.entry != kNoEntry && queue->nodes[run.first.entry].depth == depth;
 
     qelDepthSequence_insert(&layer->blended, queue->links, queue->nodes, before, added, appearance, depth);
     if (!meetsSame || before == same) put(queue, layerScope(queue, appearance), keyOf(appearance), added);
