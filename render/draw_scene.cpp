@@ -11,15 +11,6 @@
 
 constexpr uint32_t kFirstTextureBlockBytes = 24576;
 
-static bool isMesh(const Object3D* object) {
-    switch (object->classId) {
-        case ClassId::Mesh:
-        case ClassId::MorphingMesh:
-        case ClassId::SkinnedMesh: return true;
-        default: return false;
-    }
-}
-
 // --- Textures ---
 
 // A second map is laid over a mesh with the coordinates of its first texture. Targets without coordinates of their
@@ -44,13 +35,10 @@ static void prepareTexture(const K8Texture* handle) {
 // settings stay; its coordinates are the scene's. So are those of any other texture, which therefore loses the scale
 // of figures. A texture that came with the scene is put in as its author made it.
 static void putTexture(Appearance* appearance, Texture2D* texture, bool isOfScene) {
-    if (isOfScene) {
-        qelAppearance_setTexture(appearance, 0, texture);
-    } else if (texture->image->levelRecord->palette5551) {
+    if (!isOfScene && texture->image->levelRecord->palette5551)
         qelTexture2D_setImage(appearance->textures[0], texture->image);
-    } else {
+    else
         qelAppearance_setTexture(appearance, 0, texture);
-    }
 }
 
 static void replaceTextures(Appearance* appearance, Mesh* mesh, const SceneTexture& replacement, int32_t textureUnits) {
@@ -94,35 +82,38 @@ static bool render(K8Render* handle, const DrawItem* item, Node* node) {
 
 // --- One mesh ---
 
-// The submesh that texture handle j is for: the j-th that came with a texture, as the loader lists them; in a mesh that
-// came without textures submesh j.
-static const SceneChange* submeshForTexture(const SceneChanges& saved, uint32_t j, bool anyTextured) {
-    for (const SceneChange& change : std::span(saved.records, saved.count)) {
-        const bool isSubmesh = change.appearance && isMesh(change.node);
-        if (!isSubmesh || (anyTextured && !change.textures[0])) continue;
-        if (j-- == 0) return &change;
-    }
-    return nullptr;
-}
+static bool isSubmesh(const SceneChange& change) { return change.appearance && K8SceneChanges_isMesh(change.node); }
 
-static void bindTextures(const SceneChanges& saved, const K8FigureInfo& info, int32_t textureUnits) {
+// Takes the textures off; true when there were any.
+static bool clearTextures(const SceneChanges& saved, int32_t textureUnits) {
     bool anyTextured = false;
     for (const SceneChange& change : std::span(saved.records, saved.count)) {
-        if (!change.appearance || !isMesh(change.node)) continue;
+        if (!isSubmesh(change)) continue;
         anyTextured |= change.textures[0] != nullptr;
         for (int32_t unit = 0; unit < textureUnits; ++unit) qelAppearance_setTexture(change.appearance, unit, nullptr);
     }
-    for (uint32_t j = 0; j < info.loadedTextureCount; ++j) {
-        const K8Texture* texture = info.loadedTextures[j];
-        const bool isUsable = texture && texture->header.object;
-        const SceneChange* submesh = isUsable ? submeshForTexture(saved, j, anyTextured) : nullptr;
-        if (!submesh) continue;
-        prepareTexture(texture);
-        qelAppearance_setTexture(submesh->appearance, 0, static_cast<Texture2D*>(texture->header.object));
-        Texture2D* secondMap = textureUnits > 1 ? K8FigureParameters_secondMap(texture) : nullptr;
-        if (!secondMap) continue;
-        ensureSecondCoordinates(static_cast<Mesh*>(submesh->node));
-        qelAppearance_setTexture(submesh->appearance, 1, secondMap);
+    return anyTextured;
+}
+
+static void bindTexture(const SceneChange& submesh, const K8Texture* texture, int32_t textureUnits) {
+    if (!texture || !texture->header.object) return;
+    prepareTexture(texture);
+    qelAppearance_setTexture(submesh.appearance, 0, static_cast<Texture2D*>(texture->header.object));
+    Texture2D* secondMap = textureUnits > 1 ? K8FigureParameters_secondMap(texture) : nullptr;
+    if (!secondMap) return;
+    ensureSecondCoordinates(static_cast<Mesh*>(submesh.node));
+    qelAppearance_setTexture(submesh.appearance, 1, secondMap);
+}
+
+// Texture handle j is for the j-th submesh that came with a texture, as the loader lists them; in a mesh that came
+// without textures for submesh j.
+static void bindTextures(const SceneChanges& saved, const K8FigureInfo& info, int32_t textureUnits) {
+    const bool anyTextured = clearTextures(saved, textureUnits);
+    uint32_t j = 0;
+    for (const SceneChange& change : std::span(saved.records, saved.count)) {
+        if (j == info.loadedTextureCount) break;
+        if (!isSubmesh(change) || (anyTextured && !change.textures[0])) continue;
+        bindTexture(change, info.loadedTextures[j++], textureUnits);
     }
 }
 
@@ -235,7 +226,8 @@ static bool prepareFigure(ScenePreparation& preparation, Mesh* mesh) {
     SubtreeWalk walk = {mesh, mesh, 0};
     do {
         if (!saveAndSetFog(preparation, walk.node)) return false;
-        if (isMesh(walk.node) && !prepareMesh(preparation, static_cast<Mesh*>(walk.node), info)) return false;
+        if (K8SceneChanges_isMesh(walk.node) && !prepareMesh(preparation, static_cast<Mesh*>(walk.node), info))
+            return false;
     } while (qelSubtreeWalk_next(&walk));
     if (info) applyTransparency(mesh, *info);
     return !preparation.figures.failed;
@@ -244,7 +236,7 @@ static bool prepareFigure(ScenePreparation& preparation, Mesh* mesh) {
 static bool prepareScene(ScenePreparation& preparation, Node* root) {
     SubtreeWalk walk = {root, root, 0};
     do {
-        if (!isMesh(walk.node)) {
+        if (!K8SceneChanges_isMesh(walk.node)) {
             if (!saveAndSetFog(preparation, walk.node)) return false;
             continue;
         }

@@ -6,7 +6,7 @@
 
 constexpr uint32_t kFirstBlockBytes = 32768;
 
-static bool isMesh(const Node* node) {
+bool K8SceneChanges_isMesh(const Node* node) {
     switch (node->classId) {
         case ClassId::Mesh:
         case ClassId::MorphingMesh:
@@ -17,7 +17,7 @@ static bool isMesh(const Node* node) {
 
 std::span<Appearance* const> K8SceneChanges_appearancesOf(const Node* node) {
     if (node->classId == ClassId::Sprite3D) return {&static_cast<const Sprite3D*>(node)->appearance, 1};
-    if (!isMesh(node)) return {};
+    if (!K8SceneChanges_isMesh(node)) return {};
     const auto* mesh = static_cast<const Mesh*>(node);
     return {mesh->appearances, size_t(mesh->submeshCount)};
 }
@@ -59,7 +59,7 @@ bool K8SceneChanges_save(SceneChanges& changes, Node* node, K8Allocator* allocat
     const uint32_t before = changes.count;
     for (Appearance* appearance : K8SceneChanges_appearancesOf(node))
         if (appearance && !addChange(changes, node, appearance, allocator)) return false;
-    const bool hasChange = changes.count > before || !isMesh(node);
+    const bool hasChange = changes.count > before || !K8SceneChanges_isMesh(node);
     return hasChange || addChange(changes, node, nullptr, allocator);
 }
 

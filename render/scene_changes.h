@@ -37,5 +37,7 @@ bool K8SceneChanges_save(SceneChanges& changes, Node* node, K8Allocator* allocat
 // Puts everything back and forgets it.
 void K8SceneChanges_restore(SceneChanges& changes);
 
+// A Mesh, MorphingMesh or SkinnedMesh.
+bool K8SceneChanges_isMesh(const Node* node);
 // The appearances of a mesh, null entries included; empty for other nodes.
 std::span<Appearance* const> K8SceneChanges_appearancesOf(const Node* node);
