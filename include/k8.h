@@ -115,6 +115,8 @@ typedef struct qelObject3D qelObject3D;
 typedef struct qelActTable qelActTable;
 typedef struct qelFigureMesh qelFigureMesh; /* also a qelMesh */
 typedef struct qelMesh qelMesh;
+typedef struct qelMorphingMesh qelMorphingMesh; /* also a qelMesh */
+typedef struct qelSkinnedMesh qelSkinnedMesh;   /* also a qelMesh; a qelFigureMesh is one */
 typedef struct qelVertexArray qelVertexArray;
 typedef struct qelVertexBuffer qelVertexBuffer;
 typedef struct qelAppearance qelAppearance;
@@ -893,6 +895,102 @@ enum {
     QEL_MATERIAL_SPECULAR = 8192
 };
 K8_API uint32_t qelMaterial_getColor(const qelMaterial *material, int32_t target);
+
+/* ---- Picking: what a ray hits ------------------------------------------------------------------------------------ */
+
+/* One hit. The host provides it and initialises it before picking. */
+typedef struct qelRayIntersection {
+    float distance;       /* from the origin of the ray, in lengths of its direction; 0 at first */
+    qelMesh *intersected; /* the mesh that was hit, borrowed; null at first */
+    int32_t submeshIndex;
+    float textureS[2]; /* texture coordinates per texture unit, after the texture's own transform; 0 at first. Units */
+    float textureT[2]; /* without coordinates, and triangles without area, leave them as they are */
+    float normal[3];   /* of the triangle's plane, unit length, on the front side of the winding. Written when the mesh
+                        * has normals; (0, 0, 1) at first */
+    float ray[6];      /* origin and direction as given to a pickMultiple function; (0, 0, 0), (0, 0, 1) at first */
+} qelRayIntersection;
+
+/* Any number of hits. The host provides it, initialises it before picking and finalises it afterwards. */
+typedef struct qelRayIntersectionArray {
+    int32_t capacity; /* of `records`, grows in steps of 32 */
+    int32_t count;
+    qelRayIntersection *records; /* owned */
+} qelRayIntersectionArray;
+
+/* Both write the values that a record has at first. Pointers to records and arrays must not be null. */
+K8_API void qelRayIntersection_initialize(qelRayIntersection *record);
+K8_API void qelRayIntersection_finalize(qelRayIntersection *record);
+
+K8_API float qelRayIntersection_getDistance(const qelRayIntersection *record);
+K8_API int32_t qelRayIntersection_getSubmeshIndex(const qelRayIntersection *record);
+
+/* For unit 0 or 1; for any other 0, with INDEX_OUT_OF_RANGE in `result`. */
+K8_API float qelRayIntersection_getTextureS(const qelRayIntersection *record, int32_t unit, int32_t *result);
+K8_API float qelRayIntersection_getTextureT(const qelRayIntersection *record, int32_t unit, int32_t *result);
+
+K8_API float qelRayIntersection_getNormalX(const qelRayIntersection *record);
+K8_API float qelRayIntersection_getNormalY(const qelRayIntersection *record);
+K8_API float qelRayIntersection_getNormalZ(const qelRayIntersection *record);
+
+/* Makes an array empty, whatever its bytes are; finalize first frees the records. */
+K8_API void qelRayIntersectionArray_initialize(qelRayIntersectionArray *array);
+K8_API void qelRayIntersectionArray_finalize(qelRayIntersectionArray *array);
+
+K8_API int32_t qelRayIntersectionArray_getRayIntersectionCount(const qelRayIntersectionArray *array);
+
+/* Borrowed, until the next pick into the array. Null with INDEX_OUT_OF_RANGE unless 0 <= index < count. */
+K8_API qelRayIntersection *qelRayIntersectionArray_getRayIntersection(const qelRayIntersectionArray *array,
+                                                                      int32_t index, int32_t *result);
+
+/* The nearest triangle that a ray hits.
+ * mesh        the object of a K8Figure handle. Its class id says which function suits it; a qelFigureMesh is picked with
+ *             qelSkinnedMesh_pick. Morphing and skinned meshes are deformed first, by the weights and bones they have;
+ *             figures are as they were posed last
+ * ox, oy, oz  origin of the ray, dx, dy, dz its direction, of any length but 0. In the mesh's own coordinates: the
+ *             node's transform is not applied. The positions of a figure are in 1/64 of a unit
+ * record      changed by hits only; null asks whether there is any
+ * result      receives OK also when nothing is hit; ILLEGAL_ARGUMENT for the direction (0, 0, 0); ILLEGAL_STATE for a
+ *             mesh without positions, an index beyond them (hits before it are recorded), or one that cannot be
+ *             deformed; OUT_OF_MEMORY when deforming runs out of it
+ * True when a hit was found. Hits are where the ray meets a triangle at its origin or before it, within 1/10000 of the
+ * edges; of equally near hits the last one counts. Triangles seen edge-on never count, nor those of submeshes without
+ * appearance, nor, unless the PolygonMode culls otherwise, those seen from behind.
+ * Picking a mesh again and again while its positions stay takes less time from the fourth pick on; what that needs, at
+ * most 16 bytes per triangle, is kept with the positions. */
+K8_API bool qelMesh_pick(qelMesh *mesh, float ox, float oy, float oz, float dx, float dy, float dz,
+                         qelRayIntersection *record, int32_t *result);
+K8_API bool qelMorphingMesh_pick(qelMorphingMesh *mesh, float ox, float oy, float oz, float dx, float dy, float dz,
+                                 qelRayIntersection *record, int32_t *result);
+K8_API bool qelSkinnedMesh_pick(qelSkinnedMesh *mesh, float ox, float oy, float oz, float dx, float dy, float dz,
+                                qelRayIntersection *record, int32_t *result);
+
+/* The same for every hit: appends them to the array in the order of the triangles, not sorted by distance. A null array
+ * asks whether there is any. OUT_OF_MEMORY, with false, when the array cannot grow; what was appended stays. True when
+ * a hit was appended. */
+K8_API bool qelMesh_pickMultiple(qelMesh *mesh, float ox, float oy, float oz, float dx, float dy, float dz,
+                                 qelRayIntersectionArray *array, int32_t *result);
+K8_API bool qelMorphingMesh_pickMultiple(qelMorphingMesh *mesh, float ox, float oy, float oz, float dx, float dy,
+                                         float dz, qelRayIntersectionArray *array, int32_t *result);
+K8_API bool qelSkinnedMesh_pickMultiple(qelSkinnedMesh *mesh, float ox, float oy, float oz, float dx, float dy,
+                                        float dz, qelRayIntersectionArray *array, int32_t *result);
+
+/* ---- Collision --------------------------------------------------------------------------------------------------- */
+
+/* Whether two placed objects touch: 1 when an edge of a triangle of one goes through a triangle of the other, else 0.
+ * objectA, objectB        figures, primitives or groups of them at any depth; handles of other families have nothing
+ *                         that could touch, nor have points and sprites. Lines are triangles without area: the edges
+ *                         of the other object cross them, hardly they it. A group with a group in it that has no loaded
+ *                         info has nothing
+ * transformA, transformB  object to a space that both share; null: identity. Equal transforms change nothing
+ * Figures are as they were posed last, whatever patterns they show; their vertices count as in drawing, in 1/64 of a
+ * unit, those of primitives as the F numbers' raw words. Triangles that lie in one plane do not touch. The answer is
+ * computed with 10 significant bits per coordinate of an object and 16 for both together: what is nearer than that
+ * resolves may be taken to touch or not.
+ * Stores error status 0 first, even when it succeeds, unlike all others. Null objects give 0. When memory runs out
+ * (K8_ERR_OUT_OF_MEMORY) or neither object has an allocator (K8_ERR_FAILURE) the answer is 0. Memory comes from
+ * objectA's allocator, and is given back. */
+K8_API int32_t K8Util_getCrossStatus(const K8Handle *objectA, const K8Transform *transformA, const K8Handle *objectB,
+                                     const K8Transform *transformB);
 
 #ifdef __cplusplus
 }

@@ -2,7 +2,7 @@
 
 #include "scene/mesh.h"
 
-struct MorphingMesh : Mesh {
+struct qelMorphingMesh : Mesh {
     VertexBuffer** morphTargets;  // one reference each
     float* weights;
     int32_t targetCount;

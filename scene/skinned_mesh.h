@@ -18,7 +18,7 @@ struct SkinRun {
     int32_t vertexCount;
 };
 
-struct SkinnedMesh : Mesh {
+struct qelSkinnedMesh : Mesh {
     Group* skeleton;                // one reference; its parent is the mesh
     int32_t* vertexInfluenceCount;  // per vertex
     int32_t* vertexWeights;         // per vertex maxInfluences entries, 20.12

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <span>
 
+#include "scene/contents.h"
+
 constexpr int64_t kMaxIndex = 65535;
 
 static void destroyTriangleStripArray(Object3D* object) {
@@ -18,6 +20,7 @@ static TriangleStripArray* createEmpty() {
     if (!array) return nullptr;
     qelObject3D_init(array);
     array->classId = ClassId::TriangleStripArray;
+    array->contents = qelContents_next();
     array->find = qelObject3D_findCommon;
     array->getReferences = qelObject3D_getReferencesCommon;
     array->destroy = destroyTriangleStripArray;

@@ -9,6 +9,7 @@ struct TriangleStripArray : Object3D {
     uint16_t* indices;  // owned: a triangle list; null for the implicit form
     int32_t indexCount;
     int32_t indexLimit;  // implicit: one past the largest index; explicit: the largest index
+    uint64_t contents;   // a number for the triangles: of no other array but a copy
 };
 
 TriangleStripArray* qelTriangleStripArray_createImplicit(int32_t firstIndex, int32_t* stripLengths, int32_t stripCount,

@@ -2,14 +2,11 @@
 
 #include <algorithm>
 
+#include "scene/contents.h"
+
 static void destroyVertexArray(Object3D* object) {
     qelVertexArray_finalize(static_cast<VertexArray*>(object));
     qelFree(object);
-}
-
-static uint64_t nextContents() {
-    static uint64_t last;
-    return ++last;
 }
 
 static void initVertexArray(VertexArray* array) {
@@ -23,13 +20,15 @@ static void initVertexArray(VertexArray* array) {
     array->componentSize = 0;
     array->data = nullptr;
     array->modified = 0;
-    array->contents = nextContents();
+    array->contents = qelContents_next();
     array->cache = nullptr;
+    array->pickTree = nullptr;
 }
 
 void qelVertexArray_finalize(VertexArray* array) {
     qelFree(array->data);
     qelFree(array->cache);
+    qelFree(array->pickTree);
     qelObject3D_finalise(array);
     initVertexArray(array);
 }
@@ -123,7 +122,9 @@ bool qelVertexArray_sameShape(const VertexArray* a, const VertexArray* b) {
 
 void qelVertexArray_touch(VertexArray* array) {
     array->modified = 1;
-    array->contents = nextContents();
+    array->contents = qelContents_next();
+    qelFree(array->pickTree);
+    array->pickTree = nullptr;
 }
 
 uint32_t qelVertexArray_byteCount(const VertexArray* array) {
@@ -134,6 +135,7 @@ Object3D* qelVertexArray_duplicate(const VertexArray* array) {
     VertexArray* copy = qelObject3D_copy(array);
     if (!copy) return nullptr;
     copy->cache = nullptr;
+    copy->pickTree = nullptr;
     copy->data = qelAllocArrayOf<uint8_t>(qelVertexArray_byteCount(array));
     if (!copy->data) {
         qelObject3D_unref(copy);

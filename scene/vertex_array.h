@@ -10,6 +10,7 @@ struct qelVertexArray : Object3D {
     uint8_t modified;       // written since its consumer last looked
     uint64_t contents;      // a number for what the data is: of no other array but a copy, and another after each write
     void* cache;            // a buffer that a consumer attached; freed with the array
+    void* pickTree;         // what picking keeps of these positions: one engine block, freed when they change
 };
 
 // Adopts an engine block as data. On failure the block stays the caller's.
