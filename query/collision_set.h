@@ -1,0 +1,61 @@
+// What a collision query gathers of one of its two objects: a record for every placed figure and primitive, with the
+// parts that its triangles come in. All memory comes from the query's allocator.
+#pragma once
+
+#include "query/collision_part.h"
+#include "render/growing_block.h"
+
+enum class CollisionResult { Ok, OutOfMemory, Failed };
+
+struct CollisionBox {
+    int32_t least[3], greatest[3];
+};
+
+// Covers nothing: what is united with it is left as it is.
+constexpr CollisionBox kEmptyBox = {{INT32_MAX, INT32_MAX, INT32_MAX}, {INT32_MIN, INT32_MIN, INT32_MIN}};
+
+// Boxes that only touch overlap.
+inline bool CollisionBox_overlap(const CollisionBox& a, const CollisionBox& b) {
+    for (int i = 0; i < 3; ++i)
+        if (a.least[i] > b.greatest[i] || b.least[i] > a.greatest[i]) return false;
+    return true;
+}
+
+inline void CollisionBox_unite(CollisionBox* box, const CollisionBox& other) {
+    for (int i = 0; i < 3; ++i) {
+        box->least[i] = other.least[i] < box->least[i] ? other.least[i] : box->least[i];
+        box->greatest[i] = other.greatest[i] > box->greatest[i] ? other.greatest[i] : box->greatest[i];
+    }
+}
+
+struct CollisionRecord {
+    uint32_t firstPart, partCount;  // at least one
+    uint64_t vertexCount, triangleCount;
+    // The least and the greatest sum of magnitudes in a row of a part's placing matrix, translations left out, as F
+    // numbers.
+    int32_t leastReach, greatestReach;
+    // A box around the record when it is made larger by `looseFactor`; both unset at first.
+    int32_t looseFactor;
+    bool hasLooseBox;
+    CollisionBox looseBox;
+};
+
+struct CollisionSet {
+    K8Allocator* allocator;
+    GrowingBlock<CollisionRecord> records;
+    GrowingBlock<CollisionPart> parts;
+};
+
+// Adds the records of a figure, a primitive, or all figures and primitives below a group; other handles have none, nor
+// has a group with a group in it that has no loaded info. Figures are brought up to date. After a failure the set can
+// only be released.
+CollisionResult CollisionSet_gather(CollisionSet* set, const K8Handle* object, const K8Transform* place);
+void CollisionSet_release(CollisionSet* set);
+
+// For the gathering: a part at the end of the set, or null when memory runs out.
+CollisionPart* CollisionSet_addPart(CollisionSet* set);
+
+// The parts of a figure's mesh and of a primitive, placed in the figure's or primitive's own space. A mesh that cannot be
+// read as a whole has none.
+CollisionResult CollisionSet_addMeshParts(CollisionSet* set, Mesh* mesh);
+CollisionResult CollisionSet_addPrimitiveParts(CollisionSet* set, const K8PrimitiveInfo& info);
