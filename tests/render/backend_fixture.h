@@ -1,11 +1,18 @@
 // A backend bound to a recorded context.
 #pragma once
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "tests/render/scene_parts.h"
 #include "tests/support/gl_recorder.h"
+
+// The lines that contain a part.
+inline GlLines only(const GlLines& lines, const std::string& part) {
+    GlLines found;
+    for (const std::string& line : lines)
+        if (line.find(part) != std::string::npos) found.push_back(line);
+    return found;
+}
 
 class BackendTest : public testing::Test {
 protected:
@@ -20,7 +27,7 @@ protected:
     }
     ~BackendTest() override {
         qelGLBackend_destroy(backend);
-        EXPECT_THAT(glRecorder.liveTextures, testing::IsEmpty()) << "OpenGL ES textures left behind";
+        EXPECT_TRUE(glRecorder.liveTextures.empty()) << "OpenGL ES textures left behind";
     }
 
     Result tryDraw(const Square& square) { return qelGLBackend_drawSubmesh(backend, square.submesh()); }
@@ -28,20 +35,14 @@ protected:
         EXPECT_EQ(tryDraw(square), QEL_STATUS_OK);
         return glRecorder.take();
     }
-    // What the next draw of the square sends beyond what a repeated draw sends.
-    GlLines drawBeyond(const Square& square) {
+    // The calls of a draw that contain the part, in brief.
+    std::string sent(const Square& square, const std::string& part) { return brief(only(draw(square), part)); }
+    // What the next draw of the square sends beyond what a repeated draw sends, in brief.
+    std::string drawBeyond(const Square& square) {
         const GlLines first = draw(square);
-        return linesBeyond(draw(square), first);
+        return brief(linesBeyond(draw(square), first));
     }
 
     GLBackend* backend;
     qelTransform identity;
 };
-
-// The lines that contain a part.
-inline GlLines only(const GlLines& lines, const std::string& part) {
-    GlLines found;
-    for (const std::string& line : lines)
-        if (line.find(part) != std::string::npos) found.push_back(line);
-    return found;
-}

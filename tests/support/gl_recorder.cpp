@@ -26,6 +26,20 @@ GlLines linesBeyond(const GlLines& always, const GlLines& all) {
     return beyond;
 }
 
+std::string brief(const GlLines& lines) {
+    std::string all;
+    for (const std::string& line : lines)
+        all += (all.empty() ? "" : "; ") + line.substr(line.starts_with("gl") ? 2 : 0);
+    for (const std::string left : {"GL_", "TEXTURE_2D, ", "TEXTURE_ENV, TEXTURE_ENV_", "FRONT_AND_BACK, "})
+        for (size_t at; (at = all.find(left)) != std::string::npos;) all.erase(at, left.size());
+    const std::string unturned = "{1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, ", end = ", 1})";
+    for (size_t at = 0; (at = all.find(unturned, at)) != std::string::npos;) {
+        all.replace(at, unturned.size(), "at ");
+        all.replace(all.find(end, at), end.size(), ")");
+    }
+    return all;
+}
+
 static constexpr GlRecorder::Matrix kIdentity = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
 
 GlRecorder::MatrixStack::MatrixStack() : top(kIdentity) {}

@@ -76,3 +76,7 @@ extern GlRecorder glRecorder;
 // The lines of `all` that are left when `always`, which must be a part of it in the same order, is taken away. One line
 // that says so when it is not.
 GlLines linesBeyond(const GlLines& always, const GlLines& all);
+
+// All lines as one text, "; " between them, without what every name of OpenGL ES begins with, without targets and faces
+// that are always the same, and with a matrix that only moves written as "at x, y, z".
+std::string brief(const GlLines& lines);
