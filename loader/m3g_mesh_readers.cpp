@@ -30,18 +30,25 @@ static void accountForDrawing(M3gReader* reader, const TriangleStripArray* strip
     if (strips) M3gReader_deriveWork(reader, drawnVertexCountOf(strips));
 }
 
+static VertexBuffer* readVertices(M3gReader* reader) {
+    auto* vertices = M3gReader_readRequired<VertexBuffer>(reader, ClassId::VertexBuffer);
+    M3gReader_deriveAnimation(reader, vertices);
+    return vertices;
+}
+
 static void readSubmeshes(M3gReader* reader, SubmeshLists& lists) {
     if (!lists.hasMemory()) return M3gReader_failOutOfMemory(reader);
     for (uint32_t i = 0; i < lists.strips.count && M3gReader_isIntact(reader); ++i) {
         lists.strips.data[i] = M3gReader_readRequired<TriangleStripArray>(reader, ClassId::TriangleStripArray);
         lists.appearances.data[i] = M3gReader_readOptional<Appearance>(reader, ClassId::Appearance);
         accountForDrawing(reader, lists.strips.data[i]);
+        M3gReader_deriveAppearanceAnimation(reader, lists.appearances.data[i]);
     }
 }
 
 Object3D* M3gReader_readMesh(M3gReader* reader) {
     const M3gNodeFields fields = M3gFields_readNode(reader);
-    auto* vertices = M3gReader_readRequired<VertexBuffer>(reader, ClassId::VertexBuffer);
+    VertexBuffer* vertices = readVertices(reader);
     SubmeshLists submeshes(M3gReader_readCount(reader, kSubmeshSize));
     readSubmeshes(reader, submeshes);
     if (!M3gReader_isIntact(reader)) return nullptr;
@@ -80,22 +87,23 @@ static uint64_t byteCountOf(const VertexBuffer* buffer) {
     return count;
 }
 
-// One buffer as large as the base one, into which every target goes, be it the same one again and again.
-static void accountForMorphing(M3gReader* reader, const VertexBuffer* base, uint32_t targetCount) {
+// One buffer as large as the base one, into which every target goes, be it the same one again and again. Each of the
+// mesh's tracks may be one of weights, with a value for every target.
+static void accountForMorphing(M3gReader* reader, const VertexBuffer* base, uint32_t targetCount, uint32_t trackCount) {
     const uint64_t byteCount = byteCountOf(base);
     M3gReader_deriveBytes(reader, byteCount);
-    M3gReader_deriveWork(reader, byteCount * targetCount);
+    M3gReader_deriveWork(reader, (byteCount + trackCount) * targetCount);
 }
 
 Object3D* M3gReader_readMorphingMesh(M3gReader* reader) {
     const M3gNodeFields fields = M3gFields_readNode(reader);
-    auto* vertices = M3gReader_readRequired<VertexBuffer>(reader, ClassId::VertexBuffer);
+    VertexBuffer* vertices = readVertices(reader);
     SubmeshLists submeshes(M3gReader_readCount(reader, kSubmeshSize));
     readSubmeshes(reader, submeshes);
     TargetLists targets(M3gReader_readCount(reader, kTargetSize));
     readTargets(reader, targets);
     if (!M3gReader_isIntact(reader)) return nullptr;
-    accountForMorphing(reader, vertices, targets.buffers.count);
+    accountForMorphing(reader, vertices, targets.buffers.count, fields.trackCount);
     if (!M3gReader_isIntact(reader)) return nullptr;
     Result result;
     MorphingMesh* mesh =
@@ -136,7 +144,7 @@ static void readBindings(M3gReader* reader, SkinnedMesh* mesh) {
 
 Object3D* M3gReader_readSkinnedMesh(M3gReader* reader) {
     const M3gNodeFields fields = M3gFields_readNode(reader);
-    auto* vertices = M3gReader_readRequired<VertexBuffer>(reader, ClassId::VertexBuffer);
+    VertexBuffer* vertices = readVertices(reader);
     SubmeshLists submeshes(M3gReader_readCount(reader, kSubmeshSize));
     readSubmeshes(reader, submeshes);
     auto* skeleton = M3gReader_readRequired<Group>(reader, ClassId::Group);

@@ -101,6 +101,7 @@ Object3D* M3gReader_readSprite3D(M3gReader* reader) {
     const int32_t width = readInt32(reader->stream), height = readInt32(reader->stream);
     if (!M3gReader_isIntact(reader)) return nullptr;
     accountForTexture(reader, image);
+    M3gReader_deriveAppearanceAnimation(reader, appearance);
     if (!M3gReader_isIntact(reader)) return nullptr;
     Result result;
     Sprite3D* sprite = qelSprite3D_create(isScaled, image, appearance, &result);

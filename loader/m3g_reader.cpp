@@ -1,7 +1,11 @@
 #include "loader/m3g_reader.h"
 
 #include "frame/error_status.h"
+#include "scene/appearance.h"
+#include "scene/fog.h"
+#include "scene/material.h"
 #include "scene/node.h"
+#include "scene/texture2d.h"
 
 // --- Failure ---
 
@@ -76,6 +80,18 @@ void M3gReader_deriveTexture(M3gReader* reader, uint64_t texels) {
 
 void M3gReader_deriveWork(M3gReader* reader, uint64_t count) {
     spend(reader, kWorkBudget, reader->context->derivedWork, count);
+}
+
+void M3gReader_deriveAnimation(M3gReader* reader, const Object3D* animated) {
+    constexpr uint64_t kWorkPerTrack = 16;  // a sample takes as long as so many vertices
+    if (animated) M3gReader_deriveWork(reader, kWorkPerTrack * uint64_t(animated->animationTrackCount));
+}
+
+void M3gReader_deriveAppearanceAnimation(M3gReader* reader, const Appearance* appearance) {
+    if (!appearance) return;
+    M3gReader_deriveAnimation(reader, appearance->fog);
+    M3gReader_deriveAnimation(reader, appearance->material);
+    for (const Texture2D* texture : appearance->textures) M3gReader_deriveAnimation(reader, texture);
 }
 
 // --- References ---

@@ -165,6 +165,35 @@ ByteList tracksOnEveryNode() {
     return finish(scene, groups);
 }
 
+Refs addTracks(M3gScene& scene, uint32_t count, M3gProperty property, const std::vector<float>& values) {
+    const M3gRef sequence = scene.add(M3gKeyframeSequence{.keyframes = {{0, values}}});
+    const M3gRef controller = scene.add(M3gAnimationController{});
+    Refs tracks;
+    while (tracks.size() < count)
+        tracks.push_back(
+            scene.add(M3gAnimationTrack{.sequence = sequence, .controller = controller, .property = property}));
+    return tracks;
+}
+
+ByteList submeshesOfOneFog(uint32_t submeshCount, uint32_t trackCount) {
+    SharedMesh s(3);
+    const Refs tracks = addTracks(s.scene, trackCount, M3gProperty::Color, {0, 0, 1});
+    const M3gRef fog = s.scene.add(M3gFog{.object = {.tracks = tracks}});
+    const M3gRef appearance = s.scene.add(M3gAppearance{.fog = fog});
+    const std::vector<M3gSubmesh> submeshes(submeshCount, {s.strips, appearance});
+    return finish(s.scene, {s.scene.add(M3gMesh{.vertices = s.vertices, .submeshes = submeshes})});
+}
+
+ByteList weightsOfManyTargets(uint32_t targetCount, uint32_t trackCount) {
+    SharedMesh s(3);
+    const Refs tracks = addTracks(s.scene, trackCount, M3gProperty::MorphWeights, {1});
+    const M3gRef mesh = s.scene.add(M3gMorphingMesh{.object = {.tracks = tracks},
+                                                    .vertices = s.vertices,
+                                                    .submeshes = {{s.strips, {}}},
+                                                    .targets = std::vector(targetCount, M3gMorphTarget{s.vertices})});
+    return finish(s.scene, {mesh});
+}
+
 struct HostileScene {
     const char* what;
     ByteList bytes;
@@ -188,6 +217,10 @@ std::vector<HostileScene> hostileScenes() {
             {"bindings over each other", skinsOfOneBuffer(1, 2500), false},
             {"morphs to one buffer", morphsToOneBuffer(1000), true},
             {"too many morphs to one buffer", morphsToOneBuffer(1500), false},
+            {"submeshes of one animated fog", submeshesOfOneFog(1000, 50), true},
+            {"too many submeshes of one animated fog", submeshesOfOneFog(20000, 900), false},
+            {"weights of many targets", weightsOfManyTargets(1000, 50), true},
+            {"weights of too many targets", weightsOfManyTargets(200000, 900), false},
             {"groups in groups", nestedGroups(), true},
             {"lights at every depth", lightsAtEveryDepth(), true},
             {"bones at every depth", bonesAtEveryDepth(30000), true},
