@@ -1,5 +1,6 @@
 // Nodes other than meshes, and the background.
 #include <array>
+#include <bit>
 
 #include "loader/m3g_fields.h"
 #include "loader/m3g_object_readers.h"
@@ -87,9 +88,10 @@ Object3D* M3gReader_readLight(M3gReader* reader) {
     return M3gFields_complete(reader, fields, light);
 }
 
-// Every sprite has a texture of its own, however many share the image.
+// Every sprite has a texture of its own, however many share the image. Its sides are powers of two.
 static void accountForTexture(M3gReader* reader, const Image2D* image) {
-    M3gReader_deriveTexture(reader, uint64_t(image->width) * uint64_t(image->height));
+    const uint64_t columns = std::bit_ceil(uint64_t(image->width)), rows = std::bit_ceil(uint64_t(image->height));
+    M3gReader_deriveTexture(reader, columns * rows);
 }
 
 Object3D* M3gReader_readSprite3D(M3gReader* reader) {

@@ -206,6 +206,7 @@ std::vector<HostileScene> hostileScenes() {
             {"many blank images", blankImages(300, 256, 256), false},
             {"sprites over one image", spritesOverOneImage(200, 256), true},
             {"too many sprites over one image", spritesOverOneImage(1000, 2048), false},
+            {"sprites over an image that fills a quarter of its texture", spritesOverOneImage(100, 257), false},
             {"submeshes of one strip", submeshesOfOneStrip(1000), true},
             {"too many submeshes of one strip", submeshesOfOneStrip(100000), false},
             {"mipmaps of one image", mipmapsOfOneImage(50), true},
