@@ -27,7 +27,8 @@ static float clampTo(float low, float value, float high) { return value > low ? 
 
 static float positive(float value) { return value > 0 ? value : kSmallestPositive; }
 
-static uint32_t toByte(float channel) { return uint32_t(roundToInt(double(clampTo(0, channel, 1)) * 255.0)); }
+// In single precision, where 0.7 lies halfway between two bytes.
+static uint32_t toByte(float channel) { return uint32_t(roundToInt(clampTo(0, channel, 1) * 255.0f)); }
 
 static uint32_t toRgb(std::span<const float> values) {
     return toByte(values[0]) << 16 | toByte(values[1]) << 8 | toByte(values[2]);
@@ -160,14 +161,16 @@ static void applyMatrix(Group* group, std::span<const float> values) {
 }
 
 // Turns the z axis onto the direction by the shortest way. The fourth value then turns about the new z axis. The angle
-// and the axis that the group also keeps its orientation as are left alone.
+// and the axis that the group also keeps its orientation as are left alone. A direction
+// counts as the old z axis when the squares of its x and y vanish in single precision.
 static void applyDirection(Group* group, std::span<const float> values) {
     float direction[3] = {values[0], values[1], values[2]};
     _qel_normalize3(direction);
     const double x = direction[0], y = direction[1], z = direction[2];
     double rows[3][3] = {{1, 0, 0}, {0, z, 0}, {0, 0, z}};
-    const double x2 = x * x, y2 = y * y;
-    if (x2 != 0 || y2 != 0) {
+    const bool isOnAxis = direction[0] * direction[0] == 0 && direction[1] * direction[1] == 0;
+    if (!isOnAxis) {
+        const double x2 = x * x, y2 = y * y;
         const double k = (1 - z) / (x2 + y2);
         rows[0][0] = z + k * y2;
         rows[0][1] = rows[1][0] = -k * x * y;
