@@ -21,7 +21,8 @@ static int64_t roundTime(double time) {
 }
 
 // What has passed since the reference time, at the speed of the controller. Whole rounds of the loop are left out where
-// a round takes at least one unit of world time: the product then stays small enough to be exact.
+// a round takes at least one unit of world time: the product then stays small enough to be exact. Products with the
+// speed are taken in double, as by the controller's getPosition.
 static int64_t loopedTime(const AnimationController* controller, int64_t elapsed, int32_t duration) {
     const double speed = controller->speed;
     if (speed == 1) return elapsed;

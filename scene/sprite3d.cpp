@@ -63,7 +63,7 @@ Sprite3D* qelSprite3D_create(bool scaled, Image2D* image, Appearance* appearance
     return nullptr;
 }
 
-// The whole image, as far as a crop can reach.
+// The whole image, as far as a crop can reach; at creation too, so that no sprite has a crop that setCrop refuses.
 static void cropToImage(Sprite3D* sprite) {
     qelSprite3D_setCrop(sprite, 0, 0, std::min(sprite->image->width, kMaxSpriteCropDimension),
                         std::min(sprite->image->height, kMaxSpriteCropDimension));
