@@ -1,0 +1,195 @@
+#include "query/pick_triangle.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "query/ray_intersection.h"
+#include "scene/appearance.h"
+#include "scene/polygon_mode.h"
+#include "scene/texture2d.h"
+#include "scene/transform.h"
+#include "scene/vertex_array.h"
+#include "scene/vertex_buffer.h"
+
+// --- What a ray sees ---
+
+static Winding windingOf(const Appearance* appearance) {
+    return appearance->polygonMode ? appearance->polygonMode->winding : Winding::Ccw;
+}
+
+PickCulling PickCulling_of(const Appearance* appearance) {
+    const Culling culling = appearance->polygonMode ? appearance->polygonMode->culling : Culling::Back;
+    if (culling == Culling::None) return PickCulling::None;
+    const bool isBack = culling == Culling::Back, isCcw = windingOf(appearance) == Winding::Ccw;
+    return isBack == isCcw ? PickCulling::Along : PickCulling::Against;
+}
+
+// --- Vertices ---
+
+static float componentAt(const VertexArray* array, uint32_t index) {
+    if (array->componentSize == 1) return static_cast<const int8_t*>(array->data)[index];
+    return static_cast<const int16_t*>(array->data)[index];
+}
+
+template <typename T>
+static Vector3<float> positionIn(const VertexBuffer* buffer, uint32_t vertex) {
+    const T* in = static_cast<const T*>(buffer->positions->data) + 3 * size_t(vertex);
+    const float scale = buffer->positionScale;
+    const float* bias = buffer->positionBias;
+    return {in[0] * scale + bias[0], in[1] * scale + bias[1], in[2] * scale + bias[2]};
+}
+
+static Vector3<float> positionOf(const VertexBuffer* buffer, uint32_t vertex) {
+    return buffer->positions->componentSize == 1 ? positionIn<int8_t>(buffer, vertex)
+                                                 : positionIn<int16_t>(buffer, vertex);
+}
+
+struct Corners {
+    Vector3<float> p[3];
+};
+
+static Corners cornersOf(const VertexBuffer* buffer, const PickTriangle& triangle) {
+    return {{positionOf(buffer, triangle.corners[0]), positionOf(buffer, triangle.corners[1]),
+             positionOf(buffer, triangle.corners[2])}};
+}
+
+bool PickTriangle_isHit(const Pick* pick, PickCulling culling, const PickTriangle& triangle, Vector3<float>* hitPoint) {
+    const auto [p] = cornersOf(pick->buffer, triangle);
+    return PickRay_hits(pick->ray, culling, p[0], p[1], p[2], hitPoint);
+}
+
+// --- Texture coordinates ---
+
+// The affine function of two coordinates that has given values at the corners of a triangle: values x inverse.
+struct PlaneFit {
+    int a, b;  // which coordinates
+    qelTransform inverse;
+};
+
+static float coordinate(const Vector3<float>& p, int i) { return i == 0 ? p.x : i == 1 ? p.y : p.z; }
+
+// False for a triangle without area in every projection.
+static bool fitPlane(const Corners& corners, PlaneFit* fit) {
+    constexpr int kPairs[][2] = {{0, 1}, {1, 2}, {0, 2}};
+    for (const auto [a, b] : kPairs) {
+        float m[16] = {};
+        for (int k = 0; k < 3; ++k) {
+            m[4 * k] = coordinate(corners.p[k], a);
+            m[4 * k + 1] = coordinate(corners.p[k], b);
+            m[4 * k + 2] = 1;
+        }
+        m[15] = 1;
+        fit->a = a;
+        fit->b = b;
+        qelTransform_set_fl(&fit->inverse, m);
+        if (qelTransform_invert(&fit->inverse) == QEL_STATUS_OK) return true;
+    }
+    return false;
+}
+
+static float valueAt(const PlaneFit& fit, const float (&cornerValues)[3], const Vector3<float>& h) {
+    float v[4] = {cornerValues[0], cornerValues[1], cornerValues[2], 0};
+    qelTransform_transformVectors(&fit.inverse, v, 1);
+    return v[0] * coordinate(h, fit.a) + v[1] * coordinate(h, fit.b) + v[2];
+}
+
+// As it is drawn: scaled, biased, and through the texture's own transform.
+static void textureCoordinatesOf(const VertexBuffer* buffer, int32_t unit, uint32_t vertex, Texture2D* texture,
+                                 float* s, float* t) {
+    const VertexArray* array = buffer->texCoords[unit];
+    float v[4] = {0, 0, 0, 1};
+    for (int32_t i = 0; i < array->componentCount; ++i)
+        v[i] = componentAt(array, vertex * uint32_t(array->componentCount) + uint32_t(i)) * buffer->texCoordScale[unit] +
+               buffer->texCoordBias[unit][i];
+    if (texture) {
+        qelTransform_transformVectors(&texture->composite, v, 1);
+        v[0] /= v[3];
+        v[1] /= v[3];
+    }
+    *s = v[0];
+    *t = v[1];
+}
+
+// An array that ends before a corner of the triangle has no coordinates for it.
+static bool hasTextureCoordinates(const VertexBuffer* buffer, int32_t unit, const PickTriangle& triangle) {
+    const VertexArray* array = buffer->texCoords[unit];
+    if (!array) return false;
+    for (const uint32_t vertex : triangle.corners)
+        if (vertex >= uint32_t(array->vertexCount)) return false;
+    return true;
+}
+
+static void recordTextureCoordinates(const Pick* pick, const PickTriangle& triangle, const Corners& corners,
+                                     const Vector3<float>& hitPoint, RayIntersection* record) {
+    const Appearance* appearance = pick->mesh->appearances[triangle.submesh];
+    PlaneFit fit;
+    bool hasFit = false;
+    for (int32_t unit = 0; unit < kMaxTextureUnits; ++unit) {
+        if (!hasTextureCoordinates(pick->buffer, unit, triangle)) continue;
+        if (!hasFit && !fitPlane(corners, &fit)) return;
+        hasFit = true;
+        Texture2D* texture = appearance->textures[unit];
+        if (texture) qelTransformable_updateComposite(texture);
+        float s[3], t[3];
+        for (int k = 0; k < 3; ++k)
+            textureCoordinatesOf(pick->buffer, unit, triangle.corners[k], texture, &s[k], &t[k]);
+        record->textureS[unit] = valueAt(fit, s, hitPoint);
+        record->textureT[unit] = valueAt(fit, t, hitPoint);
+    }
+}
+
+// --- Records ---
+
+static float lengthOf(const Vector3<float>& v) { return std::sqrt(dot(v, v)); }
+
+static float distanceTo(const PickRay& ray, const Vector3<float>& hitPoint) {
+    return lengthOf(hitPoint - ray.origin) / lengthOf(ray.direction);
+}
+
+// A sliver whose normal vanishes in this form leaves the record's normal alone.
+static void recordNormal(const Corners& corners, Winding winding, RayIntersection* record) {
+    const Vector3<float> n = cross(corners.p[1] - corners.p[0], corners.p[2] - corners.p[1]);
+    float normal[3] = {n.x, n.y, n.z};
+    if (!_qel_normalize3(normal)) return;
+    for (int i = 0; i < 3; ++i) record->normal[i] = winding == Winding::Cw ? -normal[i] : normal[i];
+}
+
+static void recordHit(const Pick* pick, const PickTriangle& triangle, const Vector3<float>& hitPoint, float distance,
+                      RayIntersection* record) {
+    const Corners corners = cornersOf(pick->buffer, triangle);
+    record->distance = distance;
+    record->submeshIndex = triangle.submesh;
+    record->intersected = pick->mesh;
+    if (pick->buffer->normals) recordNormal(corners, windingOf(pick->mesh->appearances[triangle.submesh]), record);
+    recordTextureCoordinates(pick, triangle, corners, hitPoint, record);
+}
+
+// A record that comes with a hit keeps it against farther ones: that is how one record goes along a row of meshes.
+static void keepNearest(Pick* pick, const PickTriangle& triangle, const Vector3<float>& hitPoint) {
+    const float distance = distanceTo(pick->ray, hitPoint), kept = pick->nearest->distance;
+    if (kept != 0 && distance > kept) return;
+    recordHit(pick, triangle, hitPoint, distance, pick->nearest);
+    pick->found = true;
+}
+
+static bool append(Pick* pick, const PickTriangle& triangle, const Vector3<float>& hitPoint) {
+    RayIntersection record;
+    qelRayIntersection_initialize(&record);
+    const auto& [o, d] = pick->ray;
+    const float ray[] = {o.x, o.y, o.z, d.x, d.y, d.z};
+    std::copy_n(ray, 6, record.ray);
+    recordHit(pick, triangle, hitPoint, distanceTo(pick->ray, hitPoint), &record);
+    pick->result = qelRayIntersectionArray_appendIntersection(pick->all, &record);
+    pick->found |= pick->result == QEL_STATUS_OK;
+    return pick->result == QEL_STATUS_OK;
+}
+
+bool Pick_takeHit(Pick* pick, const PickTriangle& triangle, const Vector3<float>& hitPoint) {
+    if (pick->all) return append(pick, triangle, hitPoint);
+    if (pick->nearest) {
+        keepNearest(pick, triangle, hitPoint);
+        return true;
+    }
+    pick->found = true;
+    return false;
+}
