@@ -2,19 +2,14 @@
 #include "render/draw_list.h"
 
 #include <cmath>
+#include <functional>
 #include <numbers>
 
 #include "scene/appearance.h"
 #include "scene/compositing_mode.h"
 #include "scene/figure_mesh.h"
 #include "scene/light.h"
-#include "scene/polygon_mode.h"
-#include "scene/texture2d.h"
 #include "tests/render/figure_stage.h"
-
-using testing::ElementsAre;
-using testing::IsEmpty;
-using testing::StartsWith;
 
 namespace {
 
@@ -42,24 +37,16 @@ void expectColumns(const GlRecorder::Matrix& m, const Matrix& expected, const ch
             << what << ", row " << i / 4 << ", column " << i % 4;
 }
 
-Appearance* bodyAppearance(const StageContent& content) {
-    const auto* figure = static_cast<const FigureMesh*>(content.figure->header.object);
-    return *std::ranges::find_if(figure->appearances, figure->appearances + figure->submeshCount,
-                                 [](const Appearance* appearance) { return appearance && appearance->material; });
-}
-
 // --- Queueing ---
 
 TEST_F(DrawListTest, RefusesWhatItCannotQueue) {
     K8Light* bare = K8Light_create(nullptr, host.get());  // without loaded info
     K8Light* lights[] = {content.lights[0], bare, nullptr};
-    K8RenderParams lit = content.params, notLit = content.params, missing = content.params;
+    K8RenderParams lit = content.params, notLit = content.params;
     lit.lights = lights;
     lit.lightCount = 2;
     notLit.lights = lights + 2;
     notLit.lightCount = 1;
-    missing.lights = nullptr;
-    missing.lightCount = 1;
     K8Handle* figure = &content.figure->header;
     struct Case {
         const char* what;
@@ -70,12 +57,8 @@ TEST_F(DrawListTest, RefusesWhatItCannotQueue) {
     for (const Case& c :
          {Case{"no handle", nullptr, &content.params, figure}, Case{"no block", render, nullptr, figure},
           Case{"no object", render, &content.params, nullptr},
-          Case{"a texture", render, &content.params, &content.textures[0]->header},
-          Case{"an action table", render, &content.params, &content.actions->header},
-          Case{"a fog", render, &content.params, &content.fog->header},
           Case{"a light", render, &content.params, &content.lights[0]->header},
-          Case{"a light without info", render, &lit, figure}, Case{"no light", render, &notLit, figure},
-          Case{"no lights", render, &missing, figure}}) {
+          Case{"a light without info", render, &lit, figure}, Case{"no light", render, &notLit, figure}}) {
         EXPECT_FALSE(K8Render_render3D(c.handle, c.params, c.object, nullptr)) << c.what;
         EXPECT_EQ(takeStatus(), K8_ERR_FAILURE) << c.what;
         EXPECT_EQ(render->context->head, nullptr) << c.what;
@@ -103,9 +86,8 @@ TEST_F(DrawListTest, TheHostMayChangeAndDestroyEverythingAfterQueueing) {
     const GlLines undisturbed = traced();
 
     EXPECT_TRUE(queue());
-    K8Transform_translate(&view, fixed(9), fixed(9), fixed(9));
-    K8Transform_translate(&lightPlace, fixed(9), fixed(9), fixed(9));
-    K8Transform_translate(&content.place, fixed(9), fixed(9), fixed(9));
+    for (K8Transform* transform : {&view, &lightPlace, &content.place})
+        K8Transform_translate(transform, fixed(9), fixed(9), fixed(9));
     content.params = {};
     lightTransforms[1] = nullptr;
     content.set([](K8FigureInfo& info) {
@@ -119,16 +101,13 @@ TEST_F(DrawListTest, TheHostMayChangeAndDestroyEverythingAfterQueueing) {
     });
     content.setMode(content.textures[0], 0);
     K8Fog_setColor(content.fog, 0x123456);
-    for (K8Light* light : content.lights) {
-        K8Light_setColor(light, 0x654321);
-        K8Light_setMode(light, K8_LIGHT_SPOT);
-    }
+    K8Light_setColor(content.lights[1], 0x654321);
     content.setLight(0, {{1, 2, 3}, {4, 5, 6}});
     content.destroyHandles();
-    glRecorder.take();
-    EXPECT_TRUE(StageContent::flush(render));
-    EXPECT_THAT(linesBeyond(undisturbed, glRecorder.take()), testing::Each(StartsWith("glDeleteTextures")));
-    EXPECT_THAT(glRecorder.liveTextures, IsEmpty()) << "the list held the last references";
+    const std::string beyond = brief(linesBeyond(undisturbed, flushLines()));
+    EXPECT_TRUE(beyond.starts_with("DeleteTextures")) << beyond;
+    EXPECT_EQ(beyond.find("; D", beyond.rfind("Delete")), std::string::npos) << beyond;
+    EXPECT_TRUE(glRecorder.liveTextures.empty()) << "the list held the last references";
 }
 
 // --- Lights ---
@@ -163,8 +142,8 @@ TEST_F(DrawListTest, LightsStandAndShineWhereTheyAreTold) {
     content.params.lightCount = 1;
     // clang-format off
     const int32_t directions[][3] = {
-        {0, 0, 0}, {0, 0, 4096}, {0, 0, 1}, {0, 0, -4096}, {4096, 0, 0}, {0, 4096, 0}, {-1, 0, 0}, {100, 200, 300},
-        {-4096, 4096, -1}, {1, -2, -30}, {5, 7, 900}, {0, -1, -1}, {0x7FFFFF, 0, -0x7FFFFF}};
+        {0, 0, 0}, {0, 0, 1}, {0, 0, -4096}, {4096, 0, 0}, {0, 4096, 0}, {-1, 0, 0}, {100, 200, 300},
+        {-4096, 4096, -1}, {5, 7, 900}, {0x7FFFFF, 0, -0x7FFFFF}};
     // clang-format on
     for (const auto& d : directions) {
         content.setLight(0, {{fixed(3), fixed(-4), fixed(5)}, {d[0], d[1], d[2]}});
@@ -188,20 +167,6 @@ TEST_F(DrawListTest, LightsStandAndShineWhereTheyAreTold) {
     }
 }
 
-TEST_F(DrawListTest, OnlyTheFirstEightLightsCount) {
-    content.params.lightCount = uint16_t(content.lights.size());
-    ASSERT_TRUE(queue());
-    const DrawItem* item = render->context->head;
-    ASSERT_EQ(item->lightCount, 8);
-    for (uint32_t i = 0; i < 8; ++i) {
-        EXPECT_EQ(item->lights[i]->color, i + 1);
-        EXPECT_NE(item->lights[i], content.lights[i]->header.object) << "a duplicate";
-    }
-    const DrawnPart body = flush().at(0);
-    for (int i = 0; i < 8; ++i) EXPECT_TRUE(body.has("GL_LIGHT" + std::to_string(i)));
-    EXPECT_EQ(K8Render_graphics(render)->lightCount, 0) << "no later flush is lit by them";
-}
-
 TEST_F(DrawListTest, EqualLightsAreCollectedOnce) {
     K8Transform moved;
     K8Transform_create(&moved, host.get());
@@ -215,18 +180,17 @@ TEST_F(DrawListTest, EqualLightsAreCollectedOnce) {
         K8Light** lights;
         K8Transform** transforms;
         bool changed;
-        size_t lit;
+        int lit;
     };
+    K8Light** const all = content.lights.data();
     const Case cases[] = {
         {"the first without any", 0, nullptr, nullptr, false, 0},
-        {"one", 1, content.lights.data(), nullptr, true, 1},
-        {"the same", 1, content.lights.data(), nullptr, false, 1},
+        {"one", 1, all, nullptr, true, 1},
         {"another of equal values", 1, twins, nullptr, false, 1},
-        {"moved", 1, content.lights.data(), movedTransforms, true, 1},
-        {"two", 2, content.lights.data(), nullptr, true, 2},
-        {"two again", 2, content.lights.data(), nullptr, false, 2},
+        {"moved", 1, all, movedTransforms, true, 1},
+        {"more than eight", 10, all, nullptr, true, 8},
+        {"the same again", 10, all, nullptr, false, 8},
         {"none", 0, nullptr, nullptr, true, 0},
-        {"none again", 0, nullptr, nullptr, false, 0},
     };
     for (int round = 0; round < 2; ++round) {  // the second list starts from nothing
         for (const Case& c : cases) {
@@ -237,41 +201,10 @@ TEST_F(DrawListTest, EqualLightsAreCollectedOnce) {
             EXPECT_EQ(render->context->tail->lightsChanged, c.changed) << c.what;
         }
         const std::vector<DrawnPart> drawn = flush();
-        for (size_t i = 0; i < std::size(cases); ++i) {
-            EXPECT_EQ(drawn.at(2 * i).has("GL_LIGHT0"), cases[i].lit > 0) << cases[i].what;
-            EXPECT_EQ(drawn.at(2 * i).has("GL_LIGHT1"), cases[i].lit > 1) << cases[i].what;
-        }
-    }
-    content.params.lightCount = 1;
-    content.params.lights = content.lights.data();
-    ASSERT_TRUE(queue());
-    K8Render_clear3D(render);
-    ASSERT_TRUE(queue());
-    EXPECT_TRUE(render->context->tail->lightsChanged) << "a discarded list leaves no lights";
-}
-
-// Whatever failed in between, every item is lit by its own lights.
-TEST_F(DrawListTest, AFailedCallDoesNotChangeTheLightsOfOthers) {
-    constexpr uint16_t kCounts[] = {0, 1, 3};
-    for (const uint16_t failing : kCounts) {
-        for (const uint16_t last : kCounts) {
-            content.params.lightCount = 1;
-            ASSERT_TRUE(queue());
-            content.params.lightCount = failing;
-            host.failAfter(0);  // the texture list of the copy
-            EXPECT_FALSE(queue());
-            host.failAfter(kNeverFail);
-            heap.failAfter(0);  // a light
-            EXPECT_EQ(queue(), failing < 2);
-            heap.failAfter(kNeverFail);
-            content.params.lightCount = last;
-            ASSERT_TRUE(queue());
-            const std::vector<DrawnPart> drawn = flush();
-            EXPECT_TRUE(drawn.at(0).has("GL_LIGHT0"));
-            EXPECT_FALSE(drawn.at(0).has("GL_LIGHT1"));
-            EXPECT_EQ(drawn.back().has("GL_LIGHT0"), last > 0) << failing << " failed, " << last << " queued";
-            EXPECT_EQ(drawn.back().has("GL_LIGHT2"), last > 2) << failing << " failed, " << last << " queued";
-        }
+        for (size_t i = 0; i < std::size(cases); ++i)
+            for (int light = 0; light < 8; ++light)
+                EXPECT_EQ(drawn.at(2 * i).has("LIGHT" + std::to_string(light)), light < cases[i].lit) << cases[i].what;
+        EXPECT_EQ(K8Render_graphics(render)->lightCount, 0) << "no later flush is lit by them";
     }
 }
 
@@ -315,19 +248,10 @@ TEST_F(DrawListTest, TheBlockSaysHowItIsSeen) {
              Case{"from the screen's size", 2, 160, 120, 4, 50, 0, perspective(opening, aspect, 4, 50)},
              Case{"from an angle, shaped like the target", 3, 100, 10, 2, 60, 75, fromAngle},
              Case{"no kind", 0, 160, 120, 3, 50, 60, fromAngle},
-             Case{"unknown kind", 4, 160, 120, 3, 50, 60, fromAngle},
-             Case{"parallel without height", 1, 160, 0, 3, 50, 60, fromAngle},
              Case{"parallel without width", 1, 0, 120, 3, 50, 60, fromAngle},
-             Case{"size, near 0", 2, 160, 120, 0, 50, 60, fromAngle},
              Case{"size, near behind", 2, 160, 120, -3, 50, 60, fromAngle},
-             Case{"size, far 0", 2, 160, 120, 3, 0, 60, fromAngle},
-             Case{"size without width", 2, 0, 120, 3, 50, 60, fromAngle},
-             Case{"size without height", 2, 160, 0, 3, 50, 60, fromAngle},
-             Case{"angle, near 0", 3, 160, 120, 0, 50, 60, fromAngle},
              Case{"angle, far behind", 3, 160, 120, 3, -50, 60, fromAngle},
              Case{"angle 180", 3, 160, 120, 3, 50, 180, fromAngle},
-             Case{"angle 0", 3, 160, 120, 3, 50, 0, fromAngle},
-             Case{"angle below 0", 3, 160, 120, 3, 50, -60, fromAngle},
          }) {
         content.params.projection = c.kind;
         content.params.screenWidth = c.width;
@@ -340,7 +264,7 @@ TEST_F(DrawListTest, TheBlockSaysHowItIsSeen) {
     }
     content.params.farDistance = content.params.nearDistance;
     content.params.verticalAngle = fixed(60);
-    EXPECT_THAT(queueAndFlush(), IsEmpty()) << "near equals far: nothing to see, and no failure";
+    EXPECT_TRUE(queueAndFlush().empty()) << "near equals far: nothing to see, and no failure";
 }
 
 // --- Parts and poses ---
@@ -354,10 +278,9 @@ TEST_F(DrawListTest, PatternsComeFromTheActionOrFromTheInfo) {
     };
     for (const Case& c : {
              Case{"never chosen", false, 0, 0, {Body, Badge}},
-             Case{"bit 31, no action", false, 0x80000000, 0b11, {Body, Badge, Patch, Glass, Flag}},
-             Case{"as the last flush left it", false, 0, 0, {Body, Badge, Patch, Glass, Flag}},
-             Case{"the action's", true, 0, 0b10, {Body, Badge, Patch, Glass}},
-             Case{"another action's", true, 1, 0b10, {Body, Badge}},
+             Case{"bit 31, no action", false, 0x80000000, 0b11, {Body, Badge, Glass, Flag, Patch}},
+             Case{"as the last flush left it", false, 0, 0, {Body, Badge, Glass, Flag, Patch}},
+             Case{"the action's", true, 0, 0b10, {Body, Badge, Glass, Patch}},
              Case{"bit 31 over the action", true, 0x80000000, 0b10, {Body, Badge, Flag}},
              Case{"an action that does not exist", true, 9, 0b01, {Body, Badge, Flag}},
          }) {
@@ -366,11 +289,10 @@ TEST_F(DrawListTest, PatternsComeFromTheActionOrFromTheInfo) {
             info.loadedAction = c.hasAction ? content.actions : nullptr;
         });
         ASSERT_TRUE(K8Figure_setPattern(content.figure, c.hostPattern));
-        std::vector<FigurePart> parts = partsOf(queueAndFlush());
+        std::vector<FigurePart> parts;
+        for (const DrawnPart& drawn : queueAndFlush()) parts.push_back(drawn.part);
         std::ranges::sort(parts);
-        std::vector<FigurePart> expected = c.parts;
-        std::ranges::sort(expected);
-        EXPECT_EQ(parts, expected) << c.what;
+        EXPECT_EQ(parts, c.parts) << c.what;
     }
 }
 
@@ -383,53 +305,49 @@ TEST_F(DrawListTest, TwoItemsOfOneFigureHaveTheirOwnPoses) {
     std::vector<float> places;
     for (const DrawnPart& drawn : flush())
         if (drawn.part == Body) places.push_back(drawn.draw.positions[0][0] + 64);
-    EXPECT_THAT(places, ElementsAre(0, 320, 640, 128));
+    EXPECT_EQ(places, (std::vector<float>{0, 320, 640, 128}));
 }
 
 TEST_F(DrawListTest, BlendingIsTheFiguresOrElseThePartsOwn) {
     content.set([](K8FigureInfo& info) { info.action = 0x80000000, info.pattern = 0b110; });
-    const std::string replace = "glBlendFunc(GL_ONE, GL_ZERO)",
-                      alpha = "glBlendFunc(GL_SRC_ALPHA, GL_ONE_MINUS_SRC_ALPHA)",
-                      alphaAdd = "glBlendFunc(GL_SRC_ALPHA, GL_ONE)", add = "glBlendFunc(GL_ONE, GL_ONE)",
-                      modulate = "glBlendFunc(GL_DST_COLOR, GL_ZERO)";
-    traced();
-    const GlLines untouched = traced();
+    const auto* figure = static_cast<const FigureMesh*>(content.figure->header.object);
+    CompositingMode* bodyMode =
+        (*std::ranges::find_if(figure->appearances, figure->appearances + figure->submeshCount,
+                               [](const Appearance* appearance) { return appearance && appearance->material; }))
+            ->compositingMode;
+    const std::string replace = "BlendFunc(ONE, ZERO)", alpha = "BlendFunc(SRC_ALPHA, ONE_MINUS_SRC_ALPHA)",
+                      alphaAdd = "BlendFunc(SRC_ALPHA, ONE)", add = "BlendFunc(ONE, ONE)",
+                      modulate = "BlendFunc(DST_COLOR, ZERO)";
     struct Case {
         const char* what;
         int16_t mode;
-        std::string body, glass, flag;
+        std::string body, badge, glass, flag;
     };
     for (const Case& c :
-         {Case{"none", K8_BLEND_NONE, replace, alpha, add}, Case{"alpha", K8_BLEND_ALPHA, alpha, alpha, alpha},
-          Case{"additive", K8_BLEND_ADDITIVE, alphaAdd, alphaAdd, alphaAdd},
-          Case{"unknown counts as none", 33, replace, alpha, add}}) {
+         {Case{"alpha", K8_BLEND_ALPHA, alpha, alpha, alpha, alpha},
+          Case{"unknown counts as none", 33, replace, replace, alpha, add},
+          Case{"additive", K8_BLEND_ADDITIVE, alphaAdd, alphaAdd, alphaAdd, alphaAdd},
+          Case{"none: as it was", K8_BLEND_NONE, replace, replace, alpha, add},
+          Case{"modulating", K8_BLEND_NONE, modulate, replace, alpha, add},  // which no polygon can ask for
+          Case{"alpha in its place", K8_BLEND_ALPHA, alpha, alpha, alpha, alpha},
+          Case{"modulating again", K8_BLEND_NONE, modulate, replace, alpha, add}}) {
+        if (c.body == modulate) qelCompositingMode_setDepthTestEnable(bodyMode, false);
+        if (c.what == std::string("modulating")) qelCompositingMode_setBlending(bodyMode, int32_t(Blending::Modulate));
         content.set([&](K8FigureInfo& info) { info.blendMode = c.mode; });
         const std::vector<DrawnPart> drawn = queueAndFlush();
         EXPECT_EQ(drawn.size(), 5u) << c.what;
         for (const DrawnPart& part : drawn) {
-            const std::string& expected = part.part == Glass ? c.glass : part.part == Flag ? c.flag : c.body;
-            EXPECT_EQ(part.last("glBlendFunc"), expected) << c.what << ", part " << part.part;
-            EXPECT_EQ(part.has("GL_BLEND"), expected != replace) << c.what << ", part " << part.part;
-            EXPECT_EQ(part.last("glDepthMask"), expected == replace ? "glDepthMask(1)" : "glDepthMask(0)")
+            const std::string& expected = part.part == Glass   ? c.glass
+                                          : part.part == Flag  ? c.flag
+                                          : part.part == Badge ? c.badge
+                                                               : c.body;
+            EXPECT_EQ(part.last("BlendFunc", "DepthMask"),
+                      expected + (expected == replace ? "; DepthMask(1)" : "; DepthMask(0)"))
                 << c.what << ", part " << part.part;
-            EXPECT_TRUE(part.has("GL_DEPTH_TEST")) << c.what << ", part " << part.part;
+            EXPECT_EQ(part.has("BLEND"), expected != replace) << c.what << ", part " << part.part;
+            EXPECT_TRUE(part.has("DEPTH_TEST")) << c.what << ", part " << part.part;
         }
     }
-    content.set([](K8FigureInfo& info) { info.blendMode = K8_BLEND_NONE; });
-    EXPECT_EQ(traced(), untouched) << "what the parts blend with has come back";
-
-    // Also of a blending that no polygon can ask for.
-    CompositingMode* mode = bodyAppearance(content)->compositingMode;
-    qelCompositingMode_setBlending(mode, int32_t(Blending::Modulate));
-    qelCompositingMode_setDepthTestEnable(mode, false);
-    content.set([](K8FigureInfo& info) { info.blendMode = K8_BLEND_ALPHA; });
-    EXPECT_EQ(firstOf(queueAndFlush(), Body).last("glBlendFunc"), alpha);
-    EXPECT_EQ(mode->blending, Blending::Modulate);
-    content.set([](K8FigureInfo& info) { info.blendMode = K8_BLEND_NONE; });
-    const std::vector<DrawnPart> drawn = queueAndFlush();
-    EXPECT_EQ(firstOf(drawn, Body).last("glBlendFunc"), modulate);
-    EXPECT_EQ(firstOf(drawn, Body).last("glDepthMask"), "glDepthMask(0)");
-    EXPECT_TRUE(firstOf(drawn, Body).has("GL_DEPTH_TEST"));
 }
 
 TEST_F(DrawListTest, TransparencyFadesWhatBlends) {
@@ -437,41 +355,20 @@ TEST_F(DrawListTest, TransparencyFadesWhatBlends) {
         int32_t percent;  // F
         int16_t mode;
         int alpha;  // of 255
+        const char* diffuse;
     };
-    for (const Case& c : {Case{fixed(100), K8_BLEND_ALPHA, 254}, Case{fixed(50), K8_BLEND_ALPHA, 127},
-                          Case{fixed(100.3), K8_BLEND_ALPHA, 254}, Case{fixed(101), K8_BLEND_ALPHA, 255},
-                          Case{fixed(1), K8_BLEND_ADDITIVE, 2}, Case{0, K8_BLEND_ALPHA, 0},
-                          Case{fixed(-7), K8_BLEND_ALPHA, 0}, Case{fixed(50), K8_BLEND_NONE, 255}}) {
+    for (const Case& c :
+         {Case{fixed(100), K8_BLEND_ALPHA, 254, "0.996078"}, Case{fixed(50), K8_BLEND_ALPHA, 127, "0.498039"},
+          Case{fixed(1), K8_BLEND_ADDITIVE, 2, "0.00784314"}, Case{fixed(-7), K8_BLEND_ALPHA, 0, "0"},
+          Case{fixed(50), K8_BLEND_NONE, 255, "1"}}) {
         content.set([&](K8FigureInfo& info) {
             info.transparency = c.percent;
             info.blendMode = c.mode;
         });
         const std::vector<DrawnPart> drawn = queueAndFlush();
-        char diffuse[80];
-        std::snprintf(diffuse, sizeof diffuse, "glMaterialfv(GL_FRONT_AND_BACK, GL_DIFFUSE, {1, 1, 1, %g})",
-                      double(float(c.alpha) * (1.0f / 255)));
-        EXPECT_EQ(firstOf(drawn, Body).last("glMaterialfv(GL_FRONT_AND_BACK, GL_DIFFUSE"), diffuse) << c.percent;
-        EXPECT_EQ(firstOf(drawn, Badge).draw.colors[0], (std::vector<float>{200, 100, 50, float(c.alpha)}))
-            << c.percent;
-    }
-}
-
-TEST_F(DrawListTest, PolygonModesKeepTheirSidesAndTakeTheCorrection) {
-    content.set([](K8FigureInfo& info) { info.action = 0x80000000, info.pattern = 0b100; });
-    qelPolygonMode_setCulling(bodyAppearance(content)->polygonMode, int32_t(Culling::Front));
-    for (const bool corrected : {true, false}) {
-        content.set([&](K8FigureInfo& info) { info.perspectiveCorrection = corrected; });
-        for (const int16_t projection : {int16_t(K8_PROJECTION_PERSPECTIVE_ANGLE), int16_t(K8_PROJECTION_PARALLEL)}) {
-            content.params.projection = projection;
-            const std::vector<DrawnPart> drawn = queueAndFlush();
-            EXPECT_EQ(firstOf(drawn, Body).last("glCullFace"), "glCullFace(GL_BACK)");
-            EXPECT_TRUE(firstOf(drawn, Body).has("GL_CULL_FACE"));
-            EXPECT_FALSE(firstOf(drawn, Flag).has("GL_CULL_FACE")) << "two-sided";
-            const bool isNice = corrected && projection == K8_PROJECTION_PERSPECTIVE_ANGLE;
-            EXPECT_EQ(firstOf(drawn, Body).last("glHint"), isNice
-                                                               ? "glHint(GL_PERSPECTIVE_CORRECTION_HINT, GL_NICEST)"
-                                                               : "glHint(GL_PERSPECTIVE_CORRECTION_HINT, GL_FASTEST)");
-        }
+        EXPECT_EQ(firstOf(drawn, Body).last("Materialfv(DIFFUSE"),
+                  "Materialfv(DIFFUSE, {1, 1, 1, " + std::string(c.diffuse) + "})");
+        EXPECT_EQ(firstOf(drawn, Badge).draw.colors[0], (std::vector<float>{200, 100, 50, float(c.alpha)}));
     }
 }
 
@@ -488,96 +385,60 @@ TEST_F(DrawListTest, FogCoversTheItemsOfItsBlock) {
     const std::vector<DrawnPart> drawn = flush();
     ASSERT_EQ(drawn.size(), 8u);
     for (const size_t linear : {0, 1, 4, 5}) {
-        EXPECT_TRUE(drawn[linear].has("GL_FOG"));
-        EXPECT_EQ(drawn[linear].last("glFogf(GL_FOG_MODE"), "glFogf(GL_FOG_MODE, GL_LINEAR)");
-        EXPECT_EQ(drawn[linear].last("glFogf(GL_FOG_END"), "glFogf(GL_FOG_END, 30)");
-        EXPECT_EQ(drawn[linear].last("glFogfv"), "glFogfv(GL_FOG_COLOR, {1, 0, 0, 1})");
+        EXPECT_TRUE(drawn[linear].has("FOG"));
+        EXPECT_EQ(drawn[linear].last("Fogf(FOG_MODE", "Fogf(FOG_END", "Fogfv"),
+                  "Fogf(FOG_MODE, LINEAR); Fogf(FOG_END, 30); Fogfv(FOG_COLOR, {1, 0, 0, 1})");
     }
-    EXPECT_FALSE(drawn[2].has("GL_FOG"));
-    EXPECT_FALSE(drawn[3].has("GL_FOG"));
-    EXPECT_EQ(drawn[6].last("glFogf(GL_FOG_MODE"), "glFogf(GL_FOG_MODE, GL_EXP)");
-    EXPECT_EQ(drawn[6].last("glFogf(GL_FOG_DENSITY"), "glFogf(GL_FOG_DENSITY, 0.25)");
+    EXPECT_FALSE(drawn[2].has("FOG") || drawn[3].has("FOG"));
+    EXPECT_EQ(drawn[6].last("Fogf(FOG_MODE", "Fogf(FOG_DENSITY"), "Fogf(FOG_MODE, EXP); Fogf(FOG_DENSITY, 0.25)");
 }
 
 TEST_F(DrawListTest, EveryPartHasTheTextureOfItsSlot) {
     content.set([](K8FigureInfo& info) { info.action = 0x80000000, info.pattern = 0b10; });
-    const std::string modulate = "glTexEnvf(GL_TEXTURE_ENV, GL_TEXTURE_ENV_MODE, GL_MODULATE)",
-                      replace = "glTexEnvf(GL_TEXTURE_ENV, GL_TEXTURE_ENV_MODE, GL_REPLACE)",
-                      add = "glTexEnvf(GL_TEXTURE_ENV, GL_TEXTURE_ENV_MODE, GL_ADD)";
     K8Texture *first = content.textures[0], *second = content.textures[1], *map = content.textures[2];
-    enum { kFirst = 1, kSecond = 2, kMap = 3 };  // in the order of their uploads
-    const auto bound = [](int name, const std::string& mode) {
-        return GlLines{"glBindTexture(GL_TEXTURE_2D, " + std::to_string(name) + ")", mode};
-    };
+    // In the order of their uploads.
+    const std::string mode = "; TexEnvf(MODE, ", firstOn = "BindTexture(1)" + mode, secondOn = "BindTexture(2)" + mode,
+                      mapOn = "BindTexture(3)" + mode, modulate = "MODULATE)", replace = "REPLACE)";
     const auto give = [this](std::vector<K8Texture*> list) { return [this, list] { content.setTextures(list); }; };
+    const auto giveUnusedMap = [&] {
+        const K8TextureInfo info = {.hasSecondMap = 0, .textureMode = 7, .secondMap = map};
+        K8Texture_setTmpData(first, &info);
+    };
+    const auto giveMap = [&] {
+        content.setMode(first, 1, map);
+        content.setTextures({first, second});
+    };
     struct Case {
         const char* what;
         std::function<void()> change;
-        GlLines body, glass;
+        std::string body, bodyMap, glass;
     };
     queueAndFlush();  // uploads the two textures, in the order of the parts
     for (const Case& c : {
-             Case{"modulated", [] {}, bound(kFirst, modulate), bound(kSecond, modulate)},
-             Case{"replacing", [&] { content.setMode(first, 1); }, bound(kFirst, replace), bound(kSecond, modulate)},
-             Case{"a second map that is not switched on",
-                  [&] {
-                      const K8TextureInfo info = {.hasSecondMap = 0, .textureMode = 7, .secondMap = map};
-                      K8Texture_setTmpData(first, &info);
-                  },
-                  bound(kFirst, modulate), bound(kSecond, modulate)},
-             Case{"without info", [&] { K8Texture_clearTmpData(second); }, bound(kFirst, modulate),
-                  bound(kSecond, modulate)},
-             Case{"exchanged", give({second, first}), bound(kSecond, modulate), bound(kFirst, modulate)},
-             Case{"fewer than slots", give({second}), bound(kSecond, modulate), {}},
-             Case{"more than slots", give({first, second, map}), bound(kFirst, modulate), bound(kSecond, modulate)},
-             Case{"none", give({}), {}, {}},
+             Case{"modulated", [] {}, firstOn + modulate, "", secondOn + modulate},
+             Case{"a second map that is not switched on", giveUnusedMap, firstOn + modulate, "", secondOn + modulate},
+             Case{"exchanged", give({second, first}), secondOn + modulate, "", firstOn + modulate},
+             Case{"fewer than slots", give({second}), secondOn + modulate, "", ""},
+             Case{"more than slots", give({first, second, map}), firstOn + modulate, "", secondOn + modulate},
+             Case{"replacing, with a map", giveMap, firstOn + replace, mapOn + "ADD)", secondOn + modulate},
          }) {
         c.change();
         const std::vector<DrawnPart> drawn = queueAndFlush();
         ASSERT_EQ(drawn.size(), 4u) << c.what;
         for (const FigurePart part : {Body, Patch}) {
-            EXPECT_EQ(firstOf(drawn, part).unit(0), c.body) << c.what;
-            EXPECT_THAT(firstOf(drawn, part).unit(1), IsEmpty()) << c.what;
+            const DrawnPart& drawnPart = firstOf(drawn, part);
+            EXPECT_EQ(drawnPart.unit(0), c.body) << c.what;
+            EXPECT_EQ(drawnPart.unit(1), c.bodyMap) << c.what;
+            if (c.bodyMap.empty()) continue;
+            EXPECT_EQ(drawnPart.draw.lookups[1], drawnPart.draw.lookups[0]) << "the coordinates of the first";
+            EXPECT_EQ(drawnPart.draw.lookups[1].back()[0], part == Body ? 1 : 0) << "scaled from texels";
         }
         EXPECT_EQ(firstOf(drawn, Glass).unit(0), c.glass) << c.what;
-        EXPECT_THAT(firstOf(drawn, Badge).unit(0), IsEmpty()) << c.what << ": a colour polygon";
+        EXPECT_EQ(firstOf(drawn, Glass).unit(1), "") << c.what;
+        EXPECT_EQ(firstOf(drawn, Badge).unit(0), "") << c.what << ": a colour polygon";
         for (K8Texture* texture : {first, second, map})
             EXPECT_EQ(texture->header.object->refCount, 1) << c.what << ": the slots are empty again";
     }
-    content.setMode(first, 1, map);
-    content.setTextures({first, second});
-    queueAndFlush();  // uploads the map
-    const std::vector<DrawnPart> drawn = queueAndFlush();
-    const DrawnPart& body = firstOf(drawn, Body);
-    EXPECT_EQ(body.unit(0), bound(kFirst, replace));
-    EXPECT_EQ(body.unit(1), bound(kMap, add));
-    EXPECT_EQ(body.draw.texCoords[1], body.draw.texCoords[0]) << "the coordinates of the first";
-    EXPECT_EQ(body.draw.lookups[1].back(), (std::vector<float>{1, 1, 0})) << "scaled from texels";
-    EXPECT_THAT(firstOf(drawn, Glass).unit(1), IsEmpty()) << "the other slot has no map";
-}
-
-// --- Failures ---
-
-TEST_F(DrawListTest, AFigureThatCannotBeDrawnEndsTheFlush) {
-    content.params.lightCount = 1;
-    K8Figure* empty = K8Figure_create(nullptr, host.get());
-    K8Figure* bare = reinterpret_cast<K8Figure*>(loadHandle(encode::encodeMb(stageFigure()), host.get()));
-    K8Figure_clearTmpData(bare);
-    for (K8Figure* figure : {empty, bare}) {
-        ASSERT_TRUE(queue());
-        EXPECT_TRUE(K8Render_render3D(render, &content.params, &figure->header, nullptr))
-            << "only looked at when drawn";
-        ASSERT_TRUE(queue());
-        glRecorder.draws.clear();
-        EXPECT_FALSE(StageContent::flush(render));
-        EXPECT_EQ(takeStatus(), K8_ERR_FAILURE);
-        EXPECT_EQ(glRecorder.draws.size(), 2u) << "what came before it";
-        EXPECT_EQ(render->context->head, nullptr);
-        EXPECT_FALSE(K8Render_graphics(render)->isBound);
-        EXPECT_EQ(K8Render_graphics(render)->lightCount, 0);
-        K8Figure_destroy(figure);
-    }
-    EXPECT_EQ(queueAndFlush().size(), 2u);
 }
 
 TEST_F(DrawListTest, AFigureWithoutPolygonsDrawsNothing) {
@@ -590,8 +451,7 @@ TEST_F(DrawListTest, AFigureWithoutPolygonsDrawsNothing) {
     std::swap(figure, content.figure);
     content.setTextures({content.textures[0]});
     content.set([&](K8FigureInfo& info) { info.loadedAction = content.actions; });
-    EXPECT_THAT(queueAndFlush(), IsEmpty());
-    std::swap(figure, content.figure);
+    EXPECT_TRUE(queueAndFlush().empty());
     K8Figure_destroy(figure);
 }
 
@@ -607,10 +467,10 @@ TEST_F(DrawListTest, TheSecondFlushSendsAndAllocatesNothingNew) {
     });
     const GlLines first = traced(), second = traced();
     for (const std::string& line : linesBeyond(second, first))
-        EXPECT_THAT(
-            line, testing::AnyOf(StartsWith("glGenTextures"), StartsWith("glCompressedTexImage2D"),
-                                 StartsWith("glBindTexture"), StartsWith("glGetError"), StartsWith("glTexParameterf")))
-            << "only the uploads";
+        EXPECT_TRUE(line.starts_with("glGenTextures") || line.starts_with("glCompressedTexImage2D") ||
+                    line.starts_with("glBindTexture") || line.starts_with("glGetError") ||
+                    line.starts_with("glTexParameterf"))
+            << line << " is not of an upload";
 
     heap.failAfter(kNeverFail);
     host.failAfter(kNeverFail);
@@ -620,111 +480,64 @@ TEST_F(DrawListTest, TheSecondFlushSendsAndAllocatesNothingNew) {
     ASSERT_TRUE(queue());
     EXPECT_EQ(heap.calls(), 4 + 1) << "the lights are those of the first";
     EXPECT_EQ(host.calls(), 3 + 1);
-    heap.failAfter(kNeverFail);
-    host.failAfter(kNeverFail);
     EXPECT_TRUE(StageContent::flush(render));
-    EXPECT_EQ(heap.calls(), 0);
-    EXPECT_EQ(host.calls(), 0);
+    EXPECT_EQ(heap.calls(), 4 + 1);
+    EXPECT_EQ(host.calls(), 3 + 1);
 }
 
-class OnePartTest : public FigureTest {
-protected:
-    OnePartTest() {
-        encode::MbFigure onePart = stageFigure();
-        onePart.polygons.resize(1);
-        K8Figure_destroy(content.figure);
-        content.figure = reinterpret_cast<K8Figure*>(loadHandle(encode::encodeMb(onePart), host.get()));
-        content.setTextures({content.textures[0]});
-        content.params.lightCount = 1;
-        content.params.fog = content.fog;
-    }
-};
-
-TEST_F(OnePartTest, AFlushFromTheFirstCallToTheLast) {
+TEST_F(DrawListTest, AFlushFromTheFirstCallToTheLast) {
+    encode::MbFigure onePart = stageFigure();
+    onePart.polygons.resize(1);
+    K8Figure_destroy(content.figure);
+    content.figure = reinterpret_cast<K8Figure*>(loadHandle(encode::encodeMb(onePart), host.get()));
+    content.setTextures({content.textures[0]});
+    content.params.lightCount = 1;
+    content.params.fog = content.fog;
     K8Light_setColor(content.lights[0], 0xFF8000);
     K8Fog_setLinear(content.fog, fixed(4), fixed(20));
     K8Fog_setColor(content.fog, 0x0000FF);
-    // clang-format off
-    const GlLines expected = {
+    const char* const kExpected =
         // the target, and its depth
-        "glDepthFunc(GL_LEQUAL)", "glDisable(GL_DITHER)", "glEnable(GL_SCISSOR_TEST)",
-        "glLightModelfv(GL_LIGHT_MODEL_AMBIENT, {0, 0, 0, 0})", "glViewport(0, 0, 160, 120)",
-        "glScissor(0, 0, 160, 120)", "glDepthRangef(0, 1)", "glDepthMask(1)", "glClear(depth)",
+        "DepthFunc(LEQUAL); Disable(DITHER); Enable(SCISSOR_TEST); LightModelfv(LIGHT_MODEL_AMBIENT, {0, 0, 0, 0}); "
+        "Viewport(0, 0, 160, 120); Scissor(0, 0, 160, 120); DepthRangef(0, 1); DepthMask(1); Clear(depth); "
         // camera
-        "glMatrixMode(GL_PROJECTION)",
-        "glLoadMatrixf({1.29912, 0, 0, 0, 0, 1.73205, 0, 0, 0, 0, -1.0202, -1, 0, 0, -2.0202, 0})",
+        "MatrixMode(PROJECTION); "
+        "LoadMatrixf({1.29912, 0, 0, 0, 0, 1.73205, 0, 0, 0, 0, -1.0202, -1, 0, 0, -2.0202, 0}); "
         // lights
-        "glMatrixMode(GL_MODELVIEW)", "glLoadMatrixf({1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1})",
-        "glLightfv(GL_LIGHT0, GL_POSITION, {0, 0, 1, 0})", "glEnable(GL_LIGHT0)",
-        "glLightfv(GL_LIGHT0, GL_DIFFUSE, {1, 0.501961, 0, 0})",
-        "glLightfv(GL_LIGHT0, GL_SPECULAR, {1, 0.501961, 0, 0})", "glLightfv(GL_LIGHT0, GL_AMBIENT, {0, 0, 0, 0})",
-        "glLightf(GL_LIGHT0, GL_CONSTANT_ATTENUATION, 1)", "glLightf(GL_LIGHT0, GL_LINEAR_ATTENUATION, 0)",
-        "glLightf(GL_LIGHT0, GL_QUADRATIC_ATTENUATION, 0)", "glLightf(GL_LIGHT0, GL_SPOT_CUTOFF, 180)",
-        "glDisable(GL_LIGHT1)", "glDisable(GL_LIGHT2)", "glDisable(GL_LIGHT3)", "glDisable(GL_LIGHT4)",
-        "glDisable(GL_LIGHT5)", "glDisable(GL_LIGHT6)", "glDisable(GL_LIGHT7)", "glEnable(GL_NORMALIZE)",
-        "glViewport(0, 0, 160, 120)", "glScissor(0, 0, 160, 120)", "glDepthRangef(0, 1)",
+        "MatrixMode(MODELVIEW); LoadMatrixf(at 0, 0, 0); Lightfv(LIGHT0, POSITION, {0, 0, 1, 0}); Enable(LIGHT0); "
+        "Lightfv(LIGHT0, DIFFUSE, {1, 0.501961, 0, 0}); Lightfv(LIGHT0, SPECULAR, {1, 0.501961, 0, 0}); "
+        "Lightfv(LIGHT0, AMBIENT, {0, 0, 0, 0}); Lightf(LIGHT0, CONSTANT_ATTENUATION, 1); "
+        "Lightf(LIGHT0, LINEAR_ATTENUATION, 0); Lightf(LIGHT0, QUADRATIC_ATTENUATION, 0); "
+        "Lightf(LIGHT0, SPOT_CUTOFF, 180); Disable(LIGHT1); Disable(LIGHT2); Disable(LIGHT3); Disable(LIGHT4); "
+        "Disable(LIGHT5); Disable(LIGHT6); Disable(LIGHT7); Enable(NORMALIZE); "
+        "Viewport(0, 0, 160, 120); Scissor(0, 0, 160, 120); DepthRangef(0, 1); "
         // material
-        "glEnable(GL_LIGHTING)", "glDisable(GL_COLOR_MATERIAL)",
-        "glMaterialfv(GL_FRONT_AND_BACK, GL_AMBIENT, {1, 1, 1, 0})",
-        "glMaterialfv(GL_FRONT_AND_BACK, GL_DIFFUSE, {1, 1, 1, 1})",
-        "glMaterialfv(GL_FRONT_AND_BACK, GL_EMISSION, {0, 0, 0, 0})",
-        "glMaterialfv(GL_FRONT_AND_BACK, GL_SPECULAR, {0, 0, 0, 0})",
-        "glMaterialf(GL_FRONT_AND_BACK, GL_SHININESS, 0)",
+        "Enable(LIGHTING); Disable(COLOR_MATERIAL); Materialfv(AMBIENT, {1, 1, 1, 0}); "
+        "Materialfv(DIFFUSE, {1, 1, 1, 1}); Materialfv(EMISSION, {0, 0, 0, 0}); Materialfv(SPECULAR, {0, 0, 0, 0}); "
+        "Materialf(SHININESS, 0); "
         // polygon mode
-        "glEnable(GL_CULL_FACE)", "glCullFace(GL_BACK)", "glFrontFace(GL_CW)", "glShadeModel(GL_SMOOTH)",
-        "glLightModelf(GL_LIGHT_MODEL_TWO_SIDE, 0)", "glHint(GL_PERSPECTIVE_CORRECTION_HINT, GL_FASTEST)",
+        "Enable(CULL_FACE); CullFace(BACK); FrontFace(CW); ShadeModel(SMOOTH); LightModelf(LIGHT_MODEL_TWO_SIDE, 0); "
+        "Hint(PERSPECTIVE_CORRECTION_HINT, FASTEST); "
         // fog
-        "glEnable(GL_FOG)", "glFogfv(GL_FOG_COLOR, {0, 0, 1, 1})", "glFogf(GL_FOG_MODE, GL_LINEAR)",
-        "glFogf(GL_FOG_START, 4)", "glFogf(GL_FOG_END, 20)",
+        "Enable(FOG); Fogfv(FOG_COLOR, {0, 0, 1, 1}); Fogf(FOG_MODE, LINEAR); Fogf(FOG_START, 4); Fogf(FOG_END, 20); "
         // compositing
-        "glEnable(GL_DEPTH_TEST)", "glDepthMask(1)", "glDisable(GL_POLYGON_OFFSET_FILL)", "glColorMask(1, 1, 1, 1)",
-        "glBlendFunc(GL_ONE, GL_ZERO)", "glDisable(GL_BLEND)", "glAlphaFunc(GL_ALWAYS, 0)",
-        "glDisable(GL_ALPHA_TEST)",
+        "Enable(DEPTH_TEST); DepthMask(1); Disable(POLYGON_OFFSET_FILL); ColorMask(1, 1, 1, 1); BlendFunc(ONE, ZERO); "
+        "Disable(BLEND); AlphaFunc(ALWAYS, 0); Disable(ALPHA_TEST); "
         // textures
-        "glActiveTexture(GL_TEXTURE1)", "glClientActiveTexture(GL_TEXTURE1)", "glDisable(GL_TEXTURE_2D)",
-        "glDisableClientState(GL_TEXTURE_COORD_ARRAY)", "glClientActiveTexture(GL_TEXTURE0)",
-        "glActiveTexture(GL_TEXTURE0)", "glEnableClientState(GL_TEXTURE_COORD_ARRAY)", "glEnable(GL_TEXTURE_2D)",
-        "glGenTextures(1)", "glBindTexture(GL_TEXTURE_2D, 1)",
-        "glCompressedTexImage2D(GL_TEXTURE_2D, 0, GL_PALETTE8_RGB5_A1_OES, 8, 8, 0, 576)", "glGetError()",
-        "glTexParameterf(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_NEAREST)",
-        "glTexParameterf(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, GL_NEAREST)",
-        "glTexParameterf(GL_TEXTURE_2D, GL_TEXTURE_WRAP_S, GL_REPEAT)",
-        "glTexParameterf(GL_TEXTURE_2D, GL_TEXTURE_WRAP_T, GL_REPEAT)", "glMatrixMode(GL_TEXTURE)",
-        "glLoadIdentity()", "glTexEnvf(GL_TEXTURE_ENV, GL_TEXTURE_ENV_MODE, GL_MODULATE)",
-        "glTexEnvfv(GL_TEXTURE_ENV, GL_TEXTURE_ENV_COLOR, {0, 0, 0, 0})", "glTexCoordPointer(2, GL_SHORT, 0)",
-        "glLoadMatrixf({0.125, 0, 0, 0, 0, 0.125, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1})",
+        "ActiveTexture(TEXTURE1); ClientActiveTexture(TEXTURE1); Disable(TEXTURE_2D); "
+        "DisableClientState(TEXTURE_COORD_ARRAY); ClientActiveTexture(TEXTURE0); ActiveTexture(TEXTURE0); "
+        "EnableClientState(TEXTURE_COORD_ARRAY); Enable(TEXTURE_2D); GenTextures(1); BindTexture(1); "
+        "CompressedTexImage2D(0, PALETTE8_RGB5_A1_OES, 8, 8, 0, 576); GetError(); "
+        "TexParameterf(TEXTURE_MIN_FILTER, NEAREST); TexParameterf(TEXTURE_MAG_FILTER, NEAREST); "
+        "TexParameterf(TEXTURE_WRAP_S, REPEAT); TexParameterf(TEXTURE_WRAP_T, REPEAT); MatrixMode(TEXTURE); "
+        "LoadIdentity(); TexEnvf(MODE, MODULATE); TexEnvfv(COLOR, {0, 0, 0, 0}); TexCoordPointer(2, SHORT, 0); "
+        "LoadMatrixf({0.125, 0, 0, 0, 0, 0.125, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1}); "
         // geometry
-        "glMatrixMode(GL_MODELVIEW)",
-        "glLoadMatrixf({0.015625, 0, 0, 0, 0, -0.015625, 0, 0, 0, 0, -0.015625, 0, 0, 0, -10, 1})",
-        "glEnableClientState(GL_VERTEX_ARRAY)", "glVertexPointer(3, GL_SHORT, 0)",
-        "glEnableClientState(GL_NORMAL_ARRAY)", "glNormalPointer(GL_BYTE, 0)",
-        "glDisableClientState(GL_COLOR_ARRAY)", "glDrawElements(GL_TRIANGLES, 6, GL_UNSIGNED_SHORT)",
-    };
-    // clang-format on
-    EXPECT_EQ(traced(), expected);
-}
-
-TEST_F(OnePartTest, EqualItemsSendOnlyWhatIsSentEveryTime) {
-    for (int i = 0; i < 3; ++i) ASSERT_TRUE(queue());
-    const std::vector<DrawnPart> drawn = flush();
-    ASSERT_EQ(drawn.size(), 3u);
-    const std::string identity = "glLoadMatrixf({0.125, 0, 0, 0, 0, 0.125, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1})";
-    for (const size_t i : {1, 2})
-        EXPECT_THAT(
-            linesBeyond(drawn[i - 1].lines, drawn[i].lines),
-            ElementsAre(
-                "glMatrixMode(GL_PROJECTION)", StartsWith("glLoadMatrixf"), "glViewport(0, 0, 160, 120)",
-                "glScissor(0, 0, 160, 120)", "glDepthRangef(0, 1)", "glEnable(GL_LIGHTING)",
-                "glActiveTexture(GL_TEXTURE1)", "glClientActiveTexture(GL_TEXTURE1)", "glDisable(GL_TEXTURE_2D)",
-                "glDisableClientState(GL_TEXTURE_COORD_ARRAY)", "glClientActiveTexture(GL_TEXTURE0)",
-                "glActiveTexture(GL_TEXTURE0)", "glEnableClientState(GL_TEXTURE_COORD_ARRAY)",
-                "glEnable(GL_TEXTURE_2D)", "glBindTexture(GL_TEXTURE_2D, 1)", "glMatrixMode(GL_TEXTURE)",
-                "glLoadIdentity()", "glTexEnvf(GL_TEXTURE_ENV, GL_TEXTURE_ENV_MODE, GL_MODULATE)",
-                "glTexEnvfv(GL_TEXTURE_ENV, GL_TEXTURE_ENV_COLOR, {0, 0, 0, 0})", "glTexCoordPointer(2, GL_SHORT, 0)",
-                identity, "glMatrixMode(GL_MODELVIEW)", StartsWith("glLoadMatrixf"),
-                "glEnableClientState(GL_VERTEX_ARRAY)", "glVertexPointer(3, GL_SHORT, 0)",
-                "glEnableClientState(GL_NORMAL_ARRAY)", "glNormalPointer(GL_BYTE, 0)",
-                "glDisableClientState(GL_COLOR_ARRAY)", "glDrawElements(GL_TRIANGLES, 6, GL_UNSIGNED_SHORT)"));
+        "MatrixMode(MODELVIEW); "
+        "LoadMatrixf({0.015625, 0, 0, 0, 0, -0.015625, 0, 0, 0, 0, -0.015625, 0, 0, 0, -10, 1}); "
+        "EnableClientState(VERTEX_ARRAY); VertexPointer(3, SHORT, 0); EnableClientState(NORMAL_ARRAY); "
+        "NormalPointer(BYTE, 0); DisableClientState(COLOR_ARRAY); DrawElements(TRIANGLES, 6, UNSIGNED_SHORT)";
+    EXPECT_EQ(brief(traced()), kExpected);
 }
 
 }  // namespace

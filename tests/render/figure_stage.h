@@ -1,7 +1,6 @@
 // A host with one small figure of five parts, drawing to a recorded OpenGL ES.
 #pragma once
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -135,37 +134,8 @@ struct StageContent {
     static bool flush(K8Render* render) { return K8Render_flush(render, 0, 0, kWidth, kHeight); }
 };
 
-// One draw of a flush, with everything that was sent before it.
-struct DrawnPart {
+struct DrawnPart : GlDrawn {
     FigurePart part;
-    GlLines lines;
-    GlDraw draw;
-
-    // The last line that begins so; empty when there is none.
-    std::string last(const std::string& beginning) const {
-        for (size_t i = lines.size(); i-- > 0;)
-            if (lines[i].starts_with(beginning)) return lines[i];
-        return "";
-    }
-    // The same of a capability: "glEnable(...)" or "glDisable(...)".
-    bool has(const std::string& capability) const {
-        for (size_t i = lines.size(); i-- > 0;)
-            if (lines[i].ends_with("able(" + capability + ")")) return lines[i].starts_with("glEnable");
-        return false;
-    }
-    // What the unit was sent for this draw; empty while it is off.
-    GlLines unit(int index) const {
-        GlLines sent;
-        bool active = false;
-        for (const std::string& line : lines) {
-            if (line.starts_with("glActiveTexture("))
-                active = line == "glActiveTexture(GL_TEXTURE" + std::to_string(index) + ")";
-            if (active && line.ends_with("able(GL_TEXTURE_2D)")) sent.clear();
-            if (active && line.starts_with("glDisable(GL_TEXTURE_2D)")) active = false;
-            if (active && (line.starts_with("glBindTexture") || line.starts_with("glTexEnvf("))) sent.push_back(line);
-        }
-        return sent;
-    }
 };
 
 inline const DrawnPart& firstOf(const std::vector<DrawnPart>& drawn, FigurePart part) {
@@ -186,7 +156,7 @@ protected:
     ~FigureTest() override {
         K8Render_destroy(render);
         content.destroyHandles();
-        EXPECT_THAT(glRecorder.liveTextures, testing::IsEmpty()) << "OpenGL ES textures left behind";
+        EXPECT_TRUE(glRecorder.liveTextures.empty()) << "OpenGL ES textures left behind";
     }
 
     static constexpr int32_t kNoStatus = 77;  // none that the library stores
@@ -202,30 +172,23 @@ protected:
         glRecorder.take();
         EXPECT_TRUE(StageContent::flush(render));
         std::vector<DrawnPart> drawn;
-        GlLines lines;
-        for (const std::string& line : glRecorder.take()) {
-            lines.push_back(line);
-            if (!line.starts_with("glDraw")) continue;
-            const GlDraw& draw = glRecorder.draws.at(drawn.size());
-            drawn.push_back({FigurePart(int(draw.positions[0][1]) / 100), lines, draw});
-        }
+        for (const GlDrawn& each : glRecorder.takeDraws())
+            drawn.push_back({each, FigurePart(int(each.draw.positions[0][1]) / 100)});
         return drawn;
     }
     std::vector<DrawnPart> queueAndFlush() {
         EXPECT_TRUE(queue());
         return flush();
     }
-    // Everything that a flush of the figure sends.
-    GlLines traced() {
-        EXPECT_TRUE(queue());
+    // Everything that a flush sends.
+    GlLines flushLines() {
         glRecorder.take();
         EXPECT_TRUE(StageContent::flush(render));
         return glRecorder.take();
     }
-    static std::vector<FigurePart> partsOf(const std::vector<DrawnPart>& drawn) {
-        std::vector<FigurePart> parts;
-        for (const DrawnPart& part : drawn) parts.push_back(part.part);
-        return parts;
+    GlLines traced() {
+        EXPECT_TRUE(queue());
+        return flushLines();
     }
 
 private:

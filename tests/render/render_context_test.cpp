@@ -3,13 +3,8 @@
 #include <cstring>
 #include <functional>
 
-#include "frame/error_status.h"
 #include "render/gl_state.h"
 #include "tests/render/primitive_parts.h"
-
-using testing::Contains;
-using testing::IsEmpty;
-using testing::Not;
 
 namespace {
 
@@ -20,13 +15,9 @@ TEST(RenderContext, LivesInTheHostsMemoryOrItsOwn) {
     CountingAllocator host;
     EXPECT_EQ(K8Render_create(nullptr, nullptr), nullptr);
     EXPECT_EQ(K8ErrStorage_getErrorStatus(), K8_ERR_FAILURE);
-
     K8Render* own = K8Render_create(nullptr, host.get());
-    ASSERT_NE(own, nullptr);
     EXPECT_EQ(own->header.ownBlock, own);
-    EXPECT_EQ(own->header.classId, 0);
     EXPECT_EQ(own->header.object, nullptr);
-    EXPECT_EQ(own->header.allocator, host.get());
     const int32_t blocks = host.liveBlocks();
     K8Render_destroy(own);
     EXPECT_EQ(host.liveBlocks(), 0);
@@ -39,49 +30,39 @@ TEST(RenderContext, LivesInTheHostsMemoryOrItsOwn) {
         memory.context = givesContext ? reinterpret_cast<K8RenderContext*>(contextMemory) : nullptr;
         ASSERT_EQ(K8Render_create(&memory, host.get()), &memory);
         EXPECT_EQ(memory.header.ownBlock, nullptr);
-        EXPECT_EQ(memory.header.object, nullptr);
         EXPECT_EQ(host.liveBlocks(), blocks - (givesContext ? 2 : 1));
         K8Render_destroy(&memory);
         EXPECT_EQ(host.liveBlocks(), 0);
         EXPECT_EQ(memory.context, nullptr);
-        EXPECT_EQ(memory.header.allocator, nullptr);
         EXPECT_FALSE(StageContent::flush(&memory)) << "what is left of a handle is refused";
     }
     K8Render_destroy(nullptr);
-    EXPECT_EQ(K8Render_getMaxLights(), 8);
 }
 
 TEST_F(RenderContextTest, BindRefusesWhatCannotBeDrawnTo) {
-    K8Render* unbound = K8Render_create(nullptr, host.get());
     struct Case {
         const char* what;
         bool hasHandle, hasTarget;
         int32_t width, height;
     };
     for (const Case& c : {Case{"no handle", false, true, 8, 8}, Case{"no target", true, false, 8, 8},
-                          Case{"width 0", true, true, 0, 8}, Case{"height 0", true, true, 8, 0},
-                          Case{"negative width", true, true, -8, 8}, Case{"negative height", true, true, 8, -8},
+                          Case{"width 0", true, true, 0, 8}, Case{"negative height", true, true, 8, -8},
                           Case{"too wide", true, true, 2049, 8}, Case{"too high", true, true, 8, 2049}}) {
-        for (K8Render* handle : {unbound, render}) {
-            const K8Handle before = handle->header;
-            EXPECT_FALSE(K8Render_bind(c.hasHandle ? handle : nullptr, c.hasTarget ? this : nullptr, c.width, c.height,
-                                       8, 0, 0, 8, 8))
-                << c.what;
-            EXPECT_EQ(takeStatus(), K8_ERR_FAILURE) << c.what;
-            EXPECT_EQ(handle->header.object, before.object) << c.what;
-        }
+        EXPECT_FALSE(K8Render_bind(c.hasHandle ? render : nullptr, c.hasTarget ? this : nullptr, c.width, c.height, 8,
+                                   0, 0, 8, 8))
+            << c.what;
+        EXPECT_EQ(takeStatus(), K8_ERR_FAILURE) << c.what;
     }
     EXPECT_EQ(queueAndFlush().size(), 2u) << "the binding before a refused one stays";
-    EXPECT_TRUE(K8Render_bind(unbound, this, 2048, 2048, -1, -5, 70000, 0, -3)) << "the rectangle may be anything";
+    EXPECT_TRUE(K8Render_bind(render, this, 2048, 2048, -1, -5, 70000, 0, -3)) << "the rectangle may be anything";
     EXPECT_EQ(takeStatus(), kNoStatus);
-    K8Render_destroy(unbound);
 }
 
 TEST_F(RenderContextTest, AllContextsShareOneGraphics3D) {
     K8Render* second = K8Render_create(nullptr, host.get());
     glRecorder.take();
     EXPECT_TRUE(content.bind(second));
-    EXPECT_THAT(glRecorder.take(), IsEmpty()) << "nothing is set up again";
+    EXPECT_TRUE(glRecorder.take().empty()) << "nothing is set up again";
     EXPECT_EQ(second->header.object, render->header.object);
     K8Render_destroy(render);
     render = second;
@@ -91,7 +72,7 @@ TEST_F(RenderContextTest, AllContextsShareOneGraphics3D) {
     render = K8Render_create(nullptr, host.get());
     glRecorder.take();
     EXPECT_TRUE(content.bind(render));
-    EXPECT_THAT(glRecorder.take(), Contains("glDisable(GL_LIGHT0)")) << "the last one had taken it along";
+    EXPECT_NE(brief(glRecorder.take()).find("Disable(LIGHT0)"), std::string::npos) << "the last one had taken it along";
     EXPECT_EQ(K8Render_graphics(render)->backend->textureMemoryLimit, 0u);
 }
 
@@ -102,14 +83,14 @@ TEST_F(RenderContextTest, EachContextHasItsOwnLightsAndCamera) {
     for (const int16_t projection : {int16_t(K8_PROJECTION_PARALLEL), int16_t(0)}) {
         content.params.lightCount = 1;
         const std::vector<DrawnPart> lit = queueAndFlush();
-        EXPECT_TRUE(lit.at(0).has("GL_LIGHT0"));
+        EXPECT_TRUE(lit.at(0).has("LIGHT0"));
         EXPECT_EQ(glRecorder.projection.top[11], -1) << "a perspective";
 
         plain.projection = projection;  // the second time the camera stays as it is
         EXPECT_TRUE(K8Render_render3D(second, &plain, &content.figure->header, &content.place));
         glRecorder.take();
         EXPECT_TRUE(StageContent::flush(second));
-        EXPECT_THAT(glRecorder.take(), Not(Contains("glEnable(GL_LIGHT0)")));
+        EXPECT_EQ(brief(glRecorder.take()).find("Enable(LIGHT0)"), std::string::npos);
         EXPECT_EQ(glRecorder.projection.top[11], 0) << "a parallel projection";
     }
     K8Render_destroy(second);
@@ -118,43 +99,17 @@ TEST_F(RenderContextTest, EachContextHasItsOwnLightsAndCamera) {
 // --- Flushing ---
 
 TEST_F(RenderContextTest, DrawsWhereBindAndFlushRectangleMeet) {
+    constexpr int32_t kMin = INT32_MIN, kMax = INT32_MAX;
     struct Case {
         const char* what;
         PixelRect bound, flushed;
-        std::string clearScissor, drawScissor;  // empty: nothing is drawn
+        std::string cleared, drawn;  // empty: nothing is drawn
     };
     for (const Case& c : {
-             Case{"all", {0, 0, 160, 120}, {0, 0, 160, 120}, "glScissor(0, 0, 160, 120)", "glScissor(0, 0, 160, 120)"},
-             Case{"flush inside",
-                  {0, 0, 160, 120},
-                  {10, 20, 30, 40},
-                  "glScissor(10, 60, 30, 40)",
-                  "glScissor(10, 60, 30, 40)"},
-             Case{"bind inside",
-                  {10, 20, 30, 40},
-                  {0, 0, 160, 120},
-                  "glScissor(10, 60, 30, 40)",
-                  "glScissor(10, 60, 30, 40)"},
-             Case{"crossing",
-                  {50, 0, 50, 120},
-                  {0, 50, 160, 20},
-                  "glScissor(50, 50, 50, 20)",
-                  "glScissor(50, 50, 50, 20)"},
-             Case{"over the edges",
-                  {-20, -20, 500, 500},
-                  {-5, -9, 50, 19},
-                  "glScissor(0, 110, 45, 10)",
-                  "glScissor(0, 110, 45, 10)"},
-             Case{"everything there is",
-                  {INT32_MIN, INT32_MIN, INT32_MAX, INT32_MAX},
-                  {0, 0, INT32_MAX, INT32_MAX},
-                  "",
-                  ""},
-             Case{"as far as integers go",
-                  {0, 0, INT32_MAX, INT32_MAX},
-                  {1, 2, INT32_MAX, INT32_MAX},
-                  "glScissor(1, -1928, 2047, 2046)",
-                  "glScissor(1, 0, 159, 118)"},
+             Case{"crossing", {50, 0, 50, 120}, {0, 50, 160, 20}, "50, 50, 50, 20", "50, 50, 50, 20"},
+             Case{"over the edges", {-20, -20, 500, 500}, {-5, -9, 50, 19}, "0, 110, 45, 10", "0, 110, 45, 10"},
+             Case{"everything there is", {kMin, kMin, kMax, kMax}, {0, 0, kMax, kMax}, "", ""},
+             Case{"far", {0, 0, kMax, kMax}, {1, 2, kMax, kMax}, "1, -1928, 2047, 2046", "1, 0, 159, 118"},
              Case{"missed", {0, 0, 50, 50}, {50, 0, 50, 50}, "", ""},
              Case{"empty bind rectangle", {0, 0, 0, 50}, {0, 0, 160, 120}, "", ""},
              Case{"negative flush size", {0, 0, 160, 120}, {50, 50, -10, 10}, "", ""},
@@ -164,18 +119,15 @@ TEST_F(RenderContextTest, DrawsWhereBindAndFlushRectangleMeet) {
         ASSERT_TRUE(queue());
         glRecorder.take();
         EXPECT_TRUE(K8Render_flush(render, f.x, f.y, f.width, f.height)) << c.what;
-        const GlLines lines = glRecorder.take();
         EXPECT_EQ(render->context->head, nullptr) << c.what;
-        if (c.drawScissor.empty()) {
-            EXPECT_THAT(lines, IsEmpty()) << c.what;
-            continue;
-        }
-        EXPECT_THAT(lines, Contains(c.drawScissor)) << c.what;
-        EXPECT_THAT(lines, Contains("glViewport(0, 0, 160, 120)")) << c.what;
-        const auto at = [&](const std::string& line) { return std::ranges::find(lines, line) - lines.begin(); };
-        EXPECT_LT(at(c.clearScissor), at("glClear(depth)")) << c.what;
-        EXPECT_LT(at("glDepthMask(1)"), at("glClear(depth)")) << c.what;
-        EXPECT_THAT(lines, Not(Contains(testing::StartsWith("glClearColor")))) << c.what;
+        const std::string sent = brief(glRecorder.take());
+        const size_t clear = sent.find("DepthMask(1); Clear(depth); ");
+        EXPECT_EQ(clear != std::string::npos, !c.drawn.empty()) << c.what;
+        EXPECT_EQ(sent.empty(), c.drawn.empty()) << c.what;
+        if (c.drawn.empty()) continue;
+        EXPECT_LT(sent.find("Scissor(" + c.cleared + ")"), clear) << c.what;
+        EXPECT_NE(sent.find("Viewport(0, 0, 160, 120); Scissor(" + c.drawn + ")", clear), std::string::npos) << c.what;
+        EXPECT_EQ(sent.find("ClearColor"), std::string::npos) << c.what;
     }
     EXPECT_EQ(takeStatus(), kNoStatus);
 }
@@ -196,15 +148,12 @@ TEST_F(RenderContextTest, ARefusedFlushStillEmptiesTheList) {
         EXPECT_FALSE(K8Render_flush(c.handle, 0, 0, c.width, c.height)) << c.what;
         EXPECT_EQ(takeStatus(), K8_ERR_FAILURE) << c.what;
         EXPECT_EQ(c.handle->context->head, nullptr) << c.what;
-        EXPECT_THAT(glRecorder.take(), IsEmpty()) << c.what;
+        EXPECT_TRUE(glRecorder.take().empty()) << c.what;
     }
     EXPECT_FALSE(K8Render_flush(nullptr, 0, 0, 8, 8));
     EXPECT_EQ(takeStatus(), K8_ERR_FAILURE);
-
-    EXPECT_FALSE(K8Render_clear3D(nullptr));
-    EXPECT_EQ(takeStatus(), K8_ERR_FAILURE);
     EXPECT_TRUE(content.queue(unbound));
-    EXPECT_FALSE(K8Render_clear3D(unbound));
+    EXPECT_FALSE(K8Render_clear3D(nullptr) || K8Render_clear3D(unbound));
     EXPECT_EQ(takeStatus(), K8_ERR_FAILURE);
     EXPECT_TRUE(content.bind(unbound));
     glRecorder.draws.clear();
@@ -216,21 +165,14 @@ TEST_F(RenderContextTest, ARefusedFlushStillEmptiesTheList) {
 
 TEST_F(RenderContextTest, ClearingForgetsWhatWasQueued) {
     EXPECT_TRUE(queue());
-    EXPECT_TRUE(queue());
-    EXPECT_EQ(render->context->queuedCalls, 2u);
-    glRecorder.take();
-    EXPECT_TRUE(K8Render_clear3D(render));
-    EXPECT_EQ(render->context->queuedCalls, 0u);
-    EXPECT_TRUE(StageContent::flush(render));
-    EXPECT_THAT(glRecorder.take(), IsEmpty());
-    EXPECT_EQ(content.figure->header.object->refCount, 1);
-    EXPECT_TRUE(K8Render_clear3D(render)) << "an empty list too";
-
-    EXPECT_TRUE(queue());
     const DrawItem* firstRecord = render->context->head;
     for (int i = 0; i < 40; ++i) EXPECT_TRUE(queue());  // more than a block of records
     EXPECT_TRUE(K8Render_clear3D(render));
+    EXPECT_TRUE(flushLines().empty());
+    EXPECT_EQ(content.figure->header.object->refCount, 1);
+    EXPECT_TRUE(K8Render_clear3D(render)) << "an empty list too";
     EXPECT_TRUE(queue());
+    EXPECT_EQ(render->context->queuedCalls, 1u);
     EXPECT_EQ(render->context->head, firstRecord) << "the pools start over";
 }
 
@@ -251,20 +193,6 @@ TEST_F(RenderContextTest, TheTextureLimitRefusesWhatExceedsIt) {
     EXPECT_EQ(queueAndFlush().size(), 4u) << "reaching the limit is allowed";
     EXPECT_TRUE(K8Render_limitTexMemory(render, 0));
     EXPECT_EQ(queueAndFlush().size(), 4u);
-}
-
-TEST_F(RenderContextTest, AListHolds2048Items) {
-    content.setTextures({});  // they come out of pools of their own
-    for (uint32_t i = 0; i < kMaxRecordsPerKind; ++i) ASSERT_TRUE(queue()) << i;
-    EXPECT_FALSE(queue());
-    EXPECT_EQ(takeStatus(), K8_ERR_OUT_OF_MEMORY);
-    EXPECT_EQ(render->context->queuedCalls, kMaxRecordsPerKind);
-    glRecorder.draws.clear();
-    EXPECT_TRUE(StageContent::flush(render));
-    EXPECT_EQ(glRecorder.draws.size(), 2 * kMaxRecordsPerKind) << "all of them";
-    EXPECT_TRUE(queue());
-    EXPECT_TRUE(K8Render_clear3D(render));
-    EXPECT_EQ(content.figure->header.object->refCount, 1);
 }
 
 // --- Failing allocations ---
@@ -368,7 +296,7 @@ TEST(RenderContext, EveryAllocationMayFail) {
                 }
                 EXPECT_EQ(host.liveBlocks(), 0);
                 EXPECT_EQ(heap.liveBlocks(), 0);
-                EXPECT_THAT(glRecorder.liveTextures, IsEmpty());
+                EXPECT_TRUE(glRecorder.liveTextures.empty());
             }
             EXPECT_GT(failAt, 10) << "of each kind there are more";
         }

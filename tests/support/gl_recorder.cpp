@@ -13,6 +13,46 @@ GlRecorder glRecorder;
 
 GlLines GlRecorder::take() { return std::exchange(lines, {}); }
 
+std::vector<GlDrawn> GlRecorder::takeDraws() {
+    std::vector<GlDrawn> drawn;
+    GlLines sent;
+    for (const std::string& line : take()) {
+        sent.push_back(line);
+        if (line.starts_with("glDraw")) drawn.push_back({sent, draws.at(drawn.size())});
+    }
+    return drawn;
+}
+
+std::string GlDrawn::lastOf(const std::vector<std::string>& beginnings) const {
+    GlLines found;
+    for (const std::string& beginning : beginnings) {
+        const auto line = std::find_if(lines.rbegin(), lines.rend(),
+                                       [&](const std::string& each) { return brief({each}).starts_with(beginning); });
+        if (line != lines.rend()) found.push_back(*line);
+    }
+    return brief(found);
+}
+
+bool GlDrawn::has(const std::string& capability) const {
+    const auto line = std::find_if(lines.rbegin(), lines.rend(), [&](const std::string& each) {
+        return each.ends_with("able(GL_" + capability + ")");
+    });
+    return line != lines.rend() && line->starts_with("glEnable");
+}
+
+std::string GlDrawn::unit(int index) const {
+    GlLines sent;
+    bool active = false;
+    for (const std::string& line : lines) {
+        if (line.starts_with("glActiveTexture("))
+            active = line == "glActiveTexture(GL_TEXTURE" + std::to_string(index) + ")";
+        if (active && line.ends_with("able(GL_TEXTURE_2D)")) sent.clear();
+        if (active && line.starts_with("glDisable(GL_TEXTURE_2D)")) active = false;
+        if (active && (line.starts_with("glBindTexture") || line.starts_with("glTexEnvf("))) sent.push_back(line);
+    }
+    return brief(sent);
+}
+
 GlLines linesBeyond(const GlLines& always, const GlLines& all) {
     GlLines beyond;
     size_t matched = 0;

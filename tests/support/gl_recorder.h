@@ -29,9 +29,26 @@ struct GlUpload {
     std::vector<uint8_t> bytes;  // all that OpenGL ES would read, row padding included
 };
 
+// One draw of several, with everything that was sent before it. Calls come and are asked for in brief.
+struct GlDrawn {
+    GlLines lines;
+    GlDraw draw;
+
+    // Of each beginning the last call that begins so; empty when there is none.
+    template <typename... Beginning>
+    std::string last(const Beginning&... beginnings) const {
+        return lastOf({std::string(beginnings)...});
+    }
+    std::string lastOf(const std::vector<std::string>& beginnings) const;
+    bool has(const std::string& capability) const;  // enabled, and not disabled afterwards
+    // What the texture unit was bound to and set to; empty while it is off.
+    std::string unit(int index) const;
+};
+
 class GlRecorder {
 public:
-    GlLines take();  // the lines since the last take
+    GlLines take();                    // the lines since the last take
+    std::vector<GlDrawn> takeDraws();  // the same by draws, which must be all that are in `draws`
     // Everything back to a fresh context, with no calls.
     void reset() { *this = GlRecorder(); }
 
