@@ -103,7 +103,8 @@ static Node* inCopy(Node* node, const Node* root) {
 static void redirect(const Node* source, const Node* root) {
     Node* copy = source->lastDuplicate;
     qelNode_setAlignmentReferences(copy, inCopy(source->zReference, root), inCopy(source->yReference, root));
-    if (source->classId == ClassId::SkinnedMesh) {
+    // The copy of a single skinned mesh has no skeleton, and nothing of what its bones name belongs to it.
+    if (source->classId == ClassId::SkinnedMesh && static_cast<const SkinnedMesh*>(source)->skeleton) {
         auto* mesh = static_cast<SkinnedMesh*>(copy);
         for (Node*& bone : std::span(mesh->bones, size_t(mesh->boneCount))) bone = bone->lastDuplicate;
     }

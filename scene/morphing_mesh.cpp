@@ -62,10 +62,18 @@ static bool sameShapes(VertexBuffer* a, VertexBuffer* b) {
     });
 }
 
-// A buffer with zeroed arrays in the shapes of the base's. Null when memory runs out.
+static void copyScalesAndBiases(const VertexBuffer* base, VertexBuffer* out) {
+    out->positionScale = base->positionScale;
+    std::ranges::copy(base->positionBias, out->positionBias);
+    std::ranges::copy(base->texCoordScale, out->texCoordScale);
+    std::memcpy(out->texCoordBias, base->texCoordBias, sizeof base->texCoordBias);
+}
+
+// A buffer with zeroed arrays in the shapes of the base's, and its scales and biases. Null when memory runs out.
 static VertexBuffer* createLike(VertexBuffer* base) {
     VertexBuffer* buffer = qelVertexBuffer_create();
     if (!buffer) return nullptr;
+    copyScalesAndBiases(base, buffer);
     for (const Attribute attribute : kAttributes) {
         const VertexArray* array = arrayOf(base, attribute);
         if (!array) continue;
@@ -268,13 +276,6 @@ static uint32_t morphDefaultColor(const MorphingMesh* mesh) {
     return color;
 }
 
-static void copyScalesAndBiases(const VertexBuffer* base, VertexBuffer* out) {
-    out->positionScale = base->positionScale;
-    std::ranges::copy(base->positionBias, out->positionBias);
-    std::ranges::copy(base->texCoordScale, out->texCoordScale);
-    std::memcpy(out->texCoordBias, base->texCoordBias, sizeof base->texCoordBias);
-}
-
 // All targets carry the same attributes, each in the shape that the base buffer has it.
 static bool targetsMatch(const MorphingMesh* mesh) {
     for (const Attribute attribute : kAttributes) {
@@ -294,12 +295,18 @@ static bool ensureMorphedBuffer(MorphingMesh* mesh) {
     if (!buffer) return false;
     qelObject3D_unref(mesh->morphedBuffer);
     mesh->morphedBuffer = buffer;
+    mesh->weightsChanged = 1;
     return true;
 }
 
+bool qelMorphingMesh_isOutdated(const MorphingMesh* mesh) {
+    return mesh->weightsChanged || mesh->morphedFromColor != mesh->vertexBuffer->defaultColor ||
+           !sameShapes(mesh->morphedBuffer, mesh->vertexBuffer);
+}
+
 Result qelMorphingMesh_morph(MorphingMesh* mesh) {
-    if (!targetsMatch(mesh)) return QEL_STATUS_ILLEGAL_STATE;
     if (!ensureMorphedBuffer(mesh)) return QEL_STATUS_OUT_OF_MEMORY;
+    if (!targetsMatch(mesh)) return QEL_STATUS_ILLEGAL_STATE;
     for (const Attribute attribute : kAttributes) morphAttribute(mesh, attribute);
     VertexBuffer* morphed = mesh->morphedBuffer;
     copyScalesAndBiases(mesh->vertexBuffer, morphed);
@@ -308,5 +315,6 @@ Result qelMorphingMesh_morph(MorphingMesh* mesh) {
                                     colorsAreCarried ? mesh->vertexBuffer->defaultColor : morphDefaultColor(mesh));
     morphed->positionsChanged = morphed->normalsChanged = 1;
     mesh->weightsChanged = 0;
+    mesh->morphedFromColor = mesh->vertexBuffer->defaultColor;
     return QEL_STATUS_OK;
 }

@@ -8,6 +8,7 @@ struct qelMorphingMesh : Mesh {
     int32_t targetCount;
     uint8_t weightsChanged;
     VertexBuffer* morphedBuffer;  // what is drawn and picked
+    uint32_t morphedFromColor;    // the base's default colour at the last morph: tracks change it, and meshes share it
 };
 
 MorphingMesh* qelMorphingMesh_create(VertexBuffer* vertexBuffer, VertexBuffer* const* targets,
@@ -17,7 +18,9 @@ void qelMorphingMesh_finalise(MorphingMesh* mesh);
 Result qelMorphingMesh_setWeights(MorphingMesh* mesh, const float* weights);
 void qelMorphingMesh_getWeights(const MorphingMesh* mesh, float* out);
 VertexBuffer* qelMorphingMesh_getMorphTarget(const MorphingMesh* mesh, int32_t index, Result* result);
+// Whether the weights, the base's default colour or the shape of its arrays have changed since the last morph.
+bool qelMorphingMesh_isOutdated(const MorphingMesh* mesh);
 // Computes morphedBuffer from the weights and clears weightsChanged. ILLEGAL_STATE when the targets do not match each
-// other or the base buffer; the morphed buffer then keeps its values.
+// other or the base buffer; a morphed buffer in the shape of the base then keeps its values.
 Result qelMorphingMesh_morph(MorphingMesh* mesh);
 Object3D* qelMorphingMesh_duplicate(const MorphingMesh* mesh);

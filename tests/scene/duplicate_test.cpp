@@ -59,6 +59,16 @@ TEST(DuplicateSubtree, SkinnedMeshFollowsItsOwnSkeleton) {
     EXPECT_EQ(qelGroup_removeChild(armOf(meshCopy), nullptr), QEL_STATUS_ILLEGAL_ARGUMENT);
 }
 
+TEST(DuplicateSubtree, OfASingleCopyOutlivesTheSkeleton) {
+    const Held copy([] {
+        const Held mesh(makeArm());
+        return static_cast<SkinnedMesh*>(qelObject3D_duplicate(mesh));
+    }());
+    const Held again(static_cast<SkinnedMesh*>(qelObject3D_duplicateSubtree(copy)));
+    EXPECT_EQ(again->skeleton, nullptr);
+    EXPECT_EQ(again->bindingCount, 2);
+}
+
 TEST(DuplicateSubtree, WorldKeepsStructureAndCamera) {
     const Held world(qelWorld_create());
     const Held background(qelBackground_create());

@@ -98,8 +98,9 @@ TEST(MorphingMesh, CopiesWhatTheTargetsDoNotCarry) {
     qelVertexBuffer_setNormalsAsIs(base, normals);
     Result result;
     const Held mesh(makeMorphing(base, {target}, &result));
-    ASSERT_EQ(qelMorphingMesh_morph(mesh), QEL_STATUS_OK);
     const VertexBuffer* out = mesh->morphedBuffer;
+    EXPECT_EQ(out->texCoordScale[1], 0.25f) << "before the first morph";
+    ASSERT_EQ(qelMorphingMesh_morph(mesh), QEL_STATUS_OK);
     EXPECT_EQ(valuesOf<int16_t>(out->positions), (std::vector<int16_t>{10, 20, 30}));
     EXPECT_EQ(valuesOf<int8_t>(out->texCoords[1]), (std::vector<int8_t>{4, 5}));
     EXPECT_EQ(valuesOf<int8_t>(out->normals), (std::vector<int8_t>{0, 3, 0}));
@@ -126,11 +127,14 @@ TEST(MorphingMesh, MorphsTheDefaultColourWhereNoVertexColoursAreMorphed) {
         ASSERT_EQ(qelMorphingMesh_morph(mesh), QEL_STATUS_OK);
         EXPECT_EQ(mesh->morphedBuffer->defaultColor, c.color) << c.weight;
     }
+    EXPECT_FALSE(qelMorphingMesh_isOutdated(mesh));
+    qelVertexBuffer_setDefaultColor(base, 0x80FF0020);
+    EXPECT_TRUE(qelMorphingMesh_isOutdated(mesh));
     const Held colors(makeArray<uint8_t>(3, {1, 2, 3}));
     qelVertexBuffer_setColors(base, colors);
     qelVertexBuffer_setColors(target, colors);
     ASSERT_EQ(qelMorphingMesh_morph(mesh), QEL_STATUS_OK);
-    EXPECT_EQ(mesh->morphedBuffer->defaultColor, 0x80FF0010u) << "targets carry colours";
+    EXPECT_EQ(mesh->morphedBuffer->defaultColor, 0x80FF0020u) << "targets carry colours";
 }
 
 TEST(MorphingMesh, FollowsTheShapeOfItsBaseAndRefusesUnlikeTargets) {
@@ -158,6 +162,8 @@ TEST(MorphingMesh, FollowsTheShapeOfItsBaseAndRefusesUnlikeTargets) {
     EXPECT_EQ(valuesOf<int16_t>(mesh->morphedBuffer->positions), (std::vector<int16_t>{1, 2, 3, 4, 5, 6}));
     setPositions(base, nullptr);
     EXPECT_EQ(qelMorphingMesh_morph(mesh), QEL_STATUS_ILLEGAL_STATE) << "base without";
+    EXPECT_TRUE(qelMorphingMesh_isOutdated(mesh)) << "what the buffer was remade for has yet to come";
+    EXPECT_EQ(mesh->morphedBuffer->positions, nullptr);
 }
 
 TEST(MorphingMesh, ChecksItsArguments) {
