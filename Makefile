@@ -2,7 +2,10 @@
 JOBS ?= $(shell nproc)
 FUZZ_SECONDS ?= 60
 
-build = cmake --preset $(1) $(if $(V),,--log-level=WARNING) && cmake --build --preset $(1) -j $(JOBS) $(if $(2),--target $(2))
+build = cmake --preset $(1) $(if $(V),,--log-level=WARNING) $(3) && cmake --build --preset $(1) -j $(JOBS) $(if $(2),--target $(2))
+
+# Of the two compilers clang takes half the time to build with sanitizers.
+sanitizing_compiler := $(if $(shell command -v clang++),-DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++)
 
 libfuzzer = build/fuzz/fuzz/fuzz_$(1) -max_total_time=$(FUZZ_SECONDS) -timeout=10 -verbosity=0 -print_final_stats=1 \
     -artifact_prefix=build/fuzz/ build/fuzz/corpus/$(1) build/fuzz/fuzz/seeds/$(1)
@@ -40,7 +43,7 @@ test: dependencies
 	@ctest --preset test
 
 sanitize: dependencies
-	@$(call build,sanitize)
+	@$(call build,sanitize,,$(sanitizing_compiler))
 	@ctest --preset sanitize
 
 bench: dependencies
