@@ -29,14 +29,14 @@ dependencies:
 	@cmake/install_dependencies.sh
 
 k8_render := build/release/tools/k8/k8 render
-k8_render := build/release/tools/k8/k8 render
 demo: dependencies
-	@$(call build,release,k8_tool)
+	@$(call build,release,k8_tool pointer)
 	@$(k8_render) samples/penguin/content/penguin.k8 --action 0 -o out/demo/walk
 	@$(k8_render) samples/penguin/content/penguin.k8 --action 1 -o out/demo/wave
 	@$(k8_render) samples/penguin/content/penguin.k8 --action 2 -o out/demo/hop
 	@$(k8_render) samples/floe/content/floe.k8 --yaw 8 --pitch 9 --distance 170 --target=0,38,-20 --opening 50 --background 0a1228 -o out/demo/floe
 	@$(k8_render) samples/harbour/content/harbour.k8 --yaw 10 --pitch 12 --distance 70 --target=-3,9,-10 --opening 45 --background 42557a --step 4 -o out/demo/harbour
+	@build/release/samples/pointer/pointer samples/floe/content/floe.k8 out/demo/pointer.png 478,160 450,300 418,285 215,270 320,340
 
 test: dependencies
 	@$(call build,test)

@@ -1,4 +1,5 @@
-// What the k8 program says about content, from its parts: the lines of info and check, and where a picture aims.
+// What the k8 program says about content, from its parts: the lines of info and check, where a picture aims, what a ray
+// hits and what touches.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -12,7 +13,9 @@
 #include "tools/k8/bounds.h"
 #include "tools/k8/check_command.h"
 #include "tools/k8/content.h"
+#include "tools/k8/cross_command.h"
 #include "tools/k8/info.h"
+#include "tools/k8/picking.h"
 #include "tools/k8/text_tree.h"
 
 namespace {
@@ -88,7 +91,7 @@ TEST(Info, KeepsDeepTreesWithinTheLine) {
 }
 
 TEST(Info, TellsProgramsAllItTellsPeople) {
-    const nlohmann::ordered_json json = jsonOf(infoOf(encodeK8(smallPackage())));
+    const auto json = nlohmann::ordered_json::parse(jsonOf(infoOf(encodeK8(smallPackage()))));
     struct Case {
         const char* pointer;
         nlohmann::ordered_json value;
@@ -145,7 +148,7 @@ TEST(Info, TellsWhatScenesHold) {
                       HasSubstr("    Mesh 8: Translation, 2 keyframes in 2000 ms, linear\n"),
                       HasSubstr(", vertices object 6, submeshes [strips object 7]\n"),
                       HasSubstr("    mode directional, colour 00ff80, intensity 1\n")));
-    const nlohmann::ordered_json json = jsonOf(info);
+    const auto json = nlohmann::ordered_json::parse(jsonOf(info));
     struct Case {
         const char* pointer;
         nlohmann::ordered_json value;
@@ -227,6 +230,123 @@ TEST(StageContent, CanBeAScene) {
     EXPECT_TRUE(content.extent.hasLights);
     EXPECT_THAT(content.extent.box.greatest, ElementsAre(5, 4, 0));
     EXPECT_THROW(loadStageContent({scene.path(), scene.path()}), std::runtime_error);
+}
+
+// A mesh of one triangle, 4 along x and y, in a group; and one before it that is not to be picked.
+EncodedFile placedScene() {
+    M3gScene s;
+    const M3gRef corners = s.add(M3gVertexArray{.values = {0, 0, 0, 4, 0, 0, 0, 4, 0}});
+    const M3gRef buffer = s.add(M3gVertexBuffer{.positions = {corners}});
+    const M3gRef strips = s.add(M3gTriangleStripArray{.strips = {3}});
+    const M3gRef appearance = s.add(M3gAppearance{});
+    const auto at = [](float x, float y, float z, float scale) {
+        return M3gNode{
+            .transform = {.components = M3gComponents{.translation = {x, y, z}, .scale = {scale, scale, scale}}}};
+    };
+    M3gNode unpickable = at(0, 0, 5, 1);
+    unpickable.picking = false;
+    const M3gRef front = s.add(M3gMesh{.node = unpickable, .vertices = buffer, .submeshes = {{strips, appearance}}});
+    const M3gRef mesh = s.add(M3gMesh{.node = at(1, 0, 0, 1), .vertices = buffer, .submeshes = {{strips, appearance}}});
+    const M3gRef group = s.add(M3gGroup{.node = at(0, 0, -20, 2), .children = {front, mesh}});
+    s.add(M3gWorld{.children = {group}});
+    return encodeScenePackage(s);
+}
+
+struct Loaded {
+    explicit Loaded(const EncodedFile& bytes)
+        : file(bytes.bytes), content(loadStageContent({file.path()})), placements(placementsOf(content)) {}
+    std::string nameOf(size_t object) const { return ::nameOf(content, placements, placements.objects[object]); }
+    TemporaryFile file;
+    StageContent content;
+    Placements placements;
+};
+
+TEST(Pick, FindsFiguresWhereTheirGroupsPutThem) {
+    const Loaded package(encodeK8(smallPackage())), figure(smallFigure()), scene(placedScene());
+    struct Case {
+        const Loaded& content;
+        Ray ray;
+        const char* name;  // empty: nothing is hit
+        double distance;
+        std::array<double, 3> point, normal;
+        std::array<double, 2> texel;
+    };
+    const Case cases[] = {
+        {figure, {{0.25, 0.5, -3, 0, 0, 2}}, "the figure", 3, {0.25, 0.5, 0}, {0, 0, -1}, {2.25, 4.5}},
+        {figure, {{0.25, 0.5, 3, 0, 0, -1}}, "", 0, {}, {}, {}},  // from behind
+        {package, {{90, 1, -0.5, 4, 0, 0}}, "object 1 in groups 0/1", 10, {100, 1, -0.5}, {-1, 0, 0}, {2.25, 4.5}},
+        {package,
+         {{90, -49, -0.5, 4, 0, 0}},
+         "object 1 in groups 0/2/3/1",
+         10,
+         {100, -49, -0.5},
+         {-1, 0, 0},
+         {2.25, 4.5}},
+        {package, {{0, 7, 10, 0, 0, -1}}, "", 0, {}, {}, {}},  // through a sprite
+        {scene, {{3, 1, 0, 0, 0, -1}}, "Mesh 7", 20, {3, 1, -20}, {}, {}},
+        {scene, {{1, 1, 0, 0, 0, -1}}, "", 0, {}, {}, {}},
+    };
+    for (const Case& c : cases) {
+        const std::vector<PickHit> hits = pickFigures(c.content.placements, c.ray, true);
+        ASSERT_EQ(hits.size(), *c.name ? 1u : 0u) << c.name;
+        if (hits.empty()) continue;
+        const PickHit& hit = hits[0];
+        EXPECT_EQ(c.content.nameOf(hit.object), c.name);
+        EXPECT_NEAR(hit.distance, c.distance, 1e-5) << c.name;
+        for (size_t axis = 0; axis < 3; ++axis) EXPECT_NEAR(hit.point[axis], c.point[axis], 1e-5) << c.name;
+        const bool hasAll = &c.content != &scene;
+        ASSERT_EQ(hit.normal.has_value(), hasAll) << c.name;
+        ASSERT_EQ(hit.texel[0].has_value(), hasAll) << c.name;
+        if (!hasAll) continue;
+        for (size_t axis = 0; axis < 3; ++axis) EXPECT_NEAR((*hit.normal)[axis], c.normal[axis], 1e-5) << c.name;
+        for (size_t axis = 0; axis < 2; ++axis) EXPECT_NEAR((*hit.texel[0])[axis], c.texel[axis], 1e-4) << c.name;
+    }
+}
+
+TEST(Pick, SortsHitsByDistance) {
+    const auto at = [](float z) { return std::array<float, 16>{1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, z, 0, 0, 0, 1}; };
+    K8Package package;
+    package.objects = {K8FigureRecord{.model = smallFigure()}};
+    package.groups = {{{{.isGroup = true, .index = 1, .transform = at(-4)},
+                        {.isGroup = true, .index = 2, .transform = at(6)},
+                        {.isGroup = true, .index = 3, .transform = at(-2)}}},
+                      {{{.index = 0}}},
+                      {{{.index = 0}}},
+                      {{{.index = 0}}}};
+    const Loaded content(encodeK8(package));
+    const Ray ray = {{0.25, 0.25, -3, 0, 0, 1}};
+    const std::vector<PickHit> hits = pickFigures(content.placements, ray, true);
+    ASSERT_EQ(hits.size(), 2u);
+    EXPECT_THAT((std::vector{hits[0].distance, hits[1].distance}), ElementsAre(1, 9));
+    EXPECT_EQ(content.nameOf(pickFigures(content.placements, ray, false).at(0).object), "object 0 in groups 0/3");
+}
+
+TEST(Cross, TakesContentWhereItIsDrawn) {
+    K8Package package;
+    package.objects = {K8PrimitiveRecord{
+        .type = 3, .count = 1, .values = {{{-4096, -4096, 0, 4096, -4096, 0, 0, 4096, 0}, {}, {}, {}, {}}}}};
+    package.groups = {
+        {{{.isGroup = true, .index = 1, .transform = {{1, 0, 0, 5, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1}}}}},
+        {{{.index = 0}}}};
+    const Loaded primitive(encodeK8(package)), scene(placedScene()), figure(smallFigure());
+    struct Case {
+        const Loaded& first;
+        CrossPlace place;  // of the figure: 1 along x and y
+        const char* name;  // empty: they do not touch
+    };
+    const Case cases[] = {
+        {primitive, {.at = {5, -0.25, 0.5}, .turnDegrees = 90}, "object 0 in groups 0/1"},
+        {primitive, {.at = {8, -0.25, 0.5}, .turnDegrees = 90}, ""},
+        {primitive, {.at = {8, -0.25, 0.5}, .turnDegrees = 80, .scale = 30}, ""},
+        {primitive, {.at = {4, -0.25, 0.5}, .turnDegrees = 30, .scale = 4}, "object 0 in groups 0/1"},
+        {scene, {.at = {3, 1, -19.5}, .turnDegrees = 90}, "Mesh 7"},
+        {scene, {.at = {1, 1, -9.5}, .turnDegrees = 90}, "Mesh 6"},
+        {scene, {.at = {3, 1, 0.5}, .turnDegrees = 90}, ""},
+    };
+    for (const Case& c : cases) {
+        const std::optional<Touch> touch = findTouch(c.first.placements, figure.placements, c.place);
+        EXPECT_EQ(touch ? c.first.nameOf(touch->first) : "", c.name) << c.place.at[0] << ", " << c.place.at[2];
+    }
 }
 
 }  // namespace

@@ -1,7 +1,7 @@
 #include "tools/k8/check_command.h"
 
 #include <cstdio>
-#include <memory>
+#include <stdexcept>
 
 #include "k8.h"
 #include "tools/inspect/content_inspector.h"
@@ -10,11 +10,6 @@
 
 namespace {
 
-struct CheckOptions {
-    std::vector<std::string> files;
-    bool quiet = false;
-};
-
 enum class Loading { Loads, Refuses, OutOfMemory };
 
 Loading loadWithLibrary(const std::vector<uint8_t>& bytes) {
@@ -22,16 +17,6 @@ Loading loadWithLibrary(const std::vector<uint8_t>& bytes) {
     const std::vector<HandleOwner> handles = loadHandles(bytes);
     if (!handles.empty()) return Loading::Loads;
     return K8ErrStorage_getErrorStatus() == K8_ERR_OUT_OF_MEMORY ? Loading::OutOfMemory : Loading::Refuses;
-}
-
-void run(const CheckOptions& options) {
-    bool allGood = true;
-    for (const std::string& path : options.files) {
-        const Verdict verdict = checkFile(path);
-        allGood = allGood && verdict.isGood;
-        if (!verdict.isGood || !options.quiet) std::printf("%s\n", verdict.line.c_str());
-    }
-    if (!allGood) throw CLI::RuntimeError(1);
 }
 
 }  // namespace
@@ -60,16 +45,12 @@ Verdict checkFile(const std::string& path) {
     }
 }
 
-void addCheckCommand(CLI::App& app) {
-    auto options = std::make_shared<CheckOptions>();
-    CLI::App* command =
-        app.add_subcommand("check", "Say whether content files are good, and what is wrong with others");
-    command->add_option("files", options->files, "Figures (MB), action tables (MT), textures (BMP), packages (K8)")
-        ->required();
-    command->add_flag("-q,--quiet", options->quiet, "No lines for good files");
-    command->footer(
-        "Prints one line per file: \"FILE: good KIND\", or \"FILE: at offset N: what is wrong\", the offset counted\n"
-        "in bytes from the start of the file. Every file is loaded with the library as well. The exit status is 0\n"
-        "when all files are good and 1 otherwise.");
-    command->callback([options] { run(*options); });
+int runCheck(const CheckOptions& options) {
+    bool allGood = true;
+    for (const std::string& path : options.files) {
+        const Verdict verdict = checkFile(path);
+        allGood = allGood && verdict.isGood;
+        if (!verdict.isGood || !options.quiet) std::printf("%s\n", verdict.line.c_str());
+    }
+    return allGood ? 0 : 1;
 }

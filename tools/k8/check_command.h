@@ -1,8 +1,8 @@
 // k8 check: says whether content files are good, and what is wrong with those that are not.
 #pragma once
 
-#include <CLI/CLI.hpp>
 #include <string>
+#include <vector>
 
 struct Verdict {
     bool isGood;
@@ -12,4 +12,9 @@ struct Verdict {
 // Looks into a file and has the library load it. A file is good when both take it; where they disagree the line says so.
 Verdict checkFile(const std::string& path);
 
-void addCheckCommand(CLI::App& app);
+struct CheckOptions {
+    std::vector<std::string> files;
+    bool quiet = false;  // no lines for good files
+};
+
+int runCheck(const CheckOptions& options);

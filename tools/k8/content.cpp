@@ -4,7 +4,6 @@
 #include <set>
 #include <stdexcept>
 
-#include "tools/inspect/content_inspector.h"
 #include "tools/k8/content_file.h"
 
 namespace {
@@ -97,6 +96,7 @@ StageContent joinFiles(LooseFiles files) {
     content.figures = {as<K8Figure>(content.root)};
     content.extent = extentOf(files.summary);
     dress(content.figures[0], files);
+    content.summary = std::move(files.summary);
     content.handles.push_back(std::move(files.figure));
     if (files.actions) content.handles.push_back(std::move(files.actions));
     for (HandleOwner& texture : files.textures) content.handles.push_back(std::move(texture));
@@ -118,6 +118,7 @@ StageContent loadPackage(const std::string& path, const std::vector<uint8_t>& by
         throw std::runtime_error(path + ": " + error.what());
     }
     if (content.extent.isEmpty) throw std::runtime_error(path + ": the package holds nothing that can be drawn");
+    content.summary = summary;
     return content;
 }
 

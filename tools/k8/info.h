@@ -1,7 +1,6 @@
 // What a content file holds, told to people and to programs.
 #pragma once
 
-#include <nlohmann/json_fwd.hpp>
 #include <string>
 
 #include "tools/inspect/content_inspector.h"
@@ -15,5 +14,6 @@ struct ContentInfo {
 // Throws std::runtime_error for what is no readable content, with the path, the offset and what is wrong there.
 ContentInfo inspectFile(const std::string& path);
 
-std::string textOf(const ContentInfo& info);  // lines; bones and groups as trees
-nlohmann::ordered_json jsonOf(const ContentInfo& info);
+// Lines.
+std::string textOf(const ContentInfo& info);  // bones and groups as trees
+std::string jsonOf(const ContentInfo& info);

@@ -4,14 +4,12 @@
 #include <cctype>
 #include <cstdio>
 #include <map>
-#include <nlohmann/json.hpp>
 
 #include "tools/inspect/scene_transform.h"
 #include "tools/k8/scene_facts.h"
 #include "tools/k8/text_tree.h"
 
 using namespace inspect;
-using Json = nlohmann::ordered_json;
 
 static std::string numberText(double value) {
     char text[32];
@@ -27,59 +25,6 @@ static std::string colorText(const SceneColor& color) {
 
 static std::string counted(size_t count, const char* noun) {
     return std::to_string(count) + " " + noun + (count == 1 ? "" : "s");
-}
-
-// --- JSON ---
-
-static Json jsonOf(const Facts& facts);
-
-namespace {
-
-struct JsonValue {
-    Json operator()(bool value) const { return value; }
-    Json operator()(int64_t value) const { return value; }
-    Json operator()(float value) const { return value; }
-    Json operator()(const std::string& value) const { return value; }
-    Json operator()(const SceneColor& value) const { return colorText(value); }
-    Json operator()(const ObjectRef& value) const { return value.number == 0 ? Json() : Json(value.number); }
-    template <typename T>
-    Json operator()(const std::vector<T>& values) const {
-        Json out = Json::array();
-        for (const T& value : values) out.push_back((*this)(value));
-        return out;
-    }
-    Json operator()(const Facts& value) const { return jsonOf(value); }
-};
-
-}  // namespace
-
-static Json jsonOf(const Facts& facts) {
-    Json out = Json::object();
-    for (const Fact& fact : facts) out[fact.key] = std::visit(JsonValue(), fact.value);
-    return out;
-}
-
-Json sceneJson(const SceneSummary& scene) {
-    Json out = {{"version", 1},
-                {"objectSizeLimit", scene.objectSizeLimit},
-                {"unusedBytes", scene.trailerBytes},
-                {"box", {{"least", scene.least}, {"greatest", scene.greatest}}},
-                {"author", scene.header ? Json(scene.header->author) : Json()},
-                {"externalReferences", scene.externalReferences},
-                {"sections", Json::array()},
-                {"world", scene.world},
-                {"objects", Json::array()}};
-    for (const SceneSection& section : scene.sections)
-        out["sections"].push_back(
-            {{"offset", section.offset}, {"bytes", section.length}, {"objectCount", section.objectCount}});
-    for (uint32_t number = kFirstSceneNumber; number - kFirstSceneNumber < scene.objects.size(); ++number) {
-        const SceneObject& object = scene.at(number);
-        Json entry = {
-            {"number", number}, {"class", nameOf(object.type())}, {"offset", object.offset}, {"bytes", object.length}};
-        entry.update(jsonOf(factsOf(object)));
-        out["objects"].push_back(std::move(entry));
-    }
-    return out;
 }
 
 // --- Text ---
@@ -104,6 +49,7 @@ struct TextValue {
     std::string operator()(const ObjectRef& value) const {
         return value.number == 0 ? "none" : "object " + std::to_string(value.number);
     }
+    std::string operator()(const std::vector<int64_t>& values) const { return listText(values, ", ", kShown); }
     std::string operator()(const std::vector<float>& values) const {
         return "(" + listText(values, ", ", SIZE_MAX) + ")";
     }

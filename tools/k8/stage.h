@@ -52,6 +52,7 @@ public:
     Stage& operator=(const Stage&) = delete;
 
     Picture draw(const Pose& pose);
+    const StageContent& content() const { return content_; }  // as it was drawn last
 
 private:
     void setUpLights();

@@ -1,21 +1,23 @@
+// All JSON is made here: the headers of the JSON library take long to compile.
 #include <cstdio>
 #include <nlohmann/json.hpp>
 
 #include "k8.h"
 #include "tools/k8/info.h"
 #include "tools/k8/info_names.h"
-#include "tools/k8/scene_info.h"
+#include "tools/k8/scene_facts.h"
 
 namespace {
 
 using namespace inspect;
 using Json = nlohmann::ordered_json;
 
-std::string colorText(uint32_t color) {
-    char text[8];
-    std::snprintf(text, sizeof text, "%06x", color & 0xFFFFFF);
+std::string colorText(const SceneColor& color) {
+    char text[16];
+    std::snprintf(text, sizeof text, color.hasAlpha ? "%08x" : "%06x", color.argb);
     return text;
 }
+std::string colorText(uint32_t rgb) { return colorText({rgb & 0xFFFFFF, false}); }
 
 Json boxOf(const std::array<double, 3>& least, const std::array<double, 3>& greatest, double unit) {
     Json out = {{"least", Json::array()}, {"greatest", Json::array()}};
@@ -129,12 +131,66 @@ Json describe(const PackageSummary& package) {
     return out;
 }
 
-Json describe(const SceneSummary& scene) { return sceneJson(scene); }
+// --- Facts ---
+
+Json objectOf(const Facts& facts);
+
+struct FactJson {
+    Json operator()(bool value) const { return value; }
+    Json operator()(int64_t value) const { return value; }
+    Json operator()(float value) const { return value; }
+    Json operator()(const std::string& value) const { return value; }
+    Json operator()(const SceneColor& value) const { return colorText(value); }
+    Json operator()(const ObjectRef& value) const { return value.number == 0 ? Json() : Json(value.number); }
+    template <typename T>
+    Json operator()(const std::vector<T>& values) const {
+        Json out = Json::array();
+        for (const T& value : values) out.push_back((*this)(value));
+        return out;
+    }
+    Json operator()(const Facts& value) const { return objectOf(value); }
+};
+
+Json objectOf(const Facts& facts) {
+    Json out = Json::object();
+    for (const Fact& fact : facts) out[fact.key] = std::visit(FactJson(), fact.value);
+    return out;
+}
+
+// --- Scenes ---
+
+Json describe(const SceneSummary& scene) {
+    Json out = {{"version", 1},
+                {"objectSizeLimit", scene.objectSizeLimit},
+                {"unusedBytes", scene.trailerBytes},
+                {"box", {{"least", scene.least}, {"greatest", scene.greatest}}},
+                {"author", scene.header ? Json(scene.header->author) : Json()},
+                {"externalReferences", scene.externalReferences},
+                {"sections", Json::array()},
+                {"world", scene.world},
+                {"objects", Json::array()}};
+    for (const SceneSection& section : scene.sections)
+        out["sections"].push_back(
+            {{"offset", section.offset}, {"bytes", section.length}, {"objectCount", section.objectCount}});
+    for (uint32_t number = kFirstSceneNumber; number - kFirstSceneNumber < scene.objects.size(); ++number) {
+        const SceneObject& object = scene.at(number);
+        Json entry = {
+            {"number", number}, {"class", nameOf(object.type())}, {"offset", object.offset}, {"bytes", object.length}};
+        entry.update(objectOf(factsOf(object)));
+        out["objects"].push_back(std::move(entry));
+    }
+    return out;
+}
+
+// Names of files and of authors may be no UTF-8, which JSON cannot say: what is not is replaced.
+std::string linesOf(const Json& json) { return json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n"; }
 
 }  // namespace
 
-nlohmann::ordered_json jsonOf(const ContentInfo& info) {
+std::string jsonOf(const ContentInfo& info) {
     Json out = {{"file", info.path}, {"bytes", info.byteCount}, {"kind", kindOf(info.summary)}};
     out.update(std::visit([](const auto& summary) { return describe(summary); }, info.summary));
-    return out;
+    return linesOf(out);
 }
+
+std::string jsonOf(const Facts& facts) { return linesOf(objectOf(facts)); }
