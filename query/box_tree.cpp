@@ -21,8 +21,6 @@ size_t BoxTree_byteCount(uint32_t triangleCount) {
 
 size_t BoxTree_scratchByteCount(uint32_t triangleCount) { return 2 * size_t(triangleCount) * sizeof(PlacedTriangle); }
 
-uint32_t BoxTree_leftLeafCount(uint32_t leafCount) { return std::bit_ceil(leafCount) / 2; }
-
 BoxTree BoxTree_at(const void* block, uint32_t triangleCount) {
     const auto* order = static_cast<const uint32_t*>(block);
     return {triangleCount, leavesOf(triangleCount), reinterpret_cast<const Box16*>(order + triangleCount), order};

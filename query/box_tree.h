@@ -2,6 +2,7 @@
 // other in space share a leaf; the tree is made in linear time and keeps no pointers, so it can be moved.
 #pragma once
 
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 
@@ -44,7 +45,7 @@ constexpr uint32_t kBoxTreeMaxDepth = 32;  // nodes on the longest way down, whi
 inline BoxTreeNode BoxTree_root(const BoxTree& tree) { return {0, 0, tree.leafCount}; }
 
 // The two children of a node with more than one leaf.
-uint32_t BoxTree_leftLeafCount(uint32_t leafCount);
+inline uint32_t BoxTree_leftLeafCount(uint32_t leafCount) { return std::bit_ceil(leafCount) / 2; }
 inline BoxTreeNode BoxTree_left(const BoxTreeNode& node) {
     return {node.node + 1, node.firstLeaf, BoxTree_leftLeafCount(node.leafCount)};
 }

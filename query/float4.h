@@ -20,6 +20,31 @@ inline Float4 Float4_load(const float* values) {
 
 inline void Float4_store(Float4 vector, float* values) { std::memcpy(values, &vector, sizeof vector); }
 
+// Four integers in a row, at any address.
+inline Float4 Float4_loadShorts(const int16_t* values) {
+    using Short8 = int16_t __attribute__((vector_size(16)));
+    int64_t bits;
+    std::memcpy(&bits, values, sizeof bits);
+    using Long2 = int64_t __attribute__((vector_size(16)));
+    const auto shorts = Short8(Long2{bits, 0});
+    const auto doubled = Int4(__builtin_shufflevector(shorts, shorts, 0, 0, 1, 1, 2, 2, 3, 3));
+    return __builtin_convertvector(doubled >> 16, Float4);
+}
+
+// Of numbers that are none of them NaN.
+inline Float4 Float4_min(Float4 a, Float4 b) { return a < b ? a : b; }
+inline Float4 Float4_max(Float4 a, Float4 b) { return a > b ? a : b; }
+
+inline float Float4_least(Float4 v) {
+    const Float4 pairs = Float4_min(v, __builtin_shufflevector(v, v, 2, 3, 0, 1));
+    return Float4_min(pairs, __builtin_shufflevector(pairs, pairs, 1, 0, 3, 2))[0];
+}
+
+inline float Float4_largest(Float4 v) {
+    const Float4 pairs = Float4_max(v, __builtin_shufflevector(v, v, 2, 3, 0, 1));
+    return Float4_max(pairs, __builtin_shufflevector(pairs, pairs, 1, 0, 3, 2))[0];
+}
+
 // Bit k for lane k of a comparison.
 inline uint32_t laneBits(Int4 mask) {
 #ifdef __SSE2__

@@ -23,8 +23,8 @@
 // Lengths in steps: the positions' integers, which count as 128 steps each when they are bytes. All positions lie
 // within 2^15 steps; with a bias of up to twice that, rounding moves them by less than 1/128 step per component.
 struct PickReach {
-    float step;      // may be negative
-    float slack;     // steps
+    float step;       // may be negative
+    float slack;      // steps
     float origin[3];  // of the ray, in steps from the bias
 };
 

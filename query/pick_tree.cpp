@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cmath>
 #include <limits>
 #include <span>
@@ -73,9 +74,10 @@ static uint64_t keyOf(const Pick* pick) {
 }
 
 static bool hasSameTriangles(const KeptPick* kept, const Pick* pick) {
-    return std::ranges::equal(
-        submeshesOf(kept), stripsOf(pick),
-        [](const KeptSubmesh& submesh, const TriangleStripArray* strips) { return submesh.contents == strips->contents; });
+    return std::ranges::equal(submeshesOf(kept), stripsOf(pick),
+                              [](const KeptSubmesh& submesh, const TriangleStripArray* strips) {
+                                  return submesh.contents == strips->contents;
+                              });
 }
 
 static uint64_t countTriangles(const Pick* pick) {
@@ -101,9 +103,10 @@ static double squareOfCross(const Steps& a, const Steps& b) {
     return square({a.y * b.z - a.z * b.y, a.z * b.x - a.x * b.z, a.x * b.y - a.y * b.x});
 }
 
-static int16_t saturate(double value) { return int16_t(std::clamp(value, double(INT16_MIN), double(INT16_MAX))); }
+// Boxes count in double steps, so that there is room around the positions.
+constexpr double kStepsPerBoxUnit = 2;
 
-// The box outside of which no hit can be (see pick_reach.h), but for the slack. At +-2^15 it has no bound.
+// The box outside of which no hit can be (see pick_reach.h), but for the slack.
 //
 // The floats of an edge differ from its steps by less than 1/36 step, for both ends are off by 1/128 per component.
 // Where the height over the longer edge is at least 1/2 step that changes |A x B| by less than 11 %, and c by less than
@@ -118,9 +121,12 @@ static Shape boxTriangle(const Steps (&p)[3], Box16* box) {
     const double reach = (std::sqrt(a2) + std::sqrt(b2)) * (kEdgeTolerance + kRounding * (a2 * b2 / area2));
     const double components[3][3] = {{p[0].x, p[1].x, p[2].x}, {p[0].y, p[1].y, p[2].y}, {p[0].z, p[1].z, p[2].z}};
     for (int i = 0; i < 3; ++i) {
-        const auto [least, greatest] = std::ranges::minmax(components[i]);
-        box->least[i] = saturate(std::floor(least - reach));
-        box->greatest[i] = saturate(std::ceil(greatest + reach));
+        const auto [low, high] = std::ranges::minmax(components[i]);
+        const double least = std::floor((low - reach) / kStepsPerBoxUnit);
+        const double greatest = std::ceil((high + reach) / kStepsPerBoxUnit);
+        if (least < INT16_MIN || greatest > INT16_MAX) return Shape::Wild;
+        box->least[i] = int16_t(least);
+        box->greatest[i] = int16_t(greatest);
     }
     return Shape::Boxed;
 }
@@ -271,46 +277,34 @@ static void count(const Pick* pick) {
 
 // --- Asking the tree ---
 
-// The ray against boxes, in steps: the times at which it is between the planes of each axis. The fourth lane says that
-// time begins at 0.
+// The ray against boxes, in their units: the times at which it is between the planes of each axis. The fourth lane says
+// that time begins at 0.
 struct Slabs {
     Float4 lowOrigin, highOrigin;  // of the ray as the lower and the upper planes see it, which the slack moves out
     Float4 inverse;                // of the direction
 };
 
-static constexpr float kInfinity = std::numeric_limits<float>::infinity();
-
 static Slabs slabsOf(const PickReach& reach, const PickRay& ray) {
     // An axis along which the ray moves less than the slack allows for counts as one along which it moves that much.
-    constexpr float kLeastPart = 0x1p-24f;
+    constexpr float kLeastPart = 0x1p-24f, kUnitsPerStep = float(1 / kStepsPerBoxUnit);
     const float d[] = {ray.direction.x / reach.step, ray.direction.y / reach.step, ray.direction.z / reach.step};
     const float least = kLeastPart * std::max({std::fabs(d[0]), std::fabs(d[1]), std::fabs(d[2])});
     Slabs slabs{};
     for (int i = 0; i < 3; ++i) {
-        slabs.lowOrigin[i] = reach.origin[i] + reach.slack;
-        slabs.highOrigin[i] = reach.origin[i] - reach.slack;
+        slabs.lowOrigin[i] = (reach.origin[i] + reach.slack) * kUnitsPerStep;
+        slabs.highOrigin[i] = (reach.origin[i] - reach.slack) * kUnitsPerStep;
         slabs.inverse[i] = 1 / (std::fabs(d[i]) < least ? least : d[i]);
     }
     return slabs;
 }
 
-// Four of a box's six components as floats; those equal to `open` become `bound`.
-static Float4 loadPlanes(const int16_t* components, int16_t open, float bound) {
-    int16_t c[4];
-    std::memcpy(c, components, sizeof c);
-    const Int4 planes = {c[0], c[1], c[2], c[3]};
-    return planes == Int4{open, open, open, open} ? Float4{bound, bound, bound, bound}
-                                                  : __builtin_convertvector(planes, Float4);
-}
-
 static bool meetsBox(const Slabs& slabs, const Box16& box) {
-    int16_t c[6];
-    std::memcpy(c, &box, sizeof c);
-    const Float4 low = loadPlanes(c, INT16_MIN, -kInfinity);
-    const Float4 high = __builtin_shufflevector(loadPlanes(c + 2, INT16_MAX, kInfinity), Float4{}, 1, 2, 3, 0);
+    constexpr float kForever = std::numeric_limits<float>::infinity();
+    const Float4 low = Float4_loadShorts(box.least);  // and one component of `greatest`
+    const Float4 high = __builtin_shufflevector(Float4_loadShorts(box.least + 2), Float4{}, 1, 2, 3, 0);
     const Float4 a = (low - slabs.lowOrigin) * slabs.inverse, b = (high - slabs.highOrigin) * slabs.inverse;
-    Float4 in = a < b ? a : b, out = (a < b ? b : a) + Float4{0, 0, 0, kInfinity};
-    return std::max({in[0], in[1], in[2], in[3]}) <= std::min({out[0], out[1], out[2]});
+    const Float4 in = Float4_min(a, b), out = Float4_max(a, b) + Float4{0, 0, 0, kForever};
+    return Float4_largest(in) <= Float4_least(out);
 }
 
 // The hits of one pick; they have to be found first and taken in order then.
@@ -339,18 +333,45 @@ static PickTriangle triangleOf(const Search& search, uint32_t number) {
     return triangle;
 }
 
+static PickCulling cullingOf(const Search& search, const PickTriangle& triangle) {
+    return PickCulling_of(search.pick->mesh->appearances[triangle.submesh]);
+}
+
+static bool isVisible(const Search& search, const PickTriangle& triangle) {
+    return search.pick->mesh->appearances[triangle.submesh] != nullptr;
+}
+
 static bool isHit(const Search& search, const PickTriangle& triangle, Vector3<float>* hitPoint) {
-    const Appearance* appearance = search.pick->mesh->appearances[triangle.submesh];
-    return appearance && PickTriangle_isHit(search.pick, PickCulling_of(appearance), triangle, hitPoint);
+    return isVisible(search, triangle) &&
+           PickTriangle_isHit(search.pick, cullingOf(search, triangle), triangle, hitPoint);
+}
+
+// Bit by bit which of up to four triangles are hit.
+static uint32_t findHits(const Search& search, std::span<const uint32_t> numbers) {
+    PickTriangle triangles[4];
+    uint32_t hits = 0, alike = 0;
+    for (uint32_t k = 0; k < 4; ++k) {
+        triangles[k] = triangleOf(search, numbers[std::min<size_t>(k, numbers.size() - 1)]);
+        alike += triangles[k].submesh == triangles[0].submesh;
+    }
+    if (alike == 4) {
+        if (!isVisible(search, triangles[0])) return 0;
+        return PickTriangle_hitsOfFour(search.pick, cullingOf(search, triangles[0]), triangles) &
+               ((1u << numbers.size()) - 1);
+    }
+    Vector3<float> hitPoint;
+    for (uint32_t k = 0; k < numbers.size(); ++k) hits |= uint32_t(isHit(search, triangles[k], &hitPoint)) << k;
+    return hits;
 }
 
 // False when there are too many hits.
 static bool tryNumbers(Search* search, std::span<const uint32_t> numbers) {
-    for (const uint32_t number : numbers) {
-        Vector3<float> hitPoint;
-        if (!isHit(*search, triangleOf(*search, number), &hitPoint)) continue;
-        if (search->hitCount == search->hits.size()) return false;
-        search->hits[search->hitCount++] = number;
+    for (size_t i = 0; i < numbers.size(); i += 4) {
+        const std::span four = numbers.subspan(i, std::min<size_t>(4, numbers.size() - i));
+        for (uint32_t hits = findHits(*search, four); hits != 0; hits &= hits - 1) {
+            if (search->hitCount == search->hits.size()) return false;
+            search->hits[search->hitCount++] = four[size_t(std::countr_zero(hits))];
+        }
     }
     return true;
 }

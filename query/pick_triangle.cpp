@@ -58,6 +58,27 @@ bool PickTriangle_isHit(const Pick* pick, PickCulling culling, const PickTriangl
     return PickRay_hits(pick->ray, culling, p[0], p[1], p[2], hitPoint);
 }
 
+template <typename T>
+static Vector3<Float4> fourPositionsIn(const VertexBuffer* buffer, const PickTriangle triangles[4], int corner) {
+    const T* in[4];
+    for (int k = 0; k < 4; ++k)
+        in[k] = static_cast<const T*>(buffer->positions->data) + 3 * size_t(triangles[k].corners[corner]);
+    const Int4 x = {in[0][0], in[1][0], in[2][0], in[3][0]}, y = {in[0][1], in[1][1], in[2][1], in[3][1]},
+               z = {in[0][2], in[1][2], in[2][2], in[3][2]};
+    const float scale = buffer->positionScale;
+    const float* bias = buffer->positionBias;
+    return {__builtin_convertvector(x, Float4) * scale + bias[0], __builtin_convertvector(y, Float4) * scale + bias[1],
+            __builtin_convertvector(z, Float4) * scale + bias[2]};
+}
+
+uint32_t PickTriangle_hitsOfFour(const Pick* pick, PickCulling culling, const PickTriangle triangles[4]) {
+    Vector3<Float4> p[3], unused;
+    for (int i = 0; i < 3; ++i)
+        p[i] = pick->buffer->positions->componentSize == 1 ? fourPositionsIn<int8_t>(pick->buffer, triangles, i)
+                                                           : fourPositionsIn<int16_t>(pick->buffer, triangles, i);
+    return laneBits(PickRay_hits(pick->ray, culling, p[0], p[1], p[2], &unused));
+}
+
 // --- Texture coordinates ---
 
 // The affine function of two coordinates that has given values at the corners of a triangle: values x inverse.
@@ -99,8 +120,9 @@ static void textureCoordinatesOf(const VertexBuffer* buffer, int32_t unit, uint3
     const VertexArray* array = buffer->texCoords[unit];
     float v[4] = {0, 0, 0, 1};
     for (int32_t i = 0; i < array->componentCount; ++i)
-        v[i] = componentAt(array, vertex * uint32_t(array->componentCount) + uint32_t(i)) * buffer->texCoordScale[unit] +
-               buffer->texCoordBias[unit][i];
+        v[i] =
+            componentAt(array, vertex * uint32_t(array->componentCount) + uint32_t(i)) * buffer->texCoordScale[unit] +
+            buffer->texCoordBias[unit][i];
     if (texture) {
         qelTransform_transformVectors(&texture->composite, v, 1);
         v[0] /= v[3];

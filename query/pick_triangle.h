@@ -92,5 +92,8 @@ struct PickTriangle {
 // Whether the pick's ray hits a triangle; it must have its three vertices.
 bool PickTriangle_isHit(const Pick* pick, PickCulling culling, const PickTriangle& triangle, Vector3<float>* hitPoint);
 
+// The same for four, bit by bit.
+uint32_t PickTriangle_hitsOfFour(const Pick* pick, PickCulling culling, const PickTriangle triangles[4]);
+
 // Takes note of a hit. False when the pick is over.
 bool Pick_takeHit(Pick* pick, const PickTriangle& triangle, const Vector3<float>& hitPoint);

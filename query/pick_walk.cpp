@@ -126,8 +126,12 @@ static Vector3<Float4> inAllLanes(const Vector3<float>& v) {
 static Conversion planConversion(const Pick* pick) {
     const VertexBuffer* buffer = pick->buffer;
     const float* bias = buffer->positionBias;
-    Conversion plan = {inAllLanes(buffer->positionScale), inAllLanes({bias[0], bias[1], bias[2]}),
-                       inAllLanes(pick->ray.origin), {}, {}, inAllLanes(1)};
+    Conversion plan = {inAllLanes(buffer->positionScale),
+                       inAllLanes({bias[0], bias[1], bias[2]}),
+                       inAllLanes(pick->ray.origin),
+                       {},
+                       {},
+                       inAllLanes(1)};
     PickReach reach;
     if (!PickReach_of(buffer, pick->ray, &reach)) return plan;  // clearances become -1: nothing is far
     const float slack = reach.slack * reach.step;

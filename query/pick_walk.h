@@ -18,7 +18,7 @@ struct TriangleRuns {
     uint32_t nextVertex;
 };
 TriangleRuns TriangleRuns_of(const TriangleStripArray* strips);
-bool TriangleRuns_next(TriangleRuns* runs, TriangleRun* run);  // false behind the last one
+bool TriangleRuns_next(TriangleRuns* runs, TriangleRun* run);                  // false behind the last one
 bool TriangleRuns_fit(const TriangleStripArray* strips, int32_t vertexCount);  // false may err, for an index unused
 
 // Tests every triangle that is not culled and takes the hits in order, up to one that ends the pick or one with an index
