@@ -20,7 +20,7 @@ struct PreparedMesh {
 };
 
 static PreparedMesh prepareMorphing(MorphingMesh* mesh) {
-    if (mesh->weightsChanged) {
+    if (qelMorphingMesh_isOutdated(mesh)) {
         const Result result = qelMorphingMesh_morph(mesh);
         if (result == QEL_STATUS_OUT_OF_MEMORY) return {nullptr, result};
         if (result != QEL_STATUS_OK) return {nullptr, QEL_STATUS_OK};
@@ -148,7 +148,6 @@ static Result queueSprite(Group* owner, Sprite3D* sprite) {
 }
 
 static Result queueNode(Graphics3D* graphics, Group* owner, Node* node, bool parentInView) {
-    if ((node->scope & graphics->camera->scope) == 0) return QEL_STATUS_OK;
     switch (node->classId) {
         case ClassId::Mesh:
         case ClassId::MorphingMesh:
@@ -188,7 +187,8 @@ static Node* nextChild(Node* node, int32_t* next) {
 // Walks the subtree without recursion, depth first in child order, and queues what is to be drawn. A failure ends it at
 // once: flags that stay set only have transforms computed again.
 static Result queueSubtree(Graphics3D* graphics, Group* owner, Node* root) {
-    Result result = queueNode(graphics, owner, root, false);  // what its parent saw was another traversal
+    // Whatever its scope, like a mesh without skeleton; and what its parent saw was another traversal.
+    Result result = queueNode(graphics, owner, root, false);
     Node* node = root;
     int32_t next = 0;
     while (result == QEL_STATUS_OK) {
@@ -196,7 +196,7 @@ static Result queueSubtree(Graphics3D* graphics, Group* owner, Node* root) {
         if (child) {
             if (!child->renderingEnabled) continue;
             enterChild(graphics, child);
-            result = queueNode(graphics, owner, child, node->originInView);
+            if (child->scope & graphics->camera->scope) result = queueNode(graphics, owner, child, node->originInView);
             node = child;
             next = 0;
             continue;
@@ -288,11 +288,17 @@ static Result renderEntered(Graphics3D* graphics, Node* node) {
     }
 }
 
+// Cameras and lights stand in scenes, but nothing of them is to be seen.
+static bool isRenderable(const Node* node) {
+    return node->classId != ClassId::Camera && node->classId != ClassId::Light;
+}
+
 Result qelGraphics3D_render(Graphics3D* graphics, Node* node, const qelTransform* transform) {
     if (!node) return QEL_STATUS_NULL_POINTER;
     if (!graphics->isBound || !graphics->cameraIsSet) return QEL_STATUS_ILLEGAL_STATE;
     const Camera* camera = graphics->camera;
     if (camera->projectionType != ProjectionType::Generic && camera->near == camera->far) return QEL_STATUS_OK;
+    if (!isRenderable(node)) return QEL_STATUS_ILLEGAL_ARGUMENT;
     if (!node->renderingEnabled) return QEL_STATUS_OK;
     const Result prepared = qelGraphics3D_prepareCamera(graphics);
     if (prepared != QEL_STATUS_OK) return prepared;

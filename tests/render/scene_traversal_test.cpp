@@ -131,6 +131,8 @@ TEST_F(TraversalTest, WorldsAndGroupsWithEmptySlotsAreWalked) {
     EXPECT_THAT(names(slots), IsEmpty());
     qelGroup_addChild(slots, other);
     EXPECT_THAT(names(slots), ElementsAre(2));
+    qelNode_setRenderingEnable(light, false);
+    render(light, nullptr, QEL_STATUS_ILLEGAL_ARGUMENT);
 }
 
 // --- Which, and how opaque ---
@@ -391,6 +393,10 @@ TEST_F(TraversalTest, ASkinnedMeshIsDrawnWithWhatHangsInItsSkeleton) {
     }
     qelNode_setRenderingEnable(skinned.skeleton, false);
     EXPECT_EQ(sorted(root), (std::vector<Drawn>{{1, 100, 7, 0}, {4, 0, 0, 0}}));
+    qelNode_setScope(skinned.mesh, 2);
+    qelNode_setScope(camera, 1);
+    EXPECT_EQ(sorted(root), (std::vector<Drawn>{{4, 0, 0, 0}}));
+    EXPECT_EQ(sorted(skinned.mesh), (std::vector<Drawn>{{1, 0, 7, 0}})) << "given to render, whatever its scope";
 }
 
 TEST_F(TraversalTest, ASkinnedMeshInViewKeepsItsSkeletonFromBeingCulled) {
