@@ -17,14 +17,26 @@ constexpr int32_t kLargestUndrawnSize = 50 * kFixedOne;  // of sprites that are 
 
 static bool modeBlends(int16_t blendMode) { return K8FigureParameters_blending(blendMode) != Blending::Replace; }
 
+// What covers the frame in part or adds to it; modulating it counts as opaque here.
+static bool blends(const CompositingMode* mode) {
+    switch (mode ? mode->blending : Blending::Replace) {
+        case Blending::Alpha:
+        case Blending::AlphaAdd:
+        case Blending::Add:
+        case Blending::AddWeighted: return true;
+        case Blending::Modulate:
+        case Blending::ModulateX2:
+        case Blending::Replace: break;
+    }
+    return false;
+}
+
 // With what is in the skeleton of a skinned mesh.
 static bool meshBlends(Node* mesh) {
     SubtreeWalk walk = {mesh, mesh, 0};
     do {
-        for (const Appearance* appearance : K8SceneChanges_appearancesOf(walk.node)) {
-            const CompositingMode* mode = appearance ? appearance->compositingMode : nullptr;
-            if (mode && mode->blending != Blending::Replace) return true;
-        }
+        for (const Appearance* appearance : K8SceneChanges_appearancesOf(walk.node))
+            if (appearance && blends(appearance->compositingMode)) return true;
     } while (qelSubtreeWalk_next(&walk));
     return false;
 }
