@@ -81,10 +81,11 @@ static void readTargets(M3gReader* reader, TargetLists& lists) {
 
 static uint64_t byteCountOf(const VertexArray* array) { return array ? qelVertexArray_byteCount(array) : 0; }
 
+// Drawing gives the second texture unit the coordinates of the first where it has none.
 static uint64_t byteCountOf(const VertexBuffer* buffer) {
-    uint64_t count = byteCountOf(buffer->positions) + byteCountOf(buffer->normals) + byteCountOf(buffer->colors);
-    for (const VertexArray* array : buffer->texCoords) count += byteCountOf(array);
-    return count;
+    const VertexArray *first = buffer->texCoords[0], *second = buffer->texCoords[1];
+    return byteCountOf(buffer->positions) + byteCountOf(buffer->normals) + byteCountOf(buffer->colors) +
+           byteCountOf(first) + byteCountOf(second ? second : first);
 }
 
 // One buffer as large as the base one, into which every target goes, be it the same one again and again. Each of the

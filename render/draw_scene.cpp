@@ -13,15 +13,6 @@ constexpr uint32_t kFirstTextureBlockBytes = 24576;
 
 // --- Textures ---
 
-// A second map is laid over a mesh with the coordinates of its first texture. Targets without coordinates of their
-// own take the base's, but a morphed buffer has to be made again with them.
-static void ensureSecondCoordinates(Mesh* mesh) {
-    K8FigureParameters_ensureSecondCoordinates(mesh->vertexBuffer);
-    if (mesh->classId != ClassId::MorphingMesh) return;
-    auto* morphing = static_cast<MorphingMesh*>(mesh);
-    if (!morphing->morphedBuffer || !morphing->morphedBuffer->texCoords[1]) morphing->weightsChanged = 1;
-}
-
 // A texture of the host's own gets the blending of its info, and loses the scale that figures and sprites give it: the
 // coordinates are the scene's.
 static void prepareTexture(const K8Texture* handle) {
@@ -33,19 +24,18 @@ static void prepareTexture(const K8Texture* handle) {
 
 // A palette image that was loaded as a K8 texture takes the place of the image that the scene's texture has, whose
 // settings stay; its coordinates are the scene's. So are those of any other texture, which therefore loses the scale
-// of figures. A texture that came with the scene is put in as its author made it.
-static void putTexture(Appearance* appearance, Texture2D* texture, bool isOfScene) {
-    if (!isOfScene && texture->image->levelRecord->palette5551)
-        qelTexture2D_setImage(appearance->textures[0], texture->image);
-    else
-        qelAppearance_setTexture(appearance, 0, texture);
+// of figures. A texture that came with the scene is put in as its author made it. The scene's own texture is the saved
+// one: another submesh may have put a host's into the appearance that both share.
+static void putTexture(const SceneChange& submesh, Texture2D* texture, bool isOfScene) {
+    Texture2D* own = submesh.textures[0];
+    const bool takesImage = !isOfScene && texture->image->levelRecord->palette5551;
+    if (takesImage) qelTexture2D_setImage(own, texture->image);
+    qelAppearance_setTexture(submesh.appearance, 0, takesImage ? own : texture);
 }
 
-static void replaceTextures(Appearance* appearance, Mesh* mesh, const SceneTexture& replacement, int32_t textureUnits) {
-    putTexture(appearance, replacement.texture, replacement.isOfScene);
-    if (textureUnits < 2) return;
-    if (replacement.secondMap) ensureSecondCoordinates(mesh);
-    qelAppearance_setTexture(appearance, 1, replacement.secondMap);
+static void replaceTextures(const SceneChange& submesh, const SceneTexture& replacement, int32_t textureUnits) {
+    putTexture(submesh, replacement.texture, replacement.isOfScene);
+    if (textureUnits > 1) qelAppearance_setTexture(submesh.appearance, 1, replacement.secondMap);
 }
 
 // --- Parameters of a figure ---
@@ -74,6 +64,29 @@ static void applyTransparency(Mesh* mesh, const K8FigureInfo& info) {
     qelNode_setAlphaFactor(mesh, mesh->alphaFactor * K8FigureParameters_alphaFactor(info.transparency));
 }
 
+// Textures of the second unit, also those of the mesh's author, are laid over it with the coordinates of the first.
+// These stay. The targets of a morph get theirs with its base, since they have to be alike: one may be the base of
+// another mesh.
+static void ensureSecondCoordinates(Mesh* mesh) {
+    VertexBuffer* base = mesh->vertexBuffer;
+    K8FigureParameters_ensureSecondCoordinates(base);
+    if (mesh->classId != ClassId::MorphingMesh || base->texCoords[1] != base->texCoords[0]) return;
+    auto* morphing = static_cast<MorphingMesh*>(mesh);
+    for (VertexBuffer* target : std::span(morphing->morphTargets, size_t(morphing->targetCount)))
+        K8FigureParameters_ensureSecondCoordinates(target);
+}
+
+// Saves a mesh and, for a skinned one, everything in its skeleton: one figure stands for all of it.
+static bool saveFigure(K8RenderContext* context, Mesh* mesh, const K8FigureInfo* info, K8Allocator* allocator) {
+    SubtreeWalk walk = {mesh, mesh, 0};
+    do {
+        if (!K8SceneChanges_save(context->sceneChanges, walk.node, info, allocator)) return false;
+        if (context->textureUnits > 1 && K8SceneChanges_isMesh(walk.node))
+            ensureSecondCoordinates(static_cast<Mesh*>(walk.node));
+    } while (qelSubtreeWalk_next(&walk));
+    return true;
+}
+
 static bool render(K8Render* handle, const DrawItem* item, Node* node) {
     qelTransform matrix = K8DrawList_sceneMatrix(item->transform, 1);
     K8DrawList_setCamera(handle, item->params);
@@ -82,13 +95,11 @@ static bool render(K8Render* handle, const DrawItem* item, Node* node) {
 
 // --- One mesh ---
 
-static bool isSubmesh(const SceneChange& change) { return change.appearance && K8SceneChanges_isMesh(change.node); }
-
 // Takes the textures off; true when there were any.
 static bool clearTextures(const SceneChanges& saved, int32_t textureUnits) {
     bool anyTextured = false;
     for (const SceneChange& change : std::span(saved.records, saved.count)) {
-        if (!isSubmesh(change)) continue;
+        if (!change.appearance || !K8SceneChanges_isMesh(change.node)) continue;
         anyTextured |= change.textures[0] != nullptr;
         for (int32_t unit = 0; unit < textureUnits; ++unit) qelAppearance_setTexture(change.appearance, unit, nullptr);
     }
@@ -96,13 +107,10 @@ static bool clearTextures(const SceneChanges& saved, int32_t textureUnits) {
 }
 
 static void bindTexture(const SceneChange& submesh, const K8Texture* texture, int32_t textureUnits) {
-    if (!texture || !texture->header.object) return;
+    if (!submesh.appearance || !texture || !texture->header.object) return;
     prepareTexture(texture);
     qelAppearance_setTexture(submesh.appearance, 0, static_cast<Texture2D*>(texture->header.object));
-    Texture2D* secondMap = textureUnits > 1 ? K8FigureParameters_secondMap(texture) : nullptr;
-    if (!secondMap) return;
-    ensureSecondCoordinates(static_cast<Mesh*>(submesh.node));
-    qelAppearance_setTexture(submesh.appearance, 1, secondMap);
+    if (textureUnits > 1) qelAppearance_setTexture(submesh.appearance, 1, K8FigureParameters_secondMap(texture));
 }
 
 // Texture handle j is for the j-th submesh that came with a texture, as the loader lists them; in a mesh that came
@@ -112,18 +120,9 @@ static void bindTextures(const SceneChanges& saved, const K8FigureInfo& info, in
     uint32_t j = 0;
     for (const SceneChange& change : std::span(saved.records, saved.count)) {
         if (j == info.loadedTextureCount) break;
-        if (!isSubmesh(change) || (anyTextured && !change.textures[0])) continue;
+        if (!K8SceneChanges_isMesh(change.node) || (anyTextured && !change.textures[0])) continue;
         bindTexture(change, info.loadedTextures[j++], textureUnits);
     }
-}
-
-// With what is in its skeleton.
-static bool saveSubtree(SceneChanges& saved, Mesh* mesh, K8Allocator* allocator) {
-    SubtreeWalk walk = {mesh, mesh, 0};
-    do {
-        if (!K8SceneChanges_save(saved, walk.node, allocator)) return false;
-    } while (qelSubtreeWalk_next(&walk));
-    return true;
 }
 
 static bool applyToAppearances(const SceneChanges& saved, const K8FigureInfo& info, Fog* fog) {
@@ -142,7 +141,7 @@ bool K8DrawList_drawMeshFigure(K8Render* handle, const DrawItem* item, const K8F
     auto* mesh = static_cast<Mesh*>(item->object->object);
     if (!mesh->vertexBuffer) return false;
     SceneChanges& saved = handle->context->sceneChanges;
-    bool drawn = saveSubtree(saved, mesh, handle->header.allocator);
+    bool drawn = saveFigure(handle->context, mesh, &info, handle->header.allocator);
     if (drawn) {
         Result ignored = QEL_STATUS_OK;  // an invalid sequence leaves what it has written
         qelObject3D_animateSubtree(mesh, info.frame, &ignored);
@@ -201,55 +200,42 @@ static SceneTexture takeTexture(ScenePreparation& preparation) {
     return {preparation.context->whiteTexture, nullptr, 0};
 }
 
-// Gives a mesh of the scene, or one of a skeleton, its textures and the parameters of its figure, if it has one.
-static bool prepareMesh(ScenePreparation& preparation, Mesh* mesh, const K8FigureInfo* info) {
-    for (Appearance* appearance : K8SceneChanges_appearancesOf(mesh)) {
-        if (!appearance) continue;
-        if (appearance->textures[0])
-            replaceTextures(appearance, mesh, takeTexture(preparation), preparation.context->textureUnits);
-        if (info && !applyInfo(appearance, *info)) return false;
-    }
-    return true;
-}
-
-static bool saveAndSetFog(ScenePreparation& preparation, Node* node) {
-    if (!K8SceneChanges_save(preparation.context->sceneChanges, node, preparation.allocator)) return false;
-    for (Appearance* appearance : K8SceneChanges_appearancesOf(node))
-        if (appearance) qelAppearance_setFog(appearance, preparation.fog);
-    return true;
-}
-
-// The mesh and, for a skinned one, everything in its skeleton: one figure stands for all of it.
-static bool prepareFigure(ScenePreparation& preparation, Mesh* mesh) {
-    const K8Figure* figure = K8FigureWalk_next(&preparation.figures);
-    const K8FigureInfo* info = figure ? figure->info : nullptr;
-    SubtreeWalk walk = {mesh, mesh, 0};
-    do {
-        if (!saveAndSetFog(preparation, walk.node)) return false;
-        if (K8SceneChanges_isMesh(walk.node) && !prepareMesh(preparation, static_cast<Mesh*>(walk.node), info))
-            return false;
-    } while (qelSubtreeWalk_next(&walk));
-    if (info) applyTransparency(mesh, *info);
-    return !preparation.figures.failed;
-}
-
-static bool prepareScene(ScenePreparation& preparation, Node* root) {
+static bool saveScene(ScenePreparation& preparation, Node* root) {
+    K8RenderContext* context = preparation.context;
     SubtreeWalk walk = {root, root, 0};
     do {
         if (!K8SceneChanges_isMesh(walk.node)) {
-            if (!saveAndSetFog(preparation, walk.node)) return false;
+            if (!K8SceneChanges_save(context->sceneChanges, walk.node, nullptr, preparation.allocator)) return false;
             continue;
         }
-        if (!prepareFigure(preparation, static_cast<Mesh*>(walk.node))) return false;
-        if (walk.node->classId == ClassId::SkinnedMesh) walk.childIndex = 1;  // its skeleton is done
+        auto* mesh = static_cast<Mesh*>(walk.node);
+        const K8Figure* figure = K8FigureWalk_next(&preparation.figures);
+        const K8FigureInfo* info = figure ? figure->info : nullptr;
+        if (preparation.figures.failed || !saveFigure(context, mesh, info, preparation.allocator)) return false;
+        if (info) applyTransparency(mesh, *info);
+        if (mesh->classId == ClassId::SkinnedMesh) walk.childIndex = 1;  // its skeleton is done
     } while (qelSubtreeWalk_next(&walk));
+    return true;
+}
+
+// Gives the fog to every appearance; to those of meshes also textures, and the parameters of the figure if there is one.
+static bool prepareScene(ScenePreparation& preparation) {
+    const SceneChanges& saved = preparation.context->sceneChanges;
+    for (const SceneChange& change : std::span(saved.records, saved.count)) {
+        if (!change.appearance) continue;
+        qelAppearance_setFog(change.appearance, preparation.fog);
+        if (!K8SceneChanges_isMesh(change.node)) continue;
+        if (change.textures[0]) replaceTextures(change, takeTexture(preparation), preparation.context->textureUnits);
+        if (change.info && !applyInfo(change.appearance, *change.info)) return false;
+    }
     return true;
 }
 
 static bool drawPrepared(K8Render* handle, const DrawItem* item, const K8Group* group, ScenePreparation& preparation) {
     auto* root = static_cast<Node*>(group->header.object);
     if (!K8FigureWalk_begin(&preparation.figures, group, preparation.context->pool)) return false;
-    bool drawn = gatherTextures(preparation.context, group, preparation.allocator) && prepareScene(preparation, root);
+    bool drawn = gatherTextures(preparation.context, group, preparation.allocator) && saveScene(preparation, root) &&
+                 prepareScene(preparation);
     K8FigureWalk_end(&preparation.figures);
     if (drawn) {
         Result ignored = QEL_STATUS_OK;  // an invalid sequence leaves what it has written

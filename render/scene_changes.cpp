@@ -49,18 +49,14 @@ static void fill(SceneChange* change, Node* node, Appearance* appearance) {
     }
 }
 
-static bool addChange(SceneChanges& changes, Node* node, Appearance* appearance, K8Allocator* allocator) {
-    SceneChange* change = K8GrowingBlock_append(changes, allocator, kFirstBlockBytes);
-    if (change) fill(change, node, appearance);
-    return change;
-}
-
-bool K8SceneChanges_save(SceneChanges& changes, Node* node, K8Allocator* allocator) {
-    const uint32_t before = changes.count;
-    for (Appearance* appearance : K8SceneChanges_appearancesOf(node))
-        if (appearance && !addChange(changes, node, appearance, allocator)) return false;
-    const bool hasChange = changes.count > before || !K8SceneChanges_isMesh(node);
-    return hasChange || addChange(changes, node, nullptr, allocator);
+bool K8SceneChanges_save(SceneChanges& changes, Node* node, const K8FigureInfo* info, K8Allocator* allocator) {
+    for (Appearance* appearance : K8SceneChanges_appearancesOf(node)) {
+        SceneChange* change = K8GrowingBlock_append(changes, allocator, kFirstBlockBytes);
+        if (!change) return false;
+        fill(change, node, appearance);
+        change->info = info;
+    }
+    return true;
 }
 
 static void putBack(const SceneChange& change) {
@@ -84,7 +80,7 @@ static void putBack(const SceneChange& change) {
     }
 }
 
-// Backwards, because appearances and their components are shared: the first to have seen one saw its own values.
+// What is shared was saved several times, each time as it was before all changes.
 void K8SceneChanges_restore(SceneChanges& changes) {
     while (changes.count > 0) {
         const SceneChange& change = changes.records[--changes.count];

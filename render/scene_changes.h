@@ -8,12 +8,13 @@
 #include "scene/mesh.h"
 #include "scene/polygon_mode.h"
 
-// One appearance of a mesh or sprite, and what it and its components held.
+// One submesh, or a sprite, and what its appearance and the components of that held.
 struct SceneChange {
-    Node* node;              // borrowed, like the appearance: both outlive the draw
-    Appearance* appearance;  // null in the one record of a mesh without appearances
-    float alphaFactor;       // of the node
-    Fog* fog;                // one reference each, or null, down to the image
+    Node* node;                // borrowed, like the next two: all outlive the draw
+    Appearance* appearance;    // null for a submesh that has none
+    const K8FigureInfo* info;  // of the figure that stands for the mesh, or null
+    float alphaFactor;         // of the node
+    Fog* fog;                  // one reference each, or null, down to the image
     CompositingMode* compositingMode;
     Texture2D* textures[kMaxTextureUnits];
     Image2D* image;  // of textures[0]
@@ -31,13 +32,13 @@ struct SceneTexture {
     uint8_t isOfScene;     // came with a scene and is used as it is
 };
 
-// Remembers the appearances of a mesh of any class, or of a sprite; other nodes have none. False, with what was
-// remembered kept, when memory runs out.
-bool K8SceneChanges_save(SceneChanges& changes, Node* node, K8Allocator* allocator);
+// Remembers every submesh of a mesh of any class, or a sprite; nothing of other nodes. All nodes are to be saved before
+// any is changed, because they share appearances. False, with what was remembered kept, when memory runs out.
+bool K8SceneChanges_save(SceneChanges& changes, Node* node, const K8FigureInfo* info, K8Allocator* allocator);
 // Puts everything back and forgets it.
 void K8SceneChanges_restore(SceneChanges& changes);
 
 // A Mesh, MorphingMesh or SkinnedMesh.
 bool K8SceneChanges_isMesh(const Node* node);
-// The appearances of a mesh, null entries included; empty for other nodes.
+// The appearances of a mesh, null entries included, or that of a sprite; empty for other nodes.
 std::span<Appearance* const> K8SceneChanges_appearancesOf(const Node* node);

@@ -24,11 +24,12 @@ public:
             encode::M3gMesh{.object = {.tracks = {fading()}},
                             .vertices = vertices(Plain),
                             .submeshes = {{strip(), appearance(Plain, {first})}, {strip(3), appearance(Glass, {})}}});
+        const encode::M3gRef morphBase = vertices(Morphing);
         const encode::M3gRef morphing =
             mesh(encode::M3gMorphingMesh{.node = {.alpha = 204},
-                                         .vertices = vertices(Morphing),
+                                         .vertices = morphBase,
                                          .submeshes = {{strip(), appearance(Morphing, {second, map})}},
-                                         .targets = {{vertices(Morphing), 0.5f}}});
+                                         .targets = {{vertices(Morphing), 0.5f}, {morphBase, 0.5f}}});
         const encode::M3gRef inSkeleton = mesh(encode::M3gMesh{
             .vertices = vertices(InSkeleton), .submeshes = {{strip(), appearance(InSkeleton, {first})}}});
         const encode::M3gRef skeleton = add(encode::M3gGroup{.children = {inSkeleton}});
@@ -120,6 +121,12 @@ protected:
         change(info);
         EXPECT_TRUE(K8Figure_setTmpData(figures[index], &info));
     }
+    // A texture without palette.
+    K8Texture* loadDirect() {
+        encode::BmpImage image = {.width = 8, .height = 8, .bitsPerPixel = 24};
+        image.pixels.assign(64, {1, 2, 3});
+        return reinterpret_cast<K8Texture*>(loadHandle(encodeBmp(image), host.get()));
+    }
     // The scene's textures 0 to 3 by their own names, then what K8 textures are bound as.
     static std::string bindOf(const Object3D* texture) {
         const LevelRecord* record = static_cast<const Texture2D*>(texture)->image->levelRecord;
@@ -180,9 +187,7 @@ TEST_F(SceneTest, LooksAsItsAuthorMadeIt) {
 }
 
 TEST_F(SceneTest, TakesTexturesAndParametersFromTheHandles) {
-    encode::BmpImage image = {.width = 8, .height = 8, .bitsPerPixel = 24};
-    image.pixels.assign(64, {1, 2, 3});
-    auto* direct = reinterpret_cast<K8Texture*>(loadHandle(encodeBmp(image), host.get()));
+    K8Texture* direct = loadDirect();
     StageContent::setMode(direct, 1, content.textures[2]);      // replaces, with a second map
     figures[0]->info->loadedTextures[0] = content.textures[0];  // 8 bits: only the image is exchanged
     figures[1]->info->loadedTextures[0] = direct;
@@ -214,6 +219,29 @@ TEST_F(SceneTest, TakesTexturesAndParametersFromTheHandles) {
     K8Texture_destroy(direct);
 }
 
+// The first of two submeshes takes a host's texture, the second a palette image: the last counts for both, and the
+// host's texture keeps its own image. A second unit has coordinates whether or not the first has a texture.
+TEST_F(SceneTest, SubmeshesThatShareAnAppearanceLeaveTexturesAlone) {
+    auto* mesh = reinterpret_cast<Mesh*>(figures[0]->header.object);
+    qelAppearance_setTexture(mesh->appearances[1], 1, mesh->appearances[0]->textures[0]);
+    const std::string glass = firstOf(drawScene(), FigurePart(Glass)).unit(1);
+    EXPECT_EQ(glass, sceneBind(0) + "DECAL)");
+    EXPECT_EQ(drawScene().size(), 5u) << "a morph between buffers of which one is its base";
+    EXPECT_FALSE(qelMorphingMesh_isOutdated(reinterpret_cast<MorphingMesh*>(figures[1]->header.object)));
+
+    ASSERT_EQ(qelMesh_setAppearance(mesh, 1, mesh->appearances[0]), QEL_STATUS_OK);
+    before = facts();
+    K8Texture* direct = loadDirect();
+    const Image2D* image = static_cast<Texture2D*>(direct->header.object)->image;
+    figures[0]->info->loadedTextures[0] = direct;
+    figures[1]->info->loadedTextures[0] = content.textures[0];
+    const std::string plain = firstOf(drawScene(), FigurePart(Plain)).unit(0);
+    EXPECT_EQ(plain, bindOf(content.textures[0]->header.object) + "DECAL)");
+    EXPECT_EQ(static_cast<Texture2D*>(direct->header.object)->image, image);
+    EXPECT_EQ(facts(), before);
+    K8Texture_destroy(direct);
+}
+
 TEST_F(SceneTest, BlendsWhereAFigureOrAnAppearanceDoes) {
     uint32_t status = 9;
     ASSERT_TRUE(K8Render_render3D(render, &content.params, &root->header, nullptr));
@@ -222,6 +250,12 @@ TEST_F(SceneTest, BlendsWhereAFigureOrAnAppearanceDoes) {
     ASSERT_TRUE(K8Render_clear3D(render));
     ASSERT_TRUE(K8Render_render3D(render, &content.params, &figures[2]->header, nullptr));
     EXPECT_FALSE(K8Render_CheckAlphaBlend(render, &status));
+    CompositingMode* mode = reinterpret_cast<Mesh*>(figures[2]->header.object)->appearances[0]->compositingMode;
+    for (const auto& [blending, blends] :
+         {std::pair{QEL_BLENDING_MODULATE_X2, false}, {QEL_BLENDING_ADD_WEIGHTED, true}}) {
+        qelCompositingMode_setBlending(mode, blending);
+        EXPECT_EQ(K8Render_CheckAlphaBlend(render, &status), blends) << blending;
+    }
 }
 
 // --- Single meshes ---
@@ -244,6 +278,18 @@ TEST_F(SceneTest, AMeshIsDrawnWithWhatItsOwnFigureSays) {
               "CullFace(BACK); Color4f(1, 1, 1, 0.247059); DepthMask(0)")
         << "half of it, at that time";
     EXPECT_EQ(facts(), before);
+}
+
+TEST_F(SceneTest, TexturesOfAPlainMeshGoToTheSubmeshesOfTheirNumbers) {
+    qelMesh_setAppearance(reinterpret_cast<Mesh*>(figures[0]->header.object), 0, nullptr);
+    setFigure(0, [&](K8FigureInfo& info) {
+        info.loadedTextures = K8Allocator_allocArrayOf<K8Texture*>(host.get(), 2);
+        std::copy_n(content.textures.begin(), 2, info.loadedTextures);
+        info.loadedTextureCount = 2;
+    });
+    ASSERT_TRUE(K8Render_render3D(render, &content.params, &figures[0]->header, &content.place));
+    const std::string glass = flush().at(0).unit(0);
+    EXPECT_EQ(glass, bindOf(content.textures[1]->header.object) + "MODULATE)");
 }
 
 // --- Failure ---
