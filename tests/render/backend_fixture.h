@@ -6,14 +6,6 @@
 #include "tests/render/scene_parts.h"
 #include "tests/support/gl_recorder.h"
 
-// The lines that contain a part.
-inline GlLines only(const GlLines& lines, const std::string& part) {
-    GlLines found;
-    for (const std::string& line : lines)
-        if (line.find(part) != std::string::npos) found.push_back(line);
-    return found;
-}
-
 class BackendTest : public testing::Test {
 protected:
     static constexpr int32_t kWidth = 64, kHeight = 48;

@@ -1,9 +1,9 @@
 // A Graphics3D on a recorded context, and meshes whose draws can be told apart.
 #pragma once
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 
 #include "render/gl_state.h"
@@ -11,12 +11,6 @@
 #include "scene/mesh.h"
 #include "tests/render/scene_parts.h"
 #include "tests/support/gl_recorder.h"
-
-inline std::string printed(float value) {
-    char digits[32];
-    std::snprintf(digits, sizeof digits, "%g", double(value) + 0.0);
-    return digits;
-}
 
 // A square of side 2 about the origin. The name, 0..99, hides in the z coordinates, in 1/1024.
 struct NamedSquare {
@@ -71,7 +65,7 @@ protected:
     }
     ~GraphicsTest() override {
         qelGraphics3D_destroy(graphics);
-        EXPECT_THAT(glRecorder.liveTextures, testing::IsEmpty()) << "OpenGL ES textures left behind";
+        EXPECT_TRUE(glRecorder.liveTextures.empty()) << "OpenGL ES textures left behind";
     }
 
     Result bind(const PixelRect& area = {0, 0, kWidth, kHeight}, bool depthBuffer = true) {
@@ -106,6 +100,19 @@ protected:
         std::vector<int> all;
         for (const Drawn& drawn : render(node, transform)) all.push_back(drawn.name);
         return all;
+    }
+
+    // Whether the calls since the last take contain these, which are given in brief.
+    static bool sent(const std::vector<std::string>& calls) {
+        const std::string all = brief(glRecorder.take());
+        return std::ranges::all_of(calls, [&](const std::string& call) { return all.find(call) != std::string::npos; });
+    }
+    // The colours of the lights in use, which tests give as numbers.
+    std::vector<uint32_t> lightsInUse() const {
+        std::vector<uint32_t> colors;
+        for (const LightSlot& slot : graphics->backend->lights)
+            if (slot.inUse) colors.push_back(slot.state.color);
+        return colors;
     }
 
     Graphics3D* graphics;

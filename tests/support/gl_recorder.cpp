@@ -66,6 +66,13 @@ GlLines linesBeyond(const GlLines& always, const GlLines& all) {
     return beyond;
 }
 
+GlLines only(const GlLines& lines, const std::string& part) {
+    GlLines found;
+    std::ranges::copy_if(lines, std::back_inserter(found),
+                         [&](const std::string& line) { return line.find(part) != std::string::npos; });
+    return found;
+}
+
 std::string brief(const GlLines& lines) {
     std::string all;
     for (const std::string& line : lines)

@@ -94,6 +94,9 @@ extern GlRecorder glRecorder;
 // that says so when it is not.
 GlLines linesBeyond(const GlLines& always, const GlLines& all);
 
+// The lines that contain a part.
+GlLines only(const GlLines& lines, const std::string& part);
+
 // All lines as one text, "; " between them, without what every name of OpenGL ES begins with, without targets and faces
 // that are always the same, and with a matrix that only moves written as "at x, y, z".
 std::string brief(const GlLines& lines);
