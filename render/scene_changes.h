@@ -32,8 +32,9 @@ struct SceneTexture {
     uint8_t isOfScene;     // came with a scene and is used as it is
 };
 
-// Remembers every submesh of a mesh of any class, or a sprite; nothing of other nodes. All nodes are to be saved before
-// any is changed, because they share appearances. False, with what was remembered kept, when memory runs out.
+// Remembers every submesh of a mesh of any class, or a sprite; nothing of other nodes. All of them are to be saved
+// before any appearance is changed, because they share appearances. False, with what was remembered kept, when memory
+// runs out.
 bool K8SceneChanges_save(SceneChanges& changes, Node* node, const K8FigureInfo* info, K8Allocator* allocator);
 // Puts everything back and forgets it.
 void K8SceneChanges_restore(SceneChanges& changes);
