@@ -372,27 +372,6 @@ TEST_F(DrawListTest, TransparencyFadesWhatBlends) {
     }
 }
 
-TEST_F(DrawListTest, FogCoversTheItemsOfItsBlock) {
-    K8Fog_setColor(content.fog, 0xFF0000);
-    K8Fog_setLinear(content.fog, fixed(2), fixed(30));
-    for (const bool isFoggy : {true, false, true}) {
-        content.params.fog = isFoggy ? content.fog : nullptr;
-        ASSERT_TRUE(queue());
-    }
-    K8Fog_setMode(content.fog, K8_FOG_EXPONENTIAL);
-    K8Fog_setDensity(content.fog, fixed(0.25));
-    ASSERT_TRUE(queue());
-    const std::vector<DrawnPart> drawn = flush();
-    ASSERT_EQ(drawn.size(), 8u);
-    for (const size_t linear : {0, 1, 4, 5}) {
-        EXPECT_TRUE(drawn[linear].has("FOG"));
-        EXPECT_EQ(drawn[linear].last("Fogf(FOG_MODE", "Fogf(FOG_END", "Fogfv"),
-                  "Fogf(FOG_MODE, LINEAR); Fogf(FOG_END, 30); Fogfv(FOG_COLOR, {1, 0, 0, 1})");
-    }
-    EXPECT_FALSE(drawn[2].has("FOG") || drawn[3].has("FOG"));
-    EXPECT_EQ(drawn[6].last("Fogf(FOG_MODE", "Fogf(FOG_DENSITY"), "Fogf(FOG_MODE, EXP); Fogf(FOG_DENSITY, 0.25)");
-}
-
 TEST_F(DrawListTest, EveryPartHasTheTextureOfItsSlot) {
     content.set([](K8FigureInfo& info) { info.action = 0x80000000, info.pattern = 0b10; });
     K8Texture *first = content.textures[0], *second = content.textures[1], *map = content.textures[2];
@@ -439,20 +418,6 @@ TEST_F(DrawListTest, EveryPartHasTheTextureOfItsSlot) {
         for (K8Texture* texture : {first, second, map})
             EXPECT_EQ(texture->header.object->refCount, 1) << c.what << ": the slots are empty again";
     }
-}
-
-TEST_F(DrawListTest, AFigureWithoutPolygonsDrawsNothing) {
-    encode::MbFigure nothing = stageFigure();
-    nothing.polygons.clear();
-    nothing.textureCount = 1;
-    content.setMode(content.textures[0], 0, content.textures[2]);
-    auto* figure = reinterpret_cast<K8Figure*>(loadHandle(encode::encodeMb(nothing), host.get()));
-    ASSERT_NE(figure, nullptr);
-    std::swap(figure, content.figure);
-    content.setTextures({content.textures[0]});
-    content.set([&](K8FigureInfo& info) { info.loadedAction = content.actions; });
-    EXPECT_TRUE(queueAndFlush().empty());
-    K8Figure_destroy(figure);
 }
 
 // --- Every time ---

@@ -248,22 +248,6 @@ TEST_F(FacesTest, EveryCombinationDrawsWhatItSays) {
     EXPECT_EQ(valid, 3 * 4 * 2) << "normals x (nothing, two ways of colours, texture) x alpha test";
 }
 
-TEST_F(FacesTest, TexturesOfScenesKeepTheirBlending) {
-    auto* texture = static_cast<Texture2D*>(wide->header.object);
-    Shape shape = makeShape(K8_PRIM_QUADS, K8_PRIM_TEXTURE_PER_VERTEX, 1);
-    shape.texture = wide;
-    wide->keepsBlending = 1;
-    qelTexture2D_setBlending(texture, int32_t(TextureBlending::Decal));
-    EXPECT_TRUE(draw(shape).at(0).unit(0).ends_with("DECAL)"));
-    K8Texture* empty = K8Texture_create(nullptr, host.get());
-    shape.texture = empty;
-    const DrawnPart part = draw(shape).at(0);
-    EXPECT_NE(part.unit(0), "") << "white";
-    EXPECT_EQ(part.draw.lookups[0][1][0], float(shape.values[K8_PRIM_TEXTURE_COORDS][2]) / 4096);
-    K8Texture_destroy(empty);
-    EXPECT_EQ(texture->refCount, 1) << "nothing holds it beyond the flush";
-}
-
 TEST_F(FacesTest, SetsOfMoreThanAVertexArrayHoldsComeInParts) {
     struct Case {
         uint32_t type, params, count, inFirst;
@@ -298,7 +282,6 @@ struct CommandKind {
     size_t drawnVertices;  // per primitive
 };
 const CommandKind kCommandKinds[] = {
-    {K8_PRIM_POINTS, K8_PRIM_COLOR_PER_SET, "glDrawArrays(GL_POINTS", 1},
     {K8_PRIM_POINTS << 24, K8_PRIM_COLOR_PER_PRIMITIVE, "glDrawArrays(GL_POINTS", 1},
     {K8_PRIM_LINES, K8_PRIM_COLOR_PER_PRIMITIVE, "glDrawArrays(GL_LINES", 2},
     {K8_PRIM_LINES << 24, K8_PRIM_COLOR_PER_SET, "glDrawArrays(GL_LINES", 2},
@@ -436,24 +419,6 @@ TEST_F(CommandsTest, OnlySpritesShowTheTexture) {
     EXPECT_EQ(texture->refCount, 1) << "nothing holds it beyond the flush";
 }
 
-TEST_F(CommandsTest, AnglesAndFlagsOfSpritesPassAsTheyAre) {
-    content.params.projection = K8_PROJECTION_PARALLEL;  // ten pixels are a unit
-    Shape shape = makeCommand(kCommandKinds[4], 1);
-    Values& record = shape.values[K8_PRIM_SPRITE_PARAMS];
-    record[2] = 1024 + 4096;  // a quarter turn
-    const auto extent = [&](size_t axis) {
-        const GlDraw drawn = draw(shape).at(0).draw;
-        const auto [least, greatest] =
-            std::ranges::minmax(drawn.positions, [axis](const auto& a, const auto& b) { return a[axis] < b[axis]; });
-        return greatest[axis] - least[axis];
-    };
-    EXPECT_EQ(extent(0), 4);
-    EXPECT_EQ(extent(1), 8);
-    record = {fixed(60), fixed(40), 0, 0, 0, 0, 0, K8_SPRITE_IN_PIXELS};
-    EXPECT_EQ(extent(0), 6);
-    EXPECT_EQ(extent(1), 4);
-}
-
 TEST_F(CommandsTest, ProjectionsAreCutToTheirRanges) {
     struct Case {
         int16_t kind;
@@ -529,30 +494,6 @@ TEST_F(PrimitiveTest, WhatDoesNotFitTogetherCannotBeDrawn) {
     EXPECT_FALSE(StageContent::flush(render));
     EXPECT_EQ(takeStatus(), K8_ERR_FAILURE);
     K8Primitive_destroy(bare);
-}
-
-TEST_F(PrimitiveTest, EveryFailedAllocationEndsTheFlushAndNothingElse) {
-    for (Shape shape : kEveryKind) {
-        shape.texture = wide;
-        SCOPED_TRACE("type " + std::to_string(shape.type) + ", params " + std::to_string(shape.params));
-        const bool isMesh = shape.type == K8_PRIM_TRIANGLES || shape.type == K8_PRIM_QUADS;
-        const int32_t before = heap.liveBlocks();
-        for (AllocationCounter* blocks :
-             {static_cast<AllocationCounter*>(&heap), static_cast<AllocationCounter*>(&host)}) {
-            for (int32_t failAt = 0, failed = true; failed; ++failAt) {
-                ASSERT_TRUE(queue(shape));
-                blocks->failAfter(failAt);
-                const bool drawn = StageContent::flush(render);
-                failed = blocks->hasFailed();
-                blocks->failAfter(kNeverFail);
-                ASSERT_EQ(drawn, !failed) << "allocation " << failAt;
-                ASSERT_EQ(takeStatus(), failed ? int32_t(K8_ERR_OUT_OF_MEMORY) : kNoStatus) << "allocation " << failAt;
-                ASSERT_TRUE(!isMesh || heap.liveBlocks() == before) << "allocation " << failAt;
-                EXPECT_TRUE(failed || !isMesh || blocks != &heap || failAt > 12) << "there are that many";
-            }
-        }
-        EXPECT_EQ(draw(shape).size(), 1u) << "afterwards all is well";
-    }
 }
 
 }  // namespace

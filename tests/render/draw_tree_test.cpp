@@ -117,20 +117,6 @@ TEST_F(DrawTreeTest, ItemsComeDepthFirstAndStandWhereTheGroupsPutThem) {
     EXPECT_TRUE(items().empty());
 }
 
-TEST_F(DrawTreeTest, TheHostMayDestroyTheTreeAfterQueueing) {
-    content.params.lightCount = 2;
-    K8Group* root = makeGroup({&parse("2aF(3b)")->header, &content.figure->header}, moved(1, 0, 0));
-    ASSERT_TRUE(queueTree(root));
-    flushLines();  // uploads the textures
-    ASSERT_TRUE(queueTree(root));
-    const GlLines undisturbed = flushLines();
-    ASSERT_TRUE(queueTree(root));
-    transforms.clear();
-    destroyTree();
-    content.destroyHandles();
-    EXPECT_EQ(brief(linesBeyond(undisturbed, flushLines())), "DeleteTextures(1)");
-}
-
 // --- Lights ---
 
 TEST_F(DrawTreeTest, LightsStandWhereTheirGroupsPutThem) {

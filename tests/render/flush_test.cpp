@@ -38,9 +38,9 @@ protected:
     }
 
     // Every part by a call of its own; parts in parentheses as one group.
-    bool queueParts(const std::string& names, K8Render* to = nullptr) {
+    bool queueParts(const std::string& names) {
         const auto queueOne = [&](K8Handle* handle) {
-            return K8Render_render3D(to ? to : render, &content.params, handle, &content.place);
+            return K8Render_render3D(render, &content.params, handle, &content.place);
         };
         bool ok = true;
         std::vector<K8Handle*> children;
@@ -164,19 +164,6 @@ TEST_F(FlushTest, NothingOfTheHostsIsKeptBeyondTheFlush) {
         EXPECT_EQ(texture->refCount, 2);
         flushParts(!fails);
         EXPECT_EQ(texture->refCount, 1);
-    }
-}
-
-TEST_F(FlushTest, ContextsThatShareAGraphics3DMayGoInAnyOrder) {
-    for (const bool firstGoesFirst : {true, false}) {
-        K8Render* second = K8Render_create(nullptr, host.get());
-        ASSERT_TRUE(content.bind(second));
-        ASSERT_TRUE(queueParts("Fp") && queueParts("lS", second));
-        EXPECT_TRUE(StageContent::flush(second));
-        ASSERT_TRUE(queueParts("lS", second));
-        if (firstGoesFirst) std::swap(render, second);
-        K8Render_destroy(second);
-        EXPECT_EQ(flushParts(), firstGoesFirst ? "||l|s" : "|F|p");
     }
 }
 

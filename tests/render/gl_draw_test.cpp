@@ -79,20 +79,6 @@ TEST_F(DrawTest, UnitsWithoutATextureAreSwitchedOff) {
     }
 }
 
-TEST_F(DrawTest, EveryBlendFunctionHasItsMode) {
-    Square square;
-    const Held<Image2D> image = makeImage(ImageFormat::Rgb, 8, 8);
-    const Held<Texture2D> texture = makeTexture(image);
-    square.setTexture(0, texture);
-    qelTexture2D_setBlendColor(texture, 0xFF0000);
-    const char* const kModes[] = {"ADD", "BLEND", "DECAL", "MODULATE", "REPLACE"};
-    for (int32_t i = 0; i < 5; ++i) {
-        qelTexture2D_setBlending(texture, int32_t(TextureBlending::Add) + i);
-        EXPECT_EQ(sent(square, "TexEnv"),
-                  "TexEnvf(MODE, " + std::string(kModes[i]) + "); TexEnvfv(COLOR, {1, 0, 0, 0})");
-    }
-}
-
 // --- Colours ---
 
 TEST_F(DrawTest, ColorsBecomeFourBytesOnce) {

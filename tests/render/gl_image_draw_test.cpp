@@ -124,35 +124,6 @@ TEST_F(ImageDrawTest, OtherSidesGrowToPowersOfTwo) {
     }
 }
 
-TEST_F(ImageDrawTest, ChangedAndReplacedImagesAreUploadedAgain) {
-    const Held<Image2D> image = makeMutableImage(ImageFormat::Rgb, 4, 4), other = makeImage(ImageFormat::Rgb, 4, 4);
-    const Held<Background> background = makeBackground(image);
-    const uint8_t black[] = {0, 0, 0};
-    const auto uploads = [&] {
-        glRecorder.uploads.clear();
-        EXPECT_EQ(qelGLBackend_clear(backend, kClearColor, background), QEL_STATUS_OK);
-        return glRecorder.uploads.size();
-    };
-    EXPECT_EQ(uploads(), 1u);
-    EXPECT_EQ(glRecorder.uploads[0].bytes, std::vector<uint8_t>(32, 0xFF));
-    qelImage2D_set(image, 0, 0, 1, 1, black);
-    EXPECT_EQ(uploads(), 1u);
-    EXPECT_EQ(glRecorder.uploads[0].bytes[0], 0);
-    EXPECT_EQ(uploads(), 0u);
-    qelBackground_setImage(background, other);
-    EXPECT_EQ(uploads(), 1u);
-
-    qelImage2D_touch(other);
-    glRecorder.uploadsUntilOutOfMemory = 0;
-    qelStatus_set(QEL_STATUS_OK);
-    glRecorder.draws.clear();
-    EXPECT_EQ(qelGLBackend_clear(backend, kClearColor, background), QEL_STATUS_OUT_OF_MEMORY);
-    EXPECT_EQ(qelStatus_get(), QEL_STATUS_OUT_OF_MEMORY);
-    EXPECT_TRUE(glRecorder.draws.empty());
-    EXPECT_TRUE(glRecorder.liveTextures.empty());
-    EXPECT_EQ(uploads(), 1u);
-}
-
 // --- Image targets ---
 
 TEST_F(ImageDrawTest, AnImageTargetBeginsWithItsContents) {
@@ -262,18 +233,6 @@ TEST_F(SpriteTest, CropsCoverPixelsOrTheUnitSquare) {
         ASSERT_EQ(glRecorder.draws.size(), 1u) << c.what;
         expectShown(lastShown(8, 4), c.shown, c.what);
         for (const auto& corner : glRecorder.draws[0].corners) EXPECT_NEAR(corner[2], 0.25f, 1e-6) << c.what;
-    }
-}
-
-TEST_F(SpriteTest, UnscaledSpritesMoveByWholePixels) {
-    const Held<Sprite3D> sprite = makeSprite(false);
-    for (int step = 0; step < 40; ++step) {
-        drawSprite(sprite, 0.013f * float(step), -0.007f * float(step), -1.5f);
-        const Shown shown = lastShown(8, 4);
-        EXPECT_NEAR(shown.left, std::round(shown.left), 1e-3) << step;
-        EXPECT_NEAR(shown.top, std::round(shown.top), 1e-3) << step;
-        EXPECT_NEAR(shown.right - shown.left, 8, 1e-3) << step;
-        EXPECT_NEAR(shown.left + 4, (1 + 3 * 0.013f * float(step) / 1.5f) * 32, 0.51) << step;
     }
 }
 

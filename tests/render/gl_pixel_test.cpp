@@ -73,33 +73,6 @@ struct BigSquare : Square {
     }
 };
 
-TEST_F(PixelTest, ATriangleIsLit) {
-    Square triangle;
-    const auto positions = makeArray<int16_t>(3, {-1, -1, 0, 1, -1, 0, -1, 1, 0});
-    qelVertexBuffer_setPositions(triangle.buffer, positions, 1, nullptr);
-    qelVertexBuffer_setNormals(triangle.buffer, makeArray<int8_t>(3, {0, 0, 9, 0, 0, 9, 0, 0, 9}));
-    int32_t length = 3;
-    Result result;
-    triangle.strip = Held<TriangleStripArray>(qelTriangleStripArray_createImplicit(0, &length, 1, true, &result));
-    Material* material = triangle.setMaterial();
-    qelMaterial_setColor(material, QEL_MATERIAL_DIFFUSE, 0xFFFF8040);
-    qelMaterial_setColor(material, QEL_MATERIAL_AMBIENT, 0x0000FF);
-
-    const Held<Light> sun(qelLight_create()), ambient(qelLight_create());
-    qelLight_setMode(ambient, int32_t(LightMode::Ambient));
-    qelLight_setIntensity(ambient, 0.25f);
-    qelTransform slanted = identity;
-    qelTransform_postRotate(&slanted, 60, 1, 0, 0);
-    qelGLBackend_setLight(backend, 0, sun, &slanted);  // cos 60 = 0.5
-    qelGLBackend_setLight(backend, 1, ambient, &identity);
-    draw(triangle);
-    take();
-    expectPixel(4, 28, {128, 64, 32 + 64}, "half the diffuse and a quarter of the ambient colour");
-    expectPixel(14, 15, {128, 64, 96}, "just inside");
-    expectPixel(16, 15, kBlack, "just outside");
-    expectPixel(28, 4, kBlack, "upper right");
-}
-
 TEST_F(PixelTest, TextureRowsGoUpTheTextureCoordinates) {
     struct Case {
         const char* what;

@@ -64,23 +64,6 @@ TEST_F(GraphicsTest, RefusesTargetsInTheOrderOfItsChecks) {
     EXPECT_EQ(reinterpret_cast<const uint16_t*>(image->pixels)[0], 0xF800) << "it receives the frame";
 }
 
-TEST_F(GraphicsTest, CutsTheAreaToTheLargestViewport) {
-    struct Case {
-        const char* what;
-        PixelRect area;
-        std::string sent;  // counted from the bottom of a target 48 high
-    };
-    for (const Case& c : {Case{"inside", {4, 6, 20, 10}, "(4, 32, 20, 10)"},
-                          Case{"from outside", {-10, -5, 100, 60}, "(0, -7, 90, 55)"},
-                          Case{"beyond the largest", {8, 0, 4000, 3000}, "(8, -2000, 2040, 2048)"},
-                          Case{"all of it left: no negative size", {-20, 0, 10, 10}, "(0, 38, 0, 10)"},
-                          Case{"far above", {0, INT32_MIN, 9, 9}, "(0, 48, 9, 0)"}}) {
-        qelGraphics3D_releaseTarget(graphics);
-        EXPECT_EQ(bind(c.area), QEL_STATUS_OK);
-        EXPECT_TRUE(sent({"Viewport" + c.sent, "Scissor" + c.sent})) << c.what;
-    }
-}
-
 TEST_F(GraphicsTest, TheViewportIsCutToClipAndTarget) {
     qelGraphics3D_releaseTarget(graphics);
     bind({10, 10, 100, 20});
@@ -108,19 +91,6 @@ TEST_F(GraphicsTest, TheViewportIsCutToClipAndTarget) {
     EXPECT_EQ(qelGraphics3D_setDepthRange(graphics, 1, 0.25f), QEL_STATUS_OK);
     qelGraphics3D_clear(graphics, kClearColor, nullptr);
     EXPECT_TRUE(sent({"DepthRangef(1, 0.25)"}));
-}
-
-TEST_F(GraphicsTest, ClearsOnlyWhileBoundAndDepthOnlyWithADepthBuffer) {
-    EXPECT_EQ(qelGraphics3D_clear(graphics, kClearDepth, nullptr), QEL_STATUS_OK);
-    EXPECT_EQ(brief(glRecorder.take()), "DepthMask(1); Clear(depth)");
-    qelGraphics3D_releaseTarget(graphics);
-    EXPECT_EQ(qelGraphics3D_clear(graphics, kClearDepth, nullptr), QEL_STATUS_ILLEGAL_STATE);
-    bind({0, 0, kWidth, kHeight}, false);
-    glRecorder.take();
-    EXPECT_EQ(qelGraphics3D_clear(graphics, kClearDepth, nullptr), QEL_STATUS_OK);
-    EXPECT_TRUE(glRecorder.take().empty());
-    names(makeMesh(1));
-    EXPECT_TRUE(sent({"Disable(DEPTH_TEST); DepthMask(0)"}));
 }
 
 // --- Lights ---
@@ -273,15 +243,4 @@ TEST_F(GraphicsTest, ASubmeshNeedsItsPartsAndCoordinatesForItsTextures) {
     EXPECT_EQ(draw(whole), QEL_STATUS_ILLEGAL_STATE);
     qelGraphics3D_releaseTarget(graphics);
     EXPECT_EQ(draw(whole), QEL_STATUS_ILLEGAL_STATE);
-}
-
-TEST_F(GraphicsTest, TheCameraTransformIsInvertedAndItsReferenceHeld) {
-    Held<Camera> other(qelCamera_create());
-    qelCamera_setGeneric(other, &identity);
-    const qelTransform place = translation(10, 20, 30);
-    qelGraphics3D_setCamera(graphics, other, &place);
-    EXPECT_EQ(camera->refCount, 1);
-    other.drop();
-    EXPECT_EQ(render(makeMesh(1)), (std::vector<Drawn>{{1, -10, -20, -30}}));
-    qelGraphics3D_setCamera(graphics, nullptr, nullptr);
 }

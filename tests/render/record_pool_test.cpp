@@ -19,30 +19,6 @@ std::array<uint32_t, kRecordKindCount + 1> sizesOf(uint32_t size) {
     return sizes;
 }
 
-TEST(RecordPool, TakesBlocksOf32AsTheyAreNeeded) {
-    CountingAllocator host;
-    RecordPool* pool = RecordPool_create(host.get(), sizesOf(20));
-    ASSERT_NE(pool, nullptr);
-    EXPECT_EQ(RecordPool_allocator(pool), host.get());
-    EXPECT_EQ(host.calls(), 1 + 64 + 17);
-    std::array<void*, 33> records;
-    for (void*& record : records) record = RecordPool_take(pool, kKind);
-    EXPECT_EQ(host.calls(), 1 + 64 + 17 + 1) << "the 33rd opens a second block";
-
-    RecordPool_giveBack(records[9]);
-    RecordPool_giveBack(records[5]);
-    void* next = RecordPool_take(pool, kKind);
-    EXPECT_TRUE(next != records[5] && next != records[9]) << "the cursor stays on the second block";
-    RecordPool_rewind(pool);
-    EXPECT_EQ(RecordPool_take(pool, kKind), records[5]) << "lowest first";
-    EXPECT_EQ(RecordPool_take(pool, kKind), records[9]);
-    RecordPool_giveBack(next);
-    EXPECT_EQ(RecordPool_take(pool, kKind), next) << "on to the second block";
-    RecordPool_destroy(pool);
-    RecordPool_destroy(nullptr);
-    EXPECT_EQ(host.liveBlocks(), 0);
-}
-
 TEST(RecordPool, HoldsRecordsApartAndAligned) {
     CountingAllocator host;
     std::array<uint32_t, kRecordKindCount + 1> sizes;

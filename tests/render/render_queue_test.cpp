@@ -30,47 +30,6 @@ struct Queue {
     }
 };
 
-constexpr Blending kReplace = Blending::Replace, kAlpha = Blending::Alpha, kModulate = Blending::Modulate;
-
-TEST(RenderQueue, OrdersByLayerOpacityAndDepth) {
-    struct Entry {
-        char name;
-        int32_t layer;
-        Blending blending;
-        float depth;
-    };
-    struct Case {
-        const char* what;
-        std::vector<Entry> queued;
-        std::string order;
-    };
-    for (const Case& c : {
-             Case{"lower layers first",
-                  {{'a', 1, kReplace, 0}, {'b', -63, kAlpha, 0}, {'c', 63, kReplace, 0}, {'d', 0, kAlpha, 9}},
-                  "bdac"},
-             Case{"larger depth first", {{'a', 0, kAlpha, 1}, {'b', 0, kAlpha, 3}, {'c', 0, kAlpha, 2}}, "bca"},
-             Case{"opaque before blended",
-                  {{'a', 0, kAlpha, 5}, {'b', 0, kReplace, 1}, {'c', 0, kAlpha, 9}, {'d', 0, kReplace, 0}},
-                  "dbca"},
-             Case{"whatever is not REPLACE blends", {{'a', 0, kModulate, 5}, {'b', 0, kReplace, 1}}, "ba"},
-             Case{"a blended layer below an opaque one", {{'a', 1, kReplace, 0}, {'b', 0, kAlpha, 0}}, "ba"},
-         }) {
-        const Queue queue;
-        std::vector<Held<Appearance>> appearances;
-        for (const Entry& entry : c.queued) {
-            const Held<CompositingMode> mode(qelCompositingMode_create());
-            qelCompositingMode_setBlending(mode, int32_t(entry.blending));
-            Appearance* appearance = appearances.emplace_back(qelAppearance_create());
-            qelAppearance_setCompositingMode(appearance, mode);
-            qelAppearance_setLayer(appearance, entry.layer);
-            queue.insert(appearance, entry.depth, size_t(entry.name));
-        }
-        std::string order;
-        for (const size_t name : queue.names()) order += char(name);
-        EXPECT_EQ(order, c.order) << c.what;
-    }
-}
-
 // --- Against an insertion written down word by word ---
 
 struct Plain {

@@ -243,39 +243,6 @@ TEST_F(TraversalTest, WhoseGroupIsInViewIsNotCulled) {
     EXPECT_EQ(names(root, &hidden).size(), 2u) << "a generic camera culls nothing";
 }
 
-// The box counts the vertices that are used; of an index list also the first one of the array.
-TEST_F(TraversalTest, SpheresHoldWhatIsDrawn) {
-    usePerspective();
-    struct Case {
-        const char* what;
-        bool isList, isNarrow;
-        bool isDrawn;
-    };
-    for (const Case& c : {Case{"implicit strip", false, false, false}, Case{"index list", true, false, true},
-                          Case{"bytes", false, true, false}}) {
-        // Vertex 0 stands in view; the triangle that is drawn does not.
-        const Held<VertexBuffer> buffer(qelVertexBuffer_create());
-        const float bias[] = {0, 0, -10};
-        const std::vector<int16_t> wide = {0, 0, 0, 100, 0, 0, 101, 0, 0, 100, 1, 0};
-        const auto positions =
-            c.isNarrow ? makeArray(3, std::vector<int8_t>(wide.begin(), wide.end())) : makeArray(3, wide);
-        qelVertexBuffer_setPositions(buffer, positions, 1, bias);
-        Result result;
-        int32_t length = 3, indices[] = {1, 2, 3};
-        const Held<TriangleStripArray> strip(
-            c.isList ? qelTriangleStripArray_createExplicit(&length, 1, indices, 3, true, &result)
-                     : qelTriangleStripArray_createImplicit(1, &length, 1, true, &result));
-        TriangleStripArray* strips[] = {strip};
-        const Held<Appearance> appearance = makeAppearance();
-        Appearance* appearances[] = {appearance};
-        const Held<Mesh> mesh(qelMesh_create(buffer, strips, appearances, 1, &result));
-        glRecorder.draws.clear();
-        const qelTransform outOfSight = translation(0, 0, 0.5f);  // the origin only: the near plane is at 1
-        EXPECT_EQ(qelGraphics3D_render(graphics, mesh, &outOfSight), QEL_STATUS_OK);
-        EXPECT_EQ(glRecorder.draws.size(), c.isDrawn) << c.what;
-    }
-}
-
 TEST_F(TraversalTest, IndicesBeyondThePositionsFailWithoutBeingFollowed) {
     usePerspective();
     const Held<Mesh> good = makeMesh(1), bad = makeMesh(2, Blending::Alpha);
@@ -434,59 +401,6 @@ TEST_F(TraversalTest, NestingTakesNoStack) {
         EXPECT_EQ(render(top), (std::vector<Drawn>{{1, kLevels - 1, 0, 0}})) << "the outermost stands where it is put";
         qelObject3D_unref(top);
     });
-}
-
-TEST_F(TraversalTest, ATextureThatCannotBeUploadedEndsTheRenderUntilItCan) {
-    const Held<Image2D> image = makeImage(ImageFormat::Rgb, 8, 8);
-    const Held<Texture2D> texture = makeTexture(image);
-    const Held<Appearance> textured = makeAppearance(Blending::Replace, 1), last = makeAppearance(Blending::Replace, 2);
-    const Held<Mesh> first = makeMesh(1), second = makeMesh(2, {textured}), third = makeMesh(3, {last});
-    qelAppearance_setTexture(textured, 0, texture);
-    const Held<VertexArray> coordinates = makeArray<int16_t>(2, {0, 0, 8, 0, 0, 8, 8, 8});
-    qelVertexBuffer_setTexCoords(second->vertexBuffer, 0, coordinates, 1, nullptr);
-    const Held<Group> root = groupOf({first, second, third});
-    glRecorder.uploadsUntilOutOfMemory = 0;
-    EXPECT_EQ(render(root, nullptr, QEL_STATUS_OUT_OF_MEMORY).size(), 1u) << "nothing behind it is drawn";
-    EXPECT_EQ(names(root).size(), 3u);
-}
-
-TEST(Traversal, EveryAllocationMayFailOnce) {
-    for (int32_t failAt = 0;; ++failAt) {
-        SCOPED_TRACE("allocation " + std::to_string(failAt));
-        CountingHeap heap;
-        bool failed;
-        {
-            glRecorder.reset();
-            Graphics3D* graphics = qelGraphics3D_create(kHintTrueColor, 8, 8);
-            int target;
-            qelGraphics3D_bindTarget(graphics, &target, {0, 0, 8, 8}, 8, 8, true, kHintTrueColor);
-            const Skinned skinned(1);
-            const Held<Mesh> mesh = makeMesh(2, Blending::Alpha);
-            const Held<Camera> camera(qelCamera_create());
-            qelGraphics3D_setCamera(graphics, camera, nullptr);
-            qelGraphics3D_render(graphics, skinned.mesh, nullptr);  // its tables, once not to be had, never are
-            const Held<VertexArray> colors = makeArray<uint8_t>(3, std::vector<uint8_t>(12, 99));
-            qelVertexBuffer_setColors(mesh->vertexBuffer, colors);  // to be copied with an alpha
-            const Held<Group> root(qelGroup_create());
-            qelGroup_addChild(root, skinned.mesh);
-            qelGroup_addChild(root, mesh);
-            heap.failAfter(failAt);
-            const Result result = qelGraphics3D_render(graphics, root, nullptr);
-            failed = heap.hasFailed();
-            EXPECT_EQ(result, failed ? QEL_STATUS_OUT_OF_MEMORY : QEL_STATUS_OK);
-            glRecorder.draws.clear();
-            EXPECT_EQ(qelGraphics3D_render(graphics, root, nullptr), QEL_STATUS_OK);
-            EXPECT_EQ(glRecorder.draws.size(), 2u);
-            heap.failAfter(kNeverFail);
-            EXPECT_EQ(qelGraphics3D_render(graphics, root, nullptr), QEL_STATUS_OK);
-            EXPECT_EQ(heap.calls(), 0) << "a frame like the one before allocates nothing";
-            qelGraphics3D_destroy(graphics);
-        }
-        if (!failed || testing::Test::HasFailure()) {
-            EXPECT_GT(failAt, 1);
-            break;
-        }
-    }
 }
 
 }  // namespace

@@ -104,22 +104,6 @@ TEST_F(UploadTest, AnImageThatWasNeverSetIsWhite) {
     }
 }
 
-TEST_F(UploadTest, FiltersHaveTheirParameters) {
-    const Held<Image2D> image = makeImage(ImageFormat::Rgb, 8, 8);
-    const Held<Texture2D> texture = makeTexture(image);
-    struct Case {
-        int32_t level, image;
-        const char* min;
-    };
-    for (const Case& c :
-         {Case{kBase, kLinear, "LINEAR"}, Case{kLinear, kLinear, "LINEAR_MIPMAP_LINEAR"},
-          Case{kLinear, kNearest, "NEAREST_MIPMAP_LINEAR"}, Case{kNearest, kNearest, "NEAREST_MIPMAP_NEAREST"}}) {
-        qelTexture2D_setFiltering(texture, c.level, c.image);
-        EXPECT_EQ(bind(texture, "Parameter"),
-                  sampling(c.min, c.image == kLinear ? "LINEAR" : "NEAREST", "REPEAT", "REPEAT"));
-    }
-}
-
 TEST_F(UploadTest, RowsAreBroughtToTheAlignmentOfTheContext) {
     struct Case {
         ImageFormat format;
