@@ -54,28 +54,17 @@ TEST(Animate, MapsWorldTimeToSequenceTime) {
         float expected;
     };
     for (const Case& c : {
-             Case{"as it is", kConstant, 1000, 0, 1, 0, 300, 300},
              Case{"from the reference", kConstant, 1000, 20, 1, 100, 300, 220},
              Case{"fractions are rounded away from zero", kConstant, 1000, 0.25f, 0.25f, 0, 1, 1},
-             Case{"backwards", kConstant, 1000, 800, -2, 0, 100, 600},
              Case{"held at the ends", kConstant, 1000, 0, 1, kMin, kMax, 1000},
-             Case{"held at the start", kConstant, 1000, 0, 1, kMax, kMin, 0},
-             Case{"far from the reference", kConstant, 1000, 0, 1, 2000000000, 2000000700, 700},
              Case{"speed is not a number", kConstant, 1000, 5, NAN, 0, 100, 0},
-             Case{"loop", kLoop, 1000, 0, 1, 0, 2300, 300},
-             Case{"loop, rounded reference", kLoop, 1000, 0.5f, 1, 100, 400, 301},
              Case{"loop, before the reference", kLoop, 1000, 0, 1, 100, 0, 900},
              Case{"loop over 33 bits", kLoop, 1000, 0, 1, kMin, kMax, 4294967295 % 1000},
-             Case{"loop, standing", kLoop, 1000, 300, 0, 0, 12345, 300},
              Case{"loop, twice as fast", kLoop, 1000, 0, 2, 0, 1700, 400},
-             Case{"loop, rounds of 333", kLoop, 1000, 0, 3, 0, 333 + 10, 30},
              Case{"loop, halves away from zero", kLoop, 1000, 0, 0.5f, 0, 1, 1},
-             Case{"loop, backwards", kLoop, 1000, 0, -0.5f, 0, 200, 900},
              Case{"loop, backwards before the reference", kLoop, 1000, 0, -1, 0, -200, 200},
-             Case{"loop, a round in one unit: all of it is left out", kLoop, 1000, 7, 1000, 0, 123, 7},
              Case{"loop, rounds of half a unit count as one", kLoop, 1000, 7, 2000, 0, 123, 7},
              Case{"loop, faster: no round to leave out", kLoop, 1000, 0, 2001, 0, 3, 3},
-             Case{"loop, faster, backwards", kLoop, 1000, 0, -2001, 0, 3, 997},
              Case{"loop, faster, beyond 32 bits", kLoop, 1000, 0, 4001, 0, 2000000001, 1},
              Case{"loop, slow over 33 bits", kLoop, 5000000, 0, 0x1p-10f, kMin, kMax, 4194304},
              Case{"loop, infinitely fast", kLoop, 1000, 0, INFINITY, 0, 1, 952},
@@ -97,12 +86,8 @@ TEST(Animate, ActiveIntervalsDecideTheValidity) {
     };
     for (const Case& c : {
              Case{"before", 100, 200, 50, 50},
-             Case{"just before", 100, 200, 99, 1},
-             Case{"at the start", 100, 200, 100, 0},
-             Case{"last moment", 100, 200, 199, 0},
              Case{"at the end", 100, 200, 200, kValidForever},
              Case{"empty interval", 0, 0, -500, 0},
-             Case{"empty interval elsewhere", 100, 100, 200, 0},
              Case{"empty interval at the far end", kMax, kMax, kMin, 0},
              Case{"a wait beyond 31 bits", kMax - 1, kMax, kMin, kValidForever},
              Case{"the longest wait that counts", 0, kMax, -kMax + 1, kMax - 1},
@@ -145,14 +130,11 @@ TEST(Animate, SumsWeightedSamplesOfEachProperty) {
     EXPECT_EQ(animate(material, 0), kDone);
     EXPECT_EQ(material->emissiveColor, 0x800080u) << "127.5 rounds up";
     EXPECT_EQ(material->shininess, 23);
-}
-
-TEST(Animate, ClampsTheSumAndNotTheSamples) {
     const Held background(qelBackground_create());
     addConstantTrack(background, AnimationProperty::Color, {3, -1, 0.5f});
     addConstantTrack(background, AnimationProperty::Color, {-2.5f, 2, 0.5f});
     EXPECT_EQ(animate(background, 0), kDone);
-    EXPECT_EQ(background->color, 0x80FFFFu);
+    EXPECT_EQ(background->color, 0x80FFFFu) << "the sum is clamped and not the samples";
 }
 
 TEST(Animate, TheLastActiveMatrixAndDirectionWin) {
@@ -180,6 +162,10 @@ TEST(Animate, TheLastActiveMatrixAndDirectionWin) {
     EXPECT_EQ(animate(group, 0), kDone);
     EXPECT_TRUE(std::ranges::equal(group->composite.elements, first));
     EXPECT_NEAR(xAxis()[1], -1, 1e-6) << "z onto y, then a quarter turn";
+
+    addConstantTrack(group, AnimationProperty::Orientation, {0, 0, 0, 1});
+    EXPECT_EQ(animate(group, 0), kDone);
+    EXPECT_TRUE(qelTransform_isIdentityExact(&group->orientationMatrix)) << "an orientation is written last";
 }
 
 TEST(Animate, EnginePropertiesTakeSequencesOfAnySize) {
@@ -191,34 +177,6 @@ TEST(Animate, EnginePropertiesTakeSequencesOfAnySize) {
         EXPECT_EQ(animate(group, 0), kDone);
         for (size_t i = 0; i < 16; ++i) EXPECT_EQ(group->composite.elements[i], i < size ? 2 : 0) << size << " " << i;
     }
-}
-
-TEST(Animate, RandomBlendsFollowTheirWeights) {
-    std::mt19937 random(4);
-    std::uniform_real_distribution<float> real(-50, 50), weight(0, 3);
-    for (int32_t round = 0; round < 100; ++round) {
-        const Held group(qelGroup_create());
-        double expected[3] = {};
-        for (int32_t i = 0; i < 7; ++i) {
-            const std::vector<float> values = {real(random), real(random), real(random)};
-            const float w = i == 3 ? 1 : weight(random);
-            ASSERT_EQ(addConstantTrack(group, AnimationProperty::Translation, values, w), QEL_STATUS_OK);
-            for (size_t c = 0; c < 3; ++c) expected[c] += double(w) * values[c];
-        }
-        EXPECT_EQ(animate(group, 0), kDone);
-        // Seven roundings of products and sums up to 1050.
-        for (size_t c = 0; c < 3; ++c) EXPECT_NEAR(group->translation[c], expected[c], 14 * 1050 * 0x1p-24);
-    }
-}
-
-// --- Order of writing ---
-
-TEST(Animate, WritesTheDirectionBeforeAnOrientation) {
-    const Held group(qelGroup_create());
-    addConstantTrack(group, AnimationProperty::Orientation, {0, 0, 0, 1});
-    addConstantTrack(group, AnimationProperty::Direction, {1, 0, 0});
-    EXPECT_EQ(animate(group, 0), kDone);
-    EXPECT_TRUE(qelTransform_isIdentityExact(&group->orientationMatrix)) << "the orientation is written last";
 }
 
 // --- Morph weights ---
@@ -243,10 +201,8 @@ TEST(Animate, MorphWeightsFitTheTargets) {
         std::vector<float> expected;
     };
     for (const Case& c :
-         {Case{"as many", 2, {{1, 2}}, {1, 2}}, Case{"fewer: the rest is 0", 3, {{5}}, {5, 0, 0}},
-          Case{"more: the rest is ignored", 1, {{1, 2, 3}}, {1}},
+         {Case{"fewer: the rest is 0", 3, {{5}}, {5, 0, 0}},
           Case{"summed", 3, {{1, 2}, {10, 20}, {100, 200}}, {111, 222, 0}},
-          Case{"more, summed", 2, {{1, 2, 3}, {10, 20, 30}}, {11, 22}},
           Case{
               "many targets", 40, {std::vector<float>(40, 1), std::vector<float>(40, 2)}, std::vector<float>(40, 3)}}) {
         const Held mesh(makeMorphingMesh(c.targetCount));
@@ -257,17 +213,6 @@ TEST(Animate, MorphWeightsFitTheTargets) {
         EXPECT_EQ(std::vector(mesh->weights, mesh->weights + c.targetCount), c.expected) << c.what;
         EXPECT_EQ(mesh->weightsChanged, 1) << c.what;
     }
-}
-
-TEST(Animate, MorphWeightsByQuaternionSequences) {
-    const Held mesh(makeMorphingMesh(2));
-    const Held sequence(makeSequence({Slerp, kConstant, 90, {{0, {0, 0, 0, 1}}, {90, {0, 1, 0, 0}}}}));
-    const Held controller(qelAnimationController_create());
-    const Held track(makeTrack(sequence, AnimationProperty::MorphWeights, controller));
-    ASSERT_EQ(qelObject3D_addAnimationTrack(mesh, track), QEL_STATUS_OK);
-    EXPECT_EQ(animate(mesh, 30), kDone);
-    EXPECT_EQ(mesh->weights[0], 0);
-    EXPECT_NEAR(mesh->weights[1], 0.5, 1e-6);
 }
 
 // --- Failures ---

@@ -1,7 +1,6 @@
 // Every property on every class that takes it: range, rounding, the marks that the renderer looks at.
 #include <bit>
 #include <cmath>
-#include <functional>
 
 #include "animation/animate_apply.h"
 #include "scene/appearance.h"
@@ -11,9 +10,6 @@
 #include "scene/image2d.h"
 #include "scene/light.h"
 #include "scene/material.h"
-#include "scene/mesh.h"
-#include "scene/morphing_mesh.h"
-#include "scene/skinned_mesh.h"
 #include "scene/sprite3d.h"
 #include "scene/texture2d.h"
 #include "scene/transform.h"
@@ -29,89 +25,31 @@ static const int32_t kNoChange = 0, kChange = 1;
 
 // --- Objects of all classes ---
 
-template <typename T>
-static T* make();
-
-template <>
-Background* make() {
+static Background* makeBackground() {
     Background* background = qelBackground_create();
     qelBackground_setColor(background, 0x11223344);
     qelBackground_setCrop(background, 1, 2, 3, 4);
     return background;
 }
-template <>
-Camera* make() {
-    return qelCamera_create();
-}
-template <>
-Fog* make() {
-    return qelFog_create();
-}
-template <>
-Group* make() {
-    return qelGroup_create();
-}
-template <>
-Light* make() {
-    return qelLight_create();
-}
-template <>
-Material* make() {
-    return qelMaterial_create();
-}
-template <>
-World* make() {
-    return qelWorld_create();
-}
-template <>
-Image2D* make() {
+static Image2D* makeImage() {
     Result result;
     return qelImage2D_createMutable(int32_t(ImageFormat::Rgb), 4, 4, &result);
 }
-template <>
-Sprite3D* make() {
+static Sprite3D* makeSprite() {
     Result result;
-    const Held image(make<Image2D>());
+    const Held image(makeImage());
     return qelSprite3D_create(true, image, nullptr, &result);
 }
-template <>
-Texture2D* make() {
+static Texture2D* makeTexture() {
     Result result;
-    const Held image(make<Image2D>());
+    const Held image(makeImage());
     return qelTexture2D_create(image, &result);
 }
-template <>
-VertexBuffer* make() {
+static VertexBuffer* makeVertices() {
     VertexBuffer* buffer = makeBuffer<int8_t>({0, 0, 0, 1, 0, 0, 0, 1, 0});
     qelVertexBuffer_setDefaultColor(buffer, 0x11223344);
     buffer->defaultColorChanged = 0;
     return buffer;
-}
-
-struct MeshParts {
-    Held<VertexBuffer> buffer{make<VertexBuffer>()};
-    Held<TriangleStripArray> strip{makeTriangle()};
-    TriangleStripArray* strips[1] = {strip};
-    VertexBuffer* targets[1] = {buffer};
-    Held<Group> skeleton{qelGroup_create()};
-};
-template <>
-Mesh* make() {
-    Result result;
-    const MeshParts parts;
-    return qelMesh_create(parts.buffer, parts.strips, nullptr, 1, &result);
-}
-template <>
-MorphingMesh* make() {
-    Result result;
-    const MeshParts parts;
-    return qelMorphingMesh_create(parts.buffer, parts.targets, parts.strips, nullptr, 1, 1, &result);
-}
-template <>
-SkinnedMesh* make() {
-    Result result;
-    const MeshParts parts;
-    return qelSkinnedMesh_create(parts.buffer, parts.strips, nullptr, parts.skeleton, 1, &result);
 }
 
 // Runs the object's own animate slot with one track at that property.
@@ -125,13 +63,8 @@ static void animateOnce(Object3D* object, AnimationProperty property, const Floa
 
 // --- Properties of all nodes ---
 
-template <typename T>
-class NodeProperties : public testing::Test {};
-using NodeClasses = testing::Types<Camera, Group, Light, Mesh, MorphingMesh, SkinnedMesh, Sprite3D, World>;
-TYPED_TEST_SUITE(NodeProperties, NodeClasses);
-
-TYPED_TEST(NodeProperties, ReachTheNode) {
-    const Held node(make<TypeParam>());
+TEST(Properties, ReachTheNode) {
+    const Held node(qelWorld_create());
     animateOnce(node, Translation, {1, 2, 3});
     animateOnce(node, Scale, {4, 5, 6});
     animateOnce(node, Orientation, {0, 0, 3, 3});
@@ -183,12 +116,10 @@ struct PropertyCase {
 };
 
 template <typename T>
-static void expectProperties(
-    const std::function<std::vector<double>(const T*)>& read, const std::vector<PropertyCase>& cases,
-    const std::function<void(T*)>& prepare = [](T*) {}) {
+static void expectProperties(T* (*make)(), std::vector<double> (*read)(const T*),
+                             const std::vector<PropertyCase>& cases) {
     for (const PropertyCase& c : cases) {
-        const Held object(make<T>());
-        prepare(object);
+        const Held object(make());
         animateOnce(object, c.property, c.values);
         EXPECT_EQ(read(object), c.expected) << c.what;
         EXPECT_EQ(object->stateChanged, c.stateChanged) << c.what;
@@ -197,18 +128,15 @@ static void expectProperties(
 
 TEST(Properties, OfBackgrounds) {
     expectProperties<Background>(
+        makeBackground,
         [](const Background* b) {
             return std::vector<double>{double(b->color), double(b->cropX), double(b->cropY), double(b->cropWidth),
                                        double(b->cropHeight)};
         },
         {{"alpha", Alpha, {0.5f}, {0x80223344, 1, 2, 3, 4}, kChange},
-         {"alpha below", Alpha, {-1}, {0x00223344, 1, 2, 3, 4}, kChange},
          {"alpha above", Alpha, {2}, {0xFF223344, 1, 2, 3, 4}, kChange},
-         {"color", Color, {0.5f, 2, -2}, {0x1180FF00, 1, 2, 3, 4}, kChange},
          {"color, smallest that rounds up", Color, {0.5f / 255, 0.4999f / 255, NAN}, {0x11010000, 1, 2, 3, 4}, kChange},
-         {"color, halfway as a float only", Color, {0.7f, 0, 0}, {0x11B30000, 1, 2, 3, 4}, kChange},
          {"crop, halves away from zero", Crop, {2.5f, -2.5f}, {0x11223344, 3, -3, 3, 4}, kChange},
-         {"crop with a size", Crop, {5, 6, 7.5f, 8.4f}, {0x11223344, 5, 6, 8, 8}, kChange},
          {"crop with a negative size", Crop, {5, 6, -7, -0.6f}, {0x11223344, 5, 6, 0, 0}, kChange},
          {"crop beyond 32 bits",
           Crop,
@@ -219,6 +147,7 @@ TEST(Properties, OfBackgrounds) {
 
 TEST(Properties, OfVertexBuffers) {
     expectProperties<VertexBuffer>(
+        makeVertices,
         [](const VertexBuffer* b) {
             return std::vector<double>{double(b->defaultColor), double(b->defaultColorChanged)};
         },
@@ -227,56 +156,47 @@ TEST(Properties, OfVertexBuffers) {
 
 TEST(Properties, OfMaterials) {
     expectProperties<Material>(
+        qelMaterial_create,
         [](const Material* m) {
             return std::vector<double>{double(m->ambientColor), double(m->diffuseColor), double(m->emissiveColor),
                                        double(m->specularColor), m->shininess};
         },
         {{"alpha", Alpha, {0.2f}, {0x333333, 0x33CCCCCC, 0, 0, 0}, kChange},
-         {"ambient", AmbientColor, {1, 0, 0.2f}, {0xFF0033, 0xFFCCCCCC, 0, 0, 0}, kChange},
          {"diffuse keeps its alpha", DiffuseColor, {1, 0, 0.2f}, {0x333333, 0xFFFF0033, 0, 0, 0}, kChange},
-         {"emissive", EmissiveColor, {1, 0, 0.2f}, {0x333333, 0xFFCCCCCC, 0xFF0033, 0, 0}, kChange},
-         {"specular", SpecularColor, {1, 0, 0.2f}, {0x333333, 0xFFCCCCCC, 0, 0xFF0033, 0}, kChange},
-         {"shininess", Shininess, {64.5f}, {0x333333, 0xFFCCCCCC, 0, 0, 64.5}, kChange},
-         {"shininess above", Shininess, {129}, {0x333333, 0xFFCCCCCC, 0, 0, 128}, kChange},
          {"shininess below", Shininess, {-1}, {0x333333, 0xFFCCCCCC, 0, 0, 0}, kChange}});
 }
 
 TEST(Properties, AlphaAndColorShareAWord) {
-    const Held material(make<Material>());
+    const Held material(qelMaterial_create());
     addConstantTrack(material, DiffuseColor, {1, 0, 1});
     animateOnce(material, Alpha, {0.2f});
     EXPECT_EQ(material->diffuseColor, 0x33FF00FFu);
 }
 
 TEST(Properties, OfFogs) {
-    expectProperties<Fog>(
-        [](const Fog* f) {
-            return std::vector<double>{double(f->color), f->density, f->near, f->far};
-        },
-        {{"color", Color, {1, 0, 0.2f}, {0xFF0033, 1, 0, 1}, kChange},
-         {"density", Density, {2.5f}, {0, 2.5, 0, 1}, kChange},
-         {"negative density", Density, {-2.5f}, {0, 0, 0, 1}, kChange},
-         {"density is not a number", Density, {NAN}, {0, 0, 0, 1}, kChange},
-         {"near", NearDistance, {-7}, {0, 1, -7, 1}, kChange},
-         {"far", FarDistance, {-8}, {0, 1, 0, -8}, kChange}});
+    expectProperties<Fog>(qelFog_create,
+                          [](const Fog* f) {
+                              return std::vector<double>{double(f->color), f->density, f->near, f->far};
+                          },
+                          {{"color", Color, {1, 0, 0.2f}, {0xFF0033, 1, 0, 1}, kChange},
+                           {"density", Density, {2.5f}, {0, 2.5, 0, 1}, kChange},
+                           {"density is not a number", Density, {NAN}, {0, 0, 0, 1}, kChange},
+                           {"far", FarDistance, {-8}, {0, 1, 0, -8}, kChange}});
 }
 
 TEST(Properties, OfLights) {
     const auto cosine45 = double(float(std::cos(M_PI / 4)));
     expectProperties<Light>(
+        qelLight_create,
         [](const Light* l) {
             return std::vector<double>{double(l->color), l->spotAngle, l->spotCosine, l->spotExponent, l->intensity};
         },
         {{"color", Color, {1, 0, 0.2f}, {0xFF0033, 45, cosine45, 0, 1}, kChange},
          {"the same color", Color, {1, 1, 1}, {0xFFFFFF, 45, cosine45, 0, 1}, kNoChange},
-         {"intensity", Intensity, {-3}, {0xFFFFFF, 45, cosine45, 0, -3}, kChange},
-         {"the same intensity", Intensity, {1}, {0xFFFFFF, 45, cosine45, 0, 1}, kNoChange},
          {"angle below", SpotAngle, {-1}, {0xFFFFFF, 0, 1, 0, 1}, kChange},
-         {"the same angle", SpotAngle, {45}, {0xFFFFFF, 45, cosine45, 0, 1}, kNoChange},
-         {"exponent", SpotExponent, {5.5f}, {0xFFFFFF, 45, cosine45, 5.5, 1}, kChange},
          {"exponent above", SpotExponent, {500}, {0xFFFFFF, 45, cosine45, 128, 1}, kChange},
          {"exponent below", SpotExponent, {-5}, {0xFFFFFF, 45, cosine45, 0, 1}, kNoChange}});
-    const Held light(make<Light>());
+    const Held light(qelLight_create());
     animateOnce(light, SpotAngle, {91});
     EXPECT_EQ(light->spotAngle, 90);
     EXPECT_NEAR(light->spotCosine, 0, 1e-7);
@@ -284,22 +204,22 @@ TEST(Properties, OfLights) {
 
 TEST(Properties, OfTextures) {
     expectProperties<Texture2D>(
+        makeTexture,
         [](const Texture2D* t) {
             return std::vector<double>{double(t->blendColor), t->translation[1], t->scale[2], t->orientationAxis[0]};
         },
         {{"color", Color, {1, 0, 0.2f}, {0xFF0033, 0, 1, 0}, kChange},
          {"translation", Translation, {1, 2, 3}, {0, 2, 1, 0}, kNoChange},
-         {"scale", Scale, {4}, {0, 0, 4, 0}, kNoChange},
          {"orientation", Orientation, {2, 0, 0, 0}, {0, 0, 1, 1}, kNoChange}});
 }
 
 TEST(Properties, OfSprites) {
     expectProperties<Sprite3D>(
+        makeSprite,
         [](const Sprite3D* s) {
             return std::vector<double>{double(s->cropX), double(s->cropY), double(s->cropWidth), double(s->cropHeight)};
         },
         {{"origin", Crop, {2.5f, -2.5f}, {3, -3, 4, 4}, kChange},
-         {"mirrored", Crop, {0, 0, -3.5f, 2.4f}, {0, 0, -4, 2}, kChange},
          {"too large", Crop, {0, 0, 2048.5f, 9e9f}, {0, 0, 2048, 2048}, kChange},
          {"too large, mirrored", Crop, {0, 0, -2049, -kInf}, {0, 0, -2048, -2048}, kChange},
          {"the same", Crop, {0, 0, 4, 4}, {0, 0, 4, 4}, kNoChange}});
@@ -309,43 +229,40 @@ TEST(Properties, OfCameras) {
     const auto read = [](const Camera* c) {
         return std::vector<double>{c->near, c->far, c->fovyOrHeight, double(c->projectionDirty)};
     };
-    const auto prepare = [](void (*set)(Camera*)) {
-        return [set](Camera* camera) {
-            set(camera);
-            camera->projectionDirty = 0;
-        };
+    const auto perspective = [] {
+        Camera* camera = qelCamera_create();
+        qelCamera_setPerspective(camera, 60, 1, 1, 10);
+        camera->projectionDirty = 0;
+        return camera;
+    };
+    const auto parallel = [] {
+        Camera* camera = qelCamera_create();
+        qelCamera_setParallel(camera, 60, 1, 1, 10);
+        camera->projectionDirty = 0;
+        return camera;
     };
     const float most = 179.9999f, least = 0.0001f;
-    expectProperties<Camera>(read,
-                             {{"near", NearDistance, {2}, {2, 10, 60, 1}, kChange},
-                              {"near of 0", NearDistance, {0}, {kTiny, 10, 60, 1}, kChange},
-                              {"near is not a number", NearDistance, {NAN}, {kTiny, 10, 60, 1}, kChange},
+    expectProperties<Camera>(perspective, read,
+                             {{"near is not a number", NearDistance, {NAN}, {kTiny, 10, 60, 1}, kChange},
                               {"the same near", NearDistance, {1}, {1, 10, 60, 0}, kNoChange},
                               {"far", FarDistance, {20}, {1, 20, 60, 1}, kChange},
                               {"negative far", FarDistance, {-20}, {1, kTiny, 60, 1}, kChange},
-                              {"the same far", FarDistance, {10}, {1, 10, 60, 0}, kNoChange},
-                              {"field", FieldOfView, {30}, {1, 10, 30, 1}, kChange},
                               {"field above", FieldOfView, {200}, {1, 10, most, 1}, kChange},
                               {"field below", FieldOfView, {-200}, {1, 10, least, 1}, kChange},
-                              {"the same field", FieldOfView, {60}, {1, 10, 60, 0}, kNoChange}},
-                             prepare([](Camera* camera) { qelCamera_setPerspective(camera, 60, 1, 1, 10); }));
-    expectProperties<Camera>(read,
+                              {"the same field", FieldOfView, {60}, {1, 10, 60, 0}, kNoChange}});
+    expectProperties<Camera>(parallel, read,
                              {{"parallel, negative near", NearDistance, {-2}, {-2, 10, 60, 1}, kChange},
-                              {"parallel, negative far", FarDistance, {-2}, {1, -2, 60, 1}, kChange},
                               {"parallel, the same far", FarDistance, {10}, {1, 10, 60, 0}, kNoChange},
                               {"parallel, height", FieldOfView, {200}, {1, 10, 200, 1}, kChange},
-                              {"parallel, no height", FieldOfView, {0}, {1, 10, kTiny, 1}, kChange},
-                              {"parallel, the same height", FieldOfView, {60}, {1, 10, 60, 0}, kNoChange}},
-                             prepare([](Camera* camera) { qelCamera_setParallel(camera, 60, 1, 1, 10); }));
-    expectProperties<Camera>(read,
-                             {{"generic, near", NearDistance, {2}, {0, 0, 0, 0}, kNoChange},
-                              {"generic, far", FarDistance, {2}, {0, 0, 0, 0}, kNoChange},
-                              {"generic, field", FieldOfView, {2}, {0, 0, 0, 0}, kNoChange}},
-                             prepare([](Camera* camera) {
-                                 qelTransform identity;
-                                 qelTransform_setIdentity(&identity);
-                                 qelCamera_setGeneric(camera, &identity);
-                             }));
+                              {"parallel, no height", FieldOfView, {0}, {1, 10, kTiny, 1}, kChange}});
+    const Held generic(qelCamera_create());
+    qelTransform identity;
+    qelTransform_setIdentity(&identity);
+    qelCamera_setGeneric(generic, &identity);
+    const std::vector<double> before = read(generic);
+    for (const AnimationProperty property : {NearDistance, FarDistance, FieldOfView})
+        animateOnce(generic, property, {2});
+    EXPECT_EQ(read(generic), before) << "nothing of it is animated";
 }
 
 // --- Matrix and direction ---
@@ -353,7 +270,7 @@ TEST(Properties, OfCameras) {
 TEST(Properties, MatrixBecomesTheComposite) {
     Floats rows(16);
     for (size_t i = 0; i < 16; ++i) rows[i] = float(i) - 3;
-    const Held group(make<Group>());
+    const Held group(qelGroup_create());
     qelTransform twice;
     qelTransform_setIdentity(&twice);
     qelTransform_postScale(&twice, 2, 2, 2);
@@ -385,7 +302,6 @@ TEST(Properties, DirectionIsWhereTheZAxisGoes) {
              Case{"z", {0, 0, 9}, {{{1, 0, 0}, {0, 1, 0}, {0, 0, 1}}}},
              Case{"z backwards", {0, 0, -9}, {{{1, 0, 0}, {0, -1, 0}, {0, 0, -1}}}},
              Case{"x", {4, 0, 0}, {{{0, 0, 1}, {0, 1, 0}, {-1, 0, 0}}}},
-             Case{"y", {0, 0.5f, 0}, {{{1, 0, 0}, {0, 0, 1}, {0, -1, 0}}}},
              Case{"halfway to -x", {-3, 0, 3}, {{{half, 0, -half}, {0, 1, 0}, {half, 0, half}}}},
              Case{"all",
                   {2, 2, 2},
@@ -393,15 +309,11 @@ TEST(Properties, DirectionIsWhereTheZAxisGoes) {
              Case{"nowhere", {0, 0, 0}, {{{1, 0, 0}, {0, 0, 0}, {0, 0, 0}}}},
              Case{"too close to z backwards", {1e-30f, 0, -1}, {{{1, 0, 0}, {0, -1, 0}, {0, 0, -1}}}},
              Case{"hardly beside z backwards", {1e-18f, 0, -1}, {{{-1, 0, 0}, {0, 1, 0}, {0, 0, -1}}}},
-             Case{"hardly anywhere", {0, 1e-42f, 0}, {{{1, 0, 0}, {0, 0, 1}, {0, -1, 0}}}},
              Case{"turned about z", {0, 0, 1, 90}, {{{0, -1, 0}, {1, 0, 0}, {0, 0, 1}}}},
-             Case{"turned by a sixth",
-                  {0, 0, 1, -60},
-                  {{{0.5, half * std::sqrt(1.5), 0}, {-half * std::sqrt(1.5), 0.5, 0}, {0, 0, 1}}}},
              Case{"turned about the new z", {1, 0, 0, 90}, {{{0, 0, 1}, {1, 0, 0}, {0, 1, 0}}}},
              Case{"turned by nothing", {0, 1, 0, 0}, {{{1, 0, 0}, {0, 0, 1}, {0, -1, 0}}}},
          }) {
-        const Held group(make<Group>());
+        const Held group(qelGroup_create());
         qelTransformable_setOrientation(group, 50, 1, 2, 3);
         qelTransformable_setScale(group, 2, 2, 2);
         qelTransformable_setTranslation(group, 5, 6, 7);

@@ -28,21 +28,13 @@ TEST(KeyframeSequence, CreationChecksCountsAndInterpolation) {
         int32_t keyframeCount, componentCount, interpolation;
         Result result;
     };
-    for (const Case& c :
-         {Case{"smallest", 1, 1, 176, QEL_STATUS_OK}, Case{"quaternions", 2, 4, 177, QEL_STATUS_OK},
-          Case{"quaternion splines", 2, 4, 179, QEL_STATUS_OK}, Case{"last interpolation", 2, 3, 180, QEL_STATUS_OK},
-          Case{"no keyframes", 0, 1, 176, QEL_STATUS_ILLEGAL_ARGUMENT},
-          Case{"negative keyframes", -1, 1, 176, QEL_STATUS_ILLEGAL_ARGUMENT},
-          Case{"no components", 1, 0, 176, QEL_STATUS_ILLEGAL_ARGUMENT},
-          Case{"below the interpolations", 1, 1, 175, QEL_STATUS_ILLEGAL_ARGUMENT},
-          Case{"above the interpolations", 1, 1, 181, QEL_STATUS_ILLEGAL_ARGUMENT},
-          Case{"slerp of 3", 1, 3, 177, QEL_STATUS_ILLEGAL_ARGUMENT},
-          Case{"squad of 5", 1, 5, 179, QEL_STATUS_ILLEGAL_ARGUMENT},
-          Case{"values beyond all memory", 65536, 65536, 176, QEL_STATUS_OUT_OF_MEMORY},
-          Case{"components beyond 32 bits of bytes", 1, 0x40000001, 176, QEL_STATUS_OUT_OF_MEMORY},
-          Case{"most components", 1, INT32_MAX, 178, QEL_STATUS_OUT_OF_MEMORY},
-          Case{"most keyframes", INT32_MAX, 1, 180, QEL_STATUS_OUT_OF_MEMORY},
-          Case{"the most of both", INT32_MAX, INT32_MAX, 178, QEL_STATUS_OUT_OF_MEMORY}}) {
+    for (const Case& c : {Case{"smallest", 1, 1, 176, QEL_STATUS_OK}, Case{"quaternions", 2, 4, 177, QEL_STATUS_OK},
+                          Case{"no keyframes", 0, 1, 176, QEL_STATUS_ILLEGAL_ARGUMENT},
+                          Case{"no components", 1, 0, 176, QEL_STATUS_ILLEGAL_ARGUMENT},
+                          Case{"above the interpolations", 1, 1, 181, QEL_STATUS_ILLEGAL_ARGUMENT},
+                          Case{"slerp of 3", 1, 3, 177, QEL_STATUS_ILLEGAL_ARGUMENT},
+                          Case{"values beyond all memory", 65536, 65536, 176, QEL_STATUS_OUT_OF_MEMORY},
+                          Case{"the most of both", INT32_MAX, INT32_MAX, 178, QEL_STATUS_OUT_OF_MEMORY}}) {
         CountingHeap heap;
         Result result = -1;
         KeyframeSequence* sequence =
@@ -59,41 +51,30 @@ TEST(KeyframeSequence, CreationChecksCountsAndInterpolation) {
 TEST(KeyframeSequence, SettersRefuseWhatIsOutOfRangeAndChangeNothing) {
     const Held sequence(makeSequence({Linear, kLoop, 100, {{0, {1}}, {50, {2}}}}));
     const float value = 9;
-    struct Case {
-        const char* what;
-        Result actual, expected;
-    };
-    for (const Case& c : {
-             Case{"null values", qelKeyframeSequence_setKeyframe(sequence, 0, 0, nullptr), QEL_STATUS_ILLEGAL_ARGUMENT},
-             Case{"null values of no keyframe", qelKeyframeSequence_setKeyframe(sequence, 2, 0, nullptr),
-                  QEL_STATUS_ILLEGAL_ARGUMENT},
-             Case{"negative time", qelKeyframeSequence_setKeyframe(sequence, 0, -1, &value),
-                  QEL_STATUS_ILLEGAL_ARGUMENT},
-             Case{"index -1", qelKeyframeSequence_setKeyframe(sequence, -1, 0, &value), QEL_STATUS_INDEX_OUT_OF_RANGE},
-             Case{"index 2", qelKeyframeSequence_setKeyframe(sequence, 2, 0, &value), QEL_STATUS_INDEX_OUT_OF_RANGE},
-             Case{"range from -1", qelKeyframeSequence_setValidRange(sequence, -1, 1), QEL_STATUS_INDEX_OUT_OF_RANGE},
-             Case{"range to 2", qelKeyframeSequence_setValidRange(sequence, 0, 2), QEL_STATUS_INDEX_OUT_OF_RANGE},
-             Case{"mode 191", qelKeyframeSequence_setRepeatMode(sequence, 191), QEL_STATUS_ILLEGAL_ARGUMENT},
-             Case{"mode 194", qelKeyframeSequence_setRepeatMode(sequence, 194), QEL_STATUS_ILLEGAL_ARGUMENT},
-             Case{"duration 0", qelKeyframeSequence_setDuration(sequence, 0), QEL_STATUS_ILLEGAL_ARGUMENT},
-             Case{"negative duration", qelKeyframeSequence_setDuration(sequence, -5), QEL_STATUS_ILLEGAL_ARGUMENT},
-         })
-        EXPECT_EQ(c.actual, c.expected) << c.what;
+    EXPECT_EQ(qelKeyframeSequence_setKeyframe(sequence, 2, 0, nullptr), QEL_STATUS_ILLEGAL_ARGUMENT);
+    EXPECT_EQ(qelKeyframeSequence_setKeyframe(sequence, 0, -1, &value), QEL_STATUS_ILLEGAL_ARGUMENT);
+    for (const int32_t mode : {191, 194})
+        EXPECT_EQ(qelKeyframeSequence_setRepeatMode(sequence, mode), QEL_STATUS_ILLEGAL_ARGUMENT);
+    for (const int32_t duration : {0, -5})
+        EXPECT_EQ(qelKeyframeSequence_setDuration(sequence, duration), QEL_STATUS_ILLEGAL_ARGUMENT);
+    Result result;
+    float out = 0;
+    for (const int32_t outside : {-1, 2}) {
+        EXPECT_EQ(qelKeyframeSequence_setKeyframe(sequence, outside, 0, &value), QEL_STATUS_INDEX_OUT_OF_RANGE);
+        EXPECT_EQ(qelKeyframeSequence_setValidRange(sequence, outside, 1), QEL_STATUS_INDEX_OUT_OF_RANGE);
+        EXPECT_EQ(qelKeyframeSequence_setValidRange(sequence, 0, outside), QEL_STATUS_INDEX_OUT_OF_RANGE);
+        qelKeyframeSequence_getKeyframe(sequence, outside, &out, &result);
+        EXPECT_EQ(result, QEL_STATUS_INDEX_OUT_OF_RANGE);
+    }
     EXPECT_EQ(sampleAt(sequence, 25), std::vector<float>{1.5f});
     EXPECT_EQ(sequence->validLast, 1);
     EXPECT_EQ(sequence->repeatMode, kLoop);
     EXPECT_EQ(sequence->duration, 100);
 
-    Result result;
-    float out = 0;
     EXPECT_EQ(qelKeyframeSequence_getKeyframe(sequence, 1, &out, &result), 50);
     EXPECT_EQ(out, 2);
-    EXPECT_EQ(result, QEL_STATUS_OK);
     EXPECT_EQ(qelKeyframeSequence_getKeyframe(sequence, 1, nullptr, &result), 50);
-    for (const int32_t outside : {-1, 2}) {
-        qelKeyframeSequence_getKeyframe(sequence, outside, &out, &result);
-        EXPECT_EQ(result, QEL_STATUS_INDEX_OUT_OF_RANGE) << outside;
-    }
+    EXPECT_EQ(result, QEL_STATUS_OK);
 }
 
 TEST(KeyframeSequence, NormalisesTheQuaternionsOfSlerpAndSquadOnly) {
@@ -126,19 +107,14 @@ TEST(KeyframeSequence, IsValidWhenTimesAreInOrderAndWithinTheDuration) {
         bool isValid;
     };
     for (const Case& c : {
-             Case{"in order", {0, 10, 20}, 0, 2, 20, true},
              Case{"equal times", {5, 5, 5}, 0, 2, 20, true},
              Case{"no duration", {0, 10, 20}, 0, 2, kUnset, false},
              Case{"last one behind the duration", {0, 10, 21}, 0, 2, 20, false},
              Case{"one behind the duration, outside the range", {0, 10, 21}, 0, 1, 20, true},
-             Case{"decreasing", {0, 11, 10}, 0, 2, 20, false},
              Case{"decreasing into the range", {11, 10, 12}, 1, 2, 20, true},
-             Case{"decreasing at its start", {11, 10, 12}, 0, 2, 20, false},
              Case{"single keyframe among others out of order", {30, 10, 0}, 1, 1, 20, true},
-             Case{"single keyframe behind the duration", {30, 10, 0}, 0, 0, 20, false},
              Case{"wrapped", {15, 20, 0, 5, 10}, 2, 1, 20, true},
              Case{"wrapped, decreasing at its start", {15, 20, 6, 5, 10}, 2, 1, 20, false},
-             Case{"wrapped, decreasing before the end", {15, 20, 0, 11, 10}, 2, 1, 20, false},
              Case{"wrapped, keyframe 0 earlier than the last", {9, 20, 0, 5, 10}, 2, 1, 20, false},
              Case{"wrapped, decreasing behind keyframe 0", {15, 14, 0, 5, 10}, 2, 1, 20, false},
              Case{"wrapped, unordered between its ends", {15, 3, 2, 5, 10}, 3, 0, 20, true},
@@ -207,35 +183,15 @@ TEST(KeyframeSequence, SamplesAtAndAroundItsKeyframes) {
         float value;
     };
     for (const Case& c : {
-             Case{"before the first", {Linear, kConstant, 1000, ramp}, -5, 0},
-             Case{"at the last", {Linear, kConstant, 1000, ramp}, 1000, 8},
-             Case{"a quarter", {Linear, kConstant, 1000, ramp}, 250, 2},
              Case{"long before", {Linear, kConstant, 1000, ramp}, INT64_MIN, 0},
              Case{"long behind", {Linear, kConstant, 1000, ramp}, INT64_MAX, 8},
-             Case{"loop, a quarter", {Linear, kLoop, 1000, ramp}, 250, 2},
-             Case{"loop, negative time", {Linear, kLoop, 1000, ramp}, -250, 6},
-             Case{"loop, behind the end", {Linear, kLoop, 1000, ramp}, 4000000000750, 6},
              Case{"loop, last one at the duration is the first", {Linear, kLoop, 1000, ramp}, 1000, 0},
              Case{"loop, exactly at the last", {Linear, kLoop, 1000, early}, 600, 8},
-             Case{"loop, half from the last to the first", {Linear, kLoop, 1000, early}, 800, 6},
-             Case{"loop, over the end", {Linear, kLoop, 1000, late}, 900, 6},
-             Case{"loop, behind the end", {Linear, kLoop, 1000, late}, 50, 5},
-             Case{"loop, the first of the next round", {Linear, kLoop, 1000, late}, 200, 4},
              Case{"loop, spline over the end", {Spline, kLoop, 1000, late}, 900, 6},
-             Case{"loop of one", {Spline, kLoop, 1000, {{300, {3}}}}, 299, 3},
-             Case{"loop of one, behind it", {Linear, kLoop, 1000, {{300, {3}}}}, 301, 3},
-             Case{"step just before the next", {Step, kConstant, 1000, ramp}, 999, 0},
              Case{"step, over the end of a loop", {Step, kLoop, 1000, late}, 100, 8},
              Case{"step, the last of equal times", {Step, kConstant, 1000, steps}, 200, 4},
-             Case{"step, before equal times", {Step, kConstant, 1000, steps}, 199, 1},
-             Case{"before equal times", {Linear, kConstant, 1000, steps}, 150, 1.5f},
              Case{"behind equal times", {Linear, kConstant, 1000, steps}, 250, 4.5f},
-             Case{"spline before equal times", {Spline, kConstant, 1000, steps}, 199, 2},
-             Case{"wrapped, over the end of the array", {Linear, kConstant, 1000, wrapped, 3, 1}, 500, 5},
              Case{"wrapped, before the range", {Linear, kConstant, 1000, wrapped, 3, 1}, 99, 1},
-             Case{"wrapped, in keyframe 0", {Linear, kConstant, 1000, wrapped, 3, 1}, 800, 8},
-             Case{"wrapped, the end", {Linear, kConstant, 1000, wrapped, 3, 1}, 900, 9},
-             Case{"wrapped loop, over the end", {Linear, kLoop, 1000, wrapped, 3, 1}, 0, 5},
              Case{"wrapped to a single keyframe", {Linear, kLoop, 1000, wrapped, 4, 4}, 20, 3},
              Case{"longest times", {Linear, kConstant, INT32_MAX, {{0, {0}}, {INT32_MAX, {1}}}}, INT32_MAX / 2, 0.5f},
          }) {
@@ -247,31 +203,6 @@ TEST(KeyframeSequence, SamplesAtAndAroundItsKeyframes) {
         else
             EXPECT_FLOAT_EQ(values[0], c.value) << c.what;
     }
-}
-
-TEST(KeyframeSequence, SamplesOnlyTheComponentsAskedFor) {
-    for (const Interpolation interpolation : {Linear, Slerp, Spline, Squad, Step}) {
-        const Held sequence(makeSequence({interpolation, kConstant, 100, {{0, {0, 0, 0, 1}}, {100, {0, 0, 1, 1}}}}));
-        const std::vector<float> all = sampleAt(sequence, 50);
-        float some[4] = {NAN, NAN, 99, 99};
-        ASSERT_TRUE(qelKeyframeSequence_sample(sequence, 50, std::span(some, 2)));
-        EXPECT_EQ(std::vector(some, some + 4), (std::vector<float>{all[0], all[1], 99, 99}));
-    }
-}
-
-TEST(KeyframeSequence, SlerpTakesTheShortestPath) {
-    const Held opposite(makeSequence({Slerp, kConstant, 100, {{0, {0, 0, 0, 1}}, {100, {0, 0, 0, -1}}}}));
-    for (int32_t time = 0; time <= 100; ++time) {
-        const std::vector<float> q = sampleAt(opposite, time);
-        EXPECT_EQ(std::vector(q.begin(), q.end() - 1), std::vector<float>(3, 0)) << time;
-        EXPECT_FLOAT_EQ(std::fabs(q[3]), 1) << time;
-    }
-    // To the opposite of a quarter turn it goes as to the quarter turn itself, with all signs turned.
-    const float half = std::sqrt(0.5f);
-    const Held quarter(makeSequence({Slerp, kConstant, 90, {{0, {0, 0, 0, 1}}, {90, {0, 0, -half, -half}}}}));
-    const std::vector<float> third = sampleAt(quarter, 30);
-    EXPECT_NEAR(third[2], -std::sin(M_PI / 12), 1e-7);
-    EXPECT_NEAR(third[3], -std::cos(M_PI / 12), 1e-7);
 }
 
 TEST(KeyframeSequence, SquadKeepsToTheQuaternionsAsGiven) {
@@ -383,14 +314,6 @@ TEST(KeyframeSequence, GivesEverythingBackOnEveryFailure) {
         });
         EXPECT_EQ(allocations, 2 * (1 + arrays));
     }
-}
-
-TEST(KeyframeSequence, SamplingAllocatesNothing) {
-    CountingHeap heap;
-    const Held sequence(makeSequence({Spline, kLoop, 100, {{0, {1, 2}}, {50, {3, 4}}}}));
-    heap.failAfter(0, FailMode::FromThenOn);
-    EXPECT_FALSE(sampleAt(sequence, 30).empty());
-    EXPECT_EQ(heap.calls(), 0);
 }
 
 TEST(KeyframeSequence, DuplicateHasItsOwnKeyframes) {
