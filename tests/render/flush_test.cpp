@@ -115,27 +115,6 @@ TEST_F(FlushTest, PointsLinesAndSpritesComeAfterEverythingElse) {
     }
 }
 
-TEST_F(FlushTest, BothPassesStayInTheVisibleArea) {
-    ASSERT_TRUE(K8Render_bind(render, this, 160, 120, 160, 20, 0, 500, 500));
-    ASSERT_TRUE(queueParts("Fpl"));
-    glRecorder.take();
-    ASSERT_TRUE(K8Render_flush(render, -10, 10, 60, 500));
-    std::string scissor, marked;
-    for (const std::string& line : glRecorder.take()) {
-        if (line.starts_with("glScissor")) scissor = line;
-        if (line.starts_with("glClear(depth)")) marked += '|';
-        if (!line.starts_with("glDraw") && marked.size() < 2) continue;
-        EXPECT_EQ(scissor, "glScissor(20, 0, 30, 110)");
-    }
-    EXPECT_EQ(marked, "|||");
-
-    ASSERT_TRUE(queueParts("Fpl"));
-    EXPECT_TRUE(K8Render_flush(render, 0, 0, 20, 20)) << "beside the bind rectangle";
-    EXPECT_TRUE(glRecorder.take().empty());
-    ASSERT_TRUE(queueParts("s"));
-    EXPECT_EQ(flushParts(), "||s") << "nothing is left of what was not seen";
-}
-
 TEST_F(FlushTest, AFailureEndsTheFlush) {
     K8Figure_clearTmpData(reinterpret_cast<K8Figure*>(parts['o']));  // cannot be drawn, nor can e or x
     content.params.lightCount = 1;

@@ -104,29 +104,6 @@ TEST_F(PixelTest, TextureRowsGoUpTheTextureCoordinates) {
     }
 }
 
-TEST_F(PixelTest, AnUnscaledSpriteShowsItsImagePixelForPixel) {
-    const Held<Image2D> image = makeFourColors(6, 5);
-    const Held<Appearance> appearance(qelAppearance_create());
-    Result result;
-    const Held<Sprite3D> sprite(qelSprite3D_create(false, image, appearance, &result));
-    const float perspective[] = {2, 0, 0, 0, 0, 2, 0, 0, 0, 0, -1, -1, 0, 0, -1, 0};
-    qelTransform projection = identity, place = identity;
-    qelTransform_set_fl(&projection, perspective);
-    qelGLBackend_setCamera(backend, &identity, &projection, ProjectionType::Perspective);
-    qelTransform_postTranslate(&place, 0.31f, -0.17f, -3);
-    qelSprite3D_setCrop(sprite, 0, 0, -6, 5);
-    EXPECT_EQ(qelGLBackend_drawSprite(backend, sprite, &place, 1), QEL_STATUS_OK);
-    take();
-    // (0.31, -0.17) at a distance of 3 falls on (19.3, 17.8): the 6 x 5 pixels begin at (16, 15).
-    const Rgb colors[] = {kGreen, kRed, kWhite, kBlue};  // mirrored
-    for (int y = -1; y <= 5; ++y) {
-        for (int x = -1; x <= 6; ++x) {
-            const bool isInside = x >= 0 && x < 6 && y >= 0 && y < 5;
-            expectPixel(16 + x, 15 + y, isInside ? colors[y % 2 * 2 + x % 2] : kBlack, "mirrored");
-        }
-    }
-}
-
 TEST_F(PixelTest, AnImageTargetKeepsItsContentsAndTakesTheFrame) {
     Result result;
     const Held<Image2D> image(qelImage2D_createMutable(int32_t(ImageFormat::Rgb), 8, 6, &result));

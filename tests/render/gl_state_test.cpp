@@ -1,7 +1,9 @@
-// What reaches OpenGL ES of each component of the state, and what is not sent again.
+// What reaches OpenGL ES of each component of the state and of the vertices, and what is not sent again.
 #include <functional>
 
+#include "frame/error_status.h"
 #include "tests/render/backend_fixture.h"
+#include "tests/support/counting_heap.h"
 
 using StateTest = BackendTest;
 
@@ -414,4 +416,93 @@ TEST_F(StateTest, MasksThatAClearOpenedAreClosedAgain) {
     qelGLBackend_clear(backend, kClearDepth | kClearColor, nullptr);
     glRecorder.take();
     EXPECT_EQ(drawBeyond(open), "") << "masks that were open anyway";
+}
+
+// --- Vertices ---
+
+static Held<TriangleStripArray> makeStrips(int32_t first, std::vector<int32_t> lengths) {
+    Result result;
+    return Held<TriangleStripArray>(
+        qelTriangleStripArray_createImplicit(first, lengths.data(), int32_t(lengths.size()), true, &result));
+}
+
+static Held<TriangleStripArray> makeList(std::vector<int32_t> indices) {
+    Result result;
+    auto length = int32_t(indices.size());
+    return Held<TriangleStripArray>(
+        qelTriangleStripArray_createExplicit(&length, 1, indices.data(), length, true, &result));
+}
+
+TEST_F(StateTest, ColorsBecomeFourBytesOnce) {
+    Square square;
+    const auto colors = makeArray<uint8_t>(3, {255, 0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10});
+    qelVertexBuffer_setColors(square.buffer, colors);
+    CompositingMode* mode = square.setCompositing();
+    CountingHeap heap;  // counts what the draws allocate
+    draw(square);
+    EXPECT_EQ(glRecorder.draws.back().colors,
+              (GlDraw::Vectors{{255, 0, 1, 255}, {2, 3, 4, 255}, {5, 6, 7, 255}, {8, 9, 10, 255}}));
+    draw(square);
+    EXPECT_EQ(heap.calls(), 1);
+
+    const int8_t changed[] = {9, 9, 9};
+    qelVertexArray_set8(colors, 1, 1, changed);
+    draw(square);
+    EXPECT_EQ(glRecorder.draws.back().colors[1], (std::vector<float>{9, 9, 9, 255})) << "refreshed in place";
+
+    qelCompositingMode_setBlending(mode, int32_t(Blending::Alpha));
+    for (const float factor : {0.5f, 0.25f, 1.0f, 0.5f}) {
+        square.alphaFactor = factor;
+        draw(square);
+        EXPECT_EQ(glRecorder.draws.back().colors[0][3], float(int(255 * factor))) << factor;
+    }
+    qelFree(std::exchange(colors->cache, nullptr));  // before its heap goes
+    heap.failAfter(0, FailMode::FromThenOn);
+    EXPECT_EQ(tryDraw(square), QEL_STATUS_OUT_OF_MEMORY);
+    EXPECT_EQ(qelStatus_get(), QEL_STATUS_OUT_OF_MEMORY);
+}
+
+TEST_F(StateTest, StripsFollowEachOtherAndListsAreDrawnAtOnce) {
+    Square square;
+    qelVertexBuffer_setPositions(
+        square.buffer, makeArray<int16_t>(3, {0, 0, 0, 1, 0, 0, 2, 0, 0, 3, 0, 0, 4, 0, 0, 5, 0, 0, 6, 0, 0, 7, 0, 0}),
+        1, nullptr);
+    square.strip = makeStrips(1, {4, 3});
+    EXPECT_EQ(sent(square, "Draw"), "DrawArrays(TRIANGLE_STRIP, 1, 4); DrawArrays(TRIANGLE_STRIP, 5, 3)");
+    square.strip = makeList({0, 2, 7, 5});
+    EXPECT_EQ(sent(square, "Draw"), "DrawElements(TRIANGLES, 6, UNSIGNED_SHORT)");
+    std::vector<float> xs;
+    for (const auto& position : glRecorder.draws.back().positions) xs.push_back(position[0]);
+    EXPECT_EQ(xs, (std::vector<float>{0, 2, 7, 7, 2, 5}));
+}
+
+TEST_F(StateTest, IndicesBeyondAnyArrayInUseDrawNothing) {
+    enum { kNone, kNormals, kColors, kTexCoords, kUnusedTexCoords };
+    struct Case {
+        const char* what;
+        bool isList;
+        int32_t lastVertex, shortArray;
+        bool fits;
+    };
+    const Held<Image2D> image = makeImage(ImageFormat::Rgb, 8, 8);
+    const Held<Texture2D> texture = makeTexture(image);
+    for (const Case& c :
+         {Case{"strip fits", false, 3, kNone, true}, Case{"strip reaches out", false, 4, kNone, false},
+          Case{"list reaches out", true, 4, kNone, false}, Case{"within short normals", true, 2, kNormals, true},
+          Case{"short normals", true, 3, kNormals, false}, Case{"short colours", false, 3, kColors, false},
+          Case{"short coordinates", true, 3, kTexCoords, false},
+          Case{"short coordinates that nothing uses", true, 3, kUnusedTexCoords, true}}) {
+        Square square;
+        square.strip = c.isList ? makeList({0, 1, c.lastVertex}) : makeStrips(c.lastVertex - 2, {3});
+        if (c.shortArray == kNormals)
+            qelVertexBuffer_setNormals(square.buffer, makeArray<int8_t>(3, std::vector<int8_t>(9, 5)));
+        if (c.shortArray == kColors)
+            qelVertexBuffer_setColors(square.buffer, makeArray<uint8_t>(4, std::vector<uint8_t>(12, 5)));
+        if (c.shortArray >= kTexCoords)
+            qelVertexBuffer_setTexCoords(square.buffer, 0, makeArray<int8_t>(2, std::vector<int8_t>(6, 5)), 1, nullptr);
+        if (c.shortArray == kTexCoords) qelAppearance_setTexture(square.appearance, 0, texture);
+        glRecorder.draws.clear();
+        EXPECT_EQ(tryDraw(square), c.fits ? QEL_STATUS_OK : QEL_STATUS_ILLEGAL_STATE) << c.what;
+        EXPECT_EQ(glRecorder.draws.size(), c.fits ? 1u : 0u) << c.what;
+    }
 }

@@ -100,6 +100,7 @@ TEST_F(RenderContextTest, EachContextHasItsOwnLightsAndCamera) {
 
 TEST_F(RenderContextTest, DrawsWhereBindAndFlushRectangleMeet) {
     constexpr int32_t kMin = INT32_MIN, kMax = INT32_MAX;
+    K8Primitive* point = makePrimitive(host.get(), K8_PRIM_POINTS, 0);
     struct Case {
         const char* what;
         PixelRect bound, flushed;
@@ -117,6 +118,7 @@ TEST_F(RenderContextTest, DrawsWhereBindAndFlushRectangleMeet) {
         const PixelRect &b = c.bound, &f = c.flushed;
         ASSERT_TRUE(K8Render_bind(render, this, 160, 120, 160, b.x, b.y, b.width, b.height));
         ASSERT_TRUE(queue());
+        ASSERT_TRUE(K8Render_render3D(render, &content.params, &point->header, nullptr));
         glRecorder.take();
         EXPECT_TRUE(K8Render_flush(render, f.x, f.y, f.width, f.height)) << c.what;
         EXPECT_EQ(render->context->head, nullptr) << c.what;
@@ -128,7 +130,12 @@ TEST_F(RenderContextTest, DrawsWhereBindAndFlushRectangleMeet) {
         EXPECT_LT(sent.find("Scissor(" + c.cleared + ")"), clear) << c.what;
         EXPECT_NE(sent.find("Viewport(0, 0, 160, 120); Scissor(" + c.drawn + ")", clear), std::string::npos) << c.what;
         EXPECT_EQ(sent.find("ClearColor"), std::string::npos) << c.what;
+        const size_t second = sent.find("Clear(depth)", clear + 30);
+        EXPECT_NE(second, std::string::npos) << c.what << ": the pass of points";
+        EXPECT_EQ(sent.substr(sent.rfind("Scissor(", second), c.drawn.size() + 9), "Scissor(" + c.drawn + ")")
+            << c.what;
     }
+    K8Primitive_destroy(point);
     EXPECT_EQ(takeStatus(), kNoStatus);
 }
 

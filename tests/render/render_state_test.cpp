@@ -72,35 +72,8 @@ std::vector<int32_t> ramp32(size_t count, int32_t first = 0) {
 
 // --- What is taken ---
 
-TEST_F(RenderStateTest, RefusesCommandsThatDoNotFitTheirArrays) {
-    struct Case {
-        const char* what;
-        uint32_t word;
-        size_t positions, normals, textureCoords, colors;
-    };
+TEST_F(RenderStateTest, RefusesCommandsThatSayNothing) {
     const std::vector<int32_t> values(100);
-    const auto arrays = [&](const Case& c) {
-        const std::span all(values);
-        return CommandArrays{all.first(c.positions), all.first(c.normals), all.first(c.textureCoords),
-                             all.first(c.colors)};
-    };
-    // Each is the least that its command takes.
-    for (const Case& c : {
-             Case{"points", command(kCommandPoints, 4), 12, 0, 0, 0},
-             Case{"lines, a colour each", command(kCommandLines, 3, kCommandColorPerPrimitive), 18, 0, 0, 3},
-             Case{"triangles, everything per vertex", command(kCommandTriangles, 2, 0x3F00), 18, 18, 12, 6},
-             Case{"quads, a normal each", command(kCommandQuads, 2, kCommandNormalPerPrimitive), 24, 6, 0, 0},
-             Case{"sprites, a record each", command(kCommandSprites, 3, kCommandTexturePerVertex), 9, 0, 24, 0},
-         }) {
-        EXPECT_TRUE(K8RenderState_render(&state, c.word, arrays(c))) << c.what;
-        EXPECT_TRUE(K8RenderState_flush(&state)) << c.what;
-        for (size_t Case::*array : {&Case::positions, &Case::normals, &Case::textureCoords, &Case::colors}) {
-            Case shortOne = c;
-            if (shortOne.*array == 0) continue;
-            --(shortOne.*array);
-            EXPECT_FALSE(K8RenderState_render(&state, c.word, arrays(shortOne))) << c.what;
-        }
-    }
     const CommandArrays plenty = {values, values, values, values};
     for (const uint32_t kind : {0u, 6u, 0x80u, 0xFFu})
         for (const uint32_t count : {0u, 1u})
@@ -189,50 +162,6 @@ TEST_F(RenderStateTest, SmallSpritesAreDrawnToTheHalfPixel) {
 }
 
 // --- Appearances ---
-
-TEST_F(RenderStateTest, AttributesChooseTheAppearance) {
-    struct Case {
-        const char* what;
-        uint32_t kind, bits, mask;
-        const char* blend;  // factors; empty for none
-        int alpha;
-        bool colorKey, culls;
-    };
-    const char* const kHalf = "SRC_ALPHA, ONE_MINUS_SRC_ALPHA";
-    for (const Case& c : {
-             Case{"half transparent lines", kCommandLines, 32, kMaskBlending, kHalf, 128, false, true},
-             Case{"added points", kCommandPoints, 64, kMaskBlending, "ONE, ONE", 255, false, true},
-             Case{"the third blend", kCommandPoints, 96, kMaskBlending, "SRC_ALPHA, ONE", 255, false, true},
-             Case{"blending not allowed", kCommandPoints, 96, 0, "", 255, false, true},
-             Case{"nor on lines", kCommandLines, kCommandColorKey, kMaskBlending, "", 255, false, true},
-             Case{"but on triangles", kCommandTriangles, kCommandColorKey, kMaskBlending, "", 255, true, false},
-             Case{"sprites", kCommandSprites, kCommandColorKey | 32, kMaskBlending, kHalf, 128, true, true},
-         }) {
-        state.attributeMask = c.mask;
-        const std::vector<int32_t> values = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12};
-        for (const uint32_t colors : {0u, kCommandColorPerSet}) {
-            const uint32_t texels = c.kind == kCommandSprites ? kCommandTexturePerSet : 0;
-            EXPECT_TRUE(K8RenderState_render(&state, command(c.kind, 1, c.bits | colors | texels),
-                                             {values, {}, values, values}));
-            const std::vector<GlDrawn> drawn = flush();
-            ASSERT_EQ(drawn.size(), 1u) << c.what;
-            const GlDrawn& d = drawn[0];
-            const bool blends = *c.blend != '\0';
-            EXPECT_EQ(d.has("BLEND"), blends) << c.what;
-            EXPECT_EQ(d.last("BlendFunc", "DepthMask"), blends ? "BlendFunc(" + std::string(c.blend) + "); DepthMask(0)"
-                                                               : "BlendFunc(ONE, ZERO); DepthMask(1)")
-                << c.what;
-            EXPECT_TRUE(d.has("DEPTH_TEST")) << c.what;
-            EXPECT_EQ(d.has("ALPHA_TEST"), c.colorKey) << c.what;
-            EXPECT_EQ(d.has("CULL_FACE"), c.culls) << c.what;
-            EXPECT_FALSE(d.has("LIGHTING") || d.has("FOG")) << c.what;
-            EXPECT_EQ(d.last("Color4f"), c.alpha == 255 ? "Color4f(1, 1, 1, 1)" : "Color4f(1, 1, 1, 0.501961)")
-                << c.what;
-            EXPECT_EQ(d.draw.colors.empty(), colors == 0) << c.what;
-            for (const Vector& color : d.draw.colors) EXPECT_EQ(color, (Vector{0, 0, 1, float(c.alpha)})) << c.what;
-        }
-    }
-}
 
 TEST_F(RenderStateTest, AppearancesAreMadeOnceUntilTheCacheIsFull) {
     // Everything that tells lit triangles apart: 2 x 2 x 4 x 2 x 2 x 2.

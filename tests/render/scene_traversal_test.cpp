@@ -155,7 +155,7 @@ TEST_F(TraversalTest, AMeshByItselfDrawsItsOpaqueSubmeshesFirst) {
               "BlendFunc(ONE, ZERO); BlendFunc(SRC_ALPHA, ONE_MINUS_SRC_ALPHA); BlendFunc(ONE, ONE)");
 }
 
-// Of two meshes of one group, each has the lights of its scope, and where there are more than eight the nearest to itself.
+// Of two meshes of one group, each has the lights of its scope, and of more than eight the nearest to itself.
 TEST_F(TraversalTest, LightsAreChosenForEveryNode) {
     const auto addLight = [&](uint32_t color, float x, int32_t scope) {
         const Held<Light> light(qelLight_create());
@@ -191,43 +191,6 @@ TEST_F(TraversalTest, LightsAreChosenForEveryNode) {
 }
 
 // --- Culling ---
-
-TEST_F(TraversalTest, SubmeshesOutsideTheViewAreNotDrawn) {
-    struct Case {
-        const char* what;
-        float x, y, z, halfSide;
-        bool perspective, parallel;
-    };
-    // The perspective sees 90 degrees, the parallel view 20 x 20, both from 1 to 100. A sphere has the radius of half
-    // the square's diagonal.
-    const Case cases[] = {
-        {"in the middle", 0, 0, -10, 1, true, true},
-        {"beyond far", 0, 0, -102, 1, false, false},
-        {"its sphere reaches over far", 0, 0, -101, 1, true, true},
-        {"beside", 30, 0, -10, 1, false, false},
-        {"beside by less than the sphere", 11, 0, -10, 1, true, true},
-        {"only the wide end sees it", 40, 0, -60, 1, true, false},
-    };
-    for (const bool isPerspective : {true, false}) {
-        if (isPerspective)
-            usePerspective();
-        else
-            qelCamera_setParallel(camera, 20, 1, 1, 100);
-        qelGraphics3D_setCamera(graphics, camera, nullptr);
-        for (const Case& c : cases) {
-            const bool expected = isPerspective ? c.perspective : c.parallel;
-            const Held<Mesh> mesh = makeMesh(1, Blending::Replace, c.halfSide);
-            move(mesh, c.x, c.y, c.z);
-            const Held<Group> root = groupOf({mesh});
-            // The group's own origin, which would stand for its children, is kept out of sight.
-            const qelTransform away = translation(0, 0, 5000);
-            move(mesh, c.x, c.y, c.z - 5000);
-            EXPECT_EQ(names(root, &away).size(), expected) << c.what << ", in a group";
-            const qelTransform place = translation(c.x, c.y, c.z);
-            EXPECT_EQ(names(mesh, &place).size(), expected) << c.what << ", by itself";
-        }
-    }
-}
 
 TEST_F(TraversalTest, WhoseGroupIsInViewIsNotCulled) {
     usePerspective();

@@ -1,0 +1,345 @@
+// Vertices on grids of 16 bits, corners of sprites, and what a camera sees, each against plain geometry.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <functional>
+#include <numbers>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "render/fixed_geometry.h"
+#include "render/sprite_geometry.h"
+#include "render/view_volume.h"
+#include "tests/render/scene_parts.h"
+
+namespace {
+
+// --- Grids ---
+
+using Values = std::vector<int32_t>;
+
+// What the integer at `index` of a placed array stands for.
+int64_t backFrom(const FixedGrid& grid, std::span<const int16_t> placed, size_t index) {
+    return (placed[index] + grid.origin[index % 3]) * (int64_t(1) << grid.shift);
+}
+
+TEST(FixedGrid, IsTheFinestThatHoldsEverything) {
+    struct Case {
+        int32_t least, greatest;
+        uint32_t shift;
+        int64_t origin;
+    };
+    // The origin is the roundest where 0 is too far.
+    for (const Case& c :
+         {Case{0, 0, 0, 0}, Case{-32768, 32767, 0, 0}, Case{0, 32768, 0, 32768}, Case{-32769, 0, 0, -16384},
+          Case{0, 65536, 1, 32768}, Case{0, 131070, 1, 32768}, Case{1, 131073, 2, 32768},
+          Case{-0x12345678, -0x12345678 + 30000, 0, -0x12340000},
+          Case{INT32_MAX - 65535, INT32_MAX, 0, int64_t(INT32_MAX) - INT16_MAX},
+          Case{INT32_MIN, INT32_MIN + 65536, 1, 32768 - (int64_t(1) << 30)}, Case{INT32_MIN, INT32_MAX, 17, 0}}) {
+        SCOPED_TRACE(std::to_string(c.least) + " to " + std::to_string(c.greatest));
+        for (size_t axis = 0; axis < 3; ++axis) {
+            Values vectors(9, int32_t((int64_t(c.least) + c.greatest) / 2));
+            vectors[axis] = c.greatest;
+            vectors[3 + axis] = c.least;
+            const FixedGrid grid = FixedGrid_fit(vectors, 3);
+            EXPECT_EQ(grid.shift, c.shift);
+            EXPECT_EQ(grid.origin[axis], c.origin);
+            std::array<int16_t, 9> placed;
+            FixedGrid_place(grid, vectors, 3, placed.data());
+            for (size_t i = 0; i < 9; ++i)
+                EXPECT_LE(std::abs(backFrom(grid, placed, i) - vectors[i]), int64_t(1) << c.shift >> 1) << i;
+            float bias[3];
+            FixedGrid_bias(grid, bias);
+            EXPECT_EQ(FixedGrid_scale(grid), std::ldexp(1.0f, int(c.shift) - 12));
+            EXPECT_EQ(bias[axis], float(std::ldexp(double(c.origin), int(c.shift) - 12)));
+        }
+    }
+}
+
+TEST(FixedGrid, OfOneStepMeetsItsNeighbours) {
+    for (int32_t seed = 0; seed < 300; ++seed) {
+        const int32_t extent = 40000 << seed % 12, x = seed * 1000003 % 50000000, y = -x / 3, z = seed;
+        const Values left = {x, y, z, x - extent, y + extent, z - 5}, right = {x + extent, y, z + 7, x, y, z};
+        const FixedGrid a = FixedGrid_fit(left, 3), b = FixedGrid_fit(right, 3);
+        ASSERT_EQ(a.shift, b.shift);
+        std::array<int16_t, 6> onA, onB;
+        FixedGrid_place(a, left, 3, onA.data());
+        FixedGrid_place(b, right, 3, onB.data());
+        for (size_t i = 0; i < 3; ++i) EXPECT_EQ(backFrom(a, onA, i), backFrom(b, onB, 3 + i)) << "seed " << seed;
+    }
+}
+
+TEST(FixedGeometry, NormalsKeepTheirDirection) {
+    const int32_t normals[][3] = {{0, 0, 0},     {4096, 0, 0},        {1, -2, 3},
+                                  {32768, 1, 0}, {70000, 1, -999999}, {INT32_MIN, INT32_MIN, INT32_MIN}};
+    for (const auto& given : normals) {
+        int16_t out[6];
+        FixedGeometry_shortenNormals(given, 2, out);
+        const double length = std::hypot(given[0], given[1], given[2]);
+        for (const int16_t* sent : {out, out + 3}) {
+            const double sentLength = std::hypot(sent[0], sent[1], sent[2]);
+            EXPECT_EQ(sentLength == 0, length == 0);
+            for (size_t k = 0; k < 3; ++k) {
+                EXPECT_NEAR(sent[k] * length, given[k] * sentLength, 1e-4 * length * sentLength);
+                EXPECT_TRUE(length >= 32768 || sent[k] == given[k]) << "short ones are exact";
+            }
+        }
+    }
+}
+
+TEST(FixedGeometry, ColorsGetTheAlpha) {
+    const int32_t colors[] = {0x123456, -1};
+    uint8_t out[16];
+    FixedGeometry_expandColors(colors, 128, 2, out);
+    const uint8_t expected[16] = {0x12, 0x34, 0x56, 128, 0x12, 0x34, 0x56, 128, 255, 255, 255, 128, 255, 255, 255, 128};
+    EXPECT_TRUE(std::equal(out, out + 16, expected));
+}
+
+// --- Sprites ---
+
+constexpr int32_t kWidth = 160, kHeight = 120;
+constexpr int32_t kOwnDepth = kSpriteInPixels | kSpriteAtOwnDepth;
+
+struct SpriteTest : testing::Test {
+    SpriteTest() {
+        K8RenderState_reset(&state, nullptr);
+        state.width = kWidth;
+        state.height = kHeight;
+    }
+    RenderState state;
+};
+
+using Corner = std::array<int, 2>;
+using Record = std::array<int32_t, kSpriteRecordLength>;
+
+constexpr Record recordOf(int32_t width, int32_t height, int32_t angle = 0, int32_t flags = 0) {
+    return {width, height, angle, 0, 0, 0, 0, flags};
+}
+
+TEST_F(SpriteTest, SizesAndAnglesGiveTheseCorners) {
+    const auto pixels = [](RenderState*) {};
+    const auto flat = [](RenderState* s) { K8RenderState_setParallel(s, 80, 240); };  // 2 and 1/2 pixels a unit
+    struct Case {
+        const char* what;
+        std::function<void(RenderState*)> project;
+        std::array<int32_t, 3> centre;
+        Record record;
+        std::array<Corner, 4> corners;
+    };
+    // clang-format off
+    for (const Case& c : {
+             Case{"odd sizes lose their half", pixels, {0, 0, 0}, recordOf(7, 1), {{{-3, 0}, {3, 0}, {3, 0}, {-3, 0}}}},
+             Case{"back", pixels, {0, 0, 0}, recordOf(8, 4, -1024), {{{-2, 4}, {-2, -4}, {2, -4}, {2, 4}}}},
+             Case{"an eighth", pixels, {0, 0, 0}, recordOf(20, 10, 512), {{{-3, -11}, {11, 3}, {3, 11}, {-11, -3}}}},
+             Case{"parallel", flat, {0, 0, 0}, recordOf(8, 4, 0, 1), {{{-2, -4}, {2, -4}, {2, 4}, {-2, 4}}}},
+             Case{"as far as 16 bits go", pixels, {32767, -32768, 0}, recordOf(8, INT32_MAX),
+                  {{{32763, -32768}, {32767, -32768}, {32767, 32767}, {32763, 32767}}}},
+             Case{"low 16 bits", pixels, {0x30001, 0xFFFE, 65536}, recordOf(8, 4), {{{-3, -4}, {5, -4}, {5, 0}, {-3, 0}}}}}) {
+        // clang-format on
+        c.project(&state);
+        SpriteShape shape;
+        ASSERT_TRUE(SpriteGeometry_make(state, c.centre.data(), c.record.data(), &shape)) << c.what;
+        EXPECT_FALSE(shape.isPlaced) << c.what;
+        for (size_t i = 0; i < 4; ++i) {
+            EXPECT_EQ((Corner{shape.corners[i][0], shape.corners[i][1]}), c.corners[i]) << c.what << ", corner " << i;
+            EXPECT_EQ(shape.corners[i][2], int16_t(c.centre[2])) << c.what;
+        }
+        K8RenderState_setParallel(&state, kWidth, kHeight);
+    }
+}
+
+TEST_F(SpriteTest, WhatLiesOutsideTheDepthsIsLeftOut) {
+    struct Case {
+        bool perspective;
+        int32_t depth;  // behind a view that doubles it
+        bool isDrawn;
+    };
+    const Atrans3i view = {{4096, 0, 0, 0, 0, 4096, 0, 0, 0, 0, 4096 * 4, 0}};
+    K8RenderState_setViewTransform(&state, &view);
+    const Record record = recordOf(4, 4, 0, kOwnDepth);
+    for (const Case& c : {Case{false, -16384, true}, Case{false, 16384, true}, Case{false, -16385, false},
+                          Case{false, 16385, false}, Case{true, 2, true}, Case{true, 1, false}, Case{true, -2, false},
+                          Case{true, 250, true}, Case{true, 251, false}, Case{true, 0, false}}) {
+        K8RenderState_setParallel(&state, kWidth, kHeight);
+        if (c.perspective) K8RenderState_setPerspectiveAngle(&state, 8, 1000, 1024);
+        const std::array<int32_t, 3> centre = {0, 0, c.depth};
+        SpriteShape shape;
+        EXPECT_EQ(SpriteGeometry_make(state, centre.data(), record.data(), &shape), c.isDrawn)
+            << c.perspective << ", " << c.depth;
+    }
+}
+
+// On the screen a sprite given in pixels covers them, however deep it is, whatever the view: to the part of a pixel
+// that rounding to units costs, and exactly where a unit is many pixels.
+TEST_F(SpriteTest, PixelsOfASpriteArePixelsOfTheScreen) {
+    std::mt19937 random(5);
+    const auto upTo = [&](int32_t n) { return int32_t(random() % uint32_t(n)); };
+    int placed = 0;
+    for (int round = 0; round < 4000; ++round) {
+        const int32_t near = 1 + upTo(20), opening = 200 + upTo(1600), depth = near + upTo(400);
+        K8RenderState_setPerspectiveAngle(&state, near, 1000, opening);
+        const Atrans3i view = {{0, 4096, 0, upTo(9), -4096, 0, 0, upTo(9), 0, 0, 4096, 3}};
+        K8RenderState_setViewTransform(&state, &view);
+        const std::array<int32_t, 3> centre = {upTo(200) - 100, upTo(200) - 100, depth - 3};
+        const bool atOwnDepth = round % 2;
+        const Record record = recordOf(1 + upTo(200), 1 + upTo(200), upTo(4096), atOwnDepth ? kOwnDepth : 1);
+        SpriteShape shape;
+        ASSERT_TRUE(SpriteGeometry_make(state, centre.data(), record.data(), &shape));
+        placed += shape.isPlaced;
+
+        const double pi = std::numbers::pi, scale = kWidth / (2 * std::tan(opening * pi / 4096));  // at depth 1
+        const double unit = scale / depth;                                                         // in pixels
+        const double shrink = atOwnDepth ? 1 : double(near) / depth;  // from the pixels asked for to those covered
+        const double turn = record[2] * 2 * pi / 4096;
+        const double tolerance = shape.isPlaced ? shrink * 0.5 + 1e-3 : 3 * unit;
+        for (size_t i = 0; i < 4; ++i) {
+            const double across = (i == 1 || i == 2 ? 0.5 : -0.5) * record[0];
+            const double down = (i < 2 ? -0.5 : 0.5) * record[1];
+            const double x = shrink * (across * std::cos(turn) - down * std::sin(turn));
+            const double y = shrink * (across * std::sin(turn) + down * std::cos(turn));
+            const double middleX = centre[1] + view.m[3], middleY = -centre[0] + view.m[7];
+            const double gotX = shape.isPlaced ? shape.corners[i][0] * double(shape.unitX) + shape.centre[0] - middleX
+                                               : shape.corners[i][0] - middleX;
+            const double gotY = shape.isPlaced ? shape.corners[i][1] * double(shape.unitY) + shape.centre[1] - middleY
+                                               : shape.corners[i][1] - middleY;
+            ASSERT_NEAR(gotX * unit, x, tolerance) << "round " << round << ", corner " << i;
+            ASSERT_NEAR(gotY * unit, y, tolerance) << "round " << round << ", corner " << i;
+        }
+    }
+    EXPECT_GT(placed, 400);
+    EXPECT_LT(placed, 3600);
+}
+
+// --- What a camera sees ---
+
+using Vector = std::array<double, 3>;
+
+// A camera somewhere in the world, rotated but neither scaled nor sheared.
+struct PlacedCamera {
+    Held<Camera> camera{qelCamera_create()};
+    qelTransform place;
+
+    explicit PlacedCamera(std::mt19937& random) {
+        std::normal_distribution<double> normal;
+        const double q[4] = {normal(random), normal(random), normal(random), normal(random)};
+        const double s = 2 / (q[0] * q[0] + q[1] * q[1] + q[2] * q[2] + q[3] * q[3]);
+        const double x = q[0], y = q[1], z = q[2], w = q[3];
+        const double right[3] = {1 - s * (y * y + z * z), s * (x * y + z * w), s * (x * z - y * w)};
+        const double up[3] = {s * (x * y - z * w), 1 - s * (x * x + z * z), s * (y * z + x * w)};
+        const double back[3] = {s * (x * z + y * w), s * (y * z - x * w), 1 - s * (x * x + y * y)};
+        float elements[16] = {};
+        elements[15] = 1;
+        for (size_t row = 0; row < 3; ++row)
+            for (const auto& [column, value] :
+                 {std::pair{0, right[row]}, {1, up[row]}, {2, back[row]}, {3, 7 * normal(random)}})
+                elements[4 * row + size_t(column)] = float(value);
+        qelTransform_set_fl(&place, elements);
+    }
+    std::array<float, 3> toWorld(const Vector& p) const {
+        std::array<float, 3> out{};
+        for (size_t row = 0; row < 3; ++row)
+            out[row] = float(place.elements[4 * row] * p[0] + place.elements[4 * row + 1] * p[1] +
+                             place.elements[4 * row + 2] * p[2] + place.elements[4 * row + 3]);
+        return out;
+    }
+    ViewVolume volume() const {
+        ViewVolume volume;
+        qelViewVolume_set(&volume, camera, &place);
+        return volume;
+    }
+};
+
+constexpr double kNear = 2, kFar = 30, kAspect = 1.5;
+
+// How far a point of camera space lies outside the volume: the largest of its distances from the six sides.
+double outsidePerspective(const Vector& p, double degrees) {
+    const double t = std::tan(degrees / 360 * std::numbers::pi), at = t * kAspect;
+    const double vertical = (std::abs(p[1]) + t * p[2]) / std::hypot(1, t);
+    const double horizontal = (std::abs(p[0]) + at * p[2]) / std::hypot(1, at);
+    return std::max({vertical, horizontal, p[2] + kNear, -kFar - p[2]});
+}
+double outsideParallel(const Vector& p, double height) {
+    const double fromMiddle = std::abs(p[2] + (kNear + kFar) / 2);
+    return std::max(
+        {std::abs(p[0]) - height / 2 * kAspect, std::abs(p[1]) - height / 2, fromMiddle - (kFar - kNear) / 2});
+}
+
+constexpr double kMargin = 1e-3;  // single precision, coordinates below 100
+constexpr float kUntouched = 12345;
+
+TEST(ViewVolume, AgreesWithDistancesInCameraSpace) {
+    std::mt19937 random(3);
+    std::uniform_real_distribution<double> side(-25, 25), depthOf(-40, 8), radiusOf(0, 9);
+    for (const bool isPerspective : {true, false}) {
+        int inside = 0, reaching = 0;
+        for (int round = 0; round < 4000; ++round) {
+            const PlacedCamera placed(random);
+            constexpr double kDegrees = 70, kParallelHeight = 20;
+            if (isPerspective)
+                qelCamera_setPerspective(placed.camera, kDegrees, kAspect, kNear, kFar);
+            else
+                qelCamera_setParallel(placed.camera, kParallelHeight, kAspect, kNear, kFar);
+            const ViewVolume volume = placed.volume();
+            const Vector p = {side(random), side(random), depthOf(random)};
+            const double radius = radiusOf(random);
+            const double outside =
+                isPerspective ? outsidePerspective(p, kDegrees) : outsideParallel(p, kParallelHeight);
+            const auto world = placed.toWorld(p);
+            if (std::abs(outside) > kMargin) {
+                ASSERT_EQ(qelViewVolume_containsPoint(&volume, world.data()), outside < 0);
+                inside += outside < 0;
+            }
+            // Depth is measured from the near side: in a perspective to the sphere's far point, in a parallel view to
+            // its near point, or to its middle when nothing was tested.
+            const double fromNear = -p[2] - kNear;
+            float depth = kUntouched;
+            if (std::abs(outside - radius) > kMargin) {
+                const bool reaches = outside < radius;
+                ASSERT_EQ(qelViewVolume_testSphere(&volume, world.data(), float(radius), &depth), reaches);
+                const double tested = isPerspective ? radius + fromNear : fromNear - radius;
+                ASSERT_NEAR(depth, reaches ? tested : kUntouched, kMargin);
+                reaching += reaches && outside > 0;
+            }
+            qelViewVolume_sphereDepth(&volume, world.data(), float(radius), &depth);
+            ASSERT_NEAR(depth, isPerspective ? radius + fromNear : fromNear, kMargin);
+        }
+        EXPECT_GT(inside, 400);
+        EXPECT_GT(reaching, 400) << "spheres that reach in from outside";
+    }
+}
+
+TEST(ViewVolume, AGenericCameraSeesEverything) {
+    std::mt19937 random(4);
+    const PlacedCamera placed(random);
+    qelCamera_setGeneric(placed.camera, &placed.place);
+    const ViewVolume volume = placed.volume();
+    const float far[] = {1e9f, -1e9f, 1e9f};
+    float depth = kUntouched;
+    EXPECT_TRUE(qelViewVolume_containsPoint(&volume, far));
+    EXPECT_TRUE(qelViewVolume_testSphere(&volume, far, 0, &depth));
+    qelViewVolume_sphereDepth(&volume, far, 1, &depth);
+    EXPECT_EQ(depth, kUntouched) << "left as it was";
+}
+
+// Half-axes follow the camera's axes, whatever their length.
+TEST(ViewVolume, AScaledCameraScalesItsBox) {
+    const Held<Camera> camera(qelCamera_create());
+    qelCamera_setParallel(camera, 2, 1, -1, 1);
+    qelTransform place;
+    qelTransform_setIdentity(&place);
+    qelTransform_postScale(&place, 10, 20, 30);
+    ViewVolume volume;
+    qelViewVolume_set(&volume, camera, &place);
+    struct Case {
+        float p[3];
+        bool isInside;
+    };
+    for (const Case& c : {Case{{9.9f, 19.9f, -29.9f}, true}, Case{{10.1f, 0, 0}, false}, Case{{0, -20.1f, 0}, false},
+                          Case{{0, 0, 30.1f}, false}})
+        EXPECT_EQ(qelViewVolume_containsPoint(&volume, c.p), c.isInside) << c.p[0] << " " << c.p[1] << " " << c.p[2];
+}
+
+}  // namespace
