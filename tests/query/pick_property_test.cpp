@@ -259,6 +259,59 @@ TEST(PickProperty, EveryWayGivesTheSameHits) {
     EXPECT_GT(hitCount, 2000u);
 }
 
+// One triangle, slender or not, alone in its tree; rays past its corners and edges at the distances at which the test's
+// rounding takes misses for hits, across it, along it and from afar.
+TEST(PickProperty, NoHitIsOutsideItsBox) {
+    const auto seed = uint32_t(testing::UnitTest::GetInstance()->random_seed());
+    size_t hitCount = 0;
+    for (uint32_t round = 0; round < 500; ++round) {
+        Dice dice(seed * 1000 + round);
+        const bool isNeedle = dice.oneIn(2);  // along a line, where rounding alone decides
+        const double slenderness = std::exp2(dice.between(-9, 0)), size = std::exp2(dice.between(4, 15));
+        std::vector<int16_t> positions;
+        double e[2][3];
+        for (int i = 0; i < 3; ++i) {
+            e[0][i] = size * dice.between(-1, 1);
+            e[1][i] =
+                isNeedle ? e[0][i] * 2 : e[0][i] * dice.between(-0.1, 2) + size * slenderness * dice.between(-1, 1);
+        }
+        for (const double* edge : {static_cast<double*>(nullptr), e[0], e[1]})
+            for (int i = 0; i < 3; ++i) positions.push_back(int16_t((edge ? edge[i] : 0) / 2));
+        const float scale = dice.any({1.0f, 0.1f, float(dice.signedPower(-20, 8))});
+        const std::vector<float> bias = {scale * float(dice.between(-60000, 60000)), scale, 0};
+        std::vector<int32_t> indices(3 * 256);  // the others have no area
+        indices[1] = 1;
+        indices[2] = 2;
+        const Held mesh(
+            makeMesh(makeBuffer(positions, scale, bias), {makeList(indices)}, {makeAppearance(Culling::None)}));
+        for (int i = 0; i < 4; ++i) pick(mesh, {0, 0, 0, 1, 0, 0});
+        for (int i = 0; i < 30; ++i) {
+            const double spread = 1e-4 + 0x1p-23 / (slenderness * slenderness);
+            double u = dice.between(0, 1), v = dice.between(0, 1 - u);
+            if (dice.oneIn(2)) u = dice.any({0, 1}) + spread * dice.between(-1, 1);
+            if (dice.oneIn(2)) v = dice.any({0.0, 1 - u}) + spread * dice.between(-1, 1);
+            if (isNeedle) u *= dice.signedPower(0, 10);
+            Ray ray;
+            const double way = dice.oneIn(3) ? dice.signedPower(-2, 20) : dice.between(0, 4),
+                         across = dice.any({1.0, 1e-3});
+            for (int c = 0; c < 3; ++c) {
+                const double p = positionAt(mesh->vertexBuffer, 0, c), a = positionAt(mesh->vertexBuffer, 1, c) - p,
+                             b = positionAt(mesh->vertexBuffer, 2, c) - p;
+                const double d = (1 - across) * (a + 0.5 * b) + across * size * scale * dice.between(-1, 1);
+                ray[size_t(c)] = float(p + u * a + v * b - way * d);
+                ray[size_t(c) + 3] = float(d);
+            }
+            SCOPED_TRACE(testing::Message() << "seed " << seed << ", round " << round << testing::PrintToString(ray));
+            const Expected expected = expectedOf(mesh, ray);
+            hitCount += expected.all.records.size();
+            expectSameWalks(mesh, ray, expected);
+            expectSamePicks(mesh, ray, expected);
+            if (HasFailure()) return;
+        }
+    }
+    EXPECT_GT(hitCount, 2000u);
+}
+
 TEST(PickProperty, FiguresAreAsTheyWerePosedLast) {
     std::mt19937 random(5);
     const Held figure(loadFigure(randomFigure(random, {.vertexCount = 900, .boneCount = 3, .hasNormals = true})));
