@@ -19,6 +19,6 @@ struct Camera {
 // A camera for a picture of this size, which stands at `position` and looks along `look`. Units, in a world with y up.
 void placeCamera(Camera* camera, int width, int height, const float position[3], const float look[3]);
 
-// In the world, from the camera through the middle of the pixel; 0, 0 is at the top left. False for a camera that cannot
-// see.
+// In the world, from the camera through the middle of the pixel; 0, 0 is at the top left. False for a camera that
+// cannot see.
 bool rayThroughPixel(const Camera& camera, int x, int y, Ray* ray);

@@ -1,5 +1,5 @@
-// A host that knows what its pointer is on: draws a package, takes places of the pointer as pixels of the picture, tells
-// which figure is there, and puts a pin where the pointer touches it.
+// A host that knows what its pointer is on: draws a package, takes places of the pointer as pixels of the picture,
+// tells which figure is there, and puts a pin where the pointer touches it.
 #include <GLES/gl.h>
 
 #include <algorithm>
@@ -22,14 +22,15 @@ struct Pixel {
     int x, y;  // from the top left
 };
 
-// What was loaded: the root, which lists all handles that came with it.
+// A group that was loaded lists all the handles that came with it.
 static void destroyTree(K8Handle* root) {
-    if (root->classId == K8_CLASS_GROUP)
+    if (root->classId == K8_CLASS_GROUP || root->classId == K8_CLASS_SCENE_GROUP)
         for (K8Handle** other = reinterpret_cast<K8Group*>(root)->info->childData; *other; ++other)
             K8Object3D_destroy(*other);
     K8Object3D_destroy(root);
 }
 
+// Only trees of groups are shown here. The meshes of a scene have places of their own, which a host is not told.
 static K8Handle* loadPackage(const char* path) {
     std::ifstream file(path, std::ios::binary);
     const std::vector<char> bytes{std::istreambuf_iterator<char>(file), {}};

@@ -96,7 +96,7 @@ StageContent joinFiles(LooseFiles files) {
     content.figures = {as<K8Figure>(content.root)};
     content.extent = extentOf(files.summary);
     dress(content.figures[0], files);
-    content.summary = std::move(files.summary);
+    content.summary = std::make_shared<inspect::ContentSummary>(std::move(files.summary));
     content.handles.push_back(std::move(files.figure));
     if (files.actions) content.handles.push_back(std::move(files.actions));
     for (HandleOwner& texture : files.textures) content.handles.push_back(std::move(texture));
@@ -118,7 +118,6 @@ StageContent loadPackage(const std::string& path, const std::vector<uint8_t>& by
         throw std::runtime_error(path + ": " + error.what());
     }
     if (content.extent.isEmpty) throw std::runtime_error(path + ": the package holds nothing that can be drawn");
-    content.summary = summary;
     return content;
 }
 
@@ -190,14 +189,17 @@ StageContent loadStageContent(const std::vector<std::string>& paths) {
     LooseFiles files;
     for (const std::string& path : paths) {
         const std::vector<uint8_t> bytes = readContentFile(path);
-        const inspect::ContentSummary summary = inspected(path, bytes);
-        const auto* package = std::get_if<inspect::PackageSummary>(&summary);
-        const auto* scene = std::get_if<inspect::SceneSummary>(&summary);
-        if ((package || scene) && paths.size() > 1)
-            throw std::runtime_error(path + ": is a package; it is drawn alone, without other files");
-        if (package) return loadPackage(path, bytes, *package);
-        if (scene) return loadScene(path, bytes, *scene);
-        take(files, path, bytes, summary);
+        const auto summary = std::make_shared<inspect::ContentSummary>(inspected(path, bytes));
+        const auto* package = std::get_if<inspect::PackageSummary>(summary.get());
+        const auto* scene = std::get_if<inspect::SceneSummary>(summary.get());
+        if (!package && !scene) {
+            take(files, path, bytes, *summary);
+            continue;
+        }
+        if (paths.size() > 1) throw std::runtime_error(path + ": is a package; it is drawn alone, without other files");
+        StageContent content = package ? loadPackage(path, bytes, *package) : loadScene(path, bytes, *scene);
+        content.summary = summary;
+        return content;
     }
     return joinFiles(std::move(files));
 }

@@ -22,12 +22,12 @@ std::vector<HandleOwner> loadHandles(const std::vector<uint8_t>& bytes);
 // What a stage shows: a figure, or the tree of a package.
 struct StageContent {
     std::vector<HandleOwner> handles;
-    K8Handle* root = nullptr;         // among them
-    std::vector<K8Figure*> figures;   // among them, with their textures and action tables
-    std::vector<K8Group*> groups;     // among them
-    K8Group* scene = nullptr;         // the root, when it is a scene
-    double sceneMilliseconds = 0;     // the length of its longest animation
-    inspect::ContentSummary summary;  // of the figure, package or scene
+    K8Handle* root = nullptr;                                // among them
+    std::vector<K8Figure*> figures;                          // among them, with their textures and action tables
+    std::vector<K8Group*> groups;                            // among them
+    K8Group* scene = nullptr;                                // the root, when it is a scene
+    double sceneMilliseconds = 0;                            // the length of its longest animation
+    std::shared_ptr<const inspect::ContentSummary> summary;  // of the figure, package or scene
     Extent extent;
 
     uint32_t patternCount() const;  // of the figure that has most

@@ -10,5 +10,5 @@ struct PatternChoice {
     bool onlyBase = false;        // what is always drawn and nothing else
 };
 
-// Bit k shows pattern k + 1; unset: as the action says. Throws UsageProblem for patterns that the content does not have.
+// Bit k shows pattern k + 1; unset: as the action says. Throws UsageProblem for patterns that are not there.
 std::optional<uint32_t> patternMask(const PatternChoice& choice, uint32_t patternCount);

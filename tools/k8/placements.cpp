@@ -121,8 +121,8 @@ static void placeScene(Placements& out, K8Handle* root, const inspect::SceneSumm
 
 Placements placementsOf(const StageContent& content) {
     Placements out;
-    const auto* package = std::get_if<inspect::PackageSummary>(&content.summary);
-    if (const auto* scene = std::get_if<inspect::SceneSummary>(&content.summary))
+    const auto* package = std::get_if<inspect::PackageSummary>(content.summary.get());
+    if (const auto* scene = std::get_if<inspect::SceneSummary>(content.summary.get()))
         placeScene(out, content.root, *scene);
     else if (package && !package->groups.empty())
         placePackage(out, content.root, *package);
@@ -144,9 +144,9 @@ std::vector<int64_t> groupsAbove(const Placements& placements, const PlacedObjec
 
 std::string nameOf(const StageContent& content, const Placements& placements, const PlacedObject& object) {
     const std::string number = std::to_string(object.number);
-    if (const auto* scene = std::get_if<inspect::SceneSummary>(&content.summary))
+    if (const auto* scene = std::get_if<inspect::SceneSummary>(content.summary.get()))
         return inspect::nameOf(scene->at(object.number).type()) + (" " + number);
-    if (std::holds_alternative<inspect::FigureSummary>(content.summary)) return "the figure";
+    if (std::holds_alternative<inspect::FigureSummary>(*content.summary)) return "the figure";
     std::string path;
     for (const int64_t group : groupsAbove(placements, object))
         path += (path.empty() ? "" : "/") + std::to_string(group);
