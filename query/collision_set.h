@@ -28,6 +28,12 @@ inline void CollisionBox_unite(CollisionBox* box, const CollisionBox& other) {
     }
 }
 
+// A block that is not cleared, so that what turns out not to be needed is never touched. Null when there is none; sizes
+// beyond 31 bits have none.
+inline void* CollisionMemory_alloc(K8Allocator* allocator, uint64_t byteCount) {
+    return byteCount <= uint64_t(INT32_MAX) ? allocator->functions->alloc(allocator, int32_t(byteCount)) : nullptr;
+}
+
 struct CollisionRecord {
     uint32_t firstPart, partCount;  // at least one
     uint64_t vertexCount, triangleCount;
@@ -55,7 +61,7 @@ void CollisionSet_release(CollisionSet* set);
 // For the gathering: a part at the end of the set, or null when memory runs out.
 CollisionPart* CollisionSet_addPart(CollisionSet* set);
 
-// The parts of a figure's mesh and of a primitive, placed in the figure's or primitive's own space. A mesh that cannot be
-// read as a whole has none.
+// The parts of a figure's mesh and of a primitive, placed in the space of the figure or primitive. A mesh that cannot
+// be read as a whole has none.
 CollisionResult CollisionSet_addMeshParts(CollisionSet* set, Mesh* mesh);
 CollisionResult CollisionSet_addPrimitiveParts(CollisionSet* set, const K8PrimitiveInfo& info);

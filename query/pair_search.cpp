@@ -1,28 +1,34 @@
 #include "query/pair_search.h"
 
+#include <algorithm>
 #include <array>
+#include <cstring>
 
 #include "frame/wrap.h"
 #include "query/box_tree.h"
 #include "query/triangle_crossing.h"
+
+struct Candidate {
+    CollisionBox box;
+    uint32_t triangle;  // in the record
+    bool isSet;         // its CrossTriangle
+};
 
 // The triangles of one record that reach into the other's box.
 struct Candidates {
     const PlacedRecord* from;
     int32_t shift;
     uint32_t count;
-    CollisionBox* boxes;
-    CrossTriangle* triangles;  // set when first needed
-    uint32_t* numbers;         // in the record
+    Candidate* list;
+    CrossTriangle* triangles;  // one per candidate, set when first needed: most never are
     CollisionBox whole;
-    void* block;  // holds the arrays
 };
 
 // --- Choosing ---
 
 static int32_t shifted(int32_t value, int32_t shift) { return shift >= 0 ? wrapShl(value, shift) : value >> -shift; }
 
-// Shifting is monotonic, so this is also the box of the shifted triangles.
+// Shifting is monotonic: this is the box of the shifted triangle, too.
 static CollisionBox shifted(const CollisionBox& box, int32_t shift) {
     CollisionBox out;
     for (int i = 0; i < 3; ++i) {
@@ -32,53 +38,48 @@ static CollisionBox shifted(const CollisionBox& box, int32_t shift) {
     return out;
 }
 
-static uint32_t countReaching(const PlacedRecord& from, int32_t shift, const CollisionBox& target) {
-    uint32_t count = 0;
-    for (uint32_t i = 0; i < from.triangleCount; ++i)
-        count += CollisionBox_overlap(shifted(from.boxes[i], shift), target);
-    return count;
+static CollisionBox boxAround(const PlacedRecord& from, uint32_t triangle) {
+    const uint32_t* corners = from.corners[triangle];
+    const int32_t *p = from.vertices[corners[0]], *q = from.vertices[corners[1]], *r = from.vertices[corners[2]];
+    CollisionBox box;
+    for (int i = 0; i < 3; ++i) {
+        box.least[i] = std::min({p[i], q[i], r[i]});
+        box.greatest[i] = std::max({p[i], q[i], r[i]});
+    }
+    return box;
 }
 
-// False when memory runs out.
-static bool choose(Candidates* chosen, const PlacedRecord& from, int32_t shift, const CollisionBox& target,
-                   K8Allocator* allocator) {
-    *chosen = {};
-    chosen->from = &from;
-    chosen->shift = shift;
-    chosen->whole = kEmptyBox;
-    const uint32_t count = countReaching(from, shift, target);
-    if (count == 0) return true;
-    constexpr uint64_t kBytesPerTriangle = sizeof(CollisionBox) + sizeof(CrossTriangle) + sizeof(uint32_t);
-    chosen->block = K8Allocator_alloc(allocator, count * kBytesPerTriangle);
-    if (!chosen->block) return false;
-    chosen->boxes = static_cast<CollisionBox*>(chosen->block);
-    chosen->triangles = reinterpret_cast<CrossTriangle*>(chosen->boxes + count);
-    chosen->numbers = reinterpret_cast<uint32_t*>(chosen->triangles + count);
+// `list` must have room for all of the record's triangles.
+static Candidates choose(const PlacedRecord& from, int32_t shift, const CollisionBox& target, Candidate* list) {
+    Candidates chosen = {
+        .from = &from, .shift = shift, .count = 0, .list = list, .triangles = nullptr, .whole = kEmptyBox};
     for (uint32_t i = 0; i < from.triangleCount; ++i) {
-        const CollisionBox box = shifted(from.boxes[i], shift);
+        const CollisionBox box = shifted(boxAround(from, i), shift);
         if (!CollisionBox_overlap(box, target)) continue;
-        CollisionBox_unite(&chosen->whole, box);
-        chosen->boxes[chosen->count] = box;
-        chosen->numbers[chosen->count++] = i;
+        list[chosen.count++] = {box, i, false};
+        CollisionBox_unite(&chosen.whole, box);
     }
-    return true;
+    return chosen;
 }
 
 // --- Pairs ---
 
 static CrossTriangle* triangleAt(const Candidates& side, uint32_t i) {
     CrossTriangle* triangle = &side.triangles[i];
-    if (triangle->isSet) return triangle;
-    const uint32_t* corners = side.from->corners[side.numbers[i]];
+    Candidate* candidate = &side.list[i];
+    if (candidate->isSet) return triangle;
+    const uint32_t* corners = side.from->corners[candidate->triangle];
     for (int corner = 0; corner < 3; ++corner)
         for (int axis = 0; axis < 3; ++axis)
             triangle->corners[corner][axis] = shifted(side.from->vertices[corners[corner]][axis], side.shift);
     CrossTriangle_set(triangle);
+    candidate->isSet = true;
     return triangle;
 }
 
 static bool pairCrosses(const Candidates& a, uint32_t i, const Candidates& b, uint32_t j) {
-    return CollisionBox_overlap(a.boxes[i], b.boxes[j]) && CrossTriangle_cross(triangleAt(a, i), triangleAt(b, j));
+    return CollisionBox_overlap(a.list[i].box, b.list[j].box) &&
+           CrossTriangle_cross(triangleAt(a, i), triangleAt(b, j));
 }
 
 static bool searchAllPairs(const Candidates& a, const Candidates& b) {
@@ -88,7 +89,7 @@ static bool searchAllPairs(const Candidates& a, const Candidates& b) {
     return false;
 }
 
-// --- Tree ---
+// --- Trees ---
 
 // Coordinates lose a bit to fit the tree; boxes that overlap still do.
 static Box16 halved(const CollisionBox& box) {
@@ -100,83 +101,187 @@ static Box16 halved(const CollisionBox& box) {
     return out;
 }
 
-static bool overlap(const Box16& a, const Box16& b) {
-    for (int i = 0; i < 3; ++i)
-        if (a.least[i] > b.greatest[i] || b.least[i] > a.greatest[i]) return false;
-    return true;
+using Short8 = int16_t __attribute__((vector_size(16)));
+using Long2 = int64_t __attribute__((vector_size(16)));
+
+// Four of a box's six numbers, in the lower half.
+static Short8 loadNumbers(const Box16& box, size_t first) {
+    int64_t bits;
+    std::memcpy(&bits, reinterpret_cast<const int16_t*>(&box) + first, sizeof bits);
+    return Short8(Long2{bits, 0});
 }
+
+// All comparisons at once: which of them fails is as good as random.
+static bool overlap(const Box16& a, const Box16& b) {
+    static_assert(sizeof(Box16) == 6 * sizeof(int16_t));
+    const Short8 leastA = loadNumbers(a, 0), leastB = loadNumbers(b, 0);
+    const Short8 restA = loadNumbers(a, 2), restB = loadNumbers(b, 2);
+    const Short8 greatestA = __builtin_shufflevector(restA, restA, 1, 2, 3, 0, 4, 5, 6, 7);
+    const Short8 greatestB = __builtin_shufflevector(restB, restB, 1, 2, 3, 0, 4, 5, 6, 7);
+    const Short8 apart = Short8(leastA > greatestB) | Short8(leastB > greatestA);
+    return Long2(apart & Short8{-1, -1, -1, 0, 0, 0, 0, 0})[0] == 0;
+}
+
+// The boxes of a leaf's four triangles along each axis: where they begin, then where they end as a complement. Another
+// box lies apart from a triangle's when on some axis one of the triangle's two numbers is greater than the other's
+// opposite one.
+struct LeafBoxes {
+    int16_t bounds[3][2 * kBoxTreeLeafSize];
+};
+static_assert(sizeof(Short8) == sizeof LeafBoxes{}.bounds[0]);
 
 struct CandidateTree {
-    void* block;
     BoxTree tree;
+    const LeafBoxes* leaves;
 };
 
-// The block is null when memory runs out.
-static CandidateTree makeTree(const Candidates& side, K8Allocator* allocator) {
-    CandidateTree made = {};
-    const size_t boxBytes = size_t(side.count) * sizeof(Box16);
-    auto* scratch =
-        static_cast<uint8_t*>(K8Allocator_alloc(allocator, boxBytes + uint64_t(BoxTree_scratchByteCount(side.count))));
-    made.block = scratch ? K8Allocator_alloc(allocator, BoxTree_byteCount(side.count)) : nullptr;
-    if (made.block) {
-        auto* boxes = reinterpret_cast<Box16*>(scratch);
-        for (uint32_t i = 0; i < side.count; ++i) boxes[i] = halved(side.boxes[i]);
-        made.tree = BoxTree_build(boxes, side.count, made.block, scratch + boxBytes);
+// Places that a leaf does not use lie apart from nearly everything.
+static void setLeaves(LeafBoxes* leaves, const Candidates& side, const BoxTree& tree) {
+    constexpr Box16 kEmpty = {{INT16_MAX, INT16_MAX, INT16_MAX}, {INT16_MIN, INT16_MIN, INT16_MIN}};
+    for (uint32_t k = 0; k < tree.leafCount * kBoxTreeLeafSize; ++k) {
+        const Box16 box = k < side.count ? halved(side.list[tree.order[k]].box) : kEmpty;
+        LeafBoxes& leaf = leaves[k / kBoxTreeLeafSize];
+        for (int axis = 0; axis < 3; ++axis) {
+            leaf.bounds[axis][k % kBoxTreeLeafSize] = box.least[axis];
+            leaf.bounds[axis][kBoxTreeLeafSize + k % kBoxTreeLeafSize] = int16_t(~box.greatest[axis]);
+        }
     }
-    K8Allocator_free(allocator, scratch);
-    return made;
 }
 
-static bool leafCrosses(const Candidates& a, uint32_t i, const Candidates& b, const BoxTree& tree, uint32_t leaf) {
-    const uint32_t first = leaf * kBoxTreeLeafSize;
-    const uint32_t end = std::min(first + kBoxTreeLeafSize, tree.triangleCount);
-    for (uint32_t k = first; k < end; ++k)
-        if (pairCrosses(a, i, b, tree.order[k])) return true;
+// A tree's bytes, and behind them those of the boxes and the scratch that it is made with, where its leaves lie then.
+struct TreeBytes {
+    uint64_t tree, boxes, scratch;
+};
+
+static TreeBytes treeBytesOf(const Candidates& side) {
+    const uint64_t leaves = (uint64_t(side.count) / kBoxTreeLeafSize + 1) * sizeof(LeafBoxes);
+    const uint64_t boxes = uint64_t(side.count) * sizeof(Box16);
+    return {BoxTree_byteCount(side.count), boxes, std::max<uint64_t>(BoxTree_scratchByteCount(side.count), leaves)};
+}
+
+static uint64_t totalOf(const TreeBytes& bytes) { return bytes.tree + bytes.boxes + bytes.scratch; }
+
+static CandidateTree makeTree(const Candidates& side, uint8_t* block) {
+    const TreeBytes bytes = treeBytesOf(side);
+    auto* boxes = reinterpret_cast<Box16*>(block + bytes.tree);
+    for (uint32_t i = 0; i < side.count; ++i) boxes[i] = halved(side.list[i].box);
+    uint8_t* scratch = block + bytes.tree + bytes.boxes;
+    const BoxTree tree = BoxTree_build(boxes, side.count, block, scratch);
+    auto* leaves = reinterpret_cast<LeafBoxes*>(scratch);
+    setLeaves(leaves, side, tree);
+    return {tree, leaves};
+}
+
+struct SearchSide {
+    const Candidates& candidates;
+    const CandidateTree& tree;
+};
+
+// Whether the box of a triangle of one leaf may overlap one of another leaf's.
+static bool mayOverlap(const LeafBoxes& a, uint32_t place, const LeafBoxes& b) {
+    Short8 apart = {};
+    for (int axis = 0; axis < 3; ++axis) {
+        const auto greatest = int16_t(~a.bounds[axis][kBoxTreeLeafSize + place]);
+        const auto least = int16_t(~a.bounds[axis][place]);  // a complement, too
+        Short8 bounds;
+        std::memcpy(&bounds, b.bounds[axis], sizeof bounds);
+        apart |= Short8(bounds > Short8{greatest, greatest, greatest, greatest, least, least, least, least});
+    }
+    const auto halves = Long2(apart);
+    return (halves[0] | halves[1]) != -1;
+}
+
+static uint32_t leafEnd(const SearchSide& side, uint32_t leaf) {
+    return std::min((leaf + 1) * kBoxTreeLeafSize, side.candidates.count);
+}
+
+static bool leavesCross(const SearchSide& a, uint32_t leafA, const SearchSide& b, uint32_t leafB) {
+    const uint32_t firstA = leafA * kBoxTreeLeafSize, firstB = leafB * kBoxTreeLeafSize;
+    for (uint32_t i = firstA; i < leafEnd(a, leafA); ++i) {
+        if (!mayOverlap(a.tree.leaves[leafA], i - firstA, b.tree.leaves[leafB])) continue;
+        for (uint32_t j = firstB; j < leafEnd(b, leafB); ++j)
+            if (pairCrosses(a.candidates, a.tree.tree.order[i], b.candidates, b.tree.tree.order[j])) return true;
+    }
     return false;
 }
 
-// Whether triangle i of `a` crosses one of `b`, over which the tree is.
-static bool searchTree(const Candidates& a, uint32_t i, const Candidates& b, const BoxTree& tree) {
-    const Box16 box = halved(a.boxes[i]);
-    std::array<BoxTreeNode, kBoxTreeMaxDepth> open;
+// Goes down both trees at once, each time into the node with more below it.
+static bool searchTrees(const SearchSide& a, const SearchSide& b) {
+    struct NodePair {
+        BoxTreeNode a, b;
+    };
+    std::array<NodePair, 2 * kBoxTreeMaxDepth> open;  // every step down leaves one behind
     uint32_t openCount = 0;
-    BoxTreeNode node = BoxTree_root(tree);
+    NodePair pair = {BoxTree_root(a.tree.tree), BoxTree_root(b.tree.tree)};
     for (;;) {
-        if (overlap(tree.nodes[node.node], box)) {
-            if (node.leafCount > 1) {
-                open[openCount++] = BoxTree_right(node);
-                node = BoxTree_left(node);
+        if (overlap(a.tree.tree.nodes[pair.a.node], b.tree.tree.nodes[pair.b.node])) {
+            if (pair.a.leafCount > 1 && pair.a.leafCount >= pair.b.leafCount) {
+                open[openCount++] = {BoxTree_right(pair.a), pair.b};
+                pair.a = BoxTree_left(pair.a);
                 continue;
             }
-            if (leafCrosses(a, i, b, tree, node.firstLeaf)) return true;
+            if (pair.b.leafCount > 1) {
+                open[openCount++] = {pair.a, BoxTree_right(pair.b)};
+                pair.b = BoxTree_left(pair.b);
+                continue;
+            }
+            if (leavesCross(a, pair.a.firstLeaf, b, pair.b.firstLeaf)) return true;
         }
         if (openCount == 0) return false;
-        node = open[--openCount];
+        pair = open[--openCount];
     }
 }
 
-// Where one side has few triangles, looking at all pairs takes less time than a tree; without memory for the tree it has
-// to do as well.
-static bool searchPairs(const Candidates& few, const Candidates& many, K8Allocator* allocator) {
-    constexpr uint32_t kWorthTree = 64;
-    if (few.count < kWorthTree) return searchAllPairs(few, many);
-    const CandidateTree made = makeTree(many, allocator);
-    if (!made.block) return searchAllPairs(few, many);
-    bool found = false;
-    for (uint32_t i = 0; i < few.count && !found; ++i) found = searchTree(few, i, many, made.tree);
-    K8Allocator_free(allocator, made.block);
-    return found;
+// --- Both ways ---
+
+// What searching needs besides the lists, in one block: the triangles of both sides, then the trees of both. Where one
+// side has few triangles, looking at all pairs takes less time than trees; without memory for trees it has to do, too.
+struct SearchMemory {
+    uint8_t* block;  // null when memory ran out
+    uint64_t triangleBytes;
+    bool hasTrees;
+};
+
+static SearchMemory allocMemory(const Candidates& a, const Candidates& b, K8Allocator* allocator) {
+    constexpr uint32_t kWorthTrees = 64;
+    SearchMemory memory = {nullptr, (uint64_t(a.count) + b.count) * sizeof(CrossTriangle), false};
+    if (std::min(a.count, b.count) >= kWorthTrees) {
+        const uint64_t treeBytes = totalOf(treeBytesOf(a)) + totalOf(treeBytesOf(b));
+        memory.block = static_cast<uint8_t*>(CollisionMemory_alloc(allocator, memory.triangleBytes + treeBytes));
+        memory.hasTrees = memory.block;
+    }
+    if (!memory.block) memory.block = static_cast<uint8_t*>(CollisionMemory_alloc(allocator, memory.triangleBytes));
+    return memory;
+}
+
+static bool searchWithTrees(const Candidates& a, const Candidates& b, uint8_t* block) {
+    const CandidateTree treeA = makeTree(a, block), treeB = makeTree(b, block + totalOf(treeBytesOf(a)));
+    return searchTrees({a, treeA}, {b, treeB});
+}
+
+// False when memory runs out.
+static bool search(Candidates* a, Candidates* b, K8Allocator* allocator, bool* out) {
+    const SearchMemory memory = allocMemory(*a, *b, allocator);
+    if (!memory.block) return false;
+    a->triangles = reinterpret_cast<CrossTriangle*>(memory.block);
+    b->triangles = a->triangles + a->count;
+    *out = memory.hasTrees ? searchWithTrees(*a, *b, memory.block + memory.triangleBytes) : searchAllPairs(*a, *b);
+    K8Allocator_free(allocator, memory.block);
+    return true;
 }
 
 CollisionResult PairSearch_run(const PlacedRecord& a, const PlacedRecord& b, int32_t shift, K8Allocator* allocator,
                                bool* out) {
     *out = false;
-    Candidates ofA, ofB = {};
-    bool hasMemory = choose(&ofA, a, shift, shifted(b.whole, shift), allocator);
-    if (hasMemory && ofA.count > 0) hasMemory = choose(&ofB, b, shift, ofA.whole, allocator);
-    if (hasMemory && ofB.count > 0)
-        *out = ofA.count < ofB.count ? searchPairs(ofA, ofB, allocator) : searchPairs(ofB, ofA, allocator);
-    K8Allocator_free(allocator, ofA.block);
-    K8Allocator_free(allocator, ofB.block);
+    const uint64_t listBytes = (uint64_t(a.triangleCount) + b.triangleCount) * sizeof(Candidate);
+    auto* list = static_cast<Candidate*>(CollisionMemory_alloc(allocator, listBytes));
+    if (!list) return CollisionResult::OutOfMemory;
+    bool hasMemory = true;
+    Candidates ofA = choose(a, shift, shifted(b.whole, shift), list);
+    if (ofA.count > 0) {
+        Candidates ofB = choose(b, shift, ofA.whole, list + ofA.count);
+        if (ofB.count > 0) hasMemory = search(&ofA, &ofB, allocator, out);
+    }
+    K8Allocator_free(allocator, list);
     return hasMemory ? CollisionResult::Ok : CollisionResult::OutOfMemory;
 }

@@ -7,6 +7,7 @@
 
 #include "frame/fixed_point.h"
 #include "frame/wrap.h"
+#include "query/float4.h"
 #include "query/pair_search.h"
 
 // --- The common frame ---
@@ -86,78 +87,91 @@ static const CollisionBox& updateLooseBox(const CollisionSet& set, CollisionReco
 
 // --- Placing ---
 
-struct PlacedArrays {
-    int32_t (*vertices)[3];
-    uint32_t (*corners)[3];
-    CollisionBox* boxes;
+// The columns of a matrix, so that its rows come out side by side. The fourth lane is 0.
+struct Columns {
+    Float4 column[4];
 };
+
+static Columns columnsOf(const Matrix34& place) {
+    Columns columns;
+    for (int i = 0; i < 4; ++i) columns.column[i] = Float4{place.m[i], place.m[4 + i], place.m[8 + i], 0};
+    return columns;
+}
+
+static void placeVertex(const Columns& place, const int16_t vertex[3], int32_t out[3]) {
+    const auto x = float(vertex[0]), y = float(vertex[1]), z = float(vertex[2]);
+    const Float4 sum = place.column[0] * x + place.column[1] * y + place.column[2] * z + place.column[3];
+    if (laneBits((sum > -kWrapLimit) & (sum < kWrapLimit)) == 15) {
+        const Int4 whole = __builtin_convertvector(sum, Int4);
+        std::memcpy(out, &whole, 3 * sizeof *out);
+    } else {
+        for (int i = 0; i < 3; ++i) out[i] = toWhole(sum[i]);
+    }
+}
 
 static void placeVertices(const CollisionPart& part, int32_t factor, int32_t (*out)[3]) {
     constexpr uint32_t kChunk = 256;
     int16_t chunk[kChunk][3];
-    const Matrix34 place = placeOf(part, factor);
+    const Columns place = columnsOf(placeOf(part, factor));
     for (uint32_t first = 0; first < part.vertexCount; first += kChunk) {
         const uint32_t count = std::min(kChunk, part.vertexCount - first);
         CollisionPart_readVertices(part, first, count, chunk);
-        for (uint32_t i = 0; i < count; ++i, ++out) {
-            const float x = chunk[i][0], y = chunk[i][1], z = chunk[i][2];
-            for (int row = 0; row < 3; ++row) {
-                const float* m = place.m + 4 * row;
-                (*out)[row] = toWhole(m[0] * x + m[1] * y + m[2] * z + m[3]);
-            }
-        }
+        for (uint32_t i = 0; i < count; ++i) placeVertex(place, chunk[i], *out++);
     }
 }
 
-static CollisionBox boxAround(const int32_t (*vertices)[3], const uint32_t corners[3]) {
-    const int32_t *p = vertices[corners[0]], *q = vertices[corners[1]], *r = vertices[corners[2]];
-    CollisionBox box;
+static void extend(CollisionBox* box, const int32_t point[3]) {
     for (int i = 0; i < 3; ++i) {
-        box.least[i] = std::min({p[i], q[i], r[i]});
-        box.greatest[i] = std::max({p[i], q[i], r[i]});
+        box->least[i] = std::min(box->least[i], point[i]);
+        box->greatest[i] = std::max(box->greatest[i], point[i]);
+    }
+}
+
+// Around the vertices that triangles use: of a range that index triples choose from, some may be left out.
+static CollisionBox boxAround(const CollisionPart& part, const int32_t (*vertices)[3]) {
+    CollisionBox box = kEmptyBox;
+    if (part.shape == PartShape::IndexRange) {
+        for (const uint16_t index : std::span(part.indices, size_t(part.triangleCount) * 3))
+            extend(&box, vertices[index - part.firstIndex]);
+    } else {
+        for (uint32_t i = 0; i < part.vertexCount; ++i) extend(&box, vertices[i]);
     }
     return box;
 }
 
-// Makes room for a record's arrays. False when memory runs out.
-static bool reserve(PlacedRecord* placed, const CollisionRecord& record, K8Allocator* allocator, PlacedArrays* out) {
-    constexpr uint64_t kBytesPerTriangle = sizeof *out->corners + sizeof *out->boxes;
-    const uint64_t wanted = record.triangleCount * kBytesPerTriangle + record.vertexCount * sizeof *out->vertices;
-    if (wanted > placed->capacity) {
-        K8Allocator_free(allocator, placed->block);
-        placed->block = K8Allocator_alloc(allocator, wanted);
-        placed->capacity = placed->block ? wanted : 0;
-    }
-    out->boxes = static_cast<CollisionBox*>(placed->block);
-    out->corners = reinterpret_cast<uint32_t(*)[3]>(out->boxes + record.triangleCount);
-    out->vertices = reinterpret_cast<int32_t(*)[3]>(out->corners + record.triangleCount);
-    return placed->block;
+static uint64_t bytesOf(const CollisionRecord& record) {
+    return record.triangleCount * sizeof *PlacedRecord::corners + record.vertexCount * sizeof *PlacedRecord::vertices;
 }
 
-static bool place(PlacedRecord* placed, const CollisionSet& set, const CollisionRecord* record, int32_t factor) {
-    if (placed->record == record && placed->factor == factor) return true;
-    placed->record = nullptr;
-    PlacedArrays arrays;
-    if (!reserve(placed, *record, set.allocator, &arrays)) return false;
-    uint32_t vertexCount = 0, triangleCount = 0;
-    for (const CollisionPart& part : partsOf(set, *record)) {
-        placeVertices(part, factor, arrays.vertices + vertexCount);
-        CollisionPart_readCorners(part, vertexCount, arrays.corners + triangleCount);
-        vertexCount += part.vertexCount;
-        triangleCount += part.triangleCount;
-    }
-    placed->whole = kEmptyBox;
-    for (uint32_t i = 0; i < triangleCount; ++i) {
-        arrays.boxes[i] = boxAround(arrays.vertices, arrays.corners[i]);
-        CollisionBox_unite(&placed->whole, arrays.boxes[i]);
-    }
+// Makes room for both records: the first one's arrays lie at the beginning of the block, the second one's at the end,
+// where they stay as long as the block does. False when memory runs out.
+static bool reserve(CrossingScratch* scratch, const CollisionRecord& a, const CollisionRecord& b) {
+    const uint64_t wanted = bytesOf(a) + bytesOf(b);
+    if (wanted <= scratch->capacity) return true;
+    K8Allocator_free(scratch->allocator, scratch->block);
+    scratch->a.record = scratch->b.record = nullptr;
+    scratch->block = static_cast<uint8_t*>(CollisionMemory_alloc(scratch->allocator, wanted));
+    scratch->capacity = scratch->block ? wanted : 0;
+    return scratch->block;
+}
+
+static void place(PlacedRecord* placed, const CollisionSet& set, const CollisionRecord* record, int32_t factor,
+                  uint8_t* block) {
+    if (placed->record == record && placed->factor == factor) return;
     placed->record = record;
     placed->factor = factor;
-    placed->triangleCount = triangleCount;
-    placed->vertices = arrays.vertices;
-    placed->corners = arrays.corners;
-    placed->boxes = arrays.boxes;
-    return true;
+    placed->triangleCount = 0;
+    placed->whole = kEmptyBox;
+    placed->corners = reinterpret_cast<uint32_t(*)[3]>(block);
+    placed->vertices = reinterpret_cast<int32_t(*)[3]>(placed->corners + record->triangleCount);
+    uint32_t vertexCount = 0;
+    for (const CollisionPart& part : partsOf(set, *record)) {
+        placeVertices(part, factor, placed->vertices + vertexCount);
+        CollisionPart_readCorners(part, vertexCount, placed->corners + placed->triangleCount);
+        CollisionBox_unite(&placed->whole, boxAround(part, placed->vertices + vertexCount));
+        vertexCount += part.vertexCount;
+        placed->triangleCount += part.triangleCount;
+    }
 }
 
 // --- Precision ---
@@ -181,14 +195,12 @@ CollisionResult CollisionRecord_cross(CrossingScratch* scratch, const CollisionS
     const int32_t factor = factorFor(*a, *b);
     if (!CollisionBox_overlap(updateLooseBox(setA, a, factor), updateLooseBox(setB, b, factor)))
         return CollisionResult::Ok;
-    if (!place(&scratch->a, setA, a, factor) || !place(&scratch->b, setB, b, factor))
-        return CollisionResult::OutOfMemory;
+    if (!reserve(scratch, *a, *b)) return CollisionResult::OutOfMemory;
+    place(&scratch->a, setA, a, factor, scratch->block);
+    place(&scratch->b, setB, b, factor, scratch->block + scratch->capacity - bytesOf(*b));
     if (!CollisionBox_overlap(scratch->a.whole, scratch->b.whole)) return CollisionResult::Ok;
     const int32_t shift = shiftFor(scratch->a, scratch->b);
     return PairSearch_run(scratch->a, scratch->b, shift, scratch->allocator, out);
 }
 
-void CrossingScratch_release(CrossingScratch* scratch) {
-    K8Allocator_free(scratch->allocator, scratch->a.block);
-    K8Allocator_free(scratch->allocator, scratch->b.block);
-}
+void CrossingScratch_release(CrossingScratch* scratch) { K8Allocator_free(scratch->allocator, scratch->block); }

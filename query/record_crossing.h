@@ -9,18 +9,17 @@ struct PlacedRecord {
     const CollisionRecord* record;  // null: none
     int32_t factor;
     uint32_t triangleCount;
-    const int32_t (*vertices)[3];
-    const uint32_t (*corners)[3];  // the vertices of each triangle
-    const CollisionBox* boxes;     // of each triangle
+    int32_t (*vertices)[3];
+    uint32_t (*corners)[3];  // the vertices of each triangle
     CollisionBox whole;
-    void* block;  // holds the arrays, and is kept for the next record
-    uint64_t capacity;
 };
 
-// What a query keeps from one pair of records to the next. Zeroed at first.
+// What a query keeps from one pair of records to the next. Zeroed at first, but for the allocator.
 struct CrossingScratch {
     K8Allocator* allocator;
     PlacedRecord a, b;
+    uint8_t* block;  // holds the arrays of both
+    uint64_t capacity;
 };
 
 CollisionResult CollisionRecord_cross(CrossingScratch* scratch, const CollisionSet& setA, CollisionRecord* a,

@@ -18,7 +18,7 @@ void CrossTriangle_set(CrossTriangle* triangle) {
     subtract(p[2], p[0], second);
     crossFixed(first, second, triangle->normal);
     triangle->distance = wrapNeg(dotFixed(triangle->normal, p[0]));
-    triangle->isSet = true;
+    triangle->hasEdges = false;
 }
 
 // --- Inside ---

@@ -17,13 +17,13 @@ struct CrossTriangle {
     int32_t corners[3][3];
     int32_t normal[3];
     int32_t distance;  // normal . p + distance is 0 in the plane
-    bool isSet, hasEdges;
+    bool hasEdges;
     // Worked out when first needed:
     uint8_t axes[2];  // the normal is largest along the third one
     EdgeBound edges[3];
 };
 
-// Completes a triangle whose corners are there.
+// Completes a triangle of which only the corners are there.
 void CrossTriangle_set(CrossTriangle* triangle);
 
 // Whether an edge of either goes through the other. Edges that are parallel to the other's plane do not.

@@ -1,4 +1,4 @@
-// Objects for collision tests and benchmarks, made in one line each. All handles come from one allocator and go with it.
+// Objects for collision tests and benchmarks, made in one line each. Handles live as long as what made them.
 #pragma once
 
 #include <algorithm>
