@@ -943,7 +943,7 @@ K8_API qelRayIntersection *qelRayIntersectionArray_getRayIntersection(const qelR
                                                                       int32_t index, int32_t *result);
 
 /* The nearest triangle that a ray hits.
- * mesh        the object of a K8Figure handle. Its class id says which function suits it; a qelFigureMesh is picked with
+ * mesh        the object of a K8Figure handle. Its class id says which function suits it; a qelFigureMesh takes
  *             qelSkinnedMesh_pick. Morphing and skinned meshes are deformed first, by the weights and bones they have;
  *             figures are as they were posed last
  * ox, oy, oz  origin of the ray, dx, dy, dz its direction, of any length but 0. In the mesh's own coordinates: the
@@ -953,10 +953,10 @@ K8_API qelRayIntersection *qelRayIntersectionArray_getRayIntersection(const qelR
  *             whether there is any hit
  * result      receives OK also when nothing is hit; ILLEGAL_ARGUMENT for the direction (0, 0, 0); ILLEGAL_STATE for a
  *             mesh without positions, an index beyond them (hits before it are recorded), or one that cannot be
- *             deformed; OUT_OF_MEMORY when deforming runs out of it
+ *             deformed; OUT_OF_MEMORY when morphing runs out of it
  * True when a hit was found and, with a record, recorded. Hits are where the ray meets a triangle, at its origin or
  * ahead of it, within 1/10000 of the edges; of equally near hits the last one counts. Triangles seen edge-on never
- * count, nor those of submeshes without appearance, nor, unless the PolygonMode culls otherwise, those seen from behind.
+ * count, nor those of submeshes without appearance, nor those seen from behind unless the PolygonMode culls otherwise.
  * Picking a mesh again and again while its positions stay takes less time from the fourth pick on; what that needs, at
  * most 16 bytes per triangle, is kept with the positions. */
 K8_API bool qelMesh_pick(qelMesh *mesh, float ox, float oy, float oz, float dx, float dy, float dz,
@@ -980,18 +980,20 @@ K8_API bool qelSkinnedMesh_pickMultiple(qelSkinnedMesh *mesh, float ox, float oy
 
 /* Whether two placed objects touch: 1 when an edge of a triangle of one goes through a triangle of the other, else 0.
  * objectA, objectB        figures, primitives or groups of them at any depth; handles of other families have nothing
- *                         that could touch, nor have points and sprites. Lines touch the triangles that they go through,
+ *                         that could touch, nor have points and sprites. Lines touch triangles that they go through,
  *                         each other hardly. A group with a group in it that has no loaded info has nothing, nor has a
  *                         mesh with an index beyond its vertices
  * transformA, transformB  object to a space that both share; null: identity. Equal transforms change nothing
  * Figures are as they were posed last, whatever patterns they show; their vertices count as in drawing, in 1/64 of a
  * unit, those of primitives as the F numbers' raw words, which must stay within 27 bits. Skinned meshes follow their
- * skeletons, morphing meshes have their base shape. Triangles that lie in one plane do not touch. The answer is computed
- * with 10 significant bits per coordinate of an object and 16 for both together: what is nearer than that resolves may
- * be taken to touch or not. Inside of groups, figures must stay within 131072 units of the origin.
- * Stores error status 0 first, even when it succeeds, unlike all others. Null objects give 0. When memory runs out
- * (K8_ERR_OUT_OF_MEMORY), when neither object has an allocator, or when a group contains itself or comes to more than
- * 16384 figures and primitives (K8_ERR_FAILURE) the answer is 0. Memory comes from objectA's allocator, or else from
+ * skeletons, morphing meshes have their base shape. Triangles that lie in one plane do not touch.
+ * The answer is computed with 10 significant bits per coordinate of an object and 16 for both together: what is nearer
+ * than that resolves may be taken to touch or not. Coordinates wrap around beyond 2048 units (for figures at their own
+ * size; twice as far at twice the size) from the middle between the two placements, so what is farther apart may be
+ * taken to touch, too.
+ * Stores error status 0 first, even when it succeeds, unlike all others. Null objects give 0. The answer is also 0 when
+ * memory runs out (K8_ERR_OUT_OF_MEMORY), when neither object has an allocator, or when a group contains itself or comes
+ * to more than 16384 figures and primitives (K8_ERR_FAILURE). Memory comes from objectA's allocator, or else from
  * objectB's, and is given back. */
 K8_API int32_t K8Util_getCrossStatus(const K8Handle *objectA, const K8Transform *transformA, const K8Handle *objectB,
                                      const K8Transform *transformB);
