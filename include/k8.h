@@ -992,8 +992,8 @@ K8_API bool qelSkinnedMesh_pickMultiple(qelSkinnedMesh *mesh, float ox, float oy
  * size; twice as far at twice the size) from the middle between the two placements, so what is farther apart may be
  * taken to touch, too.
  * Stores error status 0 first, even when it succeeds, unlike all others. Null objects give 0. The answer is also 0 when
- * memory runs out (K8_ERR_OUT_OF_MEMORY), when neither object has an allocator, or when a group contains itself or comes
- * to more than 16384 figures and primitives (K8_ERR_FAILURE). Memory comes from objectA's allocator, or else from
+ * memory runs out (K8_ERR_OUT_OF_MEMORY), when neither object has an allocator, or when a group contains itself or has
+ * more than 16384 figures and primitives (K8_ERR_FAILURE). Memory comes from objectA's allocator, or else from
  * objectB's, and is given back. */
 K8_API int32_t K8Util_getCrossStatus(const K8Handle *objectA, const K8Transform *transformA, const K8Handle *objectB,
                                      const K8Transform *transformB);

@@ -39,6 +39,8 @@ TEST_F(CrossStatus, FindsWhatPierces) {
     K8Handle* nail = make.primitive(K8_PRIM_TRIANGLES, {0, 0, -40, 9, 9, 40, 9, 0, 40});
     const std::vector<int32_t> corners = {-90, -90, 0, 90, -90, 0, 90, 90, 0, -90, 90, 0};
     const MeshShape flatMesh = {.positions = kFlat, .submeshes = {{0, 1, 2}}};
+    K8Handle* scene = make.group({make.mesh(flatMesh)});
+    scene->classId = K8_CLASS_SCENE_GROUP;
     constexpr int32_t kBig = (1 << 27) - 1;
     struct Case {
         const char* name;
@@ -88,6 +90,7 @@ TEST_F(CrossStatus, FindsWhatPierces) {
         {"a light", flat, make.light(), false},
         {"a group of a figure and a light", make.group({make.light(), nullptr, make.mesh(flatMesh)}), nail, true},
         {"a group of groups", upright, make.group({make.group({}), make.group({make.group({flat, upright})})}), true},
+        {"a scene group", nail, make.group({scene}), true},
         {"an empty group", nail, make.group({}), false},
         {"a group without loaded info", flat, make.groupWithoutInfo(), false},
         {"a group with a group without loaded info", nail,
