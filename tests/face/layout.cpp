@@ -76,6 +76,20 @@ static_assert(offsetof(qelTransform, uniformDiagonalState) == 68);
 static_assert(offsetof(qelTransform, changed) == 72);
 static_assert(sizeof(qelTransform) == 76);
 
+static_assert(offsetof(qelRayIntersection, distance) == 0);
+static_assert(offsetof(qelRayIntersection, intersected) == either(4, 8));
+static_assert(offsetof(qelRayIntersection, submeshIndex) == either(8, 16));
+static_assert(offsetof(qelRayIntersection, textureS) == either(12, 20));
+static_assert(offsetof(qelRayIntersection, textureT) == either(20, 28));
+static_assert(offsetof(qelRayIntersection, normal) == either(28, 36));
+static_assert(offsetof(qelRayIntersection, ray) == either(40, 48));
+static_assert(sizeof(qelRayIntersection) == either(64, 72));
+
+static_assert(offsetof(qelRayIntersectionArray, capacity) == 0);
+static_assert(offsetof(qelRayIntersectionArray, count) == 4);
+static_assert(offsetof(qelRayIntersectionArray, records) == 8);
+static_assert(sizeof(qelRayIntersectionArray) == either(12, 16));
+
 static_assert(sizeof(Atrans3i) == 48);
 
 static_assert(offsetof(K8RenderParams, projection) == 0);

@@ -91,7 +91,7 @@ Appearance* randomAppearance(Dice& dice) {
 TriangleStripArray* randomStrips(Dice& dice, int32_t vertexCount) {
     std::vector<int32_t> numbers;
     if (dice.oneIn(3)) {  // implicit
-        const int32_t first = dice.below(vertexCount / 2), most = dice.any({5, 40, vertexCount / 2});
+        const int32_t first = dice.below(vertexCount / 2), most = dice.any({5, 40, 5 + vertexCount / 2});
         for (int32_t end = first; end + 3 <= vertexCount - dice.below(30);)
             end += numbers.emplace_back(3 + dice.below(std::min(most, vertexCount - end) - 2));
         if (dice.oneIn(10)) numbers.push_back(vertexCount);
