@@ -15,8 +15,8 @@
 struct MeshShape {
     std::vector<int16_t> positions;
     std::vector<std::vector<int32_t>> submeshes = {};  // index triples
-    bool isByte = false;                          // 8-bit components
-    std::vector<int32_t> strips = {};             // lengths of one more submesh, of consecutive vertices
+    bool isByte = false;                               // 8-bit components
+    std::vector<int32_t> strips = {};                  // lengths of one more submesh, of consecutive vertices
     int32_t firstOfStrips = 0;
     float scale = 1;
     std::array<float, 3> bias = {};
