@@ -1,7 +1,6 @@
 #include "animation/animate.h"
 
 #include <cmath>
-#include <random>
 
 #include "scene/background.h"
 #include "scene/group.h"

@@ -6,7 +6,6 @@
 #include "scene/appearance.h"
 #include "scene/background.h"
 #include "scene/camera.h"
-#include "scene/fog.h"
 #include "scene/image2d.h"
 #include "scene/light.h"
 #include "scene/material.h"
@@ -45,13 +44,6 @@ static Texture2D* makeTexture() {
     const Held image(makeImage());
     return qelTexture2D_create(image, &result);
 }
-static VertexBuffer* makeVertices() {
-    VertexBuffer* buffer = makeBuffer<int8_t>({0, 0, 0, 1, 0, 0, 0, 1, 0});
-    qelVertexBuffer_setDefaultColor(buffer, 0x11223344);
-    buffer->defaultColorChanged = 0;
-    return buffer;
-}
-
 // Runs the object's own animate slot with one track at that property.
 static void animateOnce(Object3D* object, AnimationProperty property, const Floats& values) {
     ASSERT_EQ(addConstantTrack(object, property, values), QEL_STATUS_OK);
@@ -145,15 +137,6 @@ TEST(Properties, OfBackgrounds) {
           kChange}});
 }
 
-TEST(Properties, OfVertexBuffers) {
-    expectProperties<VertexBuffer>(
-        makeVertices,
-        [](const VertexBuffer* b) {
-            return std::vector<double>{double(b->defaultColor), double(b->defaultColorChanged)};
-        },
-        {{"alpha", Alpha, {0.2f}, {0x33223344, 1}, kChange}, {"color", Color, {1, 0.2f, 0}, {0x11FF3300, 1}, kChange}});
-}
-
 TEST(Properties, OfMaterials) {
     expectProperties<Material>(
         qelMaterial_create,
@@ -164,24 +147,6 @@ TEST(Properties, OfMaterials) {
         {{"alpha", Alpha, {0.2f}, {0x333333, 0x33CCCCCC, 0, 0, 0}, kChange},
          {"diffuse keeps its alpha", DiffuseColor, {1, 0, 0.2f}, {0x333333, 0xFFFF0033, 0, 0, 0}, kChange},
          {"shininess below", Shininess, {-1}, {0x333333, 0xFFCCCCCC, 0, 0, 0}, kChange}});
-}
-
-TEST(Properties, AlphaAndColorShareAWord) {
-    const Held material(qelMaterial_create());
-    addConstantTrack(material, DiffuseColor, {1, 0, 1});
-    animateOnce(material, Alpha, {0.2f});
-    EXPECT_EQ(material->diffuseColor, 0x33FF00FFu);
-}
-
-TEST(Properties, OfFogs) {
-    expectProperties<Fog>(qelFog_create,
-                          [](const Fog* f) {
-                              return std::vector<double>{double(f->color), f->density, f->near, f->far};
-                          },
-                          {{"color", Color, {1, 0, 0.2f}, {0xFF0033, 1, 0, 1}, kChange},
-                           {"density", Density, {2.5f}, {0, 2.5, 0, 1}, kChange},
-                           {"density is not a number", Density, {NAN}, {0, 0, 0, 1}, kChange},
-                           {"far", FarDistance, {-8}, {0, 1, 0, -8}, kChange}});
 }
 
 TEST(Properties, OfLights) {

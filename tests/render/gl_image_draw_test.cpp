@@ -1,7 +1,6 @@
 // Background images, image targets and sprites.
 #include <cmath>
 
-#include "frame/error_status.h"
 #include "tests/render/backend_fixture.h"
 #include "tests/support/counting_heap.h"
 

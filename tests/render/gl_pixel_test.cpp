@@ -1,7 +1,6 @@
 // What a real OpenGL ES 1.1 makes of the calls.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstdlib>
 
 #include "render/render_state.h"

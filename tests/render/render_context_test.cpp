@@ -76,26 +76,6 @@ TEST_F(RenderContextTest, AllContextsShareOneGraphics3D) {
     EXPECT_EQ(K8Render_graphics(render)->backend->textureMemoryLimit, 0u);
 }
 
-TEST_F(RenderContextTest, EachContextHasItsOwnLightsAndCamera) {
-    K8Render* second = K8Render_create(nullptr, host.get());
-    content.bind(second);
-    K8RenderParams plain = content.params;
-    for (const int16_t projection : {int16_t(K8_PROJECTION_PARALLEL), int16_t(0)}) {
-        content.params.lightCount = 1;
-        const std::vector<DrawnPart> lit = queueAndFlush();
-        EXPECT_TRUE(lit.at(0).has("LIGHT0"));
-        EXPECT_EQ(glRecorder.projection.top[11], -1) << "a perspective";
-
-        plain.projection = projection;  // the second time the camera stays as it is
-        EXPECT_TRUE(K8Render_render3D(second, &plain, &content.figure->header, &content.place));
-        glRecorder.take();
-        EXPECT_TRUE(StageContent::flush(second));
-        EXPECT_EQ(brief(glRecorder.take()).find("Enable(LIGHT0)"), std::string::npos);
-        EXPECT_EQ(glRecorder.projection.top[11], 0) << "a parallel projection";
-    }
-    K8Render_destroy(second);
-}
-
 // --- Flushing ---
 
 TEST_F(RenderContextTest, DrawsWhereBindAndFlushRectangleMeet) {

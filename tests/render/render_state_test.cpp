@@ -190,46 +190,6 @@ TEST_F(RenderStateTest, AppearancesAreMadeOnceUntilTheCacheIsFull) {
     EXPECT_EQ(flush().size(), 192u);
 }
 
-TEST_F(RenderStateTest, LitCommandsAreLitFromTheEye) {
-    state.attributeMask = kMaskLighting | kMaskSpecular | kMaskEnvironment | kMaskBlending;
-    state.ambientIntensity = 0.25f;
-    state.directionalIntensity = 0.75f;
-    std::ranges::copy(std::array{1, 2, -3}, state.lightDirection);
-    qelObject3D_ref(texture);
-    state.environmentTexture = texture;                                        // of 8 x 4 texels
-    const Atrans3i view = {{-4096, 0, 0, 50, 0, 4096, 0, 0, 0, 0, -4096, 0}};  // half a turn about y
-    K8RenderState_setViewTransform(&state, &view);
-    const std::vector<int32_t> corners = ramp32(18), normals = {0, 0, -7, 300, 0, 0};
-    const uint32_t bits = kCommandNormalPerPrimitive | kCommandLit;
-    EXPECT_TRUE(K8RenderState_render(&state, command(kCommandTriangles, 2, bits | kCommandSpecular),
-                                     {corners, normals, {}, {}}));
-    EXPECT_TRUE(K8RenderState_render(&state, command(kCommandTriangles, 2, bits), {corners, normals, {}, {}}));
-    EXPECT_TRUE(K8RenderState_render(&state, command(kCommandPoints, 2, bits), {corners, normals, {}, {}}));
-    const std::vector<GlDrawn> drawn = flush();
-    ASSERT_EQ(drawn.size(), 3u);
-    const GlDrawn& lit = drawn[0];
-    EXPECT_TRUE(lit.has("LIGHTING") && lit.has("LIGHT0") && lit.has("LIGHT1") && lit.has("NORMALIZE"));
-    EXPECT_FALSE(lit.has("LIGHT2"));
-    EXPECT_EQ(lit.last("Lightfv(LIGHT0, AMBIENT", "Lightfv(LIGHT1, DIFFUSE"),
-              "Lightfv(LIGHT0, AMBIENT, {0.25, 0.25, 0.25, 0}); Lightfv(LIGHT1, DIFFUSE, {0.75, 0.75, 0.75, 0})");
-    EXPECT_NE(brief(lit.lines).find("LoadIdentity(); Lightfv(LIGHT1, POSITION, {1, 2, -3, 0})"), std::string::npos);
-    const Vector ahead = {0, 0, -7}, aside = {300, 0, 0}, middle = {4, 2}, edge = {0, 2};
-    EXPECT_EQ(lit.draw.normals, (GlDraw::Vectors{ahead, ahead, ahead, aside, aside, aside}));
-    EXPECT_EQ(lit.draw.texCoords[1], (GlDraw::Vectors{middle, middle, middle, edge, edge, edge}));
-    EXPECT_TRUE(drawn[1].draw.texCoords[1].empty()) << "not specular";
-    EXPECT_TRUE(drawn[1].has("LIGHTING"));
-    EXPECT_FALSE(drawn[2].has("LIGHTING")) << "points are never lit";
-    EXPECT_TRUE(drawn[2].draw.normals.empty());
-
-    // Lights of scenes stand by their transforms again.
-    const Held<Light> sun(qelLight_create());
-    qelGLBackend_setLight(qelGraphics3D_backend(graphics), 1, sun, &state.viewMatrix);
-    glRecorder.take();
-    Square square;
-    qelGLBackend_drawSubmesh(qelGraphics3D_backend(graphics), square.submesh());
-    EXPECT_NE(brief(glRecorder.take()).find("Lightfv(LIGHT1, POSITION, {0, 0, 1, 0})"), std::string::npos);
-}
-
 // --- Memory and failure ---
 
 TEST_F(RenderStateTest, TheQueueGrowsByHalfAndIsKept) {

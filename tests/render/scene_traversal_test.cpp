@@ -9,7 +9,6 @@
 #include "scene/skinned_mesh.h"
 #include "scene/world.h"
 #include "tests/render/graphics_fixture.h"
-#include "tests/support/counting_heap.h"
 
 using Names = std::vector<int>;
 
@@ -71,21 +70,6 @@ TEST_F(TraversalTest, NodesStandWhereTheirAncestorsPutThem) {
     expectPlaced("hung elsewhere", 3, 0, 10, 30);
     EXPECT_EQ(sorted(root), (std::vector<Drawn>{{1, 1, 0, 0}, {2, 3, 0, 0}, {3, 10, 30, 0}}))
         << "no transform: the identity";
-}
-
-TEST_F(TraversalTest, WorldsAndGroupsWithEmptySlotsAreWalked) {
-    const Held<World> world(qelWorld_create());
-    const Held<Mesh> mesh = makeMesh(1), other = makeMesh(2);
-    const Held<Light> light(qelLight_create());
-    const Held<Group> inner = groupOf({});
-    for (Node* child : std::vector<Node*>{light, inner, mesh}) qelGroup_addChild(world, child);
-    EXPECT_EQ(names(world), (Names{1}));
-    const Held<World> slots(static_cast<World*>(qelObject3D_duplicate(world)));  // of three slots, all empty
-    EXPECT_TRUE(names(slots).empty());
-    qelGroup_addChild(slots, other);
-    EXPECT_EQ(names(slots), (Names{2}));
-    qelNode_setRenderingEnable(light, false);
-    render(light, nullptr, QEL_STATUS_ILLEGAL_ARGUMENT);
 }
 
 // --- Which, and how opaque ---

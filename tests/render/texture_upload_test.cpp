@@ -2,7 +2,6 @@
 #include "render/texture_upload.h"
 #include "frame/error_status.h"
 #include "tests/render/backend_fixture.h"
-#include "tests/support/counting_heap.h"
 
 class UploadTest : public BackendTest {
 protected:
@@ -12,7 +11,7 @@ protected:
     // Binds as a draw does; its calls, in brief.
     std::string bind(Texture2D* texture, const std::string& part = "", Result expected = QEL_STATUS_OK) {
         glRecorder.take();
-        EXPECT_EQ(qelTextures_bind(texture, limit), expected);
+        EXPECT_EQ(qelTextures_bind(texture, 0), expected);
         return brief(only(glRecorder.take(), part));
     }
     std::string upload(Texture2D* texture) { return bind(texture, "TexImage2D"); }
@@ -21,8 +20,6 @@ protected:
         bind(texture, "", QEL_STATUS_OUT_OF_MEMORY);
         EXPECT_EQ(qelStatus_get(), QEL_STATUS_OUT_OF_MEMORY);
     }
-
-    uint32_t limit = 0;
 };
 
 static constexpr int32_t kBase = int32_t(TextureFilter::BaseLevel), kLinear = int32_t(TextureFilter::Linear),
@@ -221,32 +218,6 @@ TEST_F(UploadTest, AnImageThatGoesTakesItsTextureAlong) {
     EXPECT_EQ(brief(glRecorder.take()), "DeleteTextures(1)");
 }
 
-// --- Budget ---
-
-TEST_F(UploadTest, AnUploadOverTheLimitIsRefusedUntilThereIsRoom) {
-    limit = 1000;
-    Held<Image2D> first = makeImage(ImageFormat::Rgb, 16, 16);
-    const Held<Image2D> second = makeImage(ImageFormat::Rgb, 16, 16);
-    Held<Texture2D> firstTexture = makeTexture(first);
-    const Held<Texture2D> secondTexture = makeTexture(second);
-    bind(firstTexture);
-    bindFails(secondTexture);
-    EXPECT_EQ(qelTextures_memoryInUse(), 512u);
-    EXPECT_EQ(bind(secondTexture, "Textures(", QEL_STATUS_OUT_OF_MEMORY), "DeleteTextures(2); GenTextures(3)");
-    limit = 1024;
-    EXPECT_NE(upload(secondTexture), "") << "the limit itself may be reached";
-    limit = 1000;
-    EXPECT_EQ(upload(secondTexture), "") << "what is uploaded stays";
-
-    const Held<Image2D> third = makePaletteImage(ImageFormat::Alpha, 8, 8);
-    const Held<Texture2D> thirdTexture = makeTexture(third);
-    bindFails(thirdTexture);
-    firstTexture.drop();
-    first.drop();
-    EXPECT_NE(upload(thirdTexture), "");
-    EXPECT_EQ(qelTextures_memoryInUse(), 768u);
-}
-
 TEST_F(UploadTest, OutOfMemoryInOpenGlEsIsReportedAndRetried) {
     struct Case {
         const char* what;
@@ -264,22 +235,4 @@ TEST_F(UploadTest, OutOfMemoryInOpenGlEsIsReportedAndRetried) {
         EXPECT_EQ(qelTextures_memoryInUse(), 0u) << c.what;
         EXPECT_NE(upload(texture), "") << c.what;
     }
-}
-
-TEST_F(UploadTest, AnExhaustedHeapIsReportedAndRetried) {
-    // Two rows of two bytes have to be padded; the levels of the changed image have to be built again.
-    const int32_t allocations = sweepEngineAllocations(FailMode::Once, [&](CountingHeap& heap) {
-        const Held<Image2D> image = makeMutableImage(ImageFormat::Alpha, 2, 2);
-        if (!image) return;
-        const Held<Texture2D> texture = makeTexture(image);
-        if (!texture || qelTexture2D_setFiltering(texture, kLinear, kLinear) != QEL_STATUS_OK) return;
-        const uint8_t pixel = 7;
-        qelImage2D_set(image, 0, 0, 1, 1, &pixel);
-        const bool failedBefore = heap.hasFailed();
-        const Result result = qelTextures_bind(texture, 0);
-        EXPECT_EQ(result, heap.hasFailed() && !failedBefore ? QEL_STATUS_OUT_OF_MEMORY : QEL_STATUS_OK);
-        EXPECT_EQ(qelTextures_bind(texture, 0), QEL_STATUS_OK);
-        EXPECT_EQ(qelTextures_memoryInUse(), 128u);
-    });
-    EXPECT_GT(allocations, 6);
 }
