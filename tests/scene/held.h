@@ -3,9 +3,12 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <vector>
 
+#include "scene/duplicate.h"
+#include "scene/group.h"
 #include "scene/triangle_strip_array.h"
 #include "scene/vertex_array.h"
 #include "scene/vertex_buffer.h"
@@ -59,8 +62,57 @@ inline TriangleStripArray* makeTriangle() {
     return qelTriangleStripArray_createImplicit(0, &length, 1, true, &result);
 }
 
+template <typename T>
+T* addTo(Group* parent, T* adopted) {
+    EXPECT_EQ(qelGroup_addChild(parent, adopted), QEL_STATUS_OK);
+    qelObject3D_unref(adopted);
+    return adopted;
+}
+
 inline std::vector<Object3D*> referencesOf(const Object3D* object) {
     std::vector<Object3D*> references(size_t(object->getReferences(object, nullptr)));
     EXPECT_EQ(object->getReferences(object, references.data()), int32_t(references.size()));
     return references;
+}
+
+// An object lists its parts in one order, finds a user id among them in another, and shares them with its duplicate.
+inline void expectParts(Object3D* object, const std::vector<Object3D*>& listed,
+                        const std::vector<Object3D*>& searched) {
+    EXPECT_EQ(referencesOf(object), listed);
+    EXPECT_EQ(object->find(object, 5), nullptr);
+    for (size_t i = searched.size(); i-- > 0;) {  // each hides those after it
+        searched[i]->userId = 5;
+        EXPECT_EQ(object->find(object, 5), searched[i]) << i;
+    }
+    for (Object3D* part : searched) part->userId = 0;
+    std::vector<int32_t> counts;
+    for (const Object3D* part : listed) counts.push_back(part->refCount + 1);
+    const Held copy(qelObject3D_duplicate(object));
+    EXPECT_EQ(referencesOf(copy), listed);
+    for (size_t i = 0; i < listed.size(); ++i) EXPECT_EQ(listed[i]->refCount, counts[i]) << i;
+}
+
+// An object animates its parts in order until one fails; the smallest validity is its own.
+inline void expectAnimates(Object3D* object, const std::vector<Object3D*>& parts) {
+    static std::vector<Object3D*> animated;
+    for (size_t failing = 0; failing <= parts.size(); ++failing) {  // the last time none
+        SCOPED_TRACE(failing);
+        animated.clear();
+        for (size_t i = 0; i < parts.size(); ++i) {
+            parts[i]->userId = i == failing ? -1 : int32_t(50 - (3 * i) % 4);
+            parts[i]->animate = [](Object3D* part, int32_t, Result* result) {
+                animated.push_back(part);
+                *result = part->userId < 0 ? QEL_STATUS_ILLEGAL_STATE : QEL_STATUS_OK;
+                return part->userId < 0 ? 0 : part->userId;
+            };
+        }
+        int32_t smallest = 50;
+        for (const Object3D* part : parts) smallest = std::min(smallest, part->userId);
+        Result result;
+        EXPECT_EQ(object->animate(object, 0, &result), std::max(smallest, 0));
+        EXPECT_EQ(result, failing < parts.size() ? QEL_STATUS_ILLEGAL_STATE : QEL_STATUS_OK);
+        EXPECT_EQ(animated, std::vector<Object3D*>(
+                                parts.begin(), parts.begin() + std::ptrdiff_t(std::min(failing + 1, parts.size()))));
+    }
+    for (Object3D* part : parts) part->userId = 0;
 }

@@ -19,21 +19,13 @@
 using Matrix = std::array<float, 16>;
 
 static Held<Group> newGroup() { return Held(qelGroup_create()); }
-static Held<Camera> newCamera() { return Held(qelCamera_create()); }
 
 static Held<Image2D> newImage(ImageFormat format, int32_t width, int32_t height) {
     Result result;
     return Held(qelImage2D_createMutable(int32_t(format), width, height, &result));
 }
 
-// A new group below the parent, which holds the only reference.
-static Group* addGroup(Group* parent) {
-    Group* group = qelGroup_create();
-    EXPECT_EQ(qelGroup_addChild(parent, group), QEL_STATUS_OK);
-    qelObject3D_unref(group);
-    return group;
-}
-
+static Group* addGroup(Group* parent) { return addTo(parent, qelGroup_create()); }
 static std::vector<Node*> childrenOf(const Group* group) {
     return {group->children, group->children + group->childCount};
 }
@@ -44,19 +36,30 @@ static Matrix compositeOf(Transformable* t) {
     return std::to_array(composite.elements);
 }
 
-static void expectNear(const Matrix& actual, const Matrix& expected, const char* what) {
-    for (size_t i = 0; i < 16; ++i) EXPECT_NEAR(actual[i], expected[i], 1e-6) << what << " " << i;
+template <size_t count>
+static void expectNear(const std::array<float, count>& actual, const std::array<float, count>& expected,
+                       const char* what, double tolerance = 1e-6) {
+    for (size_t i = 0; i < count; ++i) EXPECT_NEAR(actual[i], expected[i], tolerance) << what << " " << i;
+}
+
+static std::array<float, 4> orientationOf(Transformable* t) {
+    std::array<float, 4> orientation;
+    qelTransformable_getOrientation(t, orientation.data());
+    return orientation;
 }
 
 // --- Transformable ---
 
 TEST(Transformable, CompositeMultipliesTranslationRotationScaleAndMatrix) {
     const auto node = newGroup();
+    EXPECT_FALSE(qelTransformable_updateComposite(node));
     qelTransformable_setTranslation(node, 1, 2, 3);
-    qelTransformable_setScale(node, 2, 2, 2);
-    EXPECT_EQ(compositeOf(node), (Matrix{2, 0, 0, 1, 0, 2, 0, 2, 0, 0, 2, 3, 0, 0, 0, 1}));
-
     qelTransformable_setScale(node, 2, 3, 4);
+    EXPECT_EQ(compositeOf(node), (Matrix{2, 0, 0, 1, 0, 3, 0, 2, 0, 0, 4, 3, 0, 0, 0, 1}));
+    EXPECT_FALSE(qelTransformable_updateComposite(node)) << "only after a change";
+    qelTransformable_setScale(node, 2, 3, 4);
+    EXPECT_TRUE(qelTransformable_updateComposite(node));
+
     qelTransformable_setOrientation(node, 90, 0, 0, 1);
     qelTransform matrix;
     qelTransform_setIdentity(&matrix);
@@ -69,15 +72,6 @@ TEST(Transformable, CompositeMultipliesTranslationRotationScaleAndMatrix) {
     qelTransformable_scale(node, 2, 1, 1);
     qelTransformable_setTransform(node, nullptr);
     expectNear(compositeOf(node), {0, -3, 0, 2, 4, 0, 0, 3, 0, 0, 4, 4, 0, 0, 0, 1}, "T R S");
-}
-
-TEST(Transformable, UpdatesOnlyAfterAChange) {
-    const auto node = newGroup();
-    EXPECT_FALSE(qelTransformable_updateComposite(node));
-    qelTransformable_setScale(node, 1, 1, 1);
-    EXPECT_TRUE(qelTransformable_updateComposite(node));
-    EXPECT_TRUE(node->transformChanged && node->compositeChanged);
-    EXPECT_FALSE(qelTransformable_updateComposite(node));
 }
 
 TEST(Transformable, WrittenCompositeStandsBehindTheGeneralMatrix) {
@@ -101,13 +95,11 @@ TEST(Transformable, RefusedRotationsChangeNothing) {
     ASSERT_EQ(qelTransformable_setOrientation(node, 50, 0, 2, 0), QEL_STATUS_OK);
     qelTransformable_updateComposite(node);
     const float noQuaternion[4] = {0, 0, 0, 0};
-    EXPECT_EQ(qelTransformable_setOrientation(node, 90, 0, 0, 0), QEL_STATUS_ILLEGAL_ARGUMENT);
-    EXPECT_EQ(qelTransformable_postRotate(node, 90, 0, 0, 0), QEL_STATUS_ILLEGAL_ARGUMENT);
-    EXPECT_EQ(qelTransformable_preRotate(node, 90, 0, 0, 0), QEL_STATUS_ILLEGAL_ARGUMENT);
-    EXPECT_EQ(qelTransformable_setOrientationQuat(node, noQuaternion), QEL_STATUS_ILLEGAL_ARGUMENT);
-    std::array<float, 4> orientation;
-    qelTransformable_getOrientation(node, orientation.data());
-    EXPECT_EQ(orientation, (std::array<float, 4>{50, 0, 2, 0})) << "the axis as given";
+    for (const Result result :
+         {qelTransformable_setOrientation(node, 90, 0, 0, 0), qelTransformable_postRotate(node, 90, 0, 0, 0),
+          qelTransformable_preRotate(node, 90, 0, 0, 0), qelTransformable_setOrientationQuat(node, noQuaternion)})
+        EXPECT_EQ(result, QEL_STATUS_ILLEGAL_ARGUMENT);
+    EXPECT_EQ(orientationOf(node), (std::array<float, 4>{50, 0, 2, 0})) << "the axis as given";
     EXPECT_FALSE(qelTransformable_updateComposite(node));
     EXPECT_EQ(qelTransformable_setOrientation(node, 0, 0, 0, 0), QEL_STATUS_OK);
 }
@@ -124,9 +116,7 @@ TEST(Transformable, QuaternionsBecomeAngleAndAxis) {
                           Case{"no vector part", {0, 0, 0, -2}, {0, 1, 0, 0}}}) {
         const auto node = newGroup();
         ASSERT_EQ(qelTransformable_setOrientationQuat(node, c.q.data()), QEL_STATUS_OK) << c.what;
-        std::array<float, 4> orientation;
-        qelTransformable_getOrientation(node, orientation.data());
-        for (size_t i = 0; i < 4; ++i) EXPECT_NEAR(orientation[i], c.orientation[i], 5e-5) << c.what << " " << i;
+        expectNear(orientationOf(node), c.orientation, c.what, 5e-5);
     }
     // The matrix is that of the normalised quaternion: (0, 0, 3, 2) turns by 2 atan(3 / 2) about z.
     const auto node = newGroup();
@@ -146,30 +136,14 @@ TEST(Transformable, RotationsAccumulateOnTheirSide) {
     expectNear(compositeOf(post), {0, 0, 1, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 0, 1}, "after");
     expectNear(compositeOf(pre), {0, -1, 0, 0, 0, 0, -1, 0, 1, 0, 0, 0, 0, 0, 0, 1}, "before");
     const float third = 1 / std::sqrt(3.0f);
-    std::array<float, 4> orientation;
-    qelTransformable_getOrientation(post, orientation.data());
-    for (size_t i = 0; i < 4; ++i)
-        EXPECT_NEAR(orientation[i], (std::array<float, 4>{120, third, third, third})[i], 2e-5) << i;
-    qelTransformable_getOrientation(pre, orientation.data());
-    for (size_t i = 0; i < 4; ++i)
-        EXPECT_NEAR(orientation[i], (std::array<float, 4>{120, third, -third, third})[i], 2e-5) << i;
-}
-
-TEST(Transformable, DerivedAxisIsAlwaysFinite) {
-    struct Case {
-        const char* what;
-        float first, second;
-        std::array<float, 4> orientation;
-    };
-    for (const Case& c :
-         {Case{"half a turn", 90, 90, {180, 0, 0, 1}}, Case{"back to nothing keeps the axis", 60, -60, {0, 0, 0, 5}},
-          Case{"nothing and nothing", 0, 0, {0, 0, 0, 5}}}) {
+    expectNear(orientationOf(post), {120, third, third, third}, "after", 2e-5);
+    expectNear(orientationOf(pre), {120, third, -third, third}, "before", 2e-5);
+    for (const auto& [second, derived] :
+         std::vector<std::pair<float, std::array<float, 4>>>{{60, {120, 0, 0, 1}}, {-60, {0, 0, 0, 5}}}) {
         const auto node = newGroup();
-        qelTransformable_setOrientation(node, c.first, 0, 0, 5);
-        EXPECT_EQ(qelTransformable_postRotate(node, c.second, 0, 0, 1), QEL_STATUS_OK) << c.what;
-        std::array<float, 4> orientation;
-        qelTransformable_getOrientation(node, orientation.data());
-        for (size_t i = 0; i < 4; ++i) EXPECT_NEAR(orientation[i], c.orientation[i], 1e-4) << c.what << " " << i;
+        qelTransformable_setOrientation(node, 60, 0, 0, 5);
+        qelTransformable_postRotate(node, second, 0, 0, 1);
+        expectNear(orientationOf(node), derived, "back to nothing keeps the axis", 1e-4);
     }
 }
 
@@ -190,14 +164,6 @@ TEST(Transformable, OnlyTexturesTakeAnyBottomRow) {
 
 // --- Node ---
 
-TEST(Node, AlphaFactorIsAFraction) {
-    const auto node = newGroup();
-    for (const float good : {0.0f, 0.25f, 1.0f}) EXPECT_EQ(qelNode_setAlphaFactor(node, good), QEL_STATUS_OK);
-    for (const float bad : {-0.0001f, 1.0001f, NAN, INFINITY})
-        EXPECT_EQ(qelNode_setAlphaFactor(node, bad), QEL_STATUS_ILLEGAL_ARGUMENT) << bad;
-    EXPECT_EQ(node->alphaFactor, 1.0f);
-}
-
 TEST(Node, ComingBackIntoViewMarksTheTransform) {
     const auto node = newGroup();
     for (const auto set : {qelNode_setRenderingEnable, qelNode_setPickingEnable}) {
@@ -216,24 +182,25 @@ TEST(Node, AlignmentRefusesWhatCannotBeAligned) {
         const char* what;
         Node *z, *y;
         int32_t zTarget, yTarget;
-        Result result;
+        bool isTaken;
     };
-    for (const Case& c : {Case{"same reference, same target", a.get(), a.get(), 145, 145, QEL_STATUS_ILLEGAL_ARGUMENT},
-                          Case{"no reference, same target", nullptr, nullptr, 148, 148, QEL_STATUS_ILLEGAL_ARGUMENT},
-                          Case{"both none", a.get(), a.get(), 144, 144, QEL_STATUS_OK},
-                          Case{"other target", a.get(), a.get(), 148, 147, QEL_STATUS_OK},
-                          Case{"other reference", a.get(), b.get(), 145, 145, QEL_STATUS_OK},
-                          Case{"z to itself", node.get(), a.get(), 145, 146, QEL_STATUS_ILLEGAL_ARGUMENT},
-                          Case{"y to itself", a.get(), node.get(), 145, 146, QEL_STATUS_ILLEGAL_ARGUMENT},
-                          Case{"target below", a.get(), b.get(), 143, 146, QEL_STATUS_ILLEGAL_ARGUMENT},
-                          Case{"target above", a.get(), b.get(), 145, 149, QEL_STATUS_ILLEGAL_ARGUMENT}}) {
+    for (const Case& c :
+         {Case{"same reference, same target", a.get(), a.get(), 145, 145, false},
+          Case{"no reference, same target", nullptr, nullptr, 148, 148, false},
+          Case{"both none", a.get(), a.get(), 144, 144, true}, Case{"other target", a.get(), a.get(), 148, 147, true},
+          Case{"other reference", a.get(), b.get(), 145, 145, true},
+          Case{"z to itself", node.get(), a.get(), 145, 146, false},
+          Case{"y to itself", a.get(), node.get(), 145, 146, false},
+          Case{"target below", a.get(), b.get(), 143, 146, false},
+          Case{"target above", a.get(), b.get(), 145, 149, false}}) {
+        SCOPED_TRACE(c.what);
         qelNode_setAlignment(node, b, 145, nullptr, 146);
-        EXPECT_EQ(qelNode_setAlignment(node, c.z, c.zTarget, c.y, c.yTarget), c.result) << c.what;
-        const bool taken = c.result == QEL_STATUS_OK;
-        EXPECT_EQ(node->zReference, taken ? c.z : b.get()) << c.what;
-        EXPECT_EQ(node->yReference, taken ? c.y : nullptr) << c.what;
-        EXPECT_EQ(int32_t(node->zTarget), taken ? c.zTarget : 145) << c.what;
-        EXPECT_EQ(int32_t(node->yTarget), taken ? c.yTarget : 146) << c.what;
+        EXPECT_EQ(qelNode_setAlignment(node, c.z, c.zTarget, c.y, c.yTarget),
+                  c.isTaken ? QEL_STATUS_OK : QEL_STATUS_ILLEGAL_ARGUMENT);
+        EXPECT_EQ(node->zReference, c.isTaken ? c.z : b.get());
+        EXPECT_EQ(node->yReference, c.isTaken ? c.y : nullptr);
+        EXPECT_EQ(int32_t(node->zTarget), c.isTaken ? c.zTarget : 145);
+        EXPECT_EQ(int32_t(node->yTarget), c.isTaken ? c.yTarget : 146);
     }
 }
 
@@ -277,8 +244,6 @@ TEST(Node, TransformToAnotherNodeOfTheTree) {
     EXPECT_EQ(result, QEL_STATUS_OK);
     // leaf's origin stands at (-1, 0, 0) below top, half of that for right
     expectNear(std::to_array(out.elements), {0, -0.5f, 0, -0.5f, 0.5f, 0, 0, 0, 0, 0, 0.5f, 0, 0, 0, 0, 1}, "sideways");
-    ASSERT_TRUE(qelNode_getTransformTo(leaf, leaf, &out, &result));
-    EXPECT_TRUE(qelTransform_isIdentityExact(&out));
     ASSERT_TRUE(qelNode_getTransformTo(leaf, left, &out, &result));
     expectNear(std::to_array(out.elements), {1, 0, 0, 0, 0, 1, 0, 2, 0, 0, 1, 0, 0, 0, 0, 1}, "upwards");
 
@@ -287,12 +252,6 @@ TEST(Node, TransformToAnotherNodeOfTheTree) {
     EXPECT_EQ(result, QEL_STATUS_ARITHMETIC);
     const auto stranger = newGroup();
     EXPECT_FALSE(qelNode_getTransformTo(leaf, stranger, &out, &result));
-    for (const bool failed :
-         {qelNode_getTransformTo(nullptr, leaf, &out, &result), qelNode_getTransformTo(leaf, nullptr, &out, &result),
-          qelNode_getTransformTo(leaf, leaf, nullptr, &result)}) {
-        EXPECT_FALSE(failed);
-        EXPECT_EQ(result, QEL_STATUS_NULL_POINTER);
-    }
 }
 
 TEST(Node, WayToTheRootLeavesTheRootOut) {
@@ -328,174 +287,78 @@ TEST(Group, RefusesChildrenThatWouldBreakTheTree) {
 }
 
 TEST(Group, KeepsChildrenInOrderWithTheirSlots) {
-    const auto group = newGroup();
-    const std::vector<Node*> nodes = {addGroup(group), addGroup(group), addGroup(group), addGroup(group)};
-    const auto stranger = newGroup();
-    EXPECT_EQ(qelGroup_removeChild(group, stranger), QEL_STATUS_OK);
-    EXPECT_EQ(qelGroup_removeChild(group, nullptr), QEL_STATUS_OK);
-    EXPECT_EQ(childrenOf(group), nodes);
-
-    const Held<Node> removed(static_cast<Node*>(qelObject3D_ref(nodes[1])));
-    EXPECT_EQ(qelGroup_removeChild(group, removed), QEL_STATUS_OK);
-    EXPECT_EQ(removed->refCount, 1);
-    EXPECT_EQ(removed->parent, nullptr);
-    EXPECT_EQ(qelGroup_addChild(group, removed), QEL_STATUS_OK) << "free for another parent";
-    EXPECT_EQ(childrenOf(group), (std::vector<Node*>{nodes[0], nodes[2], nodes[3], nodes[1]}));
-    for (int32_t i = 0; i < group->childCount; ++i) EXPECT_EQ(group->children[i]->childSlot, i);
-
-    Result result;
-    EXPECT_EQ(qelGroup_getChild(group, 3, &result), nodes[1]);
-    EXPECT_EQ(result, QEL_STATUS_OK);
-    for (const int32_t outside : {-1, 4}) {
-        EXPECT_EQ(qelGroup_getChild(group, outside, &result), nullptr);
-        EXPECT_EQ(result, QEL_STATUS_INDEX_OUT_OF_RANGE);
-    }
-}
-
-TEST(Group, ChildrenOutliveItWithoutParent) {
-    Group* group = qelGroup_create();
-    const auto child = newGroup();
-    qelGroup_addChild(group, child);
-    qelObject3D_unref(group);
-    EXPECT_EQ(child->parent, nullptr);
-    EXPECT_EQ(child->refCount, 1);
-}
-
-TEST(Group, ChildListThatCannotGrowStaysAsItWas) {
     CountingHeap heap;
-    const auto group = newGroup(), child = newGroup();
-    Group* first = addGroup(group);
-    heap.failAfter(0);
-    EXPECT_EQ(qelGroup_addChild(group, child), QEL_STATUS_OUT_OF_MEMORY);
-    EXPECT_EQ(childrenOf(group), std::vector<Node*>{first});
-    EXPECT_EQ(child->parent, nullptr);
-    EXPECT_EQ(child->refCount, 1);
-    EXPECT_EQ(qelGroup_addChild(group, child), QEL_STATUS_OK);
+    const auto removed = newGroup();
+    {
+        const auto group = newGroup();
+        const std::vector<Node*> nodes = {addGroup(group), addGroup(group), addGroup(group)};
+        EXPECT_EQ(qelGroup_removeChild(group, removed), QEL_STATUS_OK) << "a stranger";
+        heap.failAfter(0);
+        EXPECT_EQ(qelGroup_addChild(group, removed), QEL_STATUS_OUT_OF_MEMORY);
+        EXPECT_EQ(childrenOf(group), nodes);
+        EXPECT_EQ(removed->parent, nullptr);
+        EXPECT_EQ(removed->refCount, 1);
+
+        EXPECT_EQ(qelGroup_addChild(group, removed), QEL_STATUS_OK);
+        qelObject3D_ref(nodes[1]);
+        EXPECT_EQ(qelGroup_removeChild(group, nodes[1]), QEL_STATUS_OK);
+        EXPECT_EQ(nodes[1]->parent, nullptr);
+        addTo(group, nodes[1]);  // free for another place
+        EXPECT_EQ(childrenOf(group), (std::vector<Node*>{nodes[0], nodes[2], removed, nodes[1]}));
+        for (int32_t i = 0; i < group->childCount; ++i) EXPECT_EQ(group->children[i]->childSlot, i);
+        Result result;
+        for (const int32_t outside : {-1, 4}) {
+            EXPECT_EQ(qelGroup_getChild(group, outside, &result), nullptr);
+            EXPECT_EQ(result, QEL_STATUS_INDEX_OUT_OF_RANGE);
+        }
+    }
+    EXPECT_EQ(removed->parent, nullptr) << "after the group";
+    EXPECT_EQ(removed->refCount, 1);
 }
 
 // --- Walks ---
 
-// world: a (aa (aaa), ab), camera, b
-struct SmallWorld {
-    SmallWorld() : world(qelWorld_create()), camera(newCamera()) {
-        a = addGroup(world);
-        qelGroup_addChild(world, camera);
-        b = addGroup(world);
-        aa = addGroup(a);
-        aaa = addGroup(aa);
-        ab = addGroup(a);
-    }
-    std::vector<Node*> all() const { return {world.get(), a, aa, aaa, ab, camera.get(), b}; }
-    Held<World> world;
-    Held<Camera> camera;
-    Group *a, *aa, *aaa, *ab, *b;
-};
-
-static std::vector<Node*> visitedFrom(Node* root) {
-    std::vector<Node*> visited;
-    SubtreeWalk walk{root, root, 0};
-    do visited.push_back(walk.node);
-    while (qelSubtreeWalk_next(&walk));
-    return visited;
-}
-
 TEST(SubtreeWalk, VisitsParentsBeforeChildrenInOrder) {
-    const SmallWorld s;
-    EXPECT_EQ(visitedFrom(s.world), s.all());
-    EXPECT_EQ(visitedFrom(s.a), (std::vector<Node*>{s.a, s.aa, s.aaa, s.ab})) << "the root's siblings are not visited";
-    EXPECT_EQ(visitedFrom(s.aaa), std::vector<Node*>{s.aaa});
-}
+    const Held world(qelWorld_create());
+    Group *a = addGroup(world), *b = addGroup(world), *aa = addGroup(a), *aaa = addGroup(aa), *ab = addGroup(a);
+    const auto visitedFrom = [](Node* root) {
+        std::vector<Object3D*> visited;
+        SubtreeWalk walk{root, root, 0};
+        do visited.push_back(walk.node);
+        while (qelSubtreeWalk_next(&walk));
+        return visited;
+    };
+    const std::vector<Object3D*> all = {world, a, aa, aaa, ab, b};
+    EXPECT_EQ(visitedFrom(world), all);
+    EXPECT_EQ(visitedFrom(a), (std::vector<Object3D*>{a, aa, aaa, ab})) << "not the root's siblings";
 
-TEST(SubtreeWalk, FindsTheFirstInVisitingOrder) {
-    const SmallWorld s;
-    s.aaa->userId = s.b->userId = 5;
-    s.camera->userId = 6;
-    EXPECT_EQ(qelObject3D_findInSubtree(s.world, 5), s.aaa);
-    EXPECT_EQ(qelObject3D_findInSubtree(s.world, 6), s.camera.get());
-    EXPECT_EQ(qelObject3D_findInSubtree(s.a, 6), nullptr);
+    aaa->userId = b->userId = 5;
+    EXPECT_EQ(qelObject3D_findInSubtree(world, 5), aaa);
+    EXPECT_EQ(qelObject3D_findInSubtree(ab, 5), nullptr);
     EXPECT_EQ(qelObject3D_findInSubtree(nullptr, 5), nullptr);
-    const auto image = newImage(ImageFormat::Rgb, 1, 1);
-    image->userId = 7;
-    EXPECT_EQ(qelObject3D_findInSubtree(image, 7), image.get()) << "an object that is no node is asked alone";
-}
 
-// An animate slot that reports its own user id as validity; negative ids fail.
-static int32_t animateByUserId(Object3D* object, int32_t worldTime, Result* result) {
-    EXPECT_EQ(worldTime, 1234);
-    *result = object->userId < 0 ? QEL_STATUS_ILLEGAL_STATE : QEL_STATUS_OK;
-    ++object->stateChanged;
-    return object->userId;
-}
-
-TEST(SubtreeWalk, AnimatesToTheSmallestValidityAndStopsAtAFailure) {
-    const SmallWorld s;
     int32_t id = 100;
-    for (Node* node : s.all()) {
-        node->animate = animateByUserId;
-        node->userId = id++;
+    for (Object3D* node : all) {
+        node->userId = id--;
         node->stateChanged = 0;
+        node->animate = [](Object3D* object, int32_t, Result* result) {
+            *result = object->userId < 0 ? QEL_STATUS_ILLEGAL_STATE : QEL_STATUS_OK;
+            ++object->stateChanged;
+            return object->userId;
+        };
     }
     Result result = -1;
-    s.ab->userId = 50;
-    EXPECT_EQ(qelObject3D_animateSubtree(s.world, 1234, &result), 50);
+    EXPECT_EQ(qelObject3D_animateSubtree(world, 0, &result), 95) << "the smallest validity";
     EXPECT_EQ(result, QEL_STATUS_OK);
-    s.ab->userId = -1;
-    s.aaa->animate = nullptr;
-    EXPECT_EQ(qelObject3D_animateSubtree(s.world, 1234, &result), 100);
+    ab->userId = -1;
+    aaa->animate = nullptr;
+    EXPECT_EQ(qelObject3D_animateSubtree(world, 0, &result), 98);
     EXPECT_EQ(result, QEL_STATUS_ILLEGAL_STATE);
-    EXPECT_EQ(s.aa->stateChanged, 2);
-    EXPECT_EQ(s.b->stateChanged, 1) << "not reached the second time";
-    EXPECT_EQ(qelObject3D_animateSubtree(nullptr, 1234, &result), kValidForever);
-    EXPECT_EQ(result, QEL_STATUS_OK);
-    EXPECT_EQ(qelObject3D_animateSubtree(s.b, 1234, &result), 106);
-}
-
-TEST(World, AnimatesItsBackgroundAndFindsWhatItRefersTo) {
-    const Held world(qelWorld_create());
-    const Held background(qelBackground_create());
-    const auto camera = newCamera();
-    qelWorld_setBackground(world, background);
-    camera->transformChanged = 0;
-    EXPECT_EQ(qelWorld_setActiveCamera(world, nullptr), QEL_STATUS_NULL_POINTER);
-    EXPECT_EQ(qelWorld_setActiveCamera(world, camera), QEL_STATUS_OK);
-    EXPECT_EQ(camera->transformChanged, 1);
-
-    background->animate = animateByUserId;
-    background->userId = camera->userId = 9;
-    Result result;
-    EXPECT_EQ(world->animate(world, 1234, &result), 9);
-    EXPECT_EQ(world->find(world, 9), background.get());
-    Object3D* references[2];
-    ASSERT_EQ(world->getReferences(world, nullptr), 2);
-    world->getReferences(world, references);
-    EXPECT_EQ(references[0], background.get());
-    EXPECT_EQ(references[1], camera.get());
-    qelWorld_setBackground(world, nullptr);
-    EXPECT_EQ(background->refCount, 1);
-    EXPECT_EQ(world->find(world, 9), camera.get());
+    EXPECT_EQ(aa->stateChanged, 2);
+    EXPECT_EQ(b->stateChanged, 1) << "not reached the second time";
 }
 
 // --- Camera ---
-
-TEST(Camera, ChecksItsParameters) {
-    const auto camera = newCamera();
-    EXPECT_EQ(qelCamera_setPerspective(camera, 179.9f, 1, 1, 10), QEL_STATUS_OK);
-    for (const auto& [fovy, aspect, near, far] : std::vector<std::array<float, 4>>{{180, 1, 1, 10},
-                                                                                   {0, 1, 1, 10},
-                                                                                   {NAN, 1, 1, 10},
-                                                                                   {60, 0, 1, 10},
-                                                                                   {60, NAN, 1, 10},
-                                                                                   {60, 1, 0, 10},
-                                                                                   {60, 1, 1, -1},
-                                                                                   {60, 1, 1, NAN}})
-        EXPECT_EQ(qelCamera_setPerspective(camera, fovy, aspect, near, far), QEL_STATUS_ILLEGAL_ARGUMENT);
-    for (const auto& [height, aspect] : std::vector<std::array<float, 2>>{{0, 1}, {NAN, 1}, {1, 0}, {1, -1}, {1, NAN}})
-        EXPECT_EQ(qelCamera_setParallel(camera, height, aspect, -1, 1), QEL_STATUS_ILLEGAL_ARGUMENT);
-    EXPECT_EQ(qelCamera_setGeneric(camera, nullptr), QEL_STATUS_NULL_POINTER);
-    std::array<float, 4> parameters;
-    EXPECT_EQ(qelCamera_getProjectionParameters(camera, parameters.data()), ProjectionType::Perspective);
-    EXPECT_EQ(parameters, (std::array<float, 4>{179.9f, 1, 1, 10}));
-}
 
 static Matrix projectionOf(Camera* camera) {
     qelTransform out;
@@ -506,7 +369,7 @@ static Matrix projectionOf(Camera* camera) {
 }
 
 TEST(Camera, ProjectsByItsType) {
-    const auto camera = newCamera();
+    const Held camera(qelCamera_create());
     EXPECT_EQ(projectionOf(camera), (Matrix{1, 0, 0, 0, 0, 1, 0, 0, 0, 0, -1, 0, 0, 0, 0, 1})) << "default";
     qelCamera_setParallel(camera, 8, 2, 1, 5);
     expectNear(projectionOf(camera), {0.125f, 0, 0, 0, 0, 0.25f, 0, 0, 0, 0, -0.5f, -1.5f, 0, 0, 0, 1}, "parallel");
@@ -514,96 +377,15 @@ TEST(Camera, ProjectsByItsType) {
     const float h = std::sqrt(3.0f);
     expectNear(projectionOf(camera), {h / 2, 0, 0, 0, 0, h, 0, 0, 0, 0, -2, -3, 0, 0, -1, 0}, "perspective");
 
-    qelTransform generic;
+    qelTransform generic, out;
     qelTransform_setIdentity(&generic);
     qelTransform_postScale(&generic, 7, 8, 9);
     qelCamera_setGeneric(camera, &generic);
     EXPECT_EQ(projectionOf(camera), std::to_array(generic.elements));
-    float untouched = 77;
-    EXPECT_EQ(qelCamera_getProjectionParameters(camera, &untouched), ProjectionType::Generic);
-    EXPECT_EQ(untouched, 77);
-}
-
-TEST(Camera, EqualPlanesShowWhenTheProjectionIsAskedFor) {
-    const auto camera = newCamera();
-    qelTransform out;
-    qelTransform_setIdentity(&out);
-    out.changed = 0;
     Result result;
     EXPECT_EQ(qelCamera_setPerspective(camera, 60, 1, 1, 1), QEL_STATUS_OK);
     EXPECT_EQ(qelCamera_getProjection(camera, &out, &result), ProjectionType::Perspective);
-    EXPECT_EQ(result, QEL_STATUS_ARITHMETIC);
-    EXPECT_EQ(out.changed, 0);
-    qelCamera_setGeneric(camera, &out);
-    qelCamera_getProjection(camera, nullptr, &result);
-    EXPECT_EQ(result, QEL_STATUS_OK);
-}
-
-// --- Light ---
-
-TEST(Light, ChecksRangesAndIgnoresWhatIsStoredAlready) {
-    const Held light(qelLight_create());
-    constexpr Result kRefused = QEL_STATUS_ILLEGAL_ARGUMENT;
-    struct Case {
-        const char* what;
-        Result (*set)(Light*);
-        Result result;
-        bool changes;
-    };
-    for (const Case& c : {
-             Case{"mode 127", [](Light* l) { return qelLight_setMode(l, 127); }, kRefused, false},
-             Case{"mode 132", [](Light* l) { return qelLight_setMode(l, 132); }, kRefused, false},
-             Case{"mode 131", [](Light* l) { return qelLight_setMode(l, 131); }, QEL_STATUS_OK, true},
-             Case{"mode 131 again", [](Light* l) { return qelLight_setMode(l, 131); }, QEL_STATUS_OK, false},
-             Case{"angle 90", [](Light* l) { return qelLight_setSpotAngle(l, 90); }, QEL_STATUS_OK, true},
-             Case{"angle 90 again", [](Light* l) { return qelLight_setSpotAngle(l, 90); }, QEL_STATUS_OK, false},
-             Case{"angle 90.5", [](Light* l) { return qelLight_setSpotAngle(l, 90.5f); }, kRefused, false},
-             Case{"angle -1", [](Light* l) { return qelLight_setSpotAngle(l, -1); }, kRefused, false},
-             Case{"angle NaN", [](Light* l) { return qelLight_setSpotAngle(l, NAN); }, kRefused, false},
-             Case{"exponent 128", [](Light* l) { return qelLight_setSpotExponent(l, 128); }, QEL_STATUS_OK, true},
-             Case{"exponent 129", [](Light* l) { return qelLight_setSpotExponent(l, 129); }, kRefused, false},
-             Case{"exponent NaN", [](Light* l) { return qelLight_setSpotExponent(l, NAN); }, kRefused, false},
-             Case{"no attenuation", [](Light* l) { return qelLight_setAttenuation(l, 0, 0, 0); }, kRefused, false},
-             Case{"negative", [](Light* l) { return qelLight_setAttenuation(l, 1, -1, 0); }, kRefused, false},
-             Case{"NaN", [](Light* l) { return qelLight_setAttenuation(l, 1, 0, NAN); }, kRefused, false},
-             Case{"the default", [](Light* l) { return qelLight_setAttenuation(l, 1, 0, 0); }, QEL_STATUS_OK, false},
-             Case{"quadratic", [](Light* l) { return qelLight_setAttenuation(l, 0, 0, 1); }, QEL_STATUS_OK, true},
-             Case{"white with alpha",
-                  [](Light* l) {
-                      qelLight_setColor(l, 0x80FFFFFF);
-                      return Result(l->color == 0xFFFFFF ? QEL_STATUS_OK : -1);
-                  },
-                  QEL_STATUS_OK, false},
-             Case{"negative intensity",
-                  [](Light* l) {
-                      qelLight_setIntensity(l, -2);
-                      return QEL_STATUS_OK + 0;
-                  },
-                  QEL_STATUS_OK, true},
-         }) {
-        light->stateChanged = 0;
-        EXPECT_EQ(c.set(light), c.result) << c.what;
-        EXPECT_EQ(light->stateChanged, c.changes) << c.what;
-    }
-    EXPECT_EQ(light->spotAngle, 90);
-    EXPECT_NEAR(light->spotCosine, 0, 1e-7);
-    EXPECT_EQ(light->spotExponent, 128);
-    EXPECT_EQ(std::to_array(light->attenuation), (std::array<float, 3>{0, 0, 1}));
-}
-
-TEST(Light, EqualityLooksAtEverySetting) {
-    const Held a(qelLight_create()), b(qelLight_create());
-    EXPECT_TRUE(qelLight_equals(a, b));
-    EXPECT_NEAR(a->spotCosine, std::sqrt(0.5), 1e-7);
-    for (void (*change)(Light*) : {+[](Light* l) { qelLight_setMode(l, 130); }, +[](Light* l) { l->color = 1; },
-                                   +[](Light* l) { qelLight_setSpotAngle(l, 1); }, +[](Light* l) { l->spotCosine = 0; },
-                                   +[](Light* l) { l->spotExponent = 1; }, +[](Light* l) { l->attenuation[2] = 1; },
-                                   +[](Light* l) { l->intensity = 0; }}) {
-        const Held<Light> copy(static_cast<Light*>(qelLight_duplicate(a)));
-        ASSERT_TRUE(qelLight_equals(a, copy));
-        change(copy);
-        EXPECT_FALSE(qelLight_equals(a, copy));
-    }
+    EXPECT_EQ(result, QEL_STATUS_ARITHMETIC) << "equal planes show when the projection is asked for";
 }
 
 // --- Background and sprite ---
@@ -614,13 +396,9 @@ static std::array<int32_t, 4> cropOf(const auto& object) {
 
 TEST(Background, TakesColourImagesOnly) {
     const Held background(qelBackground_create());
-    for (const auto& [format, accepted] :
-         std::vector<std::pair<ImageFormat, bool>>{{ImageFormat::Alpha, false},
-                                                   {ImageFormat::Luminance, false},
-                                                   {ImageFormat::LuminanceAlpha, false},
-                                                   {ImageFormat::Rgb, true},
-                                                   {ImageFormat::Rgba, true}}) {
-        const auto image = newImage(format, 3, 5);
+    for (int32_t format = 96; format <= 100; ++format) {
+        const bool accepted = format >= 99;
+        const auto image = newImage(ImageFormat(format), 3, 5);
         background->imageVersionSeen = 9;
         EXPECT_EQ(qelBackground_setImage(background, image), accepted ? QEL_STATUS_OK : QEL_STATUS_ILLEGAL_ARGUMENT);
         EXPECT_EQ(background->image == image.get(), accepted);
@@ -632,27 +410,16 @@ TEST(Background, TakesColourImagesOnly) {
     EXPECT_EQ(cropOf(background), (std::array<int32_t, 4>{-7, 8, 0, 1}));
     EXPECT_EQ(qelBackground_setImage(background, nullptr), QEL_STATUS_OK);
     EXPECT_EQ(cropOf(background), (std::array<int32_t, 4>{}));
-    EXPECT_EQ(qelBackground_setImageMode(background, 33, 34), QEL_STATUS_ILLEGAL_ARGUMENT);
-    EXPECT_EQ(qelBackground_setImageMode(background, 31, 33), QEL_STATUS_ILLEGAL_ARGUMENT);
-    EXPECT_EQ(background->imageModeX, ImageMode::Border);
-    EXPECT_EQ(qelBackground_setImageMode(background, 33, 32), QEL_STATUS_OK);
-    EXPECT_EQ(background->imageModeX, ImageMode::Repeat);
 }
 
 TEST(Sprite3D, CropIsLimitedAndKeepsItsOrigin) {
     const auto wide = newImage(ImageFormat::Alpha, 3000, 4), small = newImage(ImageFormat::Rgb, 10, 20);
-    const Held appearance(qelAppearance_create());
-    appearance->stateChanged = wide->stateChanged = 0;
     Result result;
     EXPECT_EQ(qelSprite3D_create(true, nullptr, nullptr, &result), nullptr);
     EXPECT_EQ(result, QEL_STATUS_NULL_POINTER);
-    const Held sprite(qelSprite3D_create(true, wide, appearance, &result));
+    const Held sprite(qelSprite3D_create(true, wide, nullptr, &result));
     ASSERT_EQ(result, QEL_STATUS_OK);
-    EXPECT_TRUE(appearance->stateChanged && wide->stateChanged);
     EXPECT_EQ(cropOf(sprite), (std::array<int32_t, 4>{0, 0, 2048, 4}));
-    EXPECT_EQ(sprite->zTarget, AlignmentTarget::ZAxis);
-    EXPECT_EQ(sprite->yTarget, AlignmentTarget::YAxis);
-
     EXPECT_EQ(qelSprite3D_setCrop(sprite, 5, 6, 2048, -4000), QEL_STATUS_OK) << "negative sizes mirror";
     EXPECT_EQ(qelSprite3D_setCrop(sprite, 7, 8, 1, 2049), QEL_STATUS_ILLEGAL_ARGUMENT);
     EXPECT_EQ(cropOf(sprite), (std::array<int32_t, 4>{7, 8, 2048, -4000}));
@@ -664,24 +431,4 @@ TEST(Sprite3D, CropIsLimitedAndKeepsItsOrigin) {
     sprite->stateChanged = 0;
     EXPECT_EQ(qelSprite3D_setImage(sprite, small), QEL_STATUS_OK);
     EXPECT_EQ(sprite->stateChanged, 0) << "the same image";
-    Object3D* references[2];
-    ASSERT_EQ(sprite->getReferences(sprite, references), 2);
-    EXPECT_EQ(references[0], appearance.get());
-    EXPECT_EQ(references[1], small.get());
-}
-
-TEST(Nodes, CreationGivesEverythingBackOnEveryFailure) {
-    sweepEngineAllocations(FailMode::Once, [](CountingHeap& heap) {
-        const auto image = newImage(ImageFormat::Rgb, 2, 2);
-        if (!image.get()) return;
-        {
-            Result result = QEL_STATUS_OK;
-            const Held sprite(qelSprite3D_create(true, image, nullptr, &result));
-            EXPECT_EQ(result, sprite.get() ? QEL_STATUS_OK : QEL_STATUS_OUT_OF_MEMORY);
-            const Held background(qelBackground_create());
-            EXPECT_EQ(!sprite.get() || !background.get(), heap.hasFailed());
-            if (background.get()) qelBackground_setImage(background, image);
-        }
-        EXPECT_EQ(image->refCount, 1);
-    });
 }

@@ -8,6 +8,7 @@
 
 #include "scene/appearance.h"
 #include "scene/duplicate.h"
+#include "scene/figure_mesh.h"
 #include "scene/material.h"
 #include "scene/skinning_kernel.h"
 #include "scene/world.h"
@@ -326,25 +327,23 @@ TEST(SkinnedMesh, ComputesVerticesInIntegers) {
     }
 }
 
-TEST(SkinnedMesh, EnlargesItsScaleWhenAVertexLeavesItsStorage) {
+TEST(SkinnedMesh, StaysInTheScaleThatItHadToEnlarge) {
     Puppet puppet(makeBuffer<int8_t>({100, 0, 0, 50, 0, -20}, 1, {0, 0, 0}));
+    const auto skinned = [&] {
+        EXPECT_EQ(qelSkinnedMesh_skin(puppet.mesh, true), kOk);
+        return valuesOf<int8_t>(puppet.positions());
+    };
     qelSkinnedMesh_addTransform(puppet.mesh, puppet.bone(0), 1, 0, 1);
     qelTransformable_setTranslation(puppet.bone(0), 100, 0, 0);
-    ASSERT_EQ(qelSkinnedMesh_skin(puppet.mesh, true), kOk);
-    EXPECT_EQ(puppet.mesh->skinScale, 2);
+    EXPECT_EQ(skinned(), (std::vector<int8_t>{100, 0, 0, 25, 0, -10}));
     EXPECT_EQ(puppet.mesh->skinnedBuffer->positionScale, 2);
-    EXPECT_EQ(valuesOf<int8_t>(puppet.positions()), (std::vector<int8_t>{100, 0, 0, 25, 0, -10}));
-    EXPECT_EQ(valuesOf<int8_t>(puppet.buffer->positions), (std::vector<int8_t>{100, 0, 0, 50, 0, -20}));
+    qelTransformable_setTranslation(puppet.bone(0), 0, 0, 0);
+    EXPECT_EQ(skinned(), (std::vector<int8_t>{50, 0, 0, 25, 0, -10}));
 
-    qelTransformable_setTranslation(puppet.bone(0), 0, 0, 0);  // stays in the scale
-    ASSERT_EQ(qelSkinnedMesh_skin(puppet.mesh, true), kOk);
-    EXPECT_EQ(valuesOf<int8_t>(puppet.positions()), (std::vector<int8_t>{50, 0, 0, 25, 0, -10}));
-
-    const Held smaller(makeArray<int8_t>(3, {1, 2, 3, 4, 5, 6}));  // new positions begin in their own
+    const Held smaller(makeArray<int8_t>(3, {1, 2, 3, 4, 5, 6}));  // other positions begin in their own
     qelVertexBuffer_setPositions(puppet.buffer, smaller, 0.5f, nullptr);
-    ASSERT_EQ(qelSkinnedMesh_skin(puppet.mesh, true), kOk);
+    EXPECT_EQ(skinned(), (std::vector<int8_t>{1, 2, 3, 4, 5, 6}));
     EXPECT_EQ(puppet.mesh->skinnedBuffer->positionScale, 0.5f);
-    EXPECT_EQ(valuesOf<int8_t>(puppet.positions()), (std::vector<int8_t>{1, 2, 3, 4, 5, 6}));
 }
 
 TEST(SkinnedMesh, EndsOnScalesThatNeverFit) {
@@ -449,12 +448,9 @@ TEST(SkinnedMesh, KeepsTheThreeStrongestBonesInOrder) {
 
 TEST(SkinnedMesh, GivesUpForGoodOnABindingPastTheLastVertex) {
     Puppet puppet(makeBuffer<int8_t>({1, 2, 3, 4, 5, 6}));
-    EXPECT_EQ(qelSkinnedMesh_addTransform(puppet.mesh, puppet.bone(0), 1, 0, 2), kOk);
-    EXPECT_EQ(qelSkinnedMesh_skin(puppet.mesh, true), kOk);
     EXPECT_EQ(qelSkinnedMesh_addTransform(puppet.mesh, puppet.bone(0), 1, 1, 2), kOk)
         << "not compared with the vertices yet";
     EXPECT_EQ(qelSkinnedMesh_skin(puppet.mesh, true), QEL_STATUS_ILLEGAL_STATE);
-    EXPECT_EQ(puppet.mesh->tablesValid, 0);
     const Held longer(makeArray<int8_t>(3, std::vector<int8_t>(9)));
     qelVertexBuffer_setPositions(puppet.buffer, longer, 1, nullptr);
     EXPECT_EQ(qelSkinnedMesh_skin(puppet.mesh, true), QEL_STATUS_ILLEGAL_STATE);
@@ -500,19 +496,6 @@ TEST(SkinnedMesh, ChecksBindingsInOrder) {
     }
 }
 
-TEST(SkinnedMesh, BoneAndBindingListsGrowFrom30By20) {
-    Puppet puppet(makeBuffer<int8_t>({1, 2, 3}), 51);
-    for (size_t i = 0; i < 51; ++i) {
-        ASSERT_EQ(qelSkinnedMesh_addTransform(puppet.mesh, puppet.bone(i), 1, 0, 1), kOk);
-        const int32_t capacity = i < 30 ? 30 : i < 50 ? 50 : 70;
-        EXPECT_EQ(puppet.mesh->boneCapacity, capacity);
-        EXPECT_EQ(puppet.mesh->bindingCapacity, capacity);
-    }
-    EXPECT_EQ(puppet.mesh->bones[0], puppet.bone(0));
-    EXPECT_EQ(puppet.mesh->bones[50], puppet.bone(50));
-    EXPECT_EQ(qelSkinnedMesh_skin(puppet.mesh, true), kOk);
-}
-
 // --- What is computed again ---
 
 TEST(SkinnedMesh, RecomputesOnlyVerticesWhoseBonesMoved) {
@@ -554,8 +537,18 @@ TEST(SkinnedMesh, RecomputesOnlyVerticesWhoseBonesMoved) {
     EXPECT_EQ(valuesOf<int16_t>(puppet.positions())[6], 41);
 }
 
-TEST(SkinnedMesh, FollowsABaseThatGrows) {
+TEST(SkinnedMesh, FollowsABaseThatChanges) {
     Puppet puppet(makeBuffer<int8_t>({1, 2, 3}));
+    const Held colors(makeArray<int8_t>(4, {1, 2, 3, 4})), coords(makeArray<int8_t>(2, {5, 6}));
+    qelVertexBuffer_setColors(puppet.buffer, colors);
+    qelVertexBuffer_setTexCoords(puppet.buffer, 1, coords, 0.25f, nullptr);
+    qelTransformable_setTranslation(puppet.skeleton, 9, 9, 9);
+    ASSERT_EQ(qelSkinnedMesh_skin(puppet.mesh, true), kOk);
+    EXPECT_EQ(valuesOf<int8_t>(puppet.positions()), (std::vector<int8_t>{1, 2, 3})) << "bound to no bone";
+    EXPECT_EQ(puppet.mesh->skinnedBuffer->colors, colors.get());
+    EXPECT_EQ(puppet.mesh->skinnedBuffer->texCoords[1], coords.get());
+    EXPECT_EQ(puppet.mesh->skinnedBuffer->texCoordScale[1], 0.25f);
+    qelTransformable_setTranslation(puppet.skeleton, 0, 0, 0);
     qelSkinnedMesh_addTransform(puppet.mesh, puppet.bone(0), 1, 0, 1);
     qelTransformable_setTranslation(puppet.bone(0), 10, 0, 0);
     ASSERT_EQ(qelSkinnedMesh_skin(puppet.mesh, true), kOk);
@@ -567,6 +560,9 @@ TEST(SkinnedMesh, FollowsABaseThatGrows) {
         values[0] = 17;
         EXPECT_EQ(valuesOf<int16_t>(puppet.positions()), values);
     }
+    qelVertexBuffer_setPositions(puppet.buffer, nullptr, 1, nullptr);
+    ASSERT_EQ(qelSkinnedMesh_skin(puppet.mesh, true), kOk);
+    EXPECT_EQ(puppet.positions(), nullptr);
 }
 
 TEST(SkinnedMesh, LeavesTheSkeletonOfAMeshOnItsBonesAlone) {
@@ -608,31 +604,12 @@ TEST(SkinnedMesh, SkinsNormalsForMaterialsOnRequestAndCatchesUp) {
     EXPECT_EQ(valuesOf<int8_t>(puppet.mesh->skinnedBuffer->normals), atRest);
 }
 
-TEST(SkinnedMesh, TakesEverythingElseFromTheBase) {
-    Puppet puppet(makeBuffer<int8_t>({1, 2, 3}, 0.5f, {1, 2, 3}));
-    const Held colors(makeArray<int8_t>(4, {1, 2, 3, 4})), coords(makeArray<int8_t>(2, {5, 6}));
-    const float bias[] = {7, 8};
-    qelVertexBuffer_setColors(puppet.buffer, colors);
-    qelVertexBuffer_setTexCoords(puppet.buffer, 1, coords, 0.25f, bias);
-    qelVertexBuffer_setDefaultColor(puppet.buffer, 0x12345678);
-    ASSERT_EQ(qelSkinnedMesh_skin(puppet.mesh, true), kOk);
-    const VertexBuffer* out = puppet.mesh->skinnedBuffer;
-    EXPECT_EQ(out->colors, colors.get());
-    EXPECT_EQ(out->texCoords[1], coords.get());
-    EXPECT_EQ(out->texCoordScale[1], 0.25f);
-    EXPECT_EQ(out->texCoordBias[1][1], 8);
-    EXPECT_EQ(out->defaultColor, 0x12345678u);
-    EXPECT_EQ(out->positionBias[2], 3);
-    EXPECT_EQ(out->normals, nullptr);
-}
-
 // --- Life ---
 
 TEST(SkinnedMesh, OwnsItsSkeleton) {
     const Held world(qelWorld_create());
-    const Held parented(qelGroup_create());
-    const Held root(qelGroup_create());
-    qelGroup_addChild(root, parented);
+    const Held root(qelGroup_create()), free(qelGroup_create());
+    Group* parented = addTo(root, qelGroup_create());
     Puppet puppet(makeBuffer<int8_t>({1, 2, 3}));
     EXPECT_EQ(puppet.skeleton->parent, puppet.mesh);
     EXPECT_EQ(referencesOf(puppet.mesh).back(), puppet.skeleton.get());
@@ -643,38 +620,19 @@ TEST(SkinnedMesh, OwnsItsSkeleton) {
     TriangleStripArray* const strips[] = {puppet.triangle};
     struct Case {
         const char* what;
-        VertexBuffer* buffer;
         Group* skeleton;
-        int32_t submeshCount;
         Result result;
     };
-    const Held free(qelGroup_create());
-    for (const Case& c : {Case{"no buffer", nullptr, free, 1, QEL_STATUS_NULL_POINTER},
-                          Case{"no skeleton", puppet.buffer, nullptr, 1, QEL_STATUS_NULL_POINTER},
-                          Case{"a world", puppet.buffer, world, 1, QEL_STATUS_ILLEGAL_ARGUMENT},
-                          Case{"has a parent", puppet.buffer, parented, 1, QEL_STATUS_ILLEGAL_ARGUMENT},
-                          Case{"taken", puppet.buffer, puppet.skeleton, 1, QEL_STATUS_ILLEGAL_ARGUMENT},
-                          Case{"no submeshes", puppet.buffer, free, 0, QEL_STATUS_ILLEGAL_ARGUMENT},
-                          Case{"free", puppet.buffer, free, 1, kOk}}) {
-        SCOPED_TRACE(c.what);
+    for (const Case& c :
+         {Case{"none", nullptr, QEL_STATUS_NULL_POINTER}, Case{"a world", world, QEL_STATUS_ILLEGAL_ARGUMENT},
+          Case{"has a parent", parented, QEL_STATUS_ILLEGAL_ARGUMENT},
+          Case{"taken", puppet.skeleton, QEL_STATUS_ILLEGAL_ARGUMENT}, Case{"free", free, kOk}}) {
         Result result = -1;
-        {
-            const Held mesh(qelSkinnedMesh_create(c.buffer, strips, nullptr, c.skeleton, c.submeshCount, &result));
-            EXPECT_EQ(result, c.result);
-        }
-        EXPECT_EQ(free->parent, nullptr) << "after the mesh";
-        EXPECT_EQ(free->refCount, 1);
+        const Held mesh(qelSkinnedMesh_create(puppet.buffer, strips, nullptr, c.skeleton, 1, &result));
+        EXPECT_EQ(result, c.result) << c.what;
     }
-}
-
-TEST(SkinnedMesh, StandsStillWithoutBones) {
-    Puppet puppet(makeBuffer<int8_t>({1, 2, 3}));
-    qelTransformable_setTranslation(puppet.skeleton, 9, 9, 9);
-    ASSERT_EQ(qelSkinnedMesh_skin(puppet.mesh, true), kOk);
-    EXPECT_EQ(valuesOf<int8_t>(puppet.positions()), (std::vector<int8_t>{1, 2, 3}));
-    qelVertexBuffer_setPositions(puppet.buffer, nullptr, 1, nullptr);
-    ASSERT_EQ(qelSkinnedMesh_skin(puppet.mesh, true), kOk);
-    EXPECT_EQ(puppet.positions(), nullptr);
+    EXPECT_EQ(free->parent, nullptr) << "after the mesh";
+    EXPECT_EQ(free->refCount, 1);
 }
 
 TEST(SkinnedMesh, DuplicatesMoveOnTheirOwn) {
@@ -726,4 +684,57 @@ TEST(SkinnedMesh, GivesEverythingBackWhenMemoryRunsOut) {
             heap.failAfter(0);
             (void)qelAlloc(kScratchTag, 1);  // goes on with the sweep
         });
+}
+
+// --- FigureMesh ---
+
+TEST(FigureMesh, FinalisedEqualsNewAndGivesEverythingBack) {
+    CountingHeap heap;
+    const Held figure(qelFigureMesh_create());
+    const int32_t emptyBlocks = heap.liveBlocks();
+    ASSERT_TRUE(qelMesh_allocSubmeshes(figure, 1));
+    figure->vertexBuffer = makeBuffer<int16_t>({1, 2, 3});
+    figure->indexBuffers[0] = makeTriangle();
+    figure->appearanceCount = 2;
+    figure->appearanceTable = qelAllocArrayOf<Appearance*>(2);
+    figure->appearanceTable[0] = qelAppearance_create();
+    Appearance* shown = qelAppearance_create();
+    figure->appearanceTable[1] = static_cast<Appearance*>(qelObject3D_ref(shown));
+    figure->appearances[0] = shown;  // without a reference
+    figure->slotFlags = qelAllocArrayOf<uint32_t>(1);
+    figure->patternTable = qelAllocArrayOf<uint32_t>(2);
+    figure->bones.boneCount = 1;
+    figure->bones.bones = qelAllocArrayOf<BoneRecord>(1);
+    figure->bones.groupVertices = qelAllocArrayOf<uint16_t>(1);
+    figure->opaqueColors = makeArray<int8_t>(4, {1, 2, 3, 4});
+    figure->blendPlan = static_cast<BlendPlan*>(qelAllocArray(8, 1));
+    figure->vertexBones = qelAllocArrayOf<int32_t>(1);
+    figure->boneMatrices = qelAllocArrayOf<int32_t>(12);
+    figure->boneMatrixDone = qelAllocArrayOf<uint8_t>(1);
+    figure->boneCount = 1;
+    ASSERT_EQ(qelSkinnedMesh_prepareSkinnedBuffer(figure), kOk);
+
+    qelFigureMesh_finalise(figure);
+    EXPECT_EQ(shown->refCount, 1);
+    qelObject3D_unref(shown);
+    EXPECT_EQ(heap.liveBlocks(), emptyBlocks);
+    EXPECT_EQ(figure->submeshCount, 0);
+    EXPECT_EQ(figure->bones.boneCount, 0u);
+    EXPECT_EQ(figure->requestedPattern, 0xFFFFFFFFu);
+}
+
+TEST(FigureMesh, TakesNoBonesAndKeepsTheLengthOfItsNormals) {
+    const Held figure(qelFigureMesh_create());
+    EXPECT_EQ(qelSkinnedMesh_prepareSkinnedBuffer(figure), kOk) << "empty";
+    EXPECT_EQ(figure->skinnedBuffer, nullptr);
+    const Held bone(qelGroup_create());
+    EXPECT_EQ(qelSkinnedMesh_addTransform(figure, bone, 1, 0, 1), QEL_STATUS_ILLEGAL_ARGUMENT);
+
+    figure->vertexBuffer = makeBuffer<int16_t>({100, 200, 300});
+    const Held normals(makeArray<int8_t>(3, {0, 64, 0}));
+    qelVertexBuffer_setNormalsAsIs(figure->vertexBuffer, normals);
+    ASSERT_EQ(qelSkinnedMesh_prepareSkinnedBuffer(figure), kOk);
+    EXPECT_EQ(valuesOf<int16_t>(figure->skinnedBuffer->positions), (std::vector<int16_t>{100, 200, 300}));
+    EXPECT_EQ(valuesOf<int8_t>(figure->skinnedBuffer->normals), (std::vector<int8_t>{0, 64, 0}));
+    EXPECT_NE(figure->skinnedBuffer->normals, normals.get());
 }
