@@ -6,7 +6,7 @@
 #include <span>
 #include <utility>
 
-// A triangle's place along a curve that fills space: the bits of its coordinates in turn.
+// A triangle's place along a curve that fills space.
 struct PlacedTriangle {
     uint32_t place, triangle;
 };
@@ -40,11 +40,50 @@ static Box16 unite(const Box16& a, const Box16& b) {
 }
 
 // Puts two zero bits before each of the ten lowest bits.
-static uint32_t spread(uint32_t bits) {
+static constexpr uint32_t spread(uint32_t bits) {
     bits = (bits | bits << 16) & 0x030000FF;
     bits = (bits | bits << 8) & 0x0300F00F;
     bits = (bits | bits << 4) & 0x030C30C3;
     return (bits | bits << 2) & 0x09249249;
+}
+
+// The curve is Hilbert's, whose neighbours in order are neighbours in space: any stretch of it fits a close box. It goes
+// through the eight octants of a cube, and within each in one of 24 orientations: the octant that it starts in (three
+// bits, one per axis) and the axis along which it ends. Each step is the octant's number in that order, and how the
+// curve is oriented within.
+struct CurveStep {
+    uint8_t number, orientation;
+};
+using CurveSteps = std::array<std::array<CurveStep, 8>, 24>;  // by orientation 3 start + axis, and octant
+
+static constexpr uint32_t rotateLeft(uint32_t bits, uint32_t by) { return (bits << by | bits >> (3 - by)) & 7; }
+
+static constexpr CurveSteps makeCurve() {
+    CurveSteps steps{};
+    for (uint32_t orientation = 0; orientation < 24; ++orientation)
+        for (uint32_t number = 0; number < 8; ++number) {
+            const uint32_t start = orientation / 3, turn = (orientation % 3 + 1) % 3;
+            const uint32_t octant = start ^ rotateLeft(number ^ number >> 1, turn);  // Gray code: one axis at a time
+            const uint32_t before = number == 0 ? 0 : (number - 1) & ~1u;
+            const uint32_t innerStart = start ^ rotateLeft(before ^ before >> 1, turn);
+            const uint32_t ones = uint32_t(std::countr_one(number % 2 == 1 || number == 0 ? number : number - 1));
+            const uint32_t innerAxis = (orientation % 3 + ones + 1) % 3;
+            steps[orientation][octant] = {uint8_t(number), uint8_t(3 * innerStart + innerAxis)};
+        }
+    return steps;
+}
+
+static constexpr CurveSteps kCurve = makeCurve();
+
+// Where on the curve a cell is whose coordinates' bits come in turn.
+static uint32_t placeOnCurve(uint32_t cell) {
+    uint32_t place = 0, orientation = 0;
+    for (int32_t shift = 3 * (kPlaceBits - 1); shift >= 0; shift -= 3) {
+        const CurveStep step = kCurve[orientation][cell >> shift & 7];
+        place = place << 3 | step.number;
+        orientation = step.orientation;
+    }
+    return place;
 }
 
 static void placeTriangles(std::span<const Box16> boxes, PlacedTriangle* out) {
@@ -58,12 +97,12 @@ static void placeTriangles(std::span<const Box16> boxes, PlacedTriangle* out) {
     }
     const int32_t shift = std::max(int32_t(std::bit_width(uint32_t(extent))) - kPlaceBits, 0);
     for (uint32_t t = 0; t < boxes.size(); ++t) {
-        uint32_t place = 0;
+        uint32_t cell = 0;
         for (int i = 0; i < 3; ++i) {
             const int32_t center = boxes[t].least[i] + boxes[t].greatest[i];
-            place |= spread(uint32_t(center - origin[i]) >> shift) << i;
+            cell |= spread(uint32_t(center - origin[i]) >> shift) << i;
         }
-        out[t] = {place, t};
+        out[t] = {placeOnCurve(cell), t};
     }
 }
 

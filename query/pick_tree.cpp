@@ -376,10 +376,24 @@ static bool tryNumbers(Search* search, std::span<const uint32_t> numbers) {
     return true;
 }
 
+// Leaves that the ray meets wait for each other: their numbers and triangles are on the way while others are looked for.
+using LeafBatch = std::array<uint32_t, 32>;
+
+static bool tryLeaves(Search* search, const BoxTree& tree, std::span<const uint32_t> leaves) {
+    for (const uint32_t leaf : leaves) {
+        const uint32_t first = leaf * kBoxTreeLeafSize;
+        const uint32_t count = std::min(tree.triangleCount - first, kBoxTreeLeafSize);
+        if (!tryNumbers(search, {tree.order + first, count})) return false;
+    }
+    return true;
+}
+
 // False when the ray passes too much.
 static bool searchTree(Search* search, const Slabs& slabs) {
     const BoxTree tree = treeOf(search->kept);
     uint32_t leavesLeft = tree.leafCount / 8 + 16;  // testing more takes as long as walking
+    LeafBatch leaves;
+    uint32_t waiting = 0;
     std::array<BoxTreeNode, kBoxTreeMaxDepth> stack;
     uint32_t depth = 0;
     stack[depth++] = BoxTree_root(tree);
@@ -387,17 +401,22 @@ static bool searchTree(Search* search, const Slabs& slabs) {
         BoxTreeNode node = stack[--depth];
         while (meetsBox(slabs, tree.nodes[node.node])) {
             if (node.leafCount > 1) {
-                stack[depth++] = BoxTree_right(node);
+                stack[depth] = BoxTree_right(node);
+                __builtin_prefetch(&tree.nodes[stack[depth++].node]);
                 node = BoxTree_left(node);
                 continue;
             }
-            const uint32_t first = node.firstLeaf * kBoxTreeLeafSize;
-            const uint32_t count = std::min(tree.triangleCount - first, kBoxTreeLeafSize);
-            if (leavesLeft-- == 0 || !tryNumbers(search, {tree.order + first, count})) return false;
+            if (leavesLeft-- == 0) return false;
+            __builtin_prefetch(&tree.order[node.firstLeaf * kBoxTreeLeafSize]);
+            leaves[waiting++] = node.firstLeaf;
+            if (waiting == leaves.size()) {
+                if (!tryLeaves(search, tree, leaves)) return false;
+                waiting = 0;
+            }
             break;
         }
     }
-    return true;
+    return tryLeaves(search, tree, {leaves.data(), waiting});
 }
 
 static void takeHits(Search* search) {
