@@ -1,10 +1,14 @@
-// What the tests of decoders share: bytes on exact-size heap blocks, streams that hide their length, and broken files.
+// What the tests of decoders share: bytes on exact-size heap blocks, streams that hide their length, and files with
+// changed fields.
 #pragma once
 
+#include <gtest/gtest.h>
+
+#include <bit>
 #include <cstdint>
 #include <cstring>
-#include <functional>
 #include <memory>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -49,8 +53,32 @@ struct OpaqueStream : LoaderStream {
         nullptr};
 };
 
-// One way to break a file that is otherwise good.
-struct BrokenFile {
-    const char* what;
-    std::function<void(encode::EncodedFile&)> breakIt;
-};
+// Changes fields of a file: "version=6", "boneCount+=1", "objectCount=0&groupCount=0". A number with a point stands for
+// the bits of a float, and a number that is too wide for its field for its low bits.
+inline void changeFields(encode::EncodedFile& file, const std::string& changes, const std::string& prefix = {}) {
+    std::istringstream parts(changes);
+    for (std::string part; std::getline(parts, part, '&');) {
+        const size_t equals = part.find('=');
+        const bool adds = part[equals - 1] == '+';
+        const std::string field = prefix + part.substr(0, equals - adds), text = part.substr(equals + 1);
+        uint64_t value = adds ? file.get(field) : 0;
+        if (text.find('.') != std::string::npos)
+            value = std::bit_cast<uint32_t>(std::stof(text));
+        else
+            value += uint64_t(std::stoll(text, nullptr, 0));
+        file.set(field, value);
+    }
+}
+
+// Every one of a list of changes, each made to a file of its own.
+template <typename Check>
+void forEachChange(const encode::EncodedFile& file, const std::string& list, Check&& check,
+                   const std::string& prefix = {}) {
+    std::istringstream changes(list);
+    for (std::string change; changes >> change;) {
+        SCOPED_TRACE(prefix + change);
+        encode::EncodedFile changed = file;
+        changeFields(changed, change, prefix);
+        check(changed);
+    }
+}

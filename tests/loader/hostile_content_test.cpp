@@ -203,33 +203,6 @@ ByteList chainOfBones() {
     return file;
 }
 
-// Fields of 255 bits, of which nothing is used.
-ByteList widestFields() {
-    RawFigure figure = {.texturedTriangles = 2600};
-    figure.putTexturedBlock = [](Bits& out) {
-        putTexturedWidths(out, 255, 255, 255);
-        out.bytes.resize(out.bytes.size() + 2600 * 10 * 255 / 8);
-        out.align();
-    };
-    return figure.encode();
-}
-
-// Actions of nothing, and a table that promises what a file of 1 MB cannot hold.
-ByteList emptyActions() {
-    Bits out;
-    out.put16({0x544D, 2, 65535, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0});
-    out.bytes.resize(28 + 65535 * 2);
-    return out.bytes;
-}
-
-ByteList unmovedBones() {
-    Bits out;
-    out.put16({0x544D, 2, 1, 65535, 0, 65535, 0, 0, 0, 0, 0, 0, 0, 0});
-    out.put16({0});
-    out.bytes.resize(out.bytes.size() + 65535, 1);
-    return out.bytes;
-}
-
 ByteList packageOf(uint16_t count, const encode::K8Record& record) {
     encode::K8Package package;
     package.groups.resize(1);
@@ -278,9 +251,6 @@ std::vector<HostileFile> hostileFiles() {
             {"18432 submeshes", scatteredSubmeshes(12, 16, 3), false},
             {"50688 submeshes", scatteredSubmeshes(33, 16, 3), false},
             {"a chain of 32000 bones", chainOfBones(), true},
-            {"fields of 255 bits", widestFields(), true},
-            {"65535 empty actions", emptyActions(), true},
-            {"65535 unmoved bones", unmovedBones(), true},
             {"1024 narrow images", narrowImages(), false},
             {"1024 figures with 1632 appearances", figuresOfEveryClass(), false},
             {"1024 fogs", packageOf(1024, encode::K8FogRecord{}), true},

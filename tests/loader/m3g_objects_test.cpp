@@ -1,8 +1,6 @@
 // Sequences of objects: numbers, roots, lengths, and what the readers refuse.
 #include "loader/m3g_objects.h"
 
-#include <gmock/gmock.h>
-
 #include <limits>
 
 #include "scene/appearance.h"
@@ -12,7 +10,6 @@
 #include "tests/support/counting_heap.h"
 
 using namespace encode;
-using testing::ElementsAre;
 
 namespace {
 
@@ -26,14 +23,6 @@ std::vector<uint32_t> rootsOf(const ParsedObjects& parsed) {
     return roots;
 }
 
-TEST(M3gObjects, EverythingThatIsReferredToIsNoRoot) {
-    const CountingHeap heap;
-    const FullScene full;
-    const ParsedObjects parsed(encodeM3gObjects(full.scene));
-    ASSERT_TRUE(parsed.ok());
-    EXPECT_THAT(rootsOf(parsed), ElementsAre(full.world.position));
-}
-
 TEST(M3gObjects, TheHeaderTakesANumberAndExternalNamesTakeNone) {
     const CountingHeap heap;
     M3gScene scene;
@@ -45,16 +34,12 @@ TEST(M3gObjects, TheHeaderTakesANumberAndExternalNamesTakeNone) {
     const M3gRef fog = scene.add(M3gFog{});
     scene.add(M3gExternalReference{"over/there.m3g"});
     scene.add(M3gAppearance{.fog = fog});
-    EncodedFile file = encodeM3gObjects(scene);
-    file.set("object[0].hasExternalReferences", 1);
-    const ParsedObjects parsed(file);
+    const ParsedObjects parsed(encodeM3gObjects(scene));
     ASSERT_TRUE(parsed.ok());
     const LoaderContext& context = parsed.context();
     EXPECT_EQ(context.versionMajor, 1);
     EXPECT_EQ(context.versionMinor, 2);
-    EXPECT_EQ(context.hasExternalReferences, 1);
     EXPECT_EQ(context.totalFileSize, 345u);
-    EXPECT_EQ(context.approximateContentSize, 678u);
     ASSERT_EQ(context.externalNameCount, 1u);
     EXPECT_STREQ(context.externalNames[0], "over/there.m3g");
     ASSERT_EQ(context.objectCount, 2u);
@@ -100,7 +85,7 @@ TEST(M3gObjects, WhatIsNoTrackAndWhatCannotBeAlignedToStaysARoot) {
     ASSERT_TRUE(parsed.ok());
     EXPECT_EQ(parsed.at<Group>(aligned)->animationTrackCount, 0);
     EXPECT_EQ(parsed.at<Group>(aligned)->zTarget, AlignmentTarget::None);
-    EXPECT_THAT(rootsOf(parsed), ElementsAre(0, 1, 3));
+    EXPECT_EQ(rootsOf(parsed), (std::vector<uint32_t>{0, 1, 3}));
 }
 
 TEST(M3gObjects, LengthsHaveToAddUp) {
@@ -133,17 +118,6 @@ TEST(M3gObjects, LengthsHaveToAddUp) {
     }
 }
 
-TEST(M3gObjects, OfEveryLengthButTheWholeNothingIsLeft) {
-    const CountingHeap heap;
-    const ByteList file = encodeM3gObjects(FullScene().scene).bytes;
-    for (size_t length = 1; length < file.size(); ++length) {
-        const ParsedObjects promised(ByteList(file.begin(), file.begin() + int64_t(length)), uint32_t(file.size()));
-        EXPECT_FALSE(promised.ok()) << length;
-        EXPECT_EQ(promised.context().status, kStatusCorruptData) << length;
-        EXPECT_NE(promised.context().reason, kNone) << length;
-    }
-}
-
 TEST(M3gObjects, RefusesUnknownTypesAndTooManyObjects) {
     const CountingHeap heap;
     const auto parse = [](uint8_t type, uint32_t limit) {
@@ -165,17 +139,6 @@ TEST(M3gObjects, RefusesUnknownTypesAndTooManyObjects) {
     EXPECT_FALSE(parse(7, 1));
     EXPECT_FALSE(parse(23, 0));
     EXPECT_FALSE(parse(254, 0));
-}
-
-TEST(M3gObjects, Takes255ExternalNames) {
-    const CountingHeap heap;
-    M3gScene scene;
-    while (scene.objects.size() < 255) scene.add(M3gExternalReference{"name"});
-    EXPECT_TRUE(ParsedObjects(encodeM3gObjects(scene)).ok());
-    scene.add(M3gExternalReference{"name"});
-    const ParsedObjects parsed(encodeM3gObjects(scene));
-    EXPECT_FALSE(parsed.ok());
-    EXPECT_EQ(parsed.context().status, kStatusCorruptData);
 }
 
 TEST(M3gObjects, FloatsAreZeroOrNormalised) {
@@ -201,164 +164,114 @@ TEST(M3gObjects, FloatsAreZeroOrNormalised) {
 
 // --- Refusals ---
 
-constexpr uint32_t kNegativeZero = 0x80000000, kHuge = 0xFFFFFFFF;
-const uint32_t kMinusOne = 0xBF800000, kTwo = 0x40000000;
-
-struct Refusal {
+struct Refusals {
     M3gRef object;
-    const char* field;
-    uint64_t value;
     uint8_t reason;
+    const char* changes;
 };
 
 TEST(M3gObjects, RefusesFieldByField) {
     const CountingHeap heap;
     const FullScene s;
     const EncodedFile good = encodeM3gObjects(s.scene);
-    const auto number = [](M3gRef ref) { return ref.position + 2; };
-    const std::vector<Refusal> refusals = {
-        // What objects, transformables and nodes share.
-        {s.light, "trackCount", kHuge, kLength},
-        {s.light, "track[0]", 0, kInvalid},
-        {s.light, "track[0]", 1, kInvalid},
-        {s.light, "track[0]", number(s.light), kInvalid},
-        {s.light, "parameterCount", kHuge, kLength},
-        {s.light, "parameter[0].length", kHuge, kLength},
-        {s.light, "hasComponents", 2, kInvalid},
-        {s.light, "translation[2]", kNegativeZero, kFailed},
-        {s.light, "scale[0]", kNegativeZero, kFailed},
-        {s.light, "angle", kNegativeZero, kFailed},
-        {s.light, "axis[2]", 0, kFailed},
-        {s.light, "hasMatrix", 2, kInvalid},
-        {s.light, "matrix[3]", kNegativeZero, kFailed},
-        {s.light, "matrix[15]", kTwo, kFailed},
-        {s.light, "rendering", 2, kInvalid},
-        {s.light, "picking", 2, kInvalid},
-        {s.light, "hasAlignment", 2, kInvalid},
-        {s.light, "zTarget", 143, kInvalid},
-        {s.light, "yTarget", 149, kInvalid},
-        {s.light, "zReference", 1, kInvalid},
-        {s.light, "yReference", number(s.light), kInvalid},
-        // By class, in the order of the types.
-        {s.controller, "speed", kNegativeZero, kFailed},
-        {s.controller, "weight", kMinusOne, kFailed},
-        {s.controller, "activeStart", 91, kFailed},
-        {s.controller, "referenceSequenceTime", kNegativeZero, kFailed},
-        {s.track, "sequence", 0, kInvalid},
-        {s.track, "sequence", number(s.controller), kInvalid},
-        {s.track, "controller", number(s.sequence), kInvalid},
-        {s.track, "property", 255, kInvalid},
-        {s.track, "property", 277, kInvalid},
-        {s.track, "property", 256, kFailed},  // one component
-        {s.appearance, "layer", 64, kFailed},
-        {s.appearance, "layer", 0x80, kFailed},
-        {s.appearance, "compositingMode", number(s.fog), kInvalid},
-        {s.appearance, "material", number(s.fog), kInvalid},
-        {s.appearance, "textureCount", kHuge, kLength},
-        {s.appearance, "texture[0]", number(s.image), kInvalid},
-        {s.background, "image", number(s.fog), kInvalid},
-        {s.background, "modeX", 34, kFailed},
-        {s.background, "cropHeight", 0x80000000, kFailed},
-        {s.background, "depthClear", 2, kInvalid},
-        {s.background, "colorClear", 2, kInvalid},
-        {s.camera, "projection", 47, kInvalid},
-        {s.camera, "projection", 51, kInvalid},
-        {s.camera, "aspectRatio", 0, kFailed},
-        {s.camera, "near", kNegativeZero, kFailed},
-        {s.compositingMode, "depthTest", 2, kInvalid},
-        {s.compositingMode, "alphaWrite", 2, kInvalid},
-        {s.compositingMode, "blending", 69, kFailed},
-        {s.compositingMode, "depthOffsetUnits", kNegativeZero, kFailed},
-        {s.fog, "mode", 82, kFailed},
-        {s.fog, "density", kMinusOne, kFailed},
-        {s.polygonMode, "culling", 163, kFailed},
-        {s.polygonMode, "shading", 163, kFailed},
-        {s.polygonMode, "winding", 167, kFailed},
-        {s.polygonMode, "perspectiveCorrection", 2, kInvalid},
-        {s.skeleton, "childCount", kHuge, kLength},
-        {s.group, "child[0]", 0, kInvalid},
-        {s.group, "child[0]", number(s.fog), kInvalid},
-        {s.group, "child[0]", number(s.bone), QEL_STATUS_ILLEGAL_ARGUMENT},  // has a parent
-        {s.group, "child[0]", number(s.mesh), QEL_STATUS_ILLEGAL_ARGUMENT},  // twice the same
-        {s.image, "format", 95, kInvalid},
-        {s.image, "isMutable", 2, kInvalid},
-        {s.image, "width", 3, 5},
-        {s.image, "width", kHuge, 5},
-        {s.image, "pixelLength", 5, 5},
-        {s.image, "pixelLength", kHuge, kLength},
-        {s.image, "paletteLength", kHuge, kLength},
-        {s.strips, "encoding", 3, kInvalid},
-        {s.strips, "encoding", 131, kInvalid},
-        {s.strips, "indexCount", kHuge, kLength},
-        {s.strips, "strip[0]", 4, kInvalid},
-        {s.strips, "strip[0]", 2, kFailed},
-        {s.light, "attenuation[0]", kMinusOne, kFailed},
-        {s.light, "mode", 132, kFailed},
-        {s.light, "intensity", kNegativeZero, kFailed},
-        {s.light, "spotAngle", 0x42B60000, kFailed},     // 91
-        {s.light, "spotExponent", 0x43010000, kFailed},  // 129
-        {s.material, "shininess", 0x43010000, kFailed},
-        {s.material, "vertexColorTracking", 2, kInvalid},
-        {s.mesh, "vertices", 0, kInvalid},
-        {s.mesh, "submeshCount", kHuge, kLength},
-        {s.mesh, "submesh[1].strips", 0, kInvalid},
-        {s.mesh, "submesh[1].appearance", number(s.fog), kInvalid},
-        {s.morphingMesh, "targetCount", kHuge, kLength},
-        {s.morphingMesh, "target[1].vertices", 0, kInvalid},
-        {s.morphingMesh, "target[1].weight", kNegativeZero, kFailed},
-        {s.skinnedMesh, "skeleton", 0, kInvalid},
-        {s.skinnedMesh, "skeleton", number(s.bone), kFailed},  // has a parent
-        {s.skinnedMesh, "bindingCount", kHuge, kLength},
-        {s.skinnedMesh, "binding[0].bone", 0, kInvalid},
-        {s.skinnedMesh, "binding[0].bone", number(s.camera), kFailed},  // outside the skeleton
-        {s.skinnedMesh, "binding[0].vertexCount", 0, kFailed},
-        {s.skinnedMesh, "binding[0].firstVertex", kHuge, kFailed},
-        {s.skinnedMesh, "binding[0].weight", 0, kFailed},
-        {s.texture, "image", 0, kInvalid},
-        {s.texture, "blending", 229, kFailed},
-        {s.texture, "wrapT", 239, kFailed},
-        {s.texture, "levelFilter", 211, kFailed},
-        {s.texture, "imageFilter", 208, kFailed},
-        {s.sprite, "image", 0, kInvalid},
-        {s.sprite, "scaled", 2, kInvalid},
-        {s.sprite, "cropWidth", 2049, kFailed},
-        {s.sequence, "interpolation", 175, kFailed},
-        {s.sequence, "interpolation", 177, kFailed},  // no quaternions
-        {s.sequence, "repeatMode", 194, kFailed},
-        {s.sequence, "encoding", 3, kInvalid},
-        {s.sequence, "duration", 0, kFailed},
-        {s.sequence, "validLast", 3, kFailed},
-        {s.sequence, "componentCount", 0, kInvalid},
-        {s.sequence, "componentCount", kHuge, kLength},
-        {s.sequence, "keyframeCount", 0, kInvalid},
-        {s.sequence, "keyframeCount", kHuge, kLength},
-        {s.sequence, "keyframe[0].time", 0x80000000, kFailed},
-        {s.sequence, "keyframe[2].value[2]", kNegativeZero, kFailed},
-        {s.positions, "componentSize", 3, kFailed},
-        {s.positions, "componentSize", 255, kLength},
-        {s.positions, "encoding", 2, kInvalid},
-        {s.positions, "vertexCount", 0, kFailed},
-        {s.positions, "vertexCount", 0xFFFF, kLength},
-        {s.vertices, "positions", number(s.texCoords), kFailed},  // two components
-        {s.vertices, "positions", number(s.fog), kInvalid},
-        {s.vertices, "positionScale", kNegativeZero, kFailed},
-        {s.vertices, "normals", number(s.colors), kFailed},
-        {s.vertices, "colors", number(s.positions), kFailed},
-        {s.vertices, "texCoordCount", kHuge, kLength},
-        {s.vertices, "texCoord[1].bias[0]", kNegativeZero, kFailed},
-        {s.world, "child[0]", number(s.group), QEL_STATUS_ILLEGAL_ARGUMENT},  // twice the same
-        {s.world, "activeCamera", number(s.light), kInvalid},
-        {s.world, "background", number(s.camera), kInvalid},
+    const std::vector<Refusals> refusals = {
+        {s.light, kLength, "trackCount=-1 parameterCount=-1 parameter[0].length=-1"},
+        {s.light, kInvalid,
+         "track[0]=0 track[0]=1 hasComponents=2 hasMatrix=2 rendering=2 picking=2 hasAlignment=2 zTarget=143 "
+         "yTarget=149 zReference=1"},
+        {s.light, kFailed,
+         "translation[2]=-0.0 scale[0]=-0.0 angle=-0.0 axis[2]=0 matrix[3]=-0.0 matrix[15]=2.0 attenuation[0]=-1.0 "
+         "mode=132 "
+         "intensity=-0.0 spotAngle=91.0 spotExponent=129.0"},
+        {s.controller, kFailed, "speed=-0.0 weight=-1.0 activeStart=91 referenceSequenceTime=-0.0"},
+        {s.track, kInvalid, "sequence=0 property=255 property=277"},
+        {s.track, kFailed, "property=256"},
+        {s.appearance, kFailed, "layer=64 layer=128"},
+        {s.appearance, kLength, "textureCount=-1"},
+        {s.background, kFailed, "modeX=34 cropHeight=0x80000000"},
+        {s.background, kInvalid, "depthClear=2 colorClear=2"},
+        {s.camera, kInvalid, "projection=47 projection=51"},
+        {s.camera, kFailed, "aspectRatio=0 near=-0.0"},
+        {s.compositingMode, kInvalid, "depthTest=2 alphaWrite=2"},
+        {s.compositingMode, kFailed, "blending=69 depthOffsetUnits=-0.0"},
+        {s.fog, kFailed, "mode=82 density=-1.0"},
+        {s.polygonMode, kFailed, "culling=163 shading=163 winding=167"},
+        {s.polygonMode, kInvalid, "perspectiveCorrection=2"},
+        {s.skeleton, kLength, "childCount=-1"},
+        {s.group, kInvalid, "child[0]=0"},
+        {s.image, kInvalid, "format=95 isMutable=2"},
+        {s.image, 5, "width=3 width=-1 pixelLength=5"},
+        {s.image, kLength, "pixelLength=-1 paletteLength=-1"},
+        {s.strips, kInvalid, "encoding=3 encoding=131 strip[0]=4"},
+        {s.strips, kLength, "indexCount=-1"},
+        {s.strips, kFailed, "strip[0]=2"},
+        {s.material, kFailed, "shininess=129.0"},
+        {s.material, kInvalid, "vertexColorTracking=2"},
+        {s.mesh, kInvalid, "vertices=0 submesh[1].strips=0"},
+        {s.mesh, kLength, "submeshCount=-1"},
+        {s.morphingMesh, kLength, "targetCount=-1"},
+        {s.morphingMesh, kInvalid, "target[1].vertices=0"},
+        {s.morphingMesh, kFailed, "target[1].weight=-0.0"},
+        {s.skinnedMesh, kInvalid, "skeleton=0 binding[0].bone=0"},
+        {s.skinnedMesh, kLength, "bindingCount=-1"},
+        {s.skinnedMesh, kFailed, "binding[0].vertexCount=0 binding[0].firstVertex=-1 binding[0].weight=0"},
+        {s.texture, kInvalid, "image=0"},
+        {s.texture, kFailed, "blending=229 wrapT=239 levelFilter=211 imageFilter=208"},
+        {s.sprite, kInvalid, "image=0 scaled=2"},
+        {s.sprite, kFailed, "cropWidth=2049"},
+        {s.sequence, kFailed,
+         "interpolation=175 interpolation=177 repeatMode=194 duration=0 validLast=3 keyframe[0].time=0x80000000 "
+         "keyframe[2].value[2]=-0.0"},
+        {s.sequence, kInvalid, "encoding=3 componentCount=0 keyframeCount=0"},
+        {s.sequence, kLength, "componentCount=-1 keyframeCount=-1"},
+        {s.positions, kFailed, "componentSize=3 vertexCount=0"},
+        {s.positions, kLength, "componentSize=255 vertexCount=65535"},
+        {s.positions, kInvalid, "encoding=2"},
+        {s.vertices, kFailed, "positionScale=-0.0 texCoord[1].bias[0]=-0.0"},
+        {s.vertices, kLength, "texCoordCount=-1"},
     };
-    for (const Refusal& refusal : refusals) {
-        EncodedFile file = good;
-        const std::string field = fieldOf(refusal.object, refusal.field);
-        file.set(field, refusal.value);
-        const ParsedObjects parsed(file);
-        EXPECT_FALSE(parsed.ok()) << field << " " << refusal.value;
-        EXPECT_EQ(parsed.context().status, kStatusCorruptData) << field << " " << refusal.value;
-        EXPECT_EQ(parsed.context().reason, refusal.reason) << field << " " << refusal.value;
-    }
+    struct Wrong {
+        M3gRef object;
+        std::string field;
+        M3gRef named;
+        uint8_t reason;
+    };
+    const std::vector<Wrong> wrongs = {
+        {s.light, "track[0]=", s.light, kInvalid},
+        {s.light, "yReference=", s.light, kInvalid},
+        {s.track, "sequence=", s.controller, kInvalid},
+        {s.track, "controller=", s.sequence, kInvalid},
+        {s.appearance, "compositingMode=", s.fog, kInvalid},
+        {s.appearance, "material=", s.fog, kInvalid},
+        {s.appearance, "texture[0]=", s.image, kInvalid},
+        {s.background, "image=", s.fog, kInvalid},
+        {s.group, "child[0]=", s.fog, kInvalid},
+        {s.group, "child[0]=", s.bone, QEL_STATUS_ILLEGAL_ARGUMENT},  // has a parent
+        {s.group, "child[0]=", s.mesh, QEL_STATUS_ILLEGAL_ARGUMENT},  // twice the same
+        {s.mesh, "submesh[1].appearance=", s.fog, kInvalid},
+        {s.skinnedMesh, "skeleton=", s.bone, kFailed},           // has a parent
+        {s.skinnedMesh, "binding[0].bone=", s.camera, kFailed},  // outside the skeleton
+        {s.vertices, "positions=", s.texCoords, kFailed},        // two components
+        {s.vertices, "positions=", s.fog, kInvalid},
+        {s.vertices, "normals=", s.colors, kFailed},
+        {s.vertices, "colors=", s.positions, kFailed},
+        {s.world, "child[0]=", s.group, QEL_STATUS_ILLEGAL_ARGUMENT},  // twice the same
+        {s.world, "activeCamera=", s.light, kInvalid},
+        {s.world, "background=", s.camera, kInvalid},
+    };
+    const auto refuses = [](uint8_t reason) {
+        return [reason](const EncodedFile& file) {
+            const ParsedObjects parsed(file);
+            EXPECT_FALSE(parsed.ok());
+            EXPECT_EQ(parsed.context().status, kStatusCorruptData);
+            EXPECT_EQ(parsed.context().reason, reason);
+        };
+    };
+    for (const Refusals& refusal : refusals)
+        forEachChange(good, refusal.changes, refuses(refusal.reason), fieldOf(refusal.object, ""));
+    for (const Wrong& wrong : wrongs)
+        forEachChange(good, wrong.field + std::to_string(wrong.named.position + 2), refuses(wrong.reason),
+                      fieldOf(wrong.object, ""));
 }
 
 // What takes more than one changed field.
@@ -416,26 +329,6 @@ TEST(M3gObjects, RefusesWhole) {
     EXPECT_TRUE(ParsedObjects(quantised).ok());
     quantised.set("object[0].keyframe[0].value[0]", 255);
     EXPECT_FALSE(ParsedObjects(quantised).ok()) << "a sum beyond all floats";
-}
-
-TEST(M3gObjects, GivesEverythingBackWhenMemoryRunsOut) {
-    FullScene full;
-    full.scene.allowInvalid = true;  // a header does not stand at the end
-    full.scene.add(M3gExternalReference{"name"});
-    full.scene.add(M3gHeader{.author = "someone"});
-    const EncodedFile file = encodeM3gObjects(full.scene);
-    for (const FailMode mode : {FailMode::Once, FailMode::FromThenOn})
-        sweepEngineAllocations(mode, [&](CountingHeap& heap) {
-            LoaderContext* context = LoaderContext_create();
-            if (!context) return;
-            SegmentStream stream;
-            SegmentStream_init(&stream, file.bytes.data(), uint32_t(file.bytes.size()));
-            const bool ok = M3gObjects_parseSequence(context, &stream, uint32_t(file.bytes.size()));
-            EXPECT_EQ(ok, !heap.hasFailed());
-            EXPECT_EQ(context->status, ok ? QEL_STATUS_OK : QEL_STATUS_OUT_OF_MEMORY);
-            for (uint32_t i = 0; i < context->objectCount; ++i) qelObject3D_unref(context->objects[i]);
-            LoaderContext_destroy(context);
-        });
 }
 
 }  // namespace

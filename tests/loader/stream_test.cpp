@@ -1,19 +1,20 @@
 #include "loader/stream.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cstring>
 #include <functional>
 #include <memory>
 
 #include "frame/allocator.h"
+#include "loader/bit_reader.h"
+#include "loader/loader_context.h"
+#include "scene/object3d.h"
 #include "tests/loader/content.h"
 #include "tests/support/counting_heap.h"
 
 namespace {
-
-using testing::Each;
 
 // Both kinds of stream over an exact-size copy of the bytes: a read past the end is one past a heap block.
 struct Streams {
@@ -36,34 +37,31 @@ TEST(LoaderStream, AssemblesLittleEndianValues) {
         skipBytes(stream, 1);
         uint8_t bytes[3] = {};
         readBytes(stream, bytes, 3);
-        EXPECT_THAT(bytes, testing::ElementsAre(2, 3, 4));
+        EXPECT_EQ(std::to_array(bytes), (std::array<uint8_t, 3>{2, 3, 4}));
         EXPECT_EQ(LoaderStream_bytesLeft(stream), 1u);
         EXPECT_FALSE(hasError(stream));
     }
 }
 
 TEST(LoaderStream, ARunPastTheEndLatchesAndConsumesNothing) {
-    struct Case {
+    uint8_t destination[8];
+    const struct {
         const char* what;
         std::function<void(LoaderStream*)> readTooMuch;
-    };
-    uint8_t destination[8];
-    const Case cases[] = {
-        {"readUInt16",
-         [](LoaderStream* s) {
-             skipBytes(s, 2);
-             EXPECT_EQ(readUInt16(s), 0);
-         }},
-        {"readUInt32", [](LoaderStream* s) { EXPECT_EQ(readUInt32(s), 0u); }},
-        {"readByte",
-         [](LoaderStream* s) {
-             skipBytes(s, 3);
-             EXPECT_EQ(readByte(s), 0);
-         }},
-        {"readBytes", [&](LoaderStream* s) { readBytes(s, destination, 4); }},
-        {"skip of everything a count can say", [](LoaderStream* s) { skipBytes(s, UINT32_MAX); }},
-    };
-    for (const Case& c : cases) {
+    } cases[] = {{"readUInt16",
+                  [](LoaderStream* s) {
+                      skipBytes(s, 2);
+                      EXPECT_EQ(readUInt16(s), 0);
+                  }},
+                 {"readUInt32", [](LoaderStream* s) { EXPECT_EQ(readUInt32(s), 0u); }},
+                 {"readByte",
+                  [](LoaderStream* s) {
+                      skipBytes(s, 3);
+                      EXPECT_EQ(readByte(s), 0);
+                  }},
+                 {"readBytes", [&](LoaderStream* s) { readBytes(s, destination, 4); }},
+                 {"skip", [](LoaderStream* s) { skipBytes(s, UINT32_MAX); }}};
+    for (const auto& c : cases) {
         Streams streams({1, 2, 3});
         for (LoaderStream* stream : streams.both()) {
             std::memset(destination, 0xEE, sizeof destination);
@@ -72,22 +70,12 @@ TEST(LoaderStream, ARunPastTheEndLatchesAndConsumesNothing) {
             EXPECT_EQ(LoaderStream_bytesLeft(stream), 0u) << c.what;
             EXPECT_EQ(readByte(stream), 0) << c.what << ": the latch holds";
             readBytes(stream, destination, 1);
-            EXPECT_THAT(destination, Each(0xEE)) << c.what << ": the destination is untouched";
+            EXPECT_EQ(ByteList(destination, destination + 8), ByteList(8, 0xEE))
+                << c.what << ": the destination is untouched";
         }
         const uint8_t* start = streams.bytes.data();
         EXPECT_EQ(streams.memory.cursor - start, streams.segment.cursor - start) << c.what;
         EXPECT_EQ(streams.segment.remaining, uint32_t(streams.segment.end - streams.segment.cursor)) << c.what;
-    }
-}
-
-TEST(LoaderStream, NothingCanBeReadFromNothing) {
-    Streams streams({});
-    for (LoaderStream* stream : streams.both()) {
-        readBytes(stream, nullptr, 0);
-        skipBytes(stream, 0);
-        EXPECT_FALSE(hasError(stream));
-        EXPECT_EQ(readByte(stream), 0);
-        EXPECT_TRUE(hasError(stream));
     }
 }
 
@@ -127,6 +115,99 @@ TEST(SegmentStream, ReadsStringsUpToTheirTerminatorOrTheEnd) {
     CountingHeap heap(0);
     Streams streams({'a', 0});
     EXPECT_EQ(streams.segment.functions->readString(&streams.segment), nullptr) << "no memory";
+}
+
+// --- Bits ---
+
+// Values of the given widths, all bits written one by one.
+ByteList packBits(const std::vector<std::pair<uint64_t, uint32_t>>& values) {
+    ByteList bytes;
+    uint32_t bitCount = 0;
+    for (const auto& [value, width] : values)
+        for (uint32_t bit = 0; bit < width; ++bit, ++bitCount) {
+            if (bitCount % 8 == 0) bytes.push_back(0);
+            if (bit < 64 && value >> bit & 1) bytes.back() = uint8_t(bytes.back() | 1u << bitCount % 8);
+        }
+    return bytes;
+}
+
+TEST(BitReader, ReadsEveryWidthAtEveryPhase) {
+    for (uint32_t phase = 0; phase < 8; ++phase)
+        for (uint32_t width = 0; width <= 255; ++width) {
+            const uint64_t value = 0xA5C3'96E1'8B7D'F00F;
+            const HeapCopy bytes(packBits({{0x5A, phase}, {value, width}, {0x2D5, 10}}));
+            MemoryStream stream;
+            MemoryStream_init(&stream, bytes.data(), bytes.size());
+            BitReader reader = {&stream};
+            EXPECT_EQ(readBits(reader, phase), 0x5Au & ((1u << phase) - 1));
+            const uint64_t kept = width >= 32 ? value & 0xFFFFFFFF : value & ((1u << width) - 1);
+            EXPECT_EQ(readBits(reader, width), kept) << width << " bits after " << phase;
+            EXPECT_EQ(readBits(reader, 10), 0x2D5u) << "behind " << width << " bits after " << phase;
+            EXPECT_FALSE(hasError(&stream));
+            EXPECT_EQ(LoaderStream_bytesLeft(&stream), 0u) << "no byte is fetched before it is needed";
+        }
+}
+
+TEST(BitReader, ReadsAheadOnlyWhatIsExpected) {
+    const HeapCopy bytes(packBits({{0x5, 3}, {0x123456789A, 40}, {0x3F, 5}, {0xAB, 8}}));
+    MemoryStream stream;
+    MemoryStream_init(&stream, bytes.data(), bytes.size());
+    BitReader reader = {&stream};
+    EXPECT_EQ(readBits(reader, 3), 5u);
+    expectBits(reader, 45);
+    EXPECT_EQ(readBits(reader, 20), 0x6789Au);
+    EXPECT_EQ(readBits(reader, 20), 0x12345u);
+    EXPECT_EQ(readBits(reader, 5), 0x3Fu & 31);
+    EXPECT_EQ(readByte(&stream), 0xAB) << "the next section begins with the next byte";
+}
+
+TEST(BitReader, ExtendsSignsAndReadsZerosBehindTheEnd) {
+    const HeapCopy bytes(packBits({{0x40, 7}, {0x3F, 7}, {0x1000, 13}, {1, 1}, {0x80000000, 32}, {0xF, 4}}));
+    MemoryStream stream;
+    MemoryStream_init(&stream, bytes.data(), bytes.size());
+    BitReader reader = {&stream};
+    EXPECT_EQ(readSignedBits(reader, 7), -64);
+    EXPECT_EQ(readSignedBits(reader, 7), 63);
+    EXPECT_EQ(readSignedBits(reader, 13), -4096);
+    EXPECT_EQ(readSignedBits(reader, 1), -1);
+    EXPECT_EQ(readSignedBits(reader, 32), INT32_MIN);
+    EXPECT_EQ(readBits(reader, 12), 0xFu);
+    EXPECT_TRUE(hasError(&stream));
+    EXPECT_EQ(readBits(reader, 255), 0u);
+}
+
+// --- What a load keeps ---
+
+TEST(LoaderContext, ATableThatCannotGrowKeepsWhatItHolds) {
+    sweepEngineAllocations(FailMode::Once, [](CountingHeap& heap) {
+        LoaderContext* context = LoaderContext_create();
+        std::array<Object3D, 41> objects;
+        for (Object3D& object : objects) {
+            if (!context) break;
+            if (!LoaderContext_append(context, &object)) {
+                EXPECT_TRUE(heap.hasFailed());
+                EXPECT_EQ(LoaderContext_getStatus(context), QEL_STATUS_OUT_OF_MEMORY);
+                EXPECT_TRUE(LoaderContext_append(context, &object)) << "memory is back";
+            }
+            const uint32_t last = context->objectCount - 1;
+            if (last % 3 == 0) LoaderContext_clearRootFlag(context, last);
+            for (uint32_t i = 0; i <= last; ++i) {
+                EXPECT_EQ(context->objects[i], &objects[i]);
+                EXPECT_EQ(context->rootFlags[i], i % 3 != 0);
+            }
+        }
+        LoaderContext_destroy(context);
+    });
+}
+
+TEST(LoaderContext, Refuses256ExternalNames) {
+    CountingHeap heap;
+    LoaderContext* context = LoaderContext_create();
+    const auto makeName = [] { return qelAllocArrayOf<char>(2); };
+    for (uint32_t i = 0; i < kMaxExternalNames; ++i) ASSERT_TRUE(LoaderContext_appendExternalName(context, makeName()));
+    EXPECT_FALSE(LoaderContext_appendExternalName(context, makeName()));
+    EXPECT_EQ(LoaderContext_getStatus(context), kStatusCorruptData);
+    LoaderContext_destroy(context);
 }
 
 }  // namespace
