@@ -979,22 +979,24 @@ K8_API bool qelSkinnedMesh_pickMultiple(qelSkinnedMesh *mesh, float ox, float oy
 /* ---- Collision --------------------------------------------------------------------------------------------------- */
 
 /* Whether two placed objects touch: 1 when an edge of a triangle of one goes through a triangle of the other, else 0.
- * objectA, objectB        figures, primitives or groups of them at any depth; handles of other families have nothing
- *                         that could touch, nor have points and sprites. Lines touch triangles that they go through,
- *                         each other hardly. A group with a group in it that has no loaded info has nothing, nor has a
- *                         mesh with an index beyond its vertices
+ * objectA, objectB        figures, primitives or groups of them, up to 65535 deep; handles of other families have
+ *                         nothing that could touch, nor have points and sprites. Lines touch triangles that they go
+ *                         through, each other hardly. A group with a group in it that has no loaded info has nothing,
+ *                         nor has a mesh with an index beyond its vertices
  * transformA, transformB  object to a space that both share; null: identity. Equal transforms change nothing
  * Figures are as they were posed last, whatever patterns they show; their vertices count as in drawing, in 1/64 of a
- * unit, those of primitives as the F numbers' raw words, which must stay within 27 bits. Skinned meshes follow their
+ * unit, those of primitives as the F numbers' raw words, which must stay within 26 bits. Skinned meshes follow their
  * skeletons, morphing meshes have their base shape. Triangles that lie in one plane do not touch.
  * The answer is computed with 10 significant bits per coordinate of an object and 16 for both together: what is nearer
- * than that resolves may be taken to touch or not. Coordinates wrap around beyond 2048 units (for figures at their own
- * size; twice as far at twice the size) from the middle between the two placements, so what is farther apart may be
- * taken to touch, too.
+ * than that resolves may be taken to touch or not. Coordinates wrap around 131072 steps from the middle between the two
+ * placements, where a step is the smaller one of the two objects: 1/64 unit, so 2048 units, for figures less than 16
+ * units in size, the position scale times the node's own for meshes of a scene less than 1024 steps in size, and twice
+ * as much at twice the size. What is farther apart may be taken to touch, too; steps below 1/4096 never touch.
  * Stores error status 0 first, even when it succeeds, unlike all others. Null objects give 0. The answer is also 0 when
- * memory runs out (K8_ERR_OUT_OF_MEMORY), when neither object has an allocator, or when a group contains itself or has
- * more than 16384 figures and primitives (K8_ERR_FAILURE). Memory comes from objectA's allocator, or else from
- * objectB's, and is given back. */
+ * memory runs out (K8_ERR_OUT_OF_MEMORY, or K8_ERR_FAILURE when already the first blocks cannot be had), when neither
+ * object has an allocator, when a group contains itself or has more than 16384 figures and primitives, or when to compare
+ * all of theirs would take longer than several seconds (K8_ERR_FAILURE). Memory comes from objectA's allocator, or else
+ * from objectB's, and is given back. */
 K8_API int32_t K8Util_getCrossStatus(const K8Handle *objectA, const K8Transform *transformA, const K8Handle *objectB,
                                      const K8Transform *transformB);
 

@@ -77,6 +77,7 @@ static void placePart(CollisionRecord* record, CollisionPart* part, const qelTra
 }
 
 static CollisionResult gatherLeaf(CollisionSet* set, const K8Handle* leaf, const K8Transform& placed) {
+    if (set->work->steps > kMaxCollisionSteps) return CollisionResult::Failed;
     const uint32_t firstPart = set->parts.count;
     const CollisionResult result = addParts(set, leaf);
     if (result != CollisionResult::Ok || set->parts.count == firstPart) return result;
@@ -92,6 +93,7 @@ static CollisionResult gatherLeaf(CollisionSet* set, const K8Handle* leaf, const
     qelTransform_set_fl(&place, placed.elements);
     for (CollisionPart& part : std::span(set->parts.records + firstPart, record->partCount))
         placePart(record, &part, place);
+    set->work->steps += record->triangleCount / 8;  // which were only measured
     return CollisionResult::Ok;
 }
 

@@ -34,6 +34,14 @@ inline void* CollisionMemory_alloc(K8Allocator* allocator, uint64_t byteCount) {
     return byteCount <= uint64_t(INT32_MAX) ? allocator->functions->alloc(allocator, int32_t(byteCount)) : nullptr;
 }
 
+// What a query has done, in steps of roughly a tenth of a microsecond. A small tree that reaches the same things in
+// many ways, or many times one thing after another, could take hours; it is given up between two records or leaves,
+// so that objects that are large by themselves never are.
+struct CollisionWork {
+    uint64_t steps;
+};
+constexpr uint64_t kMaxCollisionSteps = 1 << 25;
+
 struct CollisionRecord {
     uint32_t firstPart, partCount;  // at least one
     uint64_t vertexCount, triangleCount;
@@ -48,6 +56,7 @@ struct CollisionRecord {
 
 struct CollisionSet {
     K8Allocator* allocator;
+    CollisionWork* work;
     GrowingBlock<CollisionRecord> records;
     GrowingBlock<CollisionPart> parts;
 };

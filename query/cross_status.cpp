@@ -37,6 +37,7 @@ static void releasePlacement(CrossPlacement* placement) {
 static CollisionResult crossSets(CollisionSet* a, CollisionSet* b, bool* out) {
     CrossingScratch scratch{};
     scratch.allocator = a->allocator;
+    scratch.work = a->work;
     CollisionResult result = CollisionResult::Ok;
     *out = false;
     for (uint32_t i = 0; i < a->records.count && !*out && result == CollisionResult::Ok; ++i)
@@ -48,8 +49,10 @@ static CollisionResult crossSets(CollisionSet* a, CollisionSet* b, bool* out) {
 
 static CollisionResult crossObjects(const K8Handle* objectA, const K8Handle* objectB, const CrossPlacement& placement,
                                     K8Allocator* allocator, bool* out) {
+    CollisionWork work{};
     CollisionSet a{}, b{};
     a.allocator = b.allocator = allocator;
+    a.work = b.work = &work;
     CollisionResult result = CollisionSet_gather(&a, objectA, placement.a ? placement.a : placement.identity);
     if (result == CollisionResult::Ok)
         result = CollisionSet_gather(&b, objectB, placement.b ? placement.b : placement.identity);

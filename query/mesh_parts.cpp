@@ -118,6 +118,7 @@ static void setPart(CollisionPart* part, const TriangleStripArray* strips, const
 
 CollisionResult CollisionSet_addMeshParts(CollisionSet* set, Mesh* mesh) {
     VertexBuffer* buffer;
+    set->work->steps += 1 + uint32_t(mesh->submeshCount);
     const CollisionResult result = verticesOf(mesh, &buffer);
     if (result != CollisionResult::Ok || !canBeRead(mesh, buffer)) return result;
     const qelTransform decode = decodeTransform(mesh, buffer);

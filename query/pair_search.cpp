@@ -22,6 +22,7 @@ struct Candidates {
     Candidate* list;
     CrossTriangle* triangles;  // one per candidate, set when first needed: most never are
     CollisionBox whole;
+    CollisionWork* work;
 };
 
 // --- Choosing ---
@@ -50,9 +51,16 @@ static CollisionBox boxAround(const PlacedRecord& from, uint32_t triangle) {
 }
 
 // `list` must have room for all of the record's triangles.
-static Candidates choose(const PlacedRecord& from, int32_t shift, const CollisionBox& target, Candidate* list) {
-    Candidates chosen = {
-        .from = &from, .shift = shift, .count = 0, .list = list, .triangles = nullptr, .whole = kEmptyBox};
+static Candidates choose(const PlacedRecord& from, int32_t shift, const CollisionBox& target, CollisionWork* work,
+                         Candidate* list) {
+    Candidates chosen = {.from = &from,
+                         .shift = shift,
+                         .count = 0,
+                         .list = list,
+                         .triangles = nullptr,
+                         .whole = kEmptyBox,
+                         .work = work};
+    work->steps += from.triangleCount / 8;
     for (uint32_t i = 0; i < from.triangleCount; ++i) {
         const CollisionBox box = shifted(boxAround(from, i), shift);
         if (!CollisionBox_overlap(box, target)) continue;
@@ -78,11 +86,13 @@ static CrossTriangle* triangleAt(const Candidates& side, uint32_t i) {
 }
 
 static bool pairCrosses(const Candidates& a, uint32_t i, const Candidates& b, uint32_t j) {
-    return CollisionBox_overlap(a.list[i].box, b.list[j].box) &&
-           CrossTriangle_cross(triangleAt(a, i), triangleAt(b, j));
+    if (!CollisionBox_overlap(a.list[i].box, b.list[j].box)) return false;
+    ++a.work->steps;
+    return CrossTriangle_cross(triangleAt(a, i), triangleAt(b, j));
 }
 
 static bool searchAllPairs(const Candidates& a, const Candidates& b) {
+    a.work->steps += uint64_t(a.count) * b.count / 32;
     for (uint32_t i = 0; i < a.count; ++i)
         for (uint32_t j = 0; j < b.count; ++j)
             if (pairCrosses(a, i, b, j)) return true;
@@ -196,6 +206,7 @@ static uint32_t leafEnd(const SearchSide& side, uint32_t leaf) {
 }
 
 static bool leavesCross(const SearchSide& a, uint32_t leafA, const SearchSide& b, uint32_t leafB) {
+    ++a.candidates.work->steps;
     const uint32_t firstA = leafA * kBoxTreeLeafSize, firstB = leafB * kBoxTreeLeafSize;
     for (uint32_t i = firstA; i < leafEnd(a, leafA); ++i) {
         if (!mayOverlap(a.tree.leaves[leafA], i - firstA, b.tree.leaves[leafB])) continue;
@@ -255,6 +266,7 @@ static SearchMemory allocMemory(const Candidates& a, const Candidates& b, K8Allo
 }
 
 static bool searchWithTrees(const Candidates& a, const Candidates& b, uint8_t* block) {
+    a.work->steps += a.count + b.count;
     const CandidateTree treeA = makeTree(a, block), treeB = makeTree(b, block + totalOf(treeBytesOf(a)));
     return searchTrees({a, treeA}, {b, treeB});
 }
@@ -271,15 +283,15 @@ static bool search(Candidates* a, Candidates* b, K8Allocator* allocator, bool* o
 }
 
 CollisionResult PairSearch_run(const PlacedRecord& a, const PlacedRecord& b, int32_t shift, K8Allocator* allocator,
-                               bool* out) {
+                               CollisionWork* work, bool* out) {
     *out = false;
     const uint64_t listBytes = (uint64_t(a.triangleCount) + b.triangleCount) * sizeof(Candidate);
     auto* list = static_cast<Candidate*>(CollisionMemory_alloc(allocator, listBytes));
     if (!list) return CollisionResult::OutOfMemory;
     bool hasMemory = true;
-    Candidates ofA = choose(a, shift, shifted(b.whole, shift), list);
+    Candidates ofA = choose(a, shift, shifted(b.whole, shift), work, list);
     if (ofA.count > 0) {
-        Candidates ofB = choose(b, shift, ofA.whole, list + ofA.count);
+        Candidates ofB = choose(b, shift, ofA.whole, work, list + ofA.count);
         if (ofB.count > 0) hasMemory = search(&ofA, &ofB, allocator, out);
     }
     K8Allocator_free(allocator, list);

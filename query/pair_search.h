@@ -5,4 +5,4 @@
 
 // shift: by how many bits all coordinates go to the left, or to the right when negative.
 CollisionResult PairSearch_run(const PlacedRecord& a, const PlacedRecord& b, int32_t shift, K8Allocator* allocator,
-                               bool* out);
+                               CollisionWork* work, bool* out);

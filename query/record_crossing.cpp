@@ -76,6 +76,7 @@ static std::span<const CollisionPart> partsOf(const CollisionSet& set, const Col
 
 static const CollisionBox& updateLooseBox(const CollisionSet& set, CollisionRecord* record, int32_t factor) {
     if (!record->hasLooseBox || record->looseFactor != factor) {
+        set.work->steps += record->partCount;
         record->looseBox = kEmptyBox;
         for (const CollisionPart& part : partsOf(set, *record))
             CollisionBox_unite(&record->looseBox, looseBoxOf(part, factor));
@@ -158,6 +159,7 @@ static bool reserve(CrossingScratch* scratch, const CollisionRecord& a, const Co
 static void place(PlacedRecord* placed, const CollisionSet& set, const CollisionRecord* record, int32_t factor,
                   uint8_t* block) {
     if (placed->record == record && placed->factor == factor) return;
+    set.work->steps += (record->vertexCount + record->triangleCount) / 8;
     placed->record = record;
     placed->factor = factor;
     placed->triangleCount = 0;
@@ -192,15 +194,17 @@ static int32_t shiftFor(const PlacedRecord& a, const PlacedRecord& b) {
 CollisionResult CollisionRecord_cross(CrossingScratch* scratch, const CollisionSet& setA, CollisionRecord* a,
                                       const CollisionSet& setB, CollisionRecord* b, bool* out) {
     *out = false;
+    if (scratch->work->steps > kMaxCollisionSteps) return CollisionResult::Failed;
     const int32_t factor = factorFor(*a, *b);
     if (!CollisionBox_overlap(updateLooseBox(setA, a, factor), updateLooseBox(setB, b, factor)))
         return CollisionResult::Ok;
+    scratch->work->steps += 16;
     if (!reserve(scratch, *a, *b)) return CollisionResult::OutOfMemory;
     place(&scratch->a, setA, a, factor, scratch->block);
     place(&scratch->b, setB, b, factor, scratch->block + scratch->capacity - bytesOf(*b));
     if (!CollisionBox_overlap(scratch->a.whole, scratch->b.whole)) return CollisionResult::Ok;
     const int32_t shift = shiftFor(scratch->a, scratch->b);
-    return PairSearch_run(scratch->a, scratch->b, shift, scratch->allocator, out);
+    return PairSearch_run(scratch->a, scratch->b, shift, scratch->allocator, scratch->work, out);
 }
 
 void CrossingScratch_release(CrossingScratch* scratch) { K8Allocator_free(scratch->allocator, scratch->block); }

@@ -14,9 +14,10 @@ struct PlacedRecord {
     CollisionBox whole;
 };
 
-// What a query keeps from one pair of records to the next. Zeroed at first, but for the allocator.
+// What a query keeps from one pair of records to the next. Zeroed at first, but for the allocator and the work.
 struct CrossingScratch {
     K8Allocator* allocator;
+    CollisionWork* work;
     PlacedRecord a, b;
     uint8_t* block;  // holds the arrays of both
     uint64_t capacity;

@@ -161,6 +161,17 @@ TEST_F(CrossStatus, AGroupThatContainsItselfEnds) {
     children[1] = children[2] = flat;
 }
 
+// Each of 14 levels names the one below it twice: a few hundred bytes that stand for 16384 records on either side, which
+// overlap without crossing.
+TEST_F(CrossStatus, ASmallTreeOfManyWaysIsGivenUp) {
+    K8Handle* group = flat;
+    for (int level = 0; level < 14; ++level) group = make.group({group, group});
+    K8ErrStorage_setErrorStatus(7);
+    EXPECT_EQ(K8Util_getCrossStatus(group, nullptr, group, nullptr), 0);
+    EXPECT_EQ(K8ErrStorage_getErrorStatus(), K8_ERR_FAILURE);
+    EXPECT_EQ(K8Util_getCrossStatus(upright, nullptr, group, nullptr), 1);
+}
+
 TEST_F(CrossStatus, DeepGroupsNeedNoStack) {
     K8Handle* group = upright;
     K8Transform* step = make.moved(1.0f / 32768, 0, 0);
