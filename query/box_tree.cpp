@@ -47,10 +47,10 @@ static constexpr uint32_t spread(uint32_t bits) {
     return (bits | bits << 2) & 0x09249249;
 }
 
-// The curve is Hilbert's, whose neighbours in order are neighbours in space: any stretch of it fits a close box. It goes
-// through the eight octants of a cube, and within each in one of 24 orientations: the octant that it starts in (three
-// bits, one per axis) and the axis along which it ends. Each step is the octant's number in that order, and how the
-// curve is oriented within.
+// The curve is Hilbert's, whose neighbours in order are neighbours in space: any stretch of it fits a close box. It
+// goes through the eight octants of a cube, and within each in one of 24 orientations: the octant that it starts in
+// (three bits, one per axis) and the axis along which it ends. Each step is the octant's number in that order, and
+// how the curve is oriented within.
 struct CurveStep {
     uint8_t number, orientation;
 };

@@ -376,7 +376,8 @@ static bool tryNumbers(Search* search, std::span<const uint32_t> numbers) {
     return true;
 }
 
-// Leaves that the ray meets wait for each other: their numbers and triangles are on the way while others are looked for.
+// Leaves that the ray meets wait for each other: their numbers and triangles are on the way while others are looked
+// for.
 using LeafBatch = std::array<uint32_t, 32>;
 
 static bool tryLeaves(Search* search, const BoxTree& tree, std::span<const uint32_t> leaves) {

@@ -41,7 +41,8 @@ PickCulling PickCulling_of(const Appearance* appearance);
 
 inline bool isAny(bool mask) { return mask; }
 
-// For each lane whether the ray hits, and where. A number that is not one ends as a miss: it fails the last comparisons.
+// For each lane whether the ray hits, and where. A number that is not one ends as a miss: it fails the last
+// comparisons.
 template <typename F>
 inline auto PickRay_hits(const PickRay& ray, PickCulling culling, const Vector3<F>& p0, const Vector3<F>& p1,
                          const Vector3<F>& p2, Vector3<F>* hitPoint) {

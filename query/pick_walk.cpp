@@ -76,7 +76,8 @@ static bool tryPlainly(const RunPick& part) {
 // --- Four at a time ---
 
 // Vertices are converted to floats once: x, y, z, and a clearance, the square of what must lie between the vertex and
-// the ray in units of the sizes below. A triangle of less size than its first corner has clearance is too far to be hit.
+// the ray in units of the sizes below. A triangle of less size than its first corner has clearance is too far to be
+// hit.
 //
 // Hits are within 1.3 L + slack of the first corner, L being the sides e1 and e2. The size of a triangle is
 // |e1|^2 + |f|^2 with its third side f, so L^2 is at most 5 sizes, and (1.3 L + slack)^2 at most 17 sizes + 2 slack^2.
@@ -202,8 +203,8 @@ static bool tryList(const RunPick& part, const float* vertices, const uint16_t* 
 
 constexpr uint32_t kListLength = 32;
 
-// Strips are made lists piece by piece, and so is the rest of a list that makes no four. The last triangle stands in for
-// those missing.
+// Strips are made lists piece by piece, and so is the rest of a list that makes no four. The last triangle stands in
+// for those missing.
 static bool tryByFours(const RunPick& part, const float* vertices) {
     uint32_t first = part.run.indices ? part.count & ~3u : 0;
     if (!tryList(part, vertices, part.run.indices, 0, first)) return false;

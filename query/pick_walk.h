@@ -21,9 +21,9 @@ TriangleRuns TriangleRuns_of(const TriangleStripArray* strips);
 bool TriangleRuns_next(TriangleRuns* runs, TriangleRun* run);                  // false behind the last one
 bool TriangleRuns_fit(const TriangleStripArray* strips, int32_t vertexCount);  // false may err, for an index unused
 
-// Tests every triangle that is not culled and takes the hits in order, up to one that ends the pick or one with an index
-// that exceeds the vertices. _all chooses; the others say how: one triangle at a time, or four, most of which are left
-// out for being too far from the ray.
+// Tests every triangle that is not culled and takes the hits in order, up to one that ends the pick or one with an
+// index that exceeds the vertices. _all chooses; the others say how: one triangle at a time, or four, most of which
+// are left out for being too far from the ray.
 void PickWalk_all(Pick* pick);
 void PickWalk_plain(Pick* pick);
 void PickWalk_byFours(Pick* pick, float* scratch);
