@@ -106,20 +106,6 @@ ByteList oneVertexSplit(uint32_t step) {
     return figure.encode();
 }
 
-// Vertices split by colours: four for each 40 bits.
-ByteList splitByColors() {
-    RawFigure figure = {.vertexCount = 256, .colorQuads = 16383, .textureCount = 16, .colorCount = 256};
-    figure.putColorBlock = [](Bits& out) {
-        for (const uint32_t width : {0, 8, 8, 8, 0}) out.put(width, 8);
-        for (uint32_t i = 0; i < 256; ++i) out.put(i, 24);
-        for (uint32_t i = 0; i < 16383; ++i) {
-            for (uint32_t k = 0; k < 4; ++k) out.put((i * 4 + k) % 256, 8);
-            out.put(i / 64, 8);
-        }
-    };
-    return figure.encode();
-}
-
 // As many polygons as the counts can say, of `bitsPerIndex` bits a corner.
 ByteList crowdOfPolygons(uint32_t bitsPerIndex) {
     RawFigure figure = {.vertexCount = 1u << bitsPerIndex,
@@ -239,7 +225,6 @@ struct HostileFile {
 std::vector<HostileFile> hostileFiles() {
     return {{"one vertex split 65535 times, in order", oneVertexSplit(1), true},
             {"one vertex split 65535 times, high bits first", oneVertexSplit(0x8001), true},
-            {"vertices split by colours", splitByColors(), true},
             {"262140 polygons of no bits", crowdOfPolygons(0), false},
             {"262140 polygons of a bit a corner", crowdOfPolygons(1), false},
             {"262140 polygons of four bits a corner", crowdOfPolygons(4), false},
@@ -254,7 +239,6 @@ std::vector<HostileFile> hostileFiles() {
             {"1024 narrow images", narrowImages(), false},
             {"1024 figures with 1632 appearances", figuresOfEveryClass(), false},
             {"1024 fogs", packageOf(1024, encode::K8FogRecord{}), true},
-            {"1024 empty groups", encode::encodeK8({.groups = std::vector<encode::K8GroupRecord>(1024)}).bytes, true},
             {"500 groups of 1024 groups", sharedGroups(false), true},
             {"15360 placed groups", sharedGroups(true), true}};
 }

@@ -88,28 +88,21 @@ TEST(SegmentStream, ReadsFloatsByTheirBits) {
 
 TEST(SegmentStream, ReadsStringsUpToTheirTerminatorOrTheEnd) {
     struct Case {
-        const char* what;
-        ByteList bytes;
-        const char* text;
+        std::string bytes, text;
         uint32_t left;
         bool error;
     };
-    ByteList longText(100, 'x');
-    longText.insert(longText.end(), {0, 7});
     const std::string hundred(100, 'x');
-    const Case cases[] = {{"terminated", {'a', 'b', 0, 'c'}, "ab", 1, false},
-                          {"empty", {0, 'c'}, "", 1, false},
-                          {"no terminator", {'a', 'b'}, "ab", 0, true},
-                          {"nothing left", {}, "", 0, true},
-                          {"long", longText, hundred.c_str(), 1, false}};
-    for (const Case& c : cases) {
+    for (const Case& c : {Case{{"ab\0c", 4}, "ab", 1, false}, Case{{"\0c", 2}, "", 1, false}, Case{"ab", "ab", 0, true},
+                          Case{"", "", 0, true}, Case{hundred + '\0', hundred, 0, false}}) {
+        SCOPED_TRACE(c.text);
         CountingHeap heap;
-        Streams streams(c.bytes);
+        Streams streams(ByteList(c.bytes.begin(), c.bytes.end()));
         SegmentStream& segment = streams.segment;
         char* text = segment.functions->readString(&segment);
-        EXPECT_STREQ(text, c.text) << c.what;
-        EXPECT_EQ(hasError(&segment), c.error) << c.what;
-        EXPECT_EQ(LoaderStream_bytesLeft(&segment), c.left) << c.what;
+        EXPECT_EQ(text, c.text);
+        EXPECT_EQ(hasError(&segment), c.error);
+        EXPECT_EQ(LoaderStream_bytesLeft(&segment), c.left);
         qelFree(text);
     }
     CountingHeap heap(0);
