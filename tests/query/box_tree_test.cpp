@@ -59,24 +59,3 @@ TEST(BoxTree, HoldsEveryTriangleOnceInAllItsBoxes) {
             EXPECT_TRUE(contains(tree.nodes[0], node));
     }
 }
-
-TEST(BoxTree, PutsNeighboursTogether) {
-    // 32 x 32 x 32 unit boxes in random order: leaves of four should have about four in their boxes.
-    std::mt19937 random(4);
-    std::vector<Box16> boxes;
-    for (int16_t i = 0; i < INT16_MAX; ++i) {
-        const int16_t x = int16_t(i & 31), y = int16_t(i >> 5 & 31), z = int16_t(i >> 10);
-        boxes.push_back({{x, y, z}, {int16_t(x + 1), int16_t(y + 1), int16_t(z + 1)}});
-    }
-    std::ranges::shuffle(boxes, random);
-    const auto count = uint32_t(boxes.size());
-    std::vector<uint32_t> block(BoxTree_byteCount(count) / 4), scratch(BoxTree_scratchByteCount(count) / 4);
-    const BoxTree tree = BoxTree_build(boxes.data(), count, block.data(), scratch.data());
-    double volume = 0;
-    for (const Box16& node : std::span(tree.nodes, 2 * tree.leafCount - 1)) {
-        double product = 1;
-        for (int i = 0; i < 3; ++i) product *= node.greatest[i] - node.least[i];
-        volume += product;
-    }
-    EXPECT_LT(volume, count * 30.0);  // 16 levels that hold about all of it each, and boxes overlap
-}

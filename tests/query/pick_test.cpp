@@ -146,13 +146,6 @@ TEST(Pick, StripsKeepTheirWinding) {
     EXPECT_FALSE(pick(mesh, {16, 1, 5, 0, 0, -1}).found) << "between the strips";
 }
 
-TEST(Pick, ScaleAndBiasPlaceThePositions) {
-    const Held mesh(
-        makeMesh(makeBuffer(kCorner, -0.5f, {7, 8, 9}), {makeList({0, 1, 2})}, {makeAppearance(Culling::None)}));
-    EXPECT_EQ(pick(mesh, {7 - 10, 8 - 10, 0, 0, 0, 1}).record.distance, 9);
-    EXPECT_FALSE(pick(mesh, {7 + 10, 8 + 10, 0, 0, 0, 1}).found);
-}
-
 // --- Which hit counts ---
 
 // Triangles across the z axis, submesh i at height heights[i]; null appearances where told.
