@@ -1,8 +1,5 @@
 #include "scene/duplicate.h"
 
-#include <algorithm>
-#include <array>
-
 #include "scene/background.h"
 #include "scene/camera.h"
 #include "scene/figure_mesh.h"
@@ -28,67 +25,6 @@ static SkinnedMesh* makeArm() {
         return mesh;
     qelObject3D_unref(mesh);
     return nullptr;
-}
-
-static Group* armOf(const SkinnedMesh* mesh) { return static_cast<Group*>(mesh->skeleton->children[0]); }
-
-TEST(DuplicateSubtree, SkinnedMeshFollowsItsOwnSkeleton) {
-    const Held root(qelGroup_create());
-    SkinnedMesh* mesh = addTo(root, makeArm());
-    const Held copy(static_cast<Group*>(qelObject3D_duplicateSubtree(root)));
-    ASSERT_NE(copy.get(), nullptr);
-    const auto* meshCopy = static_cast<const SkinnedMesh*>(copy->children[0]);
-    EXPECT_EQ(meshCopy->parent, copy.get());
-    ASSERT_NE(meshCopy->skeleton, nullptr);
-    EXPECT_NE(meshCopy->skeleton, mesh->skeleton);
-    EXPECT_EQ(meshCopy->skeleton->parent, meshCopy);
-    EXPECT_EQ(meshCopy->skeleton->refCount, 1);
-    ASSERT_EQ(meshCopy->boneCount, 2);
-    EXPECT_EQ(meshCopy->bones[0], meshCopy->skeleton);
-    EXPECT_EQ(meshCopy->bones[1], armOf(meshCopy));
-    EXPECT_EQ(mesh->bones[1], armOf(mesh)) << "the source keeps its own";
-    EXPECT_EQ(qelGroup_removeChild(meshCopy->skeleton, armOf(meshCopy)), QEL_STATUS_ILLEGAL_ARGUMENT);
-}
-
-TEST(DuplicateSubtree, OfASingleCopyOutlivesTheSkeleton) {
-    const Held copy([] {
-        const Held mesh(makeArm());
-        return static_cast<SkinnedMesh*>(qelObject3D_duplicate(mesh));
-    }());
-    const Held again(static_cast<SkinnedMesh*>(qelObject3D_duplicateSubtree(copy)));
-    EXPECT_EQ(again->skeleton, nullptr);
-    EXPECT_EQ(again->bindingCount, 2);
-}
-
-TEST(DuplicateSubtree, WorldKeepsStructureAndCamera) {
-    const Held world(qelWorld_create());
-    const Held background(qelBackground_create());
-    qelWorld_setBackground(world, background);
-    Group* group = addTo(world, qelGroup_create());
-    Camera* camera = addTo(group, qelCamera_create());
-    addTo(world, qelLight_create());
-    qelWorld_setActiveCamera(world, camera);
-    {
-        const Held copy(static_cast<World*>(qelObject3D_duplicateSubtree(world)));
-        ASSERT_EQ(copy->childCount, 2);
-        const auto* groupCopy = static_cast<const Group*>(copy->children[0]);
-        EXPECT_NE(groupCopy, group);
-        EXPECT_EQ(groupCopy->parent, copy.get());
-        ASSERT_EQ(groupCopy->childCount, 1);
-        EXPECT_EQ(groupCopy->children[0]->parent, groupCopy);
-        EXPECT_EQ(copy->children[1]->classId, ClassId::Light);
-        EXPECT_EQ(copy->children[1]->childSlot, 1);
-        EXPECT_EQ(copy->activeCamera, groupCopy->children[0]);
-        EXPECT_EQ(copy->activeCamera->refCount, 2);
-        EXPECT_EQ(copy->background, background.get());
-    }
-    EXPECT_EQ(background->refCount, 2);
-    EXPECT_EQ(camera->refCount, 2);
-
-    const Held outside(qelCamera_create());
-    qelWorld_setActiveCamera(world, outside);
-    const Held copy(static_cast<World*>(qelObject3D_duplicateSubtree(world)));
-    EXPECT_EQ(copy->activeCamera, nullptr) << "a camera outside the world is not taken over";
 }
 
 TEST(DuplicateSubtree, AlignmentsFollowTheCopyWhereTheirReferenceDoes) {

@@ -105,23 +105,18 @@ TEST(VertexBuffer, PositionsCountAsChangedByArrayAndScaleButNotByBias) {
     const Held buffer(qelVertexBuffer_create());
     const Held first(makeArray<int8_t>(3, {1, 2, 3})), second(makeArray<int8_t>(3, {1, 2, 3}));
     const float bias[] = {1, 2, 3};
-    struct Case {
-        const char* what;
-        VertexArray* array;
-        float scale;
-        const float* bias;
-        bool changed;
-    };
-    for (const Case& c :
-         {Case{"first array", first, 1, nullptr, true}, Case{"the same again", first, 1, nullptr, false},
-          Case{"bias", first, 1, bias, false}, Case{"scale", first, 2, bias, true},
-          Case{"another array", second, 2, bias, true}, Case{"none", nullptr, 2, nullptr, true}}) {
-        SCOPED_TRACE(c.what);
+    const auto changes = [&](VertexArray* array, float scale, const float* by) {
         buffer->positionsChanged = 0;
-        EXPECT_EQ(qelVertexBuffer_setPositions(buffer, c.array, c.scale, c.bias), QEL_STATUS_OK);
-        EXPECT_EQ(buffer->positionsChanged, c.changed);
-        EXPECT_EQ(buffer->positionBias[2], c.bias ? 3 : 0);
-    }
+        EXPECT_EQ(qelVertexBuffer_setPositions(buffer, array, scale, by), QEL_STATUS_OK);
+        EXPECT_EQ(buffer->positionBias[2], by ? 3 : 0);
+        return buffer->positionsChanged != 0;
+    };
+    EXPECT_TRUE(changes(first, 1, nullptr));
+    EXPECT_FALSE(changes(first, 1, nullptr)) << "the same again";
+    EXPECT_FALSE(changes(first, 1, bias));
+    EXPECT_TRUE(changes(first, 2, bias));
+    EXPECT_TRUE(changes(second, 2, bias));
+    EXPECT_TRUE(changes(nullptr, 2, nullptr));
     EXPECT_EQ(first->refCount, 1);
 }
 
@@ -250,33 +245,21 @@ TEST(TriangleStripArray, RefusesWhatIsNoStrip) {
 }
 
 TEST(TriangleStripArray, ImplicitStripsStayWithin65535Vertices) {
-    struct Case {
-        int32_t first;
-        std::vector<int32_t> lengths;
-        Result result;
-    };
-    for (Case& c : std::vector<Case>{{0, {65535}, QEL_STATUS_OK},
-                                     {65532, {3}, QEL_STATUS_OK},
-                                     {65533, {3}, QEL_STATUS_INDEX_OUT_OF_RANGE},
-                                     {-1, {3}, QEL_STATUS_INDEX_OUT_OF_RANGE},
-                                     {INT32_MAX, {INT32_MAX, INT32_MAX}, QEL_STATUS_INDEX_OUT_OF_RANGE},
-                                     {0, {4, 2}, QEL_STATUS_ILLEGAL_ARGUMENT},
-                                     {0, {}, QEL_STATUS_ILLEGAL_ARGUMENT}}) {
-        SCOPED_TRACE(testing::Message() << c.first << ", " << c.lengths.size() << " strips");
-        c.lengths.reserve(1);
-        Result result;
+    const auto limitOf = [](int32_t first, std::vector<int32_t> lengths) {
+        Result result = QEL_STATUS_OK;
+        lengths.reserve(1);
         const Held array(
-            qelTriangleStripArray_createImplicit(c.first, c.lengths.data(), int32_t(c.lengths.size()), true, &result));
-        EXPECT_EQ(result, c.result);
-        if (array.get()) {
-            EXPECT_EQ(array->indexLimit, 65535);
-        }
-    }
-    int32_t lengths[] = {3, 5};
-    Result result;
-    const Held array(qelTriangleStripArray_createImplicit(10, lengths, 2, true, &result));
-    EXPECT_EQ(qelTriangleStripArray_getTriangleCount(array), 4);
-    EXPECT_EQ(array->indexLimit, 18);
+            qelTriangleStripArray_createImplicit(first, lengths.data(), int32_t(lengths.size()), true, &result));
+        return array.get() ? array->indexLimit : -result;
+    };
+    EXPECT_EQ(limitOf(10, {3, 5}), 18);
+    EXPECT_EQ(limitOf(0, {65535}), 65535);
+    EXPECT_EQ(limitOf(65532, {3}), 65535);
+    EXPECT_EQ(limitOf(65533, {3}), -QEL_STATUS_INDEX_OUT_OF_RANGE);
+    EXPECT_EQ(limitOf(-1, {3}), -QEL_STATUS_INDEX_OUT_OF_RANGE);
+    EXPECT_EQ(limitOf(INT32_MAX, {INT32_MAX, INT32_MAX}), -QEL_STATUS_INDEX_OUT_OF_RANGE);
+    EXPECT_EQ(limitOf(0, {4, 2}), -QEL_STATUS_ILLEGAL_ARGUMENT);
+    EXPECT_EQ(limitOf(0, {}), -QEL_STATUS_ILLEGAL_ARGUMENT);
 }
 
 TEST(TriangleStripArray, AdoptsBlocksOnlyOnSuccess) {
