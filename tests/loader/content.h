@@ -70,6 +70,12 @@ inline void changeFields(encode::EncodedFile& file, const std::string& changes, 
     }
 }
 
+// Numbers of all types, so that many compare at once.
+template <typename... T>
+std::vector<double> all(T... values) {
+    return {double(values)...};
+}
+
 // Every one of a list of changes, each made to a file of its own.
 template <typename Check>
 void forEachChange(const encode::EncodedFile& file, const std::string& list, Check&& check,

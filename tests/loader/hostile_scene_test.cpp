@@ -1,12 +1,7 @@
-// Scenes made to cost more than they are worth. What their objects share may cost memory and time for each that shares
-// it, in proportion to the file and to a floor; everything else stays within the share of other content.
-#include <gtest/gtest.h>
-
-#include <ctime>
-
-#include "tests/loader/content.h"
-#include "tests/support/counting_heap.h"
-#include "tests/support/dispose.h"
+// Scenes: what their objects share may cost memory and time for each that shares it, in proportion to the file and to a
+// floor.
+#include "k8.h"
+#include "tests/loader/hostile.h"
 #include "tools/encode/m3g_encoder.h"
 
 using namespace encode;
@@ -35,6 +30,7 @@ struct SharedMesh {
         vertices = scene.add(M3gVertexBuffer{.positions = {.array = array}});
         strips = scene.add(M3gTriangleStripArray{.strips = {3}});
     }
+    M3gRef addMesh(M3gRef of) { return scene.add(M3gMesh{.vertices = of, .submeshes = {{strips, {}}}}); }
 };
 
 // About 1 MB of a mesh with normals of its own.
@@ -42,29 +38,20 @@ ByteList honestScene() {
     SharedMesh s(65535);
     const M3gRef normals = s.scene.add(someValues(65535));
     const M3gRef vertices = s.scene.add(M3gVertexBuffer{.positions = {.array = s.array}, .normals = normals});
-    const M3gRef inner = s.scene.add(M3gMesh{.vertices = s.vertices, .submeshes = {{s.strips, {}}}});
-    const M3gRef outer = s.scene.add(M3gMesh{.vertices = vertices, .submeshes = {{s.strips, {}}}});
+    const M3gRef inner = s.addMesh(s.vertices);
+    const M3gRef outer = s.addMesh(vertices);
     return finish(s.scene, {inner, outer});
 }
 
-ByteList blankImages(uint32_t count, uint32_t width, uint32_t height) {
+// Sprites over blank images, of which there are fewer when several share one.
+ByteList blankSprites(uint32_t count, uint32_t imageCount, uint32_t width, uint32_t height) {
     M3gScene scene;
-    Refs sprites;
-    for (uint32_t i = 0; i < count; ++i) {
-        const M3gRef image =
-            scene.add(M3gImage2D{.format = M3gImageFormat::Rgba, .isMutable = true, .width = width, .height = height});
-        sprites.push_back(scene.add(M3gSprite3D{.image = image, .cropWidth = 1, .cropHeight = 1}));
-    }
-    return finish(scene, sprites);
-}
-
-ByteList spritesOverOneImage(uint32_t count, uint32_t side) {
-    M3gScene scene;
-    const M3gRef image =
-        scene.add(M3gImage2D{.format = M3gImageFormat::Rgba, .isMutable = true, .width = side, .height = side});
-    Refs sprites;
-    while (sprites.size() < count)
-        sprites.push_back(scene.add(M3gSprite3D{.image = image, .cropWidth = 1, .cropHeight = 1}));
+    Refs images, sprites;
+    while (images.size() < imageCount)
+        images.push_back(
+            scene.add(M3gImage2D{.format = M3gImageFormat::Rgba, .isMutable = true, .width = width, .height = height}));
+    for (uint32_t i = 0; i < count; ++i)
+        sprites.push_back(scene.add(M3gSprite3D{.image = images[i % imageCount], .cropWidth = 1, .cropHeight = 1}));
     return finish(scene, sprites);
 }
 
@@ -95,9 +82,9 @@ ByteList buffersOverOneArray(uint32_t count) {
     Refs meshes;
     for (uint32_t i = 0; i < count; ++i) {
         const M3gRef vertices = s.scene.add(M3gVertexBuffer{.positions = {.array = s.array}, .normals = s.array});
-        meshes.push_back(s.scene.add(M3gMesh{.vertices = vertices, .submeshes = {{s.strips, {}}}}));
+        meshes.push_back(s.addMesh(vertices));
     }
-    meshes.push_back(s.scene.add(M3gMesh{.vertices = s.vertices, .submeshes = {{s.strips, {}}}}));
+    meshes.push_back(s.addMesh(s.vertices));
     return finish(s.scene, meshes);
 }
 
@@ -178,18 +165,12 @@ ByteList weightsOfManyTargets(uint32_t targetCount, uint32_t trackCount) {
     return finish(s.scene, {mesh});
 }
 
-struct HostileScene {
-    const char* what;
-    ByteList bytes;
-    bool loads;
-};
-
-std::vector<HostileScene> hostileScenes() {
-    return {{"the largest blank image", blankImages(1, 2048, 2048), true},
-            {"a blank image that is too wide", blankImages(1, 2049, 1), false},
-            {"many blank images", blankImages(300, 256, 256), false},
-            {"sprites over one image", spritesOverOneImage(200, 256), true},
-            {"too many sprites over one image", spritesOverOneImage(1000, 2048), false},
+std::vector<HostileFile> hostileScenes() {
+    return {{"the largest blank image", blankSprites(1, 1, 2048, 2048), true},
+            {"a blank image that is too wide", blankSprites(1, 1, 2049, 1), false},
+            {"many blank images", blankSprites(300, 300, 256, 256), false},
+            {"sprites over one image", blankSprites(200, 1, 256, 256), true},
+            {"too many sprites over one image", blankSprites(1000, 1, 2048, 2048), false},
             {"submeshes of one strip", submeshesOfOneStrip(1000), true},
             {"too many submeshes of one strip", submeshesOfOneStrip(100000), false},
             {"mipmaps of one image", mipmapsOfOneImage(50), true},
@@ -210,29 +191,7 @@ std::vector<HostileScene> hostileScenes() {
 }
 
 TEST(HostileScenes, CostWhatTheirSizeJustifies) {
-    MALK8_touchMA();
-    const auto load = [](const ByteList& file) {
-        return K8Loader_loadObject(int32_t(file.size()), file.data(), &MALK8_malc);
-    };
-    const auto secondsToLoad = [&](const ByteList& file) {  // processor time
-        double best = 1e9;
-        for (int i = 0; i < 3; ++i) {
-            const std::clock_t start = std::clock();
-            K8Handle* handle = load(file);
-            best = std::min(best, double(std::clock() - start) / CLOCKS_PER_SEC);
-            dispose(handle);
-        }
-        return best;
-    };
-    const double limit = 100 * secondsToLoad(honestScene());
-    for (const HostileScene& scene : hostileScenes()) {
-        EXPECT_LT(secondsToLoad(scene.bytes), limit) << scene.what;
-        CountingHeap heap;
-        K8Handle* handle = load(scene.bytes);
-        EXPECT_EQ(handle != nullptr, scene.loads) << scene.what;
-        dispose(handle);
-        EXPECT_LE(heap.peakBytes(), int64_t(scene.bytes.size()) * 64 + (18 << 20)) << scene.what;
-    }
+    expectProportion(hostileScenes(), honestScene(), 100, [](const ByteList&) -> int64_t { return 18 << 20; });
 }
 
 }  // namespace

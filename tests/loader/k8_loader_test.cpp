@@ -1,23 +1,12 @@
-#include <gtest/gtest.h>
-
-#include "frame/error_status.h"
-#include "loader/act_table.h"
-#include "scene/figure_mesh.h"
 #include "scene/texture2d.h"
-#include "tests/loader/content.h"
-#include "tests/loader/small_files.h"
-#include "tests/support/counting_heap.h"
+#include "tests/loader/full_scene.h"
+#include "tests/loader/loaded.h"
 
 namespace {
 
 ByteList figureFile() { return encode::smallFigure().bytes; }
 ByteList tableFile() { return encode::smallTable().bytes; }
 ByteList textureFile() { return encode::smallTexture().bytes; }
-
-K8Handle* load(const ByteList& file, K8Allocator* allocator) {
-    const HeapCopy copy(file);
-    return K8Loader_loadObject(int32_t(copy.size()), copy.data(), allocator);
-}
 
 TEST(K8Loader, MakesOneHandleWithItsRecord) {
     CountingHeap heap;
@@ -75,22 +64,40 @@ TEST(K8Loader, RefusesWhatIsNoContent) {
     }
 }
 
+// --- Every kind of content ---
+
+std::vector<ByteList> everyContent() {
+    return {figureFile(),
+            tableFile(),
+            textureFile(),
+            encode::encodeK8(everyRecord()).bytes,
+            encode::encodeK8(onlyObjects()).bytes,
+            encode::encodeScenePackage(FullScene().scene).bytes};
+}
+
+TEST(K8Loader, TruncatedContentFailsAndLeavesNothing) {
+    qelStatus_set(QEL_STATUS_OK);
+    for (const ByteList& file : everyContent())
+        for (size_t length = 2; length < file.size(); ++length)
+            EXPECT_FALSE(loads({ByteList(file.begin(), file.begin() + int64_t(length)), {}})) << length;
+}
+
 // One load, and the same load again once there is memory.
 void expectOutOfMemory(const ByteList& file, K8Allocator* host, const AllocationCounter& counter, FailMode mode) {
     K8ErrStorage_setErrorStatus(77);
-    K8Handle* handle = load(file, host);
-    EXPECT_EQ(handle == nullptr, counter.hasFailed());
-    if (!handle) {
+    K8Handle* root = load(file, host);
+    EXPECT_EQ(root == nullptr, counter.hasFailed());
+    if (!root) {
         EXPECT_EQ(K8ErrStorage_getErrorStatus(), K8_ERR_OUT_OF_MEMORY);
         EXPECT_EQ(counter.liveBlocks(), 0);
-        handle = load(file, host);
-        EXPECT_EQ(handle != nullptr, mode == FailMode::Once);
+        root = load(file, host);
+        EXPECT_EQ(root != nullptr, mode == FailMode::Once);
     }
-    K8Object3D_destroy(handle);
+    dispose(root);
 }
 
 TEST(K8Loader, ReportsExhaustedMemoryWhereverItHappens) {
-    for (const ByteList& file : {figureFile(), tableFile(), textureFile()})
+    for (const ByteList& file : everyContent())
         for (const FailMode mode : {FailMode::Once, FailMode::FromThenOn}) {
             sweepEngineAllocations(mode, [&](CountingHeap& heap) {
                 CountingAllocator host;

@@ -1,58 +1,12 @@
-#include <gtest/gtest.h>
-
 #include <array>
 
-#include "frame/error_status.h"
 #include "scene/fog.h"
 #include "scene/light.h"
-#include "tests/loader/content.h"
-#include "tests/loader/small_files.h"
-#include "tests/support/counting_heap.h"
-#include "tests/support/dispose.h"
-#include "tools/encode/k8_encoder.h"
+#include "tests/loader/loaded.h"
 
 namespace {
 
 using namespace encode;
-
-using Elements = std::array<float, 16>;
-
-constexpr Elements matrixAt(float x) { return {1, 0, 0, x, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1}; }
-
-enum Object { Figure, Texture, Table, Spot, HaloFog, Haze, Quads, Sprites, ObjectCount };
-
-K8Package everyRecord() {
-    K8Package package;
-    package.objects = {
-        K8FigureRecord{smallFigure(), Table, {Texture, 0, Texture}},
-        K8TextureRecord{smallTexture()},
-        K8ActionTableRecord{smallTable()},
-        K8LightRecord{.mode = 131,
-                      .color = 0x123456,
-                      .position = {1, -2, 0.5f},
-                      .direction = {0, 1.0f / 3, -1},
-                      .attenuation = {0.5f, 0.25f, 2},
-                      .intensity = 1.5f,
-                      .spotAngle = 30,
-                      .spotExponent = 8},
-        K8FogRecord{.mode = 80, .color = 0xABCDEF, .density = 0.75f},
-        K8FogRecord{.mode = 81, .color = 0x010203, .near = 2, .far = 30},
-        K8PrimitiveRecord{.type = 4, .params = 0x300, .count = 1, .values = {{{1, -2}, {3}, {}, {4}, {5, 6, 7}}}},
-        K8PrimitiveRecord{.type = 5 << 24, .params = 0x1011, .count = 2, .values = {{{8}, {}, {9}, {}, {}}}}};
-    package.groups = {
-        {{{.isGroup = true, .index = 1, .transform = matrixAt(1.0f / 3)}, {.index = Spot}, {.index = Figure}}},
-        {{{.isGroup = true, .index = 2}, {.index = Quads}, {.isGroup = true, .index = 2}}},
-        {{{.index = Figure}}},
-        {}};
-    return package;
-}
-
-// The same objects without groups, the figure first.
-K8Package onlyObjects() {
-    K8Package package = everyRecord();
-    package.groups.clear();
-    return package;
-}
 
 // A texture and a light below one group: what most refusals need.
 K8Package lightInGroup() {
@@ -62,43 +16,21 @@ K8Package lightInGroup() {
     return package;
 }
 
-K8Handle* load(const ByteList& file, K8Allocator* allocator) {
-    const HeapCopy copy(file);
-    return K8Loader_loadObject(int32_t(copy.size()), copy.data(), allocator);
-}
-
-template <typename Handle>
-const Handle* as(const K8Handle* handle) {
-    return reinterpret_cast<const Handle*>(handle);
-}
-
 std::vector<K8Handle*> childrenOf(const K8Handle* group) {
     const K8GroupInfo& info = *as<K8Group>(group)->info;
     return {info.childHandles, info.childHandles + info.childHandleCount};
 }
 
-// A package in memory that is watched: whatever is left when it has been disposed of fails the test.
-struct Loaded {
-    CountingHeap heap;
-    CountingAllocator host;
-    K8Handle* root;
-
-    explicit Loaded(const K8Package& package) : root(load(encodeK8(package).bytes, host.get())) {}
-    ~Loaded() { dispose(root); }
-
-    K8Handle* made(size_t index) const { return as<K8Group>(root)->info->childData[index]; }
-};
-
 TEST(K8Package, BuildsATreeAndListsEveryHandleWithItsRoot) {
-    const Loaded loaded(everyRecord());
+    const Loaded loaded(encodeK8(everyRecord()));
     ASSERT_NE(loaded.root, nullptr);
     std::vector<int> classIds;
     for (size_t i = 0; loaded.made(i); ++i) classIds.push_back(loaded.made(i)->classId);
     EXPECT_EQ(classIds, (std::vector<int>{K8_CLASS_FIGURE, K8_CLASS_TEXTURE, K8_CLASS_ACTION_TABLE, K8_CLASS_LIGHT,
                                           K8_CLASS_FOG, K8_CLASS_FOG, K8_CLASS_PRIMITIVE, K8_CLASS_PRIMITIVE,
                                           K8_CLASS_GROUP, K8_CLASS_GROUP, K8_CLASS_GROUP}));
-    K8Handle *first = loaded.made(ObjectCount), *second = loaded.made(ObjectCount + 1),
-             *unused = loaded.made(ObjectCount + 2);
+    K8Handle *first = loaded.made(RecordCount), *second = loaded.made(RecordCount + 1),
+             *unused = loaded.made(RecordCount + 2);
     using Handles = std::vector<K8Handle*>;
     EXPECT_EQ(childrenOf(loaded.root), (Handles{first, loaded.made(Spot), loaded.made(Figure)}));
     EXPECT_EQ(childrenOf(first), (Handles{second, loaded.made(Quads), second}));
@@ -110,14 +42,14 @@ TEST(K8Package, BuildsATreeAndListsEveryHandleWithItsRoot) {
         EXPECT_EQ(as<K8Group>(group)->info->flag, 1);
         EXPECT_EQ(as<K8Group>(group)->info->transform != nullptr, group == first);
     }
-    Elements elements;
+    std::array<float, 16> elements;
     K8Transform_getAll(as<K8Group>(first)->info->transform, elements.data());
     EXPECT_EQ(elements, matrixAt(1365 / 4096.0f)) << "a third, in 20.12";
 }
 
 TEST(K8Package, LinksFiguresWithTheirTexturesAndActions) {
     for (const K8Package& package : {everyRecord(), onlyObjects()}) {
-        const Loaded loaded(package);
+        const Loaded loaded(encodeK8(package));
         ASSERT_NE(loaded.root, nullptr);
         const auto* figure = as<K8Figure>(package.groups.empty() ? loaded.root : loaded.made(Figure));
         ASSERT_EQ(figure->header.classId, K8_CLASS_FIGURE);
@@ -134,13 +66,8 @@ TEST(K8Package, LinksFiguresWithTheirTexturesAndActions) {
     }
 }
 
-template <typename... T>
-std::vector<double> all(T... values) {
-    return {double(values)...};
-}
-
 TEST(K8Package, SetsLightsFogsAndPrimitives) {
-    const Loaded loaded(everyRecord());
+    const Loaded loaded(encodeK8(everyRecord()));
     ASSERT_NE(loaded.root, nullptr);
     const auto* l = static_cast<const Light*>(loaded.made(Spot)->object);
     EXPECT_EQ(all(l->mode, l->color, l->intensity, l->spotAngle, l->spotExponent),
@@ -168,24 +95,12 @@ TEST(K8Package, AnyRecordMayBeTheFirst) {
         if (auto* figure = std::get_if<K8FigureRecord>(&record)) *figure = {.model = smallFigure()};
         K8Package package;
         package.objects = {record, K8LightRecord{}};
-        const Loaded loaded(package);
+        const Loaded loaded(encodeK8(package));
         EXPECT_NE(loaded.root, nullptr) << record.index();
     }
 }
 
 // --- What is taken and what is refused ---
-
-// Whether it loads; if not, with the status of content that is not accepted, and nothing left.
-bool loads(const ByteList& file) {
-    CountingHeap heap;
-    CountingAllocator host;
-    K8ErrStorage_setErrorStatus(77);
-    K8Handle* root = load(file, host.get());
-    EXPECT_EQ(K8ErrStorage_getErrorStatus(), root ? 77 : K8_ERR_FAILURE);
-    dispose(root);
-    EXPECT_EQ(heap.liveBlocks() + host.liveBlocks(), 0);
-    return root != nullptr;
-}
 
 TEST(K8Package, Takes1024OfAnythingAndNoMore) {
     qelStatus_set(QEL_STATUS_OK);
@@ -196,7 +111,7 @@ TEST(K8Package, Takes1024OfAnythingAndNoMore) {
         children.groups[0].children.resize(count);
         for (K8Package* package : {&objects, &groups, &children}) {
             package->allowInvalid = true;
-            EXPECT_EQ(loads(encodeK8(*package).bytes), count == 1024);
+            EXPECT_EQ(loads(encodeK8(*package)), count == 1024);
         }
     }
     K8Package none = lightInGroup(), textures = none, trailer = none, limit = none;
@@ -204,7 +119,7 @@ TEST(K8Package, Takes1024OfAnythingAndNoMore) {
     textures.objects[1] = K8FigureRecord{smallFigure(), 0, std::vector<uint16_t>(16)};
     trailer.trailer = {1, 2, 3};
     limit.objectSizeLimit = 71;  // one more than the longest record
-    for (const K8Package& package : {none, textures, trailer, limit}) EXPECT_TRUE(loads(encodeK8(package).bytes));
+    for (const K8Package& package : {none, textures, trailer, limit}) EXPECT_TRUE(loads(encodeK8(package)));
 }
 
 TEST(K8Package, ARecordEndsWhereItsLengthSays) {
@@ -214,7 +129,7 @@ TEST(K8Package, ARecordEndsWhereItsLengthSays) {
     const size_t end = file.field("object[2].header").offset();
     file.bytes.insert(file.bytes.begin() + int64_t(end), {1, 2, 3, 4});
     file.set("object[1].header", file.get("object[1].header") + 4);
-    EXPECT_TRUE(loads(file.bytes)) << "bytes behind the light's fields";
+    EXPECT_TRUE(loads(file)) << "bytes behind the light's fields";
 }
 
 TEST(K8Package, RefusesBrokenPackages) {
@@ -222,8 +137,8 @@ TEST(K8Package, RefusesBrokenPackages) {
     K8Package package = everyRecord();
     package.objectSizeLimit = 0x1000;
     const EncodedFile good = encodeK8(package);
-    ASSERT_TRUE(loads(good.bytes));
-    const auto expectRefused = [](const EncodedFile& file) { EXPECT_FALSE(loads(file.bytes)); };
+    ASSERT_TRUE(loads(good));
+    const auto expectRefused = [](const EncodedFile& file) { EXPECT_FALSE(loads(file)); };
     const char* const changes =
         "version=0x200 version=1 objectSizeLimit=0x80001 objectSizeLimit=-1 objectCount=1024 groupCount=1024 "
         "objectCount=9 objectCount=0&groupCount=0 group[3].childCount=1024 group[1].child[1]=0x8005 "
@@ -238,44 +153,6 @@ TEST(K8Package, RefusesBrokenPackages) {
     forEachChange(good, changes, expectRefused);
     const uint64_t length = good.get("object[0].header") & 0xFFFFFF;
     forEachChange(good, "objectSizeLimit=" + std::to_string(length), expectRefused);
-}
-
-TEST(K8Package, IsRefusedTruncatedAnywhere) {
-    qelStatus_set(QEL_STATUS_OK);
-    for (const K8Package& package : {everyRecord(), onlyObjects()}) {
-        const ByteList file = encodeK8(package).bytes;
-        for (size_t length = 2; length < file.size(); ++length)
-            EXPECT_FALSE(loads(ByteList(file.begin(), file.begin() + int64_t(length)))) << length;
-    }
-}
-
-// One load, and the same load again once there is memory.
-void expectOutOfMemory(const ByteList& file, K8Allocator* host, const AllocationCounter& counter, FailMode mode) {
-    K8ErrStorage_setErrorStatus(77);
-    K8Handle* root = load(file, host);
-    EXPECT_EQ(root == nullptr, counter.hasFailed());
-    if (!root) {
-        EXPECT_EQ(K8ErrStorage_getErrorStatus(), K8_ERR_OUT_OF_MEMORY);
-        EXPECT_EQ(counter.liveBlocks(), 0);
-        root = load(file, host);
-        EXPECT_EQ(root != nullptr, mode == FailMode::Once);
-    }
-    dispose(root);
-}
-
-TEST(K8Package, ReportsExhaustedMemoryWhereverItHappens) {
-    for (const K8Package& package : {everyRecord(), onlyObjects()})
-        for (const FailMode mode : {FailMode::Once, FailMode::FromThenOn}) {
-            const ByteList file = encodeK8(package).bytes;
-            sweepEngineAllocations(mode, [&](CountingHeap& heap) {
-                CountingAllocator host;
-                expectOutOfMemory(file, host.get(), heap, mode);
-            });
-            sweepHostAllocations(mode, [&](CountingAllocator& host) {
-                CountingHeap heap;
-                expectOutOfMemory(file, host.get(), host, mode);
-            });
-        }
 }
 
 }  // namespace

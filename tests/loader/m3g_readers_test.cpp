@@ -37,12 +37,6 @@ struct M3gReaders : testing::Test {
     void SetUp() override { ASSERT_TRUE(parsed.ok()) << int(parsed.context().reason); }
 };
 
-// Numbers of all types, so that many fields compare at once.
-template <typename... T>
-std::vector<double> all(T... values) {
-    return {double(values)...};
-}
-
 template <typename T>
 std::vector<double> listed(const T* values, size_t count) {
     return {values, values + count};
