@@ -94,15 +94,6 @@ TEST(EngineAllocation, FailedReallocLeavesTheBlock) {
     qelFree(block);
 }
 
-TEST(EngineAllocation, ScratchIsEmptyWithoutMemory) {
-    CountingHeap heap(0);
-    const Scratch<uint64_t> none(5);
-    EXPECT_TRUE(none.span().empty());
-    Scratch<uint64_t> some(5);
-    EXPECT_EQ(some.span().size(), 5u);
-    qelFree(some.release());
-}
-
 TEST(HostAllocation, BlocksAreZeroedAndSizesBounded) {
     CountingAllocator host;
     void* block = K8Allocator_alloc(host.get(), 64);

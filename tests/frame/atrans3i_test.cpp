@@ -1,31 +1,31 @@
 #include "frame/atrans3i.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cmath>
 #include <numbers>
 
 namespace {
 
-using testing::ElementsAre;
-using testing::ElementsAreArray;
+using Vector = std::array<int32_t, 3>;
+using Matrix = std::array<int32_t, 12>;
 
 TEST(Atrans3i, TransformsVectorsRoundingHalvesUp) {
     const Atrans3i half = {{2048, 0, 0, 10, 0, 2048, 0, -20, 0, 2049, -2048, 0}};
     const int32_t v[3] = {1, -1, 3};
     int32_t out[3];
     Atrans3i_transformVector(&half, v, out);
-    EXPECT_THAT(out, ElementsAre(11, -20, -2)) << "0.5 to 1, -0.5 to 0, -0.50024 - 1.5 to -2";
+    EXPECT_EQ(std::to_array(out), (Vector{11, -20, -2})) << "0.5 to 1, -0.5 to 0, -0.50024 - 1.5 to -2";
 
     int32_t same[3] = {1, -1, 3};
     Atrans3i_transformVector(&half, same, same);
-    EXPECT_THAT(same, ElementsAreArray(out)) << "in place";
+    EXPECT_EQ(std::to_array(same), std::to_array(out)) << "in place";
 
     const Atrans3i wide = {{1 << 30, 1 << 30, 0, INT32_MAX, 0, 0, 4096, 1, 0, 0, 0, 0}};
     const int32_t w[3] = {1, 1, INT32_MAX};
     Atrans3i_transformVector(&wide, w, out);
-    EXPECT_THAT(out, ElementsAre(INT32_MAX - 524288, 0, 0)) << "2^31 wraps; so does (2^31 - 1) * 2^12";
+    EXPECT_EQ(std::to_array(out), (Vector{INT32_MAX - 524288, 0, 0})) << "2^31 wraps; so does (2^31 - 1) * 2^12";
 }
 
 TEST(Atrans3i, MultipliesIntoEitherOperand) {
@@ -34,57 +34,47 @@ TEST(Atrans3i, MultipliesIntoEitherOperand) {
     const Atrans3i product = {{4096, -2048, 4096, 103, 3072, -4095, -2048, 188, 3, -2051, -1, 289}};
     Atrans3i out;
     D_Atrans3i_multiply2(&out, &a, &b);
-    EXPECT_THAT(out.m, ElementsAreArray(product.m));
+    EXPECT_EQ(std::to_array(out.m), std::to_array(product.m));
     out = a;
     D_Atrans3i_multiply2(&out, &out, &b);
-    EXPECT_THAT(out.m, ElementsAreArray(product.m));
+    EXPECT_EQ(std::to_array(out.m), std::to_array(product.m));
     out = b;
     D_Atrans3i_multiply2(&out, &a, &out);
-    EXPECT_THAT(out.m, ElementsAreArray(product.m));
+    EXPECT_EQ(std::to_array(out.m), std::to_array(product.m));
     Atrans3i identity;
     Atrans3i_setIdentity(&identity);
     D_Atrans3i_multiply2(&out, &identity, &b);
-    EXPECT_THAT(out.m, ElementsAreArray(b.m));
+    EXPECT_EQ(std::to_array(out.m), std::to_array(b.m));
 }
 
-struct Direction {
-    const char* what;
-    int32_t direction[3], roll, scale[3], rows[9];
-};
-
 TEST(Atrans3i, BuildsFromDirectionRollAndScale) {
-    for (const Direction& c : {
-             Direction{"along z", {0, 0, 4096}, 0, {4096, 4096, 4096}, {4096, 0, 0, 0, 4096, 0, 0, 0, 4096}},
-             Direction{"against z", {0, 0, -4096}, 0, {4096, 4096, 4096}, {4096, 0, 0, 0, -4096, 0, 0, 0, -4096}},
-             Direction{"along x", {4096, 0, 0}, 0, {4096, 4096, 4096}, {0, 0, 4096, 0, 4096, 0, -4096, 0, 0}},
-             Direction{"along -y", {0, -4096, 0}, 0, {4096, 4096, 4096}, {4096, 0, 0, 0, 0, -4096, 0, 4096, 0}},
-             Direction{"a quarter roll turns x to y",
-                       {0, 0, 4096},
-                       1024,
-                       {4096, 4096, 4096},
-                       {0, -4096, 0, 4096, 0, 0, 0, 0, 4096}},
-             Direction{"the roll comes before the direction",
-                       {4096, 0, 0},
-                       1024,
-                       {4096, 4096, 4096},
-                       {0, 0, 4096, 4096, 0, 0, 0, 4096, 0}},
-             Direction{"the scale comes first, rounding halves up",
-                       {0, 0, 4096},
-                       1024,
-                       {2048, 12288, -1},
-                       {0, -12288, 0, 2048, 0, 0, 0, 0, -1}},
-             Direction{
-                 "too near z for the arc", {63, 63, 4095}, 0, {4096, 4096, 4096}, {4096, 0, 0, 0, 4095, 0, 0, 0, 4095}},
-             Direction{"in between, cut downwards",
-                       {2365, 2365, 2364},
-                       0,
-                       {4096, 4096, 4096},
-                       {3229, -867, 2365, -867, 3229, 2365, -2365, -2365, 2364}},
-         }) {
+    struct Case {
+        const char* what;
+        int32_t direction[3], roll, scale[3], rows[9];
+    };
+    for (const Case& c :
+         {Case{"against z", {0, 0, -4096}, 0, {4096, 4096, 4096}, {4096, 0, 0, 0, -4096, 0, 0, 0, -4096}},
+          Case{"the roll comes before the direction",
+               {4096, 0, 0},
+               1024,
+               {4096, 4096, 4096},
+               {0, 0, 4096, 4096, 0, 0, 0, 4096, 0}},
+          Case{"the scale comes first, rounding halves up",
+               {0, 0, 4096},
+               1024,
+               {2048, 12288, -1},
+               {0, -12288, 0, 2048, 0, 0, 0, 0, -1}},
+          Case{"too near z for the arc", {63, 63, 4095}, 0, {4096, 4096, 4096}, {4096, 0, 0, 0, 4095, 0, 0, 0, 4095}},
+          Case{"in between, cut downwards",
+               {2365, 2365, 2364},
+               0,
+               {4096, 4096, 4096},
+               {3229, -867, 2365, -867, 3229, 2365, -2365, -2365, 2364}}}) {
         Atrans3i out = {{0, 0, 0, 11, 0, 0, 0, 22, 0, 0, 0, 33}};
         Atrans3i_setDirectionRollScale(&out, c.scale, c.direction, c.roll);
         const int32_t* r = c.rows;
-        EXPECT_THAT(out.m, ElementsAre(r[0], r[1], r[2], 11, r[3], r[4], r[5], 22, r[6], r[7], r[8], 33)) << c.what;
+        EXPECT_EQ(std::to_array(out.m), (Matrix{r[0], r[1], r[2], 11, r[3], r[4], r[5], 22, r[6], r[7], r[8], 33}))
+            << c.what;
     }
 }
 
@@ -118,7 +108,8 @@ TEST(Atrans3i, ConvertsToAndFromFloats) {
     qelTransform t;
     qelTransform_setIdentity(&t);
     Atrans3i2qelTransform(&t, &a);
-    EXPECT_THAT(t.elements, ElementsAre(1, 1 / 4096.0f, -0.5f, 10, 0, 1, 0, 20, 0, 0, 1, 30, 0, 0, 0, 1));
+    EXPECT_EQ(std::to_array(t.elements),
+              (std::array<float, 16>{1, 1 / 4096.0f, -0.5f, 10, 0, 1, 0, 20, 0, 0, 1, 30, 0, 0, 0, 1}));
     EXPECT_EQ(t.identityState, 0u);
     EXPECT_EQ(t.uniformDiagonalState, 0u);
     EXPECT_EQ(t.changed, 1);
@@ -129,7 +120,8 @@ TEST(Atrans3i, ConvertsToAndFromFloats) {
     const K8Transform source = {{1, -0.0001f, 0.5f, 2, 3, 4, 5, 6, 7, 8, 9, -10, 11, 12, 13, 14}, nullptr, nullptr};
     Atrans3i back;
     Atrans3i_setTransform(&back, &source);
-    EXPECT_THAT(back.m, ElementsAre(4096, 0, 2048, 8192, 12288, 16384, 20480, 24576, 28672, 32768, 36864, -40960));
+    EXPECT_EQ(std::to_array(back.m),
+              (Matrix{4096, 0, 2048, 8192, 12288, 16384, 20480, 24576, 28672, 32768, 36864, -40960}));
 }
 
 }  // namespace

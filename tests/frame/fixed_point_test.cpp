@@ -33,22 +33,14 @@ TEST(FixedPoint, J2FTruncatesTowardZeroAndWraps) {
         float in;
         int32_t out;
     };
-    for (const Case& c : {
-             Case{"one", 1.0f, 4096},
-             Case{"negative, toward zero", -1.99994f, -8191},
-             Case{"smallest", 1.0f / 4096, 1},
-             Case{"below 1/4096 vanishes", 1.0f / 8192, 0},
-             Case{"negative below 1/4096", -1.0f / 8192, 0},
-             Case{"greatest before the wrap", 524287.96875f, 0x7fffff80},
-             Case{"2^19 wraps", 524288.0f, INT32_MIN},
-             Case{"2^20 + 1 wraps to one", 1048577.0f, 4096},
-             Case{"the last bit that fits", 0x1p19f + 0x1p-4f, INT32_MIN + 256},
-             Case{"2^20 and above in whole turns", 0x1.8p43f, 0},
-             Case{"denormal", 1e-40f, 0},
-             Case{"greatest float", 3.4e38f, 0},
-             Case{"infinity", INFINITY, 0},
-             Case{"NaN is zero", NAN, 0},
-         })
+    for (const Case& c :
+         {Case{"one", 1.0f, 4096}, Case{"negative, toward zero", -1.99994f, -8191}, Case{"smallest", 1.0f / 4096, 1},
+          Case{"below 1/4096 vanishes", 1.0f / 8192, 0}, Case{"negative below 1/4096", -1.0f / 8192, 0},
+          Case{"greatest before the wrap", 524287.96875f, 0x7fffff80}, Case{"2^19 wraps", 524288.0f, INT32_MIN},
+          Case{"2^20 + 1 wraps to one", 1048577.0f, 4096},
+          Case{"the last bit that fits", 0x1p19f + 0x1p-4f, INT32_MIN + 256},
+          Case{"2^20 and above in whole turns", 0x1.8p43f, 0}, Case{"denormal", 1e-40f, 0},
+          Case{"greatest float", 3.4e38f, 0}, Case{"infinity", INFINITY, 0}, Case{"NaN is zero", NAN, 0}})
         EXPECT_EQ(j2f(c.in), c.out) << c.what;
     for (uint64_t bits = 0; bits <= UINT32_MAX; bits += 4099) {
         const float value = std::bit_cast<float>(uint32_t(bits));
@@ -72,25 +64,12 @@ TEST(FixedPoint, RoundsToTheNearestIntegerAndSaturates) {
         double in;
         int32_t out;
     };
-    for (const Case& c : {Case{0.5, 1},
-                          {-0.5, -1},
-                          {1.5, 2},
-                          {2.5, 3},
-                          {-2.5, -3},
-                          {2.4999999999999996, 2},
-                          {0.49999999999999994, 0},
-                          {-0.49999999999999994, 0},
-                          {2147483646.5, INT32_MAX},
-                          {2147483647.4, INT32_MAX},
-                          {2147483648.0, INT32_MAX},
-                          {1e300, INT32_MAX},
-                          {-2147483647.5, INT32_MIN},
-                          {-2147483647.4, -INT32_MAX},
-                          {-2147483648.0, INT32_MIN},
-                          {-1e300, INT32_MIN},
-                          {INFINITY, INT32_MAX},
-                          {-INFINITY, INT32_MIN},
-                          {NAN, 0}})
+    for (const Case& c :
+         {Case{0.5, 1}, Case{-0.5, -1}, Case{1.5, 2}, Case{2.5, 3}, Case{-2.5, -3}, Case{2.4999999999999996, 2},
+          Case{0.49999999999999994, 0}, Case{-0.49999999999999994, 0}, Case{2147483646.5, INT32_MAX},
+          Case{2147483647.4, INT32_MAX}, Case{2147483648.0, INT32_MAX}, Case{1e300, INT32_MAX},
+          Case{-2147483647.5, INT32_MIN}, Case{-2147483647.4, -INT32_MAX}, Case{-2147483648.0, INT32_MIN},
+          Case{-1e300, INT32_MIN}, Case{INFINITY, INT32_MAX}, Case{-INFINITY, INT32_MIN}, Case{NAN, 0}})
         EXPECT_EQ(roundToInt(c.in), c.out) << c.in;
     EXPECT_EQ(roundToInt(0.49999997f), 0);  // the float below one half
     EXPECT_EQ(roundToInt(8388609.0f), 8388609);
@@ -110,18 +89,15 @@ TEST(FixedPoint, MultipliesWithPreshiftedOperands) {
         const char* what;
         int32_t a, b, out;
     };
-    for (const Case& c : {
-             Case{"short operands stay whole", 8192, 12288, 24576},
-             Case{"rounds toward minus infinity", -1, 1, -1},
-             Case{"the shorter operand lends its bits", 0x00100000, 3, 768},
-             Case{"... and the other way round", 3, 0x00100000, 768},
-             Case{"a loan that does not suffice: 29 bits lose 12", 0x12345678, 0x1234, 0x12345 * 0x1234},
-             Case{"both too long: 16 bits and 17 lose 1 and 2", 0xffff, 0x1ffff, (0x7fff * 0x7fff) >> 9},
-             Case{"equal excess lends nothing", 0x7fff, 0x7fff, (0x7fff * 0x7fff) >> 12},
-             Case{"-2^31 has 32 bits", INT32_MIN, 4096, INT32_MIN},
-             Case{"the product wraps", INT32_MIN, INT32_MIN, 0},
-             Case{"zero counts as one bit", 0, INT32_MAX, 0},
-         })
+    for (const Case& c :
+         {Case{"short operands stay whole", 8192, 12288, 24576}, Case{"rounds toward minus infinity", -1, 1, -1},
+          Case{"the shorter operand lends its bits", 0x00100000, 3, 768},
+          Case{"... and the other way round", 3, 0x00100000, 768},
+          Case{"a loan that does not suffice: 29 bits lose 12", 0x12345678, 0x1234, 0x12345 * 0x1234},
+          Case{"both too long: 16 bits and 17 lose 1 and 2", 0xffff, 0x1ffff, (0x7fff * 0x7fff) >> 9},
+          Case{"equal excess lends nothing", 0x7fff, 0x7fff, (0x7fff * 0x7fff) >> 12},
+          Case{"-2^31 has 32 bits", INT32_MIN, 4096, INT32_MIN}, Case{"the product wraps", INT32_MIN, INT32_MIN, 0},
+          Case{"zero counts as one bit", 0, INT32_MAX, 0}})
         EXPECT_EQ(fixedMul(c.a, c.b), c.out) << c.what;
 
     AnyWord word;
@@ -140,18 +116,13 @@ TEST(FixedPoint, DividesWithFullQuotients) {
         const char* what;
         int32_t a, b, out;
     };
-    for (const Case& c : {
-             Case{"by zero", 4096, 0, 0},
-             Case{"zero", 0, -5, 0},
-             Case{"half", 4096, 8192, 2048},
-             Case{"a third, cut", 4096, 12288, 1365},
-             Case{"minus a third: the quotient is cut toward zero, its shift toward minus infinity", -4096, 12288,
-                  -1366},
-             Case{"29 bits leave only 2 of the 12 fraction bits", 0x1fffffff, 0x10000000, 7 << 10},
-             Case{"-2^31 by -1 wraps", INT32_MIN, -1, 0},
-             Case{"-2^31 by two", INT32_MIN, 8192, INT32_MIN / 2},
-             Case{"-2^31 by itself", INT32_MIN, INT32_MIN, 4096},
-         })
+    for (const Case& c :
+         {Case{"by zero", 4096, 0, 0}, Case{"zero", 0, -5, 0}, Case{"half", 4096, 8192, 2048},
+          Case{"a third, cut", 4096, 12288, 1365},
+          Case{"minus a third: the quotient is cut toward zero, its shift toward minus infinity", -4096, 12288, -1366},
+          Case{"29 bits leave only 2 of the 12 fraction bits", 0x1fffffff, 0x10000000, 7 << 10},
+          Case{"-2^31 by -1 wraps", INT32_MIN, -1, 0}, Case{"-2^31 by two", INT32_MIN, 8192, INT32_MIN / 2},
+          Case{"-2^31 by itself", INT32_MIN, INT32_MIN, 4096}})
         EXPECT_EQ(fixedDiv(c.a, c.b), c.out) << c.what;
 
     AnyWord word;

@@ -86,39 +86,32 @@ TEST(Handles, CreationFailsWithTheStatusThatSaysWhy) {
 }
 
 TEST(Handles, OperationsOnAnyHandle) {
-    K8ErrStorage_setErrorStatus(kUntouched);
-    EXPECT_EQ(K8Object3D_getClassId(nullptr), 0);
-    EXPECT_EQ(K8ErrStorage_getErrorStatus(), K8_ERR_FAILURE);
-    struct Case {
-        const char* what;
-        int16_t classId;
-        bool hasInfo;
-        int32_t time, status;
-    };
-    for (const Case& c :
-         {Case{"figure without info", K8_CLASS_FIGURE, false, 0, kUntouched},
-          Case{"figure", K8_CLASS_FIGURE, true, 0x58000, kUntouched},
-          Case{"group", K8_CLASS_GROUP, true, 0x58000, kUntouched},
-          Case{"scene group", K8_CLASS_SCENE_GROUP, true, 0x58000, kUntouched},
-          Case{"light has no time", K8_CLASS_LIGHT, true, 0, kUntouched},
-          Case{"texture has no time", K8_CLASS_TEXTURE, true, 0, kUntouched},
-          Case{"no family", 9, true, 0, K8_ERR_FAILURE}, Case{"a destroyed handle", 0, false, 0, K8_ERR_FAILURE}}) {
-        int32_t frame = 0x58000;
-        K8Figure handle = {};  // the info of every family stands in the same place
-        handle.header.classId = c.classId;
-        handle.info = c.hasInfo ? reinterpret_cast<K8FigureInfo*>(&frame) : nullptr;
+    int32_t frame = 0x58000;
+    K8Figure handle = {};  // the info of every family stands in the same place
+    handle.info = reinterpret_cast<K8FigureInfo*>(&frame);
+    const auto timeOf = [&](int16_t classId) {
+        handle.header.classId = classId;
         K8ErrStorage_setErrorStatus(kUntouched);
-        EXPECT_EQ(K8Object3D_getTime(&handle.header), c.time) << c.what;
-        EXPECT_EQ(K8ErrStorage_getErrorStatus(), c.status) << c.what;
+        return K8Object3D_getTime(&handle.header);
+    };
+    for (const int16_t timed : {K8_CLASS_FIGURE, K8_CLASS_GROUP, K8_CLASS_SCENE_GROUP}) EXPECT_EQ(timeOf(timed), frame);
+    for (const int16_t timeless : {K8_CLASS_LIGHT, K8_CLASS_TEXTURE}) EXPECT_EQ(timeOf(timeless), 0);
+    EXPECT_EQ(K8ErrStorage_getErrorStatus(), kUntouched);
+    for (const int noFamily : {9, 0}) {
+        EXPECT_EQ(timeOf(int16_t(noFamily)), 0);
+        EXPECT_EQ(K8ErrStorage_getErrorStatus(), K8_ERR_FAILURE);
     }
+    handle.info = nullptr;
+    EXPECT_EQ(timeOf(K8_CLASS_FIGURE), 0);
+
     K8Handle unknown = {nullptr, 9, nullptr, nullptr};
-    K8ErrStorage_setErrorStatus(kUntouched);
     K8Object3D_destroy(&unknown);
     K8Object3D_destroy(nullptr);
     EXPECT_EQ(unknown.classId, 9);
     EXPECT_EQ(K8ErrStorage_getErrorStatus(), kUntouched);
-    EXPECT_EQ(K8Object3D_getTime(nullptr), 0);
+    EXPECT_EQ(K8Object3D_getClassId(nullptr), 0);
     EXPECT_EQ(K8ErrStorage_getErrorStatus(), K8_ERR_FAILURE);
+    EXPECT_EQ(K8Object3D_getTime(nullptr), 0);
 }
 
 template <typename T>
@@ -339,25 +332,6 @@ TEST(PrimitiveHandle, TellsHowLongItsArraysAre) {
         EXPECT_EQ(K8ErrStorage_getErrorStatus(), K8_ERR_FAILURE);
     }
     EXPECT_EQ(K8Primitive_getLength(3, 0x100, 0), 0) << "a combination that is refused has no lengths";
-}
-
-TEST(PrimitiveHandle, ClearingKeepsWhatIsNoArray) {
-    CountingAllocator host;
-    K8Primitive* primitive = K8Primitive_create(nullptr, host.get());
-    K8PrimitiveInfo info = {};
-    info.type = K8_PRIM_TRIANGLES;
-    info.params = 0x3000;
-    info.counts[K8_PRIM_POSITIONS] = 9;
-    info.values[K8_PRIM_POSITIONS] = hostArray<int32_t>(host, 9);
-    info.values[K8_PRIM_TEXTURE_COORDS] = hostArray<int32_t>(host, 6);
-    EXPECT_TRUE(K8Primitive_setTmpData(primitive, &info));
-    K8Primitive_clearLoadedInfo(primitive);
-    EXPECT_EQ(host.liveBlocks(), 2);
-    EXPECT_EQ(primitive->info->type, uint32_t(K8_PRIM_TRIANGLES));
-    EXPECT_EQ(primitive->info->params, 0x3000u);
-    EXPECT_EQ(primitive->info->counts[K8_PRIM_POSITIONS], 9u);
-    EXPECT_EQ(primitive->info->values[K8_PRIM_POSITIONS], nullptr);
-    K8Primitive_destroy(primitive);
 }
 
 }  // namespace

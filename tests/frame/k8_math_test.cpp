@@ -35,18 +35,9 @@ TEST(K8Math, ConvertsAngles) {
         float degrees;
         int32_t angle;
     };
-    for (const Case& c : {Case{90, 1024},
-                          {-90, 3072},
-                          {0, 0},
-                          {360, 0},
-                          {-360, 4096},
-                          {-720, 4096},
-                          {450, 1024},
-                          {-0.0001f, 0},
-                          {-1.0f / 4096, 4095},
-                          {359.9999f, 4095},
-                          {0.0878f, 0},
-                          {0.0880f, 1}})
+    for (const Case& c : {Case{90, 1024}, Case{-90, 3072}, Case{0, 0}, Case{360, 0}, Case{-360, 4096}, Case{-720, 4096},
+                          Case{450, 1024}, Case{-0.0001f, 0}, Case{-1.0f / 4096, 4095}, Case{359.9999f, 4095},
+                          Case{0.0878f, 0}, Case{0.0880f, 1}})
         EXPECT_EQ(K8Math_convAngleF2I(c.degrees), c.angle) << c.degrees;
     EXPECT_EQ(K8Math_convAngleI2F(1024), 368640);
     EXPECT_EQ(K8Math_convAngleI2F(4096), 0);
@@ -82,17 +73,9 @@ TEST(K8Math, ArcsineAndArccosineOfEveryNumber) {
         float in;
         int32_t asin, acos;
     };
-    for (const Case& c : {Case{1, 368640, 0},
-                          {-1, -368640, 737280},
-                          {0, 0, 368640},
-                          {-0.0f, 0, 368640},
-                          {2, 0, 0},
-                          {-1.001f, 0, 0},
-                          {NAN, 0, 368640},
-                          {INFINITY, 0, 368640},
-                          {-INFINITY, 0, 368640},
-                          {0.5f, 122850, 245700},
-                          {-0.5f, -122851, 491490}}) {
+    for (const Case& c : {Case{1, 368640, 0}, Case{-1, -368640, 737280}, Case{0, 0, 368640}, Case{-0.0f, 0, 368640},
+                          Case{2, 0, 0}, Case{-1.001f, 0, 0}, Case{NAN, 0, 368640}, Case{INFINITY, 0, 368640},
+                          Case{-INFINITY, 0, 368640}, Case{0.5f, 122850, 245700}, Case{-0.5f, -122851, 491490}}) {
         EXPECT_EQ(K8Math_asin(c.in), c.asin) << c.in;
         EXPECT_EQ(K8Math_acos(c.in), c.acos) << c.in;
     }
@@ -120,32 +103,12 @@ TEST(K8Math, ArctangentOfTwo) {
         float a, b;
         int32_t out;
     };
-    for (const Case& c : {Case{0, 5, 368640},
-                          {0, 0, 368640},
-                          {1.0f / 8192, 1, 368640},
-                          {5, 0, 0},
-                          {-5, 0, 0},
-                          {1, 1, 184320},
-                          {-1, -1, 184320},
-                          {-1, 1, 552960},
-                          {1, -1, 552960},
-                          {NAN, 1, 368640}})
+    for (const Case& c :
+         {Case{0, 5, 368640}, Case{0, 0, 368640}, Case{1.0f / 8192, 1, 368640}, Case{5, 0, 0}, Case{-5, 0, 0},
+          Case{1, 1, 184320}, Case{-1, -1, 184320}, Case{-1, 1, 552960}, Case{1, -1, 552960}, Case{NAN, 1, 368640}})
         EXPECT_EQ(K8Math_atan2(c.a, c.b), c.out) << c.a << ", " << c.b;
     EXPECT_NEAR(K8Math_atan2(2, -1), 4096 * (180 - 26.5651), 1.1);
     EXPECT_NEAR(K8Math_atan2(-1, 2), 4096 * (180 - 63.4349), 12) << "beyond 1, with its short right angle";
-}
-
-TEST(K8Math, VectorFunctionsAreTheKernels) {
-    int32_t v[3] = {8192, 0, 0}, zero[3] = {};
-    EXPECT_TRUE(K8Math_normalizeVector(v));
-    EXPECT_EQ(v[0], 4096);
-    EXPECT_FALSE(K8Math_normalizeVector(zero));
-    EXPECT_FALSE(K8Math_normalize(zero));
-    const int32_t x[3] = {4096, 0, 0}, y[3] = {0, 4096, 0};
-    int32_t z[3];
-    K8Math_crossVectors(x, y, z);
-    EXPECT_EQ(z[2], 4096);
-    EXPECT_EQ(K8Math_dotVectors(z, z), 4096);
 }
 
 TEST(FloatVectors, SumInDoublesAndInTheStatedOrder) {
@@ -193,23 +156,17 @@ TEST(FloatVectors, ComparesFloatsByTheNumbersBetweenThem) {
         const char* what;
         int32_t a, b, maxUlps, out;
     };
-    for (const Case& c : {
-             Case{"both zeros", 0, kMinus, 0, 0},
-             Case{"both zeros, the other way round", kMinus, 0, 0, 0},
-             Case{"neighbours", kOne + 1, kOne, 1, 0},
-             Case{"neighbours, exactly", kOne + 1, kOne, 0, 1},
-             Case{"below", kOne, kOne + 2, 1, -1},
-             Case{"negative neighbours", kMinus | (kOne + 1), kMinus | kOne, 1, 0},
-             Case{"negative, the larger magnitude is less", kMinus | (kOne + 2), kMinus | kOne, 1, -1},
-             Case{"negative, the smaller magnitude is more", kMinus | kOne, kMinus | (kOne + 2), 1, 1},
-             Case{"across zero", 1, kMinus | 1, 2, 0},
-             Case{"too far across zero", 1, kMinus | 2, 2, 1},
-             Case{"too far the other way", kMinus | 2, 1, 2, -1},
-             Case{"two and above is never near a negative", kTwo, kMinus, INT32_MAX, 1},
-             Case{"nor minus two near a positive", kMinus | kTwo, 0, INT32_MAX, -1},
-             Case{"same", kTwo, kTwo, 0, 0},
-             Case{"farthest of one sign", INT32_MAX, 0, INT32_MAX, 0},
-         })
+    for (const Case& c :
+         {Case{"both zeros", 0, kMinus, 0, 0}, Case{"both zeros, the other way round", kMinus, 0, 0, 0},
+          Case{"neighbours", kOne + 1, kOne, 1, 0}, Case{"neighbours, exactly", kOne + 1, kOne, 0, 1},
+          Case{"below", kOne, kOne + 2, 1, -1}, Case{"negative neighbours", kMinus | (kOne + 1), kMinus | kOne, 1, 0},
+          Case{"negative, the larger magnitude is less", kMinus | (kOne + 2), kMinus | kOne, 1, -1},
+          Case{"negative, the smaller magnitude is more", kMinus | kOne, kMinus | (kOne + 2), 1, 1},
+          Case{"across zero", 1, kMinus | 1, 2, 0}, Case{"too far across zero", 1, kMinus | 2, 2, 1},
+          Case{"too far the other way", kMinus | 2, 1, 2, -1},
+          Case{"two and above is never near a negative", kTwo, kMinus, INT32_MAX, 1},
+          Case{"nor minus two near a positive", kMinus | kTwo, 0, INT32_MAX, -1}, Case{"same", kTwo, kTwo, 0, 0},
+          Case{"farthest of one sign", INT32_MAX, 0, INT32_MAX, 0}})
         EXPECT_EQ(_ieee_float_cmp_ulps(c.a, c.b, c.maxUlps), c.out) << c.what;
 }
 
