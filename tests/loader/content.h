@@ -88,3 +88,17 @@ void forEachChange(const encode::EncodedFile& file, const std::string& list, Che
         check(changed);
     }
 }
+
+// A decoder has two ways to find that a file is broken: from the bytes left, and from the latch of a stream of unknown
+// length. Neither takes a part of a file; both take more than it.
+inline void expectOnlyWhole(const ByteList& file, bool (*decodes)(const ByteList&),
+                            bool (*decodesFromOpaqueStream)(const HeapCopy&)) {
+    for (size_t length = 0; length < file.size(); ++length) {
+        EXPECT_FALSE(decodes(ByteList(file.begin(), file.begin() + ptrdiff_t(length)))) << length;
+        EXPECT_FALSE(decodesFromOpaqueStream(HeapCopy(file, length))) << length;
+    }
+    ByteList more = file;
+    more.push_back(0);
+    EXPECT_TRUE(decodes(more));
+    EXPECT_TRUE(decodesFromOpaqueStream(HeapCopy(file)));
+}

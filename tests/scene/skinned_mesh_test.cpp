@@ -1,9 +1,7 @@
 #include "scene/skinned_mesh.h"
 
-#include <array>
 #include <cmath>
 #include <memory>
-#include <optional>
 #include <random>
 
 #include "scene/appearance.h"
@@ -12,55 +10,14 @@
 #include "scene/skinning_kernel.h"
 #include "scene/world.h"
 #include "tests/scene/held.h"
+#include "tests/scene/matrices.h"
 #include "tests/support/counting_heap.h"
 
 constexpr Result kOk = QEL_STATUS_OK;
 
 // --- An independent calculation ---
 
-using Matrix = std::array<float, 16>;
-
 static Matrix translation(float x, float y, float z) { return {1, 0, 0, x, 0, 1, 0, y, 0, 0, 1, z, 0, 0, 0, 1}; }
-
-static Matrix product(const Matrix& a, const Matrix& b) {
-    Matrix out{};
-    for (size_t row = 0; row < 4; ++row)
-        for (size_t column = 0; column < 4; ++column) {
-            float sum = a[4 * row] * b[column];
-            for (size_t k = 1; k < 4; ++k) sum = sum + a[4 * row + k] * b[4 * k + column];
-            out[4 * row + column] = sum;
-        }
-    return out;
-}
-
-// Gauss and Jordan, in long double; nothing for a singular matrix.
-static std::optional<Matrix> inverse(const Matrix& m) {
-    long double a[4][8] = {};
-    for (size_t i = 0; i < 16; ++i) a[i / 4][i % 4] = m[i];
-    for (size_t i = 0; i < 4; ++i) a[i][4 + i] = 1;
-    for (size_t column = 0; column < 4; ++column) {
-        size_t pivot = column;
-        for (size_t row = column; row < 4; ++row)
-            if (std::fabs(a[row][column]) > std::fabs(a[pivot][column])) pivot = row;
-        if (a[pivot][column] == 0) return {};
-        std::swap(a[pivot], a[column]);
-        const long double divisor = a[column][column];
-        for (long double& entry : a[column]) entry /= divisor;
-        for (size_t row = 0; row < 4; ++row) {
-            const long double factor = row == column ? 0 : a[row][column];
-            for (size_t k = 0; k < 8; ++k) a[row][k] -= factor * a[column][k];
-        }
-    }
-    Matrix out;
-    for (size_t i = 0; i < 16; ++i) out[i] = float(a[i / 4][4 + i % 4]);
-    return out;
-}
-
-static Matrix transposed(const Matrix& m) {
-    Matrix out;
-    for (size_t i = 0; i < 16; ++i) out[i] = m[4 * (i % 4) + i / 4];
-    return out;
-}
 
 static int32_t wrapped(int64_t value) { return int32_t(uint32_t(uint64_t(value))); }
 
@@ -121,8 +78,9 @@ static std::array<int32_t, 3> skinNormal(const Model& model, const int32_t* v,
     for (size_t row = 0; row < 3; ++row) {
         int64_t sum = 0;
         for (const Influence& influence : influences) {
-            const std::optional<Matrix> inverted = inverse(model.bones[influence.bone]);
-            const Matrix m = inverted ? transposed(*inverted) : model.bones[influence.bone];
+            Matrix m = model.bones[influence.bone];
+            if (const std::optional<LongMatrix> inverted = inverse(m))
+                for (size_t k = 0; k < 16; ++k) m[k] = float((*inverted)[4 * (k % 4) + k / 4]);  // transposed
             sum = wrapped(sum + wrapped(int64_t(wrapped(rowTimes(m, row, v) + 2253) >> 12) * influence.weight));
         }
         out[row] = wrapped(sum + 2253) >> 12;

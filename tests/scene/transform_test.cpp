@@ -2,12 +2,10 @@
 
 #include <gtest/gtest.h>
 
-#include <array>
 #include <cmath>
 #include <random>
 
-using Matrix = std::array<float, 16>;
-using LongMatrix = std::array<long double, 16>;
+#include "tests/scene/matrices.h"
 
 static constexpr Matrix kIdentityElements = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
 static constexpr Matrix kCounted = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16};
@@ -59,16 +57,7 @@ TEST(Transform, ProductsAccumulateInColumnOrderInSinglePrecision) {
     std::mt19937 random(1);
     for (int i = 0; i < 1000; ++i) {
         const Matrix a = randomMatrix(random), b = i % 10 == 0 ? a : randomMatrix(random);
-        Matrix expected;
-        for (size_t r = 0; r < 4; ++r)
-            for (size_t c = 0; c < 4; ++c) {
-                volatile float sum = a[4 * r] * b[c];  // rounded at every step
-                for (size_t k = 1; k < 4; ++k) {
-                    volatile float product = a[4 * r + k] * b[4 * k + c];
-                    sum = sum + product;
-                }
-                expected[4 * r + c] = sum;
-            }
+        const Matrix expected = product(a, b);
         qelTransform left = transformOf(a), right = transformOf(b), intoLeft = left, intoRight = right;
         qelTransform_postMultiply_copy(&intoLeft, &right, &intoLeft);
         qelTransform_multiplyInto(&intoRight, &left, &intoRight);
@@ -167,30 +156,11 @@ TEST(Transform, ScaleAndTranslationMultiplyFromTheRight) {
 
 // --- Inverses ---
 
-// The adjugate over the determinant: another way than the one under test.
-static LongMatrix inverseByCofactors(const Matrix& m) {
-    const auto minorOf = [&m](size_t row, size_t column) {
-        std::array<long double, 9> n;
-        size_t i = 0;
-        for (size_t r = 0; r < 4; ++r)
-            for (size_t c = 0; c < 4; ++c)
-                if (r != row && c != column) n[i++] = m[4 * r + c];
-        return n[0] * (n[4] * n[8] - n[5] * n[7]) - n[1] * (n[3] * n[8] - n[5] * n[6]) +
-               n[2] * (n[3] * n[7] - n[4] * n[6]);
-    };
-    long double determinant = 0;
-    for (size_t c = 0; c < 4; ++c) determinant += (c % 2 ? -1 : 1) * m[c] * minorOf(0, c);
-    LongMatrix inverse;
-    for (size_t r = 0; r < 4; ++r)
-        for (size_t c = 0; c < 4; ++c) inverse[4 * r + c] = ((r + c) % 2 ? -1 : 1) * minorOf(c, r) / determinant;
-    return inverse;
-}
-
 TEST(Transform, InvertsGeneralMatrices) {
     std::mt19937 random(2);
     for (int i = 0; i < 200; ++i) {
         const Matrix m = randomMatrix(random);
-        const LongMatrix expected = inverseByCofactors(m);
+        const LongMatrix expected = *inverse(m);
         long double largest = 0;
         for (const long double e : expected) largest = std::max(largest, std::fabs(e));
         qelTransform t = transformOf(m), out;
@@ -204,11 +174,11 @@ TEST(Transform, InvertsGeneralMatrices) {
     EXPECT_EQ(qelTransform_invert(&t), QEL_STATUS_OK);
     EXPECT_EQ(elementsOf(t), (Matrix{0, 1, 0, 0, 1e-30f, -1, 0, 0, 0, 0, 0, 2, 0, 0, 0.25f, 0}));
 
-    qelTransform rigid = identity(), inverse;
+    qelTransform rigid = identity(), out;
     qelTransform_postRotate(&rigid, 30, 0, 1, 0);
     qelTransform_postTranslate(&rigid, 1, 2, 3);
-    ASSERT_EQ(qelTransform_invertNonScaled_copy(&rigid, &inverse), QEL_STATUS_OK);
-    expectNear(inverse, inverseByCofactors(elementsOf(rigid)), 5e-7L);
+    ASSERT_EQ(qelTransform_invertNonScaled_copy(&rigid, &out), QEL_STATUS_OK);
+    expectNear(out, *inverse(elementsOf(rigid)), 5e-7L);
 }
 
 TEST(Transform, SingularMatricesStayAsTheyAre) {
