@@ -11,13 +11,17 @@
 #include "scene/vertex_array.h"
 #include "scene/vertex_buffer.h"
 
-static float dot(const float* a, const float* b) { return a[0] * b[0] + a[1] * b[1] + a[2] * b[2]; }
+template <typename F>
+static F dot(const F* a, const F* b) {
+    return a[0] * b[0] + a[1] * b[1] + a[2] * b[2];
+}
 
 static void subtract(const float* a, const float* b, float* out) {
     for (int i = 0; i < 3; ++i) out[i] = a[i] - b[i];
 }
 
-static void cross(const float* a, const float* b, float* out) {
+template <typename F>
+static void cross(const F* a, const F* b, F* out) {
     out[0] = a[1] * b[2] - a[2] * b[1];
     out[1] = a[2] * b[0] - a[0] * b[2];
     out[2] = a[0] * b[1] - a[1] * b[0];
@@ -91,8 +95,15 @@ static void recordUnit(const VertexBuffer* buffer, int unit, const PlainTriangle
         s[k] = v[0];
         t[k] = v[1];
     }
+    const auto& p = triangle.p;
+    double e[2][3], n[3];
+    for (int i = 0; i < 3; ++i) {
+        e[0][i] = double(p[1][i]) - p[0][i];
+        e[1][i] = double(p[2][i]) - p[0][i];
+    }
+    cross(e[0], e[1], n);
     for (const auto& [a, b] : {std::pair(0, 1), std::pair(1, 2), std::pair(0, 2)}) {
-        const auto& p = triangle.p;
+        if (std::fabs(n[3 - a - b]) <= std::sqrt(dot(n, n)) / 1024) continue;  // seen from its side
         const float rows[16] = {p[0][a], p[0][b], 1, 0, p[1][a], p[1][b], 1, 0, p[2][a], p[2][b], 1, 0, 0, 0, 0, 1};
         qelTransform m;
         qelTransform_set_fl(&m, rows);
@@ -108,7 +119,14 @@ static void recordUnit(const VertexBuffer* buffer, int unit, const PlainTriangle
 static float distanceOf(const float* ray, const float* h) {
     float way[3];
     subtract(h, ray, way);
-    return std::sqrt(dot(way, way)) / std::sqrt(dot(ray + 3, ray + 3));
+    const float waySquare = dot(way, way), unitSquare = dot(ray + 3, ray + 3);
+    if (std::isnormal(waySquare) && std::isnormal(unitSquare)) return std::sqrt(waySquare) / std::sqrt(unitSquare);
+    double wideWay[3], wideUnit[3];  // a square is out of the range of floats
+    for (int i = 0; i < 3; ++i) {
+        wideWay[i] = double(h[i]) - ray[i];
+        wideUnit[i] = ray[i + 3];
+    }
+    return float(std::sqrt(dot(wideWay, wideWay)) / std::sqrt(dot(wideUnit, wideUnit)));
 }
 
 static void recordHit(Mesh* mesh, const VertexBuffer* buffer, const PlainTriangle& triangle, const float* ray,

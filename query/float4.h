@@ -20,8 +20,8 @@ inline Float4 Float4_load(const float* values) {
 
 inline void Float4_store(Float4 vector, float* values) { std::memcpy(values, &vector, sizeof vector); }
 
-// Four integers in a row, at any address.
-inline Float4 Float4_loadShorts(const int16_t* values) {
+// Four 16-bit integers in a row, at any address.
+inline Float4 Float4_loadShorts(const void* values) {
     using Short8 = int16_t __attribute__((vector_size(16)));
     int64_t bits;
     std::memcpy(&bits, values, sizeof bits);

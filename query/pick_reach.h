@@ -6,10 +6,10 @@
 // 1. h = o + t d was rounded twice: it lies within r1 = 2e (|o| + |t d|) of the ray, at t >= 0.
 // 2. m is off by 3e |A||B|, den by 3e |m||d|, num by 4e |o - p0||m|. Whatever t has become of that, h lies within
 //    r2 = 5e (|o - p0| + |t d|) + r1 of the plane through p0 with the normal m, which is tilted by 3e / c.
-// 3. With W = h - p0 in the plane, u is (W x B)(A x B) / |A x B|^2. Its numerator is off by 15e |W||A||B|^2, q by
-//    15e |A|^2|B|^2, so a passing u is off by K (|W| / |A| + 1), where K = 16e / c^2; v likewise with |W| / |B|.
-// 4. Passing u and v put h within K (2 |W| + L) + 3e |W| / c + r2 of p0 + u A + v B. For c > 1/256, K is below 1/16, so
-//    |W| < 1.3 L + 1.2 r2.
+// 3. With W = h - p0 in the plane, u is (W x B)(A x B) / |A x B|^2. Its numerator is off by 17e |W||A||B|^2, q by
+//    15e |A|^2|B|^2, so a passing u is off by K (|W| / |A| + 1), where K = 17e / c^2; v likewise with |W| / |B|.
+// 4. Passing u and v put h within K (2 |W| + L) + 3e |W| / c + r2 of p0 + u A + v B. For c > 1/256, K is slightly above
+//    1/16 at most, so |W| < 1.24 L + 1.16 r2.
 // 5. p0 + u A + v B is no farther than 2 L / 10000 from the triangle, so h is within L (2 / 10000 + 64e / c^2) + 1.4 r2
 //    of it, and within 1.3 L + 1.2 r2 of p0.
 //

@@ -15,8 +15,8 @@
 #include "scene/vertex_array.h"
 #include "scene/vertex_buffer.h"
 
-constexpr uint32_t kPicksBeforeTree = 3;
-constexpr uint32_t kFewTriangles = 256;  // walking so many takes no longer
+constexpr uint32_t kPicksBeforeTree = 16;  // making it takes as long as 10 to 25 walks
+constexpr uint32_t kFewTriangles = 256;    // walking so many takes no longer
 constexpr uint32_t kMaxBytesPerTriangle = 16;
 constexpr uint32_t kMaxWild = 256;
 
@@ -29,7 +29,7 @@ enum class KeptState : uint32_t { Counting, Tree, Refused };
 struct KeptPick {
     uint64_t key;  // of the positions and all triangles
     KeptState state;
-    uint32_t pickCount;  // while counting
+    uint32_t credit;  // up to kPicksBeforeTree: picks of these triangles, less those of others
     uint32_t submeshCount, wildCount, boxedCount;
 };
 
@@ -215,8 +215,13 @@ static KeptPick* makeTree(const TreePlan& plan, const Pick* pick) {
     return kept;
 }
 
+// More triangles than that over few vertices, such as submeshes that share strips have, come in no proportion to the
+// content that asks for their tree.
+constexpr uint64_t kMaxTrianglesPerVertex = 8, kMoreTriangles = 1024;
+
 static bool canHaveTree(const Pick* pick) {
     const int32_t vertexCount = pick->buffer->positions->vertexCount;
+    if (countTriangles(pick) > kMaxTrianglesPerVertex * uint32_t(vertexCount) + kMoreTriangles) return false;
     uint64_t placeCount = 0;
     for (const TriangleStripArray* strips : stripsOf(pick)) {
         if (!TriangleRuns_fit(strips, vertexCount)) return false;  // what comes first, a hit or the bad index?
@@ -226,13 +231,13 @@ static bool canHaveTree(const Pick* pick) {
 }
 
 // Null when memory runs out: it is tried again at the next pick.
-static KeptPick* makeKept(const KeptPick& counted, const Pick* pick) {
+static KeptPick* makeKept(uint64_t key, const Pick* pick) {
     const auto triangleCount = uint32_t(countTriangles(pick));
     const Scratch<Box16> boxes(triangleCount);
     const Scratch<uint32_t> numbers(triangleCount);
     if (!boxes.data || !numbers.data) return nullptr;
     TreePlan plan;
-    plan.kept = {counted.key, KeptState::Tree, 0, uint32_t(pick->mesh->submeshCount), 0, 0};
+    plan.kept = {key, KeptState::Tree, kPicksBeforeTree, uint32_t(pick->mesh->submeshCount), 0, 0};
     plan.boxes = boxes.data;
     plan.numbers = numbers.data;
     const bool isByte = pick->buffer->positions->componentSize == 1;
@@ -240,7 +245,7 @@ static KeptPick* makeKept(const KeptPick& counted, const Pick* pick) {
     if (isPlanned && plan.kept.boxedCount > 0 && bytesOf(plan.kept) <= kMaxBytesPerTriangle * size_t(triangleCount))
         return makeTree(plan, pick);
     auto* refused = qelAllocArrayOf<KeptPick>(1);
-    if (refused) *refused = {counted.key, KeptState::Refused, 0, 0, 0, 0};
+    if (refused) *refused = {key, KeptState::Refused, kPicksBeforeTree, 0, 0, 0};
     return refused;
 }
 
@@ -251,7 +256,15 @@ static void replace(VertexArray* positions, KeptPick* kept) {
     positions->pickTree = kept;
 }
 
-static void startCounting(const Pick* pick, uint64_t key) {
+// One block serves all meshes over the same positions. It is for the one that is picked most: a pick of another takes
+// from its credit, and counts for the other when there is none left.
+static void countOther(const Pick* pick, uint64_t key) {
+    auto* kept = static_cast<KeptPick*>(pick->buffer->positions->pickTree);
+    if (countTriangles(pick) < kFewTriangles) return;
+    if (kept && kept->credit > 0) {
+        --kept->credit;
+        return;
+    }
     auto* counter = qelAllocArrayOf<KeptPick>(1);
     if (!counter) return;
     *counter = {key, KeptState::Counting, 1, 0, 0, 0};
@@ -264,13 +277,14 @@ static void count(const Pick* pick) {
     auto* kept = static_cast<KeptPick*>(positions->pickTree);
     const uint64_t key = keyOf(pick);
     if (!kept || kept->key != key) {
-        if (countTriangles(pick) >= kFewTriangles) startCounting(pick, key);
-        return;
-    }
-    if (kept->state != KeptState::Counting || kept->pickCount++ < kPicksBeforeTree) return;
-    if (!canHaveTree(pick)) {
+        countOther(pick, key);
+    } else if (kept->state != KeptState::Counting) {
+        kept->credit = kPicksBeforeTree;
+    } else if (kept->credit < kPicksBeforeTree) {
+        ++kept->credit;
+    } else if (!canHaveTree(pick)) {
         kept->state = KeptState::Refused;
-    } else if (KeptPick* made = makeKept(*kept, pick)) {
+    } else if (KeptPick* made = makeKept(key, pick)) {
         replace(positions, made);
     }
 }
@@ -300,8 +314,11 @@ static Slabs slabsOf(const PickReach& reach, const PickRay& ray) {
 
 static bool meetsBox(const Slabs& slabs, const Box16& box) {
     constexpr float kForever = std::numeric_limits<float>::infinity();
-    const Float4 low = Float4_loadShorts(box.least);  // and one component of `greatest`
-    const Float4 high = __builtin_shufflevector(Float4_loadShorts(box.least + 2), Float4{}, 1, 2, 3, 0);
+    static_assert(offsetof(Box16, greatest) == 3 * sizeof(int16_t),
+                  "each load takes one component of the other member");
+    const auto* const bytes = reinterpret_cast<const uint8_t*>(&box);
+    const Float4 low = Float4_loadShorts(bytes);
+    const Float4 high = __builtin_shufflevector(Float4_loadShorts(bytes + 2 * sizeof(int16_t)), Float4{}, 1, 2, 3, 0);
     const Float4 a = (low - slabs.lowOrigin) * slabs.inverse, b = (high - slabs.highOrigin) * slabs.inverse;
     const Float4 in = Float4_min(a, b), out = Float4_max(a, b) + Float4{0, 0, 0, kForever};
     return Float4_largest(in) <= Float4_least(out);

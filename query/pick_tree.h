@@ -1,9 +1,9 @@
 // What is kept with positions that are picked again and again: a tree of boxes over the triangles of the mesh, in the
 // positions' integers, so that it serves any scale, bias, culling and appearances.
 //
-// It is made at the fourth pick of the same triangles over the same positions, as one engine block in
+// It is made once the same triangles over the same positions have been walked 16 times, as one engine block in
 // VertexArray::pickTree that takes at most 16 bytes per triangle (32 more while it is made). Until then the block only
-// counts the picks. Other triangles over the same positions start over.
+// counts the picks. Meshes that share positions share the block: it is for the one with most of the picks.
 #pragma once
 
 #include "query/pick_triangle.h"

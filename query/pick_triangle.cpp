@@ -87,12 +87,26 @@ struct PlaneFit {
     qelTransform inverse;
 };
 
-static float coordinate(const Vector3<float>& p, int i) { return i == 0 ? p.x : i == 1 ? p.y : p.z; }
+template <typename F>
+static F coordinate(const Vector3<F>& p, int i) {
+    return i == 0 ? p.x : i == 1 ? p.y : p.z;
+}
+
+static Vector3<double> widen(const Vector3<float>& p) { return {p.x, p.y, p.z}; }
 
 // False for a triangle without area in every projection.
+//
+// In a projection along its plane a triangle has an area by rounding alone, and M an inverse of noise. On the plane the
+// function is the same for every pair, so such a pair is left out: where the normal has next to nothing of the axis
+// that the pair lacks.
 static bool fitPlane(const Corners& corners, PlaneFit* fit) {
     constexpr int kPairs[][2] = {{0, 1}, {1, 2}, {0, 2}};
+    constexpr double kLeastPart = 0x1p-10;
+    const Vector3<double> p0 = widen(corners.p[0]);
+    const Vector3<double> n = cross(widen(corners.p[1]) - p0, widen(corners.p[2]) - p0);
     for (const auto [a, b] : kPairs) {
+        const double part = coordinate(n, 3 - a - b);
+        if (part * part <= kLeastPart * kLeastPart * dot(n, n)) continue;
         float m[16] = {};
         for (int k = 0; k < 3; ++k) {
             m[4 * k] = coordinate(corners.p[k], a);
@@ -162,10 +176,13 @@ static void recordTextureCoordinates(const Pick* pick, const PickTriangle& trian
 
 // --- Records ---
 
-static float lengthOf(const Vector3<float>& v) { return std::sqrt(dot(v, v)); }
-
+// In lengths of the ray's direction. Squares leave the range of floats long before lengths do.
 static float distanceTo(const PickRay& ray, const Vector3<float>& hitPoint) {
-    return lengthOf(hitPoint - ray.origin) / lengthOf(ray.direction);
+    const Vector3<float> way = hitPoint - ray.origin, d = ray.direction;
+    const float waySquare = dot(way, way), unitSquare = dot(d, d);
+    if (std::isnormal(waySquare) && std::isnormal(unitSquare)) return std::sqrt(waySquare) / std::sqrt(unitSquare);
+    const Vector3<double> wideWay = widen(hitPoint) - widen(ray.origin), wideUnit = widen(d);
+    return float(std::sqrt(dot(wideWay, wideWay)) / std::sqrt(dot(wideUnit, wideUnit)));
 }
 
 // A sliver whose normal vanishes in this form leaves the record's normal alone.

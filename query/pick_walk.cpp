@@ -275,15 +275,17 @@ static bool isWorthFours(const Pick* pick) {
            uint32_t(pick->buffer->positions->vertexCount) / kVerticesPerTriangle <= triangleCount;
 }
 
-void PickWalk_all(Pick* pick) {
-    if (!isWorthFours(pick)) {
-        PickWalk_plain(pick);
-        return;
-    }
+// The walk itself is not quiet: an array that grows shows in the engine status, as it does in the plain walk.
+static float* allocQuietly(uint32_t count) {
     const QuietStatus quiet;
-    const Scratch<float> scratch(PickWalk_scratchCount(pick));
-    if (scratch.data)
-        PickWalk_byFours(pick, scratch.data);
+    return qelAllocArrayOf<float>(count);
+}
+
+void PickWalk_all(Pick* pick) {
+    float* scratch = isWorthFours(pick) ? allocQuietly(PickWalk_scratchCount(pick)) : nullptr;
+    if (scratch)
+        PickWalk_byFours(pick, scratch);
     else
         PickWalk_plain(pick);
+    qelFree(scratch);
 }

@@ -16,6 +16,8 @@
 
 namespace {
 
+constexpr int kPicksUntilTree = 17;  // the one that makes it
+
 // --- Random meshes and rays, of all degrees of hostility ---
 
 class Dice {
@@ -284,7 +286,7 @@ TEST(PickProperty, NoHitIsOutsideItsBox) {
         indices[2] = 2;
         const Held mesh(
             makeMesh(makeBuffer(positions, scale, bias), {makeList(indices)}, {makeAppearance(Culling::None)}));
-        for (int i = 0; i < 4; ++i) pick(mesh, {0, 0, 0, 1, 0, 0});
+        for (int i = 0; i < kPicksUntilTree; ++i) pick(mesh, {0, 0, 0, 1, 0, 0});
         for (int i = 0; i < 30; ++i) {
             const double spread = 1e-4 + 0x1p-23 / (slenderness * slenderness);
             double u = dice.between(0, 1), v = dice.between(0, 1 - u);
@@ -334,7 +336,7 @@ TEST(PickProperty, FiguresAreAsTheyWerePosedLast) {
         for (size_t i = 0; i < expected.size(); ++i) EXPECT_TRUE(isSame(array.records[i], expected[i]));
         hitCount += expected.size();
         qelRayIntersectionArray_finalize(&array);
-        if (step % 10 != 9) continue;  // picked often enough for a tree
+        if (step % 20 != 19) continue;  // picked often enough for a tree
         for (uint32_t b = 0; b < figure->bones.boneCount; ++b) {
             figure->bones.local[b] = {{0, -4096, 0, 100, 4096, 0, 0, int32_t(50 * b), 0, 0, 4096, 0}};
             figure->bones.bones[b].changed = 1;
@@ -373,7 +375,7 @@ const Ray kDown = {0.3f, 0.2f, 50, 0.01f, 0, -1};
 TEST(PickTree, ChangesShowAtOnce) {
     const Held mesh(makeMesh(makeSheet<int16_t>(), {makeSheetList(0, kGrid)}, {makeAppearance(Culling::Back)}));
     VertexArray* positions = mesh->vertexBuffer->positions;
-    for (int i = 0; i < 5; ++i) EXPECT_LT(pick(mesh, kDown).record.distance, 51);
+    for (int i = 0; i <= kPicksUntilTree; ++i) EXPECT_LT(pick(mesh, kDown).record.distance, 51);
     mesh->vertexBuffer->positionScale = 2;  // the tree serves any scale ...
     expectSamePicks(mesh, kDown, expectedOf(mesh, kDown));
     const Held hidden(makeAppearance(Culling::Front));
@@ -391,17 +393,48 @@ TEST(PickTree, ChangesShowAtOnce) {
     EXPECT_GT(pick(mesh, kDown).record.distance, 2000);
 }
 
-TEST(PickTree, OtherTrianglesOverTheSamePositionsStartOver) {
+TEST(PickTree, OfMeshesOverTheSamePositionsTheOnePickedMostHasIt) {
+    CountingHeap heap;
     VertexBuffer* buffer = makeSheet<int8_t>();
     qelObject3D_ref(buffer);
     const Held upper(makeMesh(buffer, {makeSheetList(kGrid / 2, kGrid)}, {makeAppearance(Culling::None)}));
     const Held lower(makeMesh(buffer, {makeSheetList(0, kGrid / 2)}, {makeAppearance(Culling::None)}));
     const Ray up = {1.3f, 10.2f, 50, 0.01f, 0, -1}, down = {1.3f, -10.2f, 50, 0.01f, 0, -1};
-    for (Mesh* mesh : {upper.get(), lower.get(), upper.get()})
-        for (int i = 0; i < 6; ++i) {
+    const auto pickOften = [&](Mesh* mesh, int count) {
+        for (int i = 0; i < count; ++i) {
             EXPECT_EQ(pick(mesh, up).found, mesh == upper.get()) << i;
             EXPECT_EQ(pick(mesh, down).found, mesh == lower.get()) << i;
         }
+    };
+    // A pick that asks a tree allocates nothing; one that walks has its vertices.
+    const auto hasTree = [&](Mesh* mesh) {
+        const int32_t calls = heap.calls();
+        pick(mesh, up);
+        return heap.calls() == calls;
+    };
+    pickOften(upper, 9);
+    EXPECT_TRUE(hasTree(upper));
+    pickOften(lower, 7);  // 14 picks are fewer than the 16 that are worth a tree
+    EXPECT_TRUE(hasTree(upper));
+    pickOften(lower, 7);
+    EXPECT_TRUE(hasTree(upper));
+    pickOften(lower, 9 + 8);
+    EXPECT_TRUE(hasTree(lower));
+    EXPECT_FALSE(hasTree(upper));
+    EXPECT_TRUE(hasTree(lower));
+}
+
+// 500 submeshes that share a strip: small content, but a tree of 500 times its triangles would not be.
+TEST(PickTree, SharedStripsAreNoReasonForALargeTree) {
+    CountingHeap heap;
+    constexpr int32_t kVertices = 3000, kSubmeshes = 500;
+    const std::vector<int8_t> positions(3 * kVertices);
+    TriangleStripArray* strips = makeStrips(0, {kVertices});
+    for (int i = 1; i < kSubmeshes; ++i) qelObject3D_ref(strips);
+    const Held mesh(makeMesh(makeBuffer(positions), std::vector(kSubmeshes, strips),
+                             std::vector<Appearance*>(kSubmeshes, nullptr)));
+    for (int i = 0; i <= kPicksUntilTree; ++i) EXPECT_FALSE(pick(mesh, kDown).found);
+    EXPECT_LT(heap.peakBytes(), 100 * kVertices);
 }
 
 TEST(PickTree, TakesNoMoreThanItMay) {
@@ -410,11 +443,11 @@ TEST(PickTree, TakesNoMoreThanItMay) {
         constexpr int64_t kTriangles = 2 * kGrid * kGrid;
         const Held mesh(makeMesh(makeSheet<int16_t>(), {makeSheetList(0, kGrid)}, {makeAppearance(Culling::None)}));
         const int64_t before = heap.liveBytes();
-        for (int i = 1; i <= 6; ++i) {
+        for (int i = 1; i <= kPicksUntilTree + 1; ++i) {
             pick(mesh, kDown);
             const int64_t kept = heap.liveBytes() - before;
-            EXPECT_LE(kept, i < 4 ? 64 : 16 * kTriangles) << "pick " << i;
-            EXPECT_GE(kept, i < 4 ? 1 : 8 * kTriangles) << "pick " << i;
+            EXPECT_LE(kept, i < kPicksUntilTree ? 64 : 16 * kTriangles) << "pick " << i;
+            EXPECT_GE(kept, i < kPicksUntilTree ? 1 : 8 * kTriangles) << "pick " << i;
         }
     }
     EXPECT_EQ(heap.liveBlocks(), 0);
@@ -431,7 +464,7 @@ TEST(PickTree, NeedlesAreWalked) {
     const Held mesh(makeMesh(positions, indices));
     const Ray ray = {15000, 50, 0.5f, 0.001f, 1, 0};
     const Expected expected = expectedOf(mesh, ray);
-    for (int i = 0; i < 4; ++i) expectSamePicks(mesh, ray, expected);
+    for (int i = 0; i < kPicksUntilTree; ++i) expectSamePicks(mesh, ray, expected);
     CountingHeap heap;
     pick(mesh, ray);
     EXPECT_LE(heap.calls(), 1);  // the walk's vertices
@@ -444,19 +477,22 @@ TEST(PickMemory, OnlyRecordsAreMissed) {
         const int32_t allocations = sweepEngineAllocations(mode, [](CountingHeap& heap) {
             const Held mesh(makeMesh(makeSheet<int16_t>(), {makeSheetList(0, kGrid)}, {makeAppearance(Culling::None)}));
             if (heap.hasFailed()) return;
-            qelStatus_set(QEL_STATUS_OK);
-            for (int i = 0; i < 6; ++i) {
-                const Picked picked = pick(mesh, kDown);
-                EXPECT_TRUE(picked.found);
-                EXPECT_EQ(picked.result, QEL_STATUS_OK);
-                EXPECT_EQ(qelStatus_get(), QEL_STATUS_OK);
+            for (const int times : {0, kPicksUntilTree + 1}) {  // in a walk, and in a tree
+                for (int i = 0; i < times; ++i) {
+                    qelStatus_set(QEL_STATUS_ILLEGAL_STATE);
+                    const Picked picked = pick(mesh, kDown);
+                    EXPECT_TRUE(picked.found);
+                    EXPECT_EQ(picked.result, QEL_STATUS_OK);
+                    EXPECT_EQ(qelStatus_get(), QEL_STATUS_ILLEGAL_STATE);
+                }
+                // 48 hits or so along a row of the sheet: two blocks.
+                const PickedAll all = pickAll(mesh, {-100, 0.5f, 3.3f, 1, 0, 0});
+                EXPECT_EQ(all.found, all.result == QEL_STATUS_OK);
+                EXPECT_TRUE(all.found ? all.records.size() > 16 : all.result == QEL_STATUS_OUT_OF_MEMORY);
+                EXPECT_EQ(qelStatus_get(), all.result);
             }
-            // 48 hits or so along a row of the sheet: two blocks.
-            const PickedAll all = pickAll(mesh, {-100, 0.5f, 3.3f, 1, 0, 0});
-            EXPECT_EQ(all.found, all.result == QEL_STATUS_OK);
-            EXPECT_TRUE(all.found ? all.records.size() > 16 : all.result == QEL_STATUS_OUT_OF_MEMORY);
         });
-        EXPECT_GT(allocations, 15);
+        EXPECT_GT(allocations, 30);
     }
 }
 

@@ -100,6 +100,8 @@ TEST(Pick, HitsWhatItSees) {
              Case{"in the plane", none, ccw, {-5, 20, 0, 1, 0, 0}, -1},
              Case{"almost parallel", none, ccw, {20, 20, 0, 1, 0, 0.9e-12f}, -1},
              Case{"less parallel", none, ccw, {20, 20, 0, 1, 0, 1.1e-12f}, 0},
+             Case{"so long that its square is endless", none, ccw, {20, 20, 5, 0, 0, -1e20f}, 5e-20f},
+             Case{"so near that its square vanishes", none, ccw, {20, 20, 1e-23f, 0, 0, -1}, 1e-23f},
              Case{"first corner", none, ccw, {0, 0, 5, 0, 0, -1}, 5},
              Case{"second corner", none, ccw, {100, 0, 5, 0, 0, -1}, 5},
              Case{"third corner", none, ccw, {0, 100, 5, 0, 0, -1}, 5},
@@ -452,6 +454,52 @@ TEST(Pick, AgreesWithASlowCalculation) {
         EXPECT_TRUE(!isClear || next == all.records.size());
     }
     EXPECT_GT(hitCount, 150);
+}
+
+// A plane along an axis has no area in one of the three projections, but what rounding makes of it.
+TEST(Pick, TextureCoordinatesHoldOnFloorsAndWalls) {
+    struct Case {
+        const char* what;
+        int32_t slope, height;  // y = slope x + height
+        float scale;
+    };
+    std::mt19937 random(12);
+    const auto uniform = [&](double low, double high) {
+        return std::uniform_real_distribution<double>(low, high)(random);
+    };
+    for (const Case& c : {Case{"floor", 0, 3, 1}, Case{"scaled floor", 0, 577, 0.01f}, Case{"wall", 2, 7, 0.01f}})
+        for (int round = 0; round < 300; ++round) {
+            std::vector<int16_t> positions, coords;
+            Double3 p[3];
+            for (Double3& at : p) {
+                const int32_t x = int32_t(uniform(-1000, 1000)), z = int32_t(uniform(-1000, 1000));
+                size_t i = 0;
+                for (const int32_t component : {x, c.slope * x + c.height, z}) {
+                    positions.push_back(int16_t(component));
+                    at[i++] = component * double(c.scale);
+                }
+                for (int k = 0; k < 2; ++k) coords.push_back(int16_t(uniform(-1000, 1000)));
+            }
+            const Double3 normal = cross(p[1] - p[0], p[2] - p[0]), side = p[2] - p[1];
+            if (dot(normal, normal) < 0.01 * dot(p[1] - p[0], p[1] - p[0]) * dot(side, side)) continue;
+            VertexBuffer* buffer = makeBuffer(positions, c.scale);
+            const Held array(makeArray<int16_t>(2, coords));
+            qelVertexBuffer_setTexCoords(buffer, 0, array, 1, nullptr);
+            const Held mesh(makeMesh(buffer, {makeList({0, 1, 2})}, {makeAppearance(Culling::None)}));
+            Ray ray;
+            const double u = uniform(0.1, 0.5), v = uniform(0.1, 0.4);
+            const Double3 d = {1, -1, 0.1};
+            for (size_t i = 0; i < 3; ++i) {
+                ray[i] = float((1 - u - v) * p[0][i] + u * p[1][i] + v * p[2][i] - 5 * d[i]);
+                ray[i + 3] = float(d[i]);
+            }
+            const Picked picked = pick(mesh, ray);
+            ASSERT_TRUE(picked.found) << c.what << round;
+            const float* const found[] = {picked.record.textureS, picked.record.textureT};
+            for (size_t i = 0; i < 2; ++i)
+                ASSERT_NEAR(*found[i], (1 - u - v) * coords[i] + u * coords[2 + i] + v * coords[4 + i], 0.1)
+                    << c.what << round;
+        }
 }
 
 }  // namespace
