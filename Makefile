@@ -4,8 +4,9 @@ FUZZ_SECONDS ?= 60
 
 build = cmake --preset $(1) $(if $(V),,--log-level=WARNING) $(3) && cmake --build --preset $(1) -j $(JOBS) $(if $(2),--target $(2))
 
-# Of the two compilers clang takes half the time to build with sanitizers.
-sanitizing_compiler := $(if $(shell command -v clang++),-DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++)
+# Of the two compilers clang takes half the time to build with sanitizers; it may have come without what they need to run.
+clang_sanitizes = $(shell echo 'int main() {}' | clang++ -fsanitize=address,undefined -x c++ - -o /dev/null 2>/dev/null && echo yes)
+sanitizing_compiler = $(if $(clang_sanitizes),-DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++)
 
 libfuzzer = build/fuzz/fuzz/fuzz_$(1) -max_total_time=$(FUZZ_SECONDS) -timeout=10 -verbosity=0 -print_final_stats=1 \
     -artifact_prefix=build/fuzz/ build/fuzz/corpus/$(1) build/fuzz/fuzz/seeds/$(1)
