@@ -100,5 +100,5 @@ inline void expectOnlyWhole(const ByteList& file, bool (*decodes)(const ByteList
     ByteList more = file;
     more.push_back(0);
     EXPECT_TRUE(decodes(more));
-    EXPECT_TRUE(decodesFromOpaqueStream(HeapCopy(file)));
+    EXPECT_TRUE(decodesFromOpaqueStream(HeapCopy(more)));
 }
