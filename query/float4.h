@@ -31,6 +31,10 @@ inline Float4 Float4_loadShorts(const void* values) {
     return __builtin_convertvector(doubled >> 16, Float4);
 }
 
+inline Float4 Float4_loadBytes(const int8_t* values) {
+    return __builtin_convertvector(Int4{values[0], values[1], values[2], values[3]}, Float4);
+}
+
 // Of numbers that are none of them NaN.
 inline Float4 Float4_min(Float4 a, Float4 b) { return a < b ? a : b; }
 inline Float4 Float4_max(Float4 a, Float4 b) { return a > b ? a : b; }

@@ -79,15 +79,16 @@ static bool tryPlainly(const RunPick& part) {
 // the ray in units of the sizes below. A triangle of less size than its first corner has clearance is too far to be
 // hit.
 //
-// Hits are within 1.3 L + slack of the first corner, L being the sides e1 and e2. The size of a triangle is
-// |e1|^2 + |f|^2 with its third side f, so L^2 is at most 5 sizes, and (1.3 L + slack)^2 at most 17 sizes + 2 slack^2.
-constexpr float kSizesPerClearance = 18;
-constexpr float kSlackSquares = 3;
-// The area of a triangle with c above 1/256, against |e1|^2 times its size, of which |e2|^2 is at most the double.
+// Slivers are not left out. The size of a triangle is |e1|^2 + |f|^2 with its third side f. As |e2|^2 is at most double
+// that, the least area (the square of twice the area, against |e1|^2 times the size) makes c^2 at least 2^-15. The K of
+// pick_reach.h is below 1/30 then, and hits are within 1.11 L + slack of the first corner, L being the sides e1 and e2.
+// L^2 is at most 5 sizes, so (1.11 L + slack)^2 is at most 7 sizes + 9 slack^2.
 constexpr float kLeastArea = 0x1p-14f;
+constexpr float kSizesPerClearance = 7.5f;
+constexpr float kSlackSquares = 10;
 
-static Int4 isFar(const Vector3<Float4>& p0, Float4 clearance, const Vector3<Float4>& p1, const Vector3<Float4>& p2) {
-    const Vector3<Float4> e1 = p1 - p0, f = p2 - p1, n = cross(e1, f);
+static Int4 isFar(Float4 clearance, const Vector3<Float4>& e1, const Vector3<Float4>& f) {
+    const Vector3<Float4> n = cross(e1, f);
     const Float4 square = dot(e1, e1), size = square + dot(f, f);
     return (clearance > size) & (dot(n, n) >= kLeastArea * (square * size));
 }
@@ -142,12 +143,23 @@ static Conversion planConversion(const Pick* pick) {
     return plan;
 }
 
+static inline Float4 loadFour(const int8_t* in) { return Float4_loadBytes(in); }
+static inline Float4 loadFour(const int16_t* in) { return Float4_loadShorts(in); }
+
+// Four vertices of x, y and z in a row.
+template <typename T>
+static inline Vector3<Float4> loadVertices(const T* in) {
+    const Float4 a = loadFour(in), b = loadFour(in + 4), c = loadFour(in + 8);  // x0 y0 z0 x1, y1 z1 x2 y2, z2 x3 y3 z3
+    const Float4 yz01 = __builtin_shufflevector(a, b, 1, 2, 4, 5), xy23 = __builtin_shufflevector(b, c, 2, 3, 5, 6);
+    return {__builtin_shufflevector(a, xy23, 0, 3, 4, 6), __builtin_shufflevector(yz01, xy23, 0, 2, 5, 7),
+            __builtin_shufflevector(yz01, c, 1, 3, 4, 7)};
+}
+
 template <typename T>
 static inline void convertFour(const Conversion& plan, const T* in, float* out) {
-    const Int4 x = {in[0], in[3], in[6], in[9]}, y = {in[1], in[4], in[7], in[10]}, z = {in[2], in[5], in[8], in[11]};
-    const Vector3<Float4> p = {__builtin_convertvector(x, Float4) * plan.scale + plan.bias.x,
-                               __builtin_convertvector(y, Float4) * plan.scale + plan.bias.y,
-                               __builtin_convertvector(z, Float4) * plan.scale + plan.bias.z};
+    const Vector3<Float4> integers = loadVertices(in);
+    const Vector3<Float4> p = {integers.x * plan.scale + plan.bias.x, integers.y * plan.scale + plan.bias.y,
+                               integers.z * plan.scale + plan.bias.z};
     const Vector3<Float4> n = cross(p - plan.origin, plan.direction);
     const Vector4 rows = transpose(p.x, p.y, p.z, dot(n, n) * plan.factor - plan.loss);
     Float4_store(rows.xyz.x, out);
@@ -170,18 +182,29 @@ static void convertVertices(const Pick* pick, float* out) {
     convertFour(plan, rest, out);
 }
 
+static Float4 vertexAt(const float* vertices, uint16_t index) { return Float4_load(vertices + 4 * size_t(index)); }
+
 static Vector4 gather(const float* vertices, const uint16_t* indices) {
-    return transpose(Float4_load(vertices + 4 * size_t(indices[0])), Float4_load(vertices + 4 * size_t(indices[3])),
-                     Float4_load(vertices + 4 * size_t(indices[6])), Float4_load(vertices + 4 * size_t(indices[9])));
+    return transpose(vertexAt(vertices, indices[0]), vertexAt(vertices, indices[3]), vertexAt(vertices, indices[6]),
+                     vertexAt(vertices, indices[9]));
+}
+
+// Of four triangles. Sides are taken before they are transposed, for there are fewer of them than corners.
+static inline Int4 areFar(const float* vertices, const uint16_t* indices) {
+    Float4 p[4], e[4], f[4];
+    for (int k = 0; k < 4; ++k, indices += 3) {
+        const Float4 second = vertexAt(vertices, indices[1]);
+        p[k] = vertexAt(vertices, indices[0]);
+        e[k] = second - p[k];
+        f[k] = vertexAt(vertices, indices[2]) - second;
+    }
+    return isFar(transpose(p[0], p[1], p[2], p[3]).w, transpose(e[0], e[1], e[2], e[3]).xyz,
+                 transpose(f[0], f[1], f[2], f[3]).xyz);
 }
 
 // The first triangle from k, which goes in steps of four up to `end`, of the four that are not all far; or `end`.
 static uint32_t findNear(const float* vertices, const uint16_t* list, uint32_t k, uint32_t end) {
-    for (const uint16_t* indices = list + 3 * size_t(k); k < end; k += 4, indices += 12) {
-        const Vector4 p0 = gather(vertices, indices), p1 = gather(vertices, indices + 1),
-                      p2 = gather(vertices, indices + 2);
-        if (laneBits(isFar(p0.xyz, p0.w, p1.xyz, p2.xyz)) != 15) break;
-    }
+    while (k < end && laneBits(areFar(vertices, list + 3 * size_t(k))) == 15) k += 4;
     return k;
 }
 
