@@ -15,7 +15,7 @@
 #include "scene/vertex_array.h"
 #include "scene/vertex_buffer.h"
 
-constexpr uint32_t kPicksBeforeTree = 16;  // making it takes as long as 10 to 25 walks
+constexpr uint32_t kPicksBeforeTree = 16;  // making it takes as long as 20 to 30 walks
 constexpr uint32_t kFewTriangles = 256;    // walking so many takes no longer
 constexpr uint32_t kMaxBytesPerTriangle = 16;
 constexpr uint32_t kMaxWild = 256;
