@@ -989,7 +989,8 @@ K8_API bool qelSkinnedMesh_pickMultiple(qelSkinnedMesh *mesh, float ox, float oy
  * transformA, transformB  object to a space that both share; null: identity. Equal transforms change nothing
  * Figures are as they were posed last, whatever patterns they show; their vertices count as in drawing, in 1/64 of a
  * unit, those of primitives as the F numbers' raw words, which must stay within 26 bits. Skinned meshes follow their
- * skeletons, morphing meshes have their base shape. Triangles that lie in one plane do not touch.
+ * skeletons, morphing meshes have their base shape. Meshes of a scene are placed by their own transforms and by those of
+ * handles, not by the nodes above them in the scene. Triangles that lie in one plane do not touch.
  * The answer is computed with 10 significant bits per coordinate of an object and 16 for both together: what is nearer
  * than that resolves may be taken to touch or not. Coordinates wrap around 131072 steps from the middle between the two
  * placements, where a step is the smaller one of the two objects: 1/64 unit, so 2048 units, for figures less than 16
@@ -998,8 +999,8 @@ K8_API bool qelSkinnedMesh_pickMultiple(qelSkinnedMesh *mesh, float ox, float oy
  * Stores error status 0 first, even when it succeeds, unlike all others. Null objects give 0. The answer is also 0 when
  * memory runs out (K8_ERR_OUT_OF_MEMORY, or K8_ERR_FAILURE when already the first blocks cannot be had), when neither
  * object has an allocator, when a group contains itself or has more than 16384 figures and primitives, or when to
- * compare all of theirs would take longer than several seconds (K8_ERR_FAILURE). Memory comes from objectA's allocator, or else
- * from objectB's, and is given back. */
+ * compare all of theirs would take longer than several seconds (K8_ERR_FAILURE). Memory comes from objectA's allocator,
+ * or else from objectB's, and is given back. */
 K8_API int32_t K8Util_getCrossStatus(const K8Handle *objectA, const K8Transform *transformA, const K8Handle *objectB,
                                      const K8Transform *transformB);
 
