@@ -989,7 +989,7 @@ K8_API bool qelSkinnedMesh_pickMultiple(qelSkinnedMesh *mesh, float ox, float oy
  * transformA, transformB  object to a space that both share; null: identity. Equal transforms change nothing
  * Figures are as they were posed last, whatever patterns they show; their vertices count as in drawing, in 1/64 of a
  * unit, those of primitives as the F numbers' raw words, which must stay within 26 bits. Skinned meshes follow their
- * skeletons, morphing meshes have their base shape. Meshes of a scene are placed by their own transforms and by those of
+ * skeletons, morphing meshes have their base shape. Meshes of a scene are placed by their own transforms and those of
  * handles, not by the nodes above them in the scene. Triangles that lie in one plane do not touch.
  * The answer is computed with 10 significant bits per coordinate of an object and 16 for both together: what is nearer
  * than that resolves may be taken to touch or not. Coordinates wrap around 131072 steps from the middle between the two
