@@ -1,4 +1,4 @@
-// What a load gives can be posed and drawn, whatever the bytes said. The input is the length of a file (16 bits), the
+// What a load gives can be posed, drawn, picked and asked whether it touches itself, whatever the bytes said. The input is the length of a file (16 bits), the
 // file, and the rest as the action table of a single figure; either may be refused. OpenGL ES only counts its calls
 // here.
 #include <algorithm>
@@ -37,6 +37,38 @@ static void draw(K8Render* render, K8Handle* root) {
     K8Render_flush(render, 0, 0, 64, 64);
 }
 
+static void pick(qelObject3D* object, qelRayIntersectionArray* hits) {
+    if (!object) return;
+    int32_t result;
+    switch (qelObject3D_getClassID(object)) {
+        case QEL_CLASS_MESH:
+            qelMesh_pickMultiple(reinterpret_cast<qelMesh*>(object), 1, 2, -90, 0, 0, 1, hits, &result);
+            break;
+        case QEL_CLASS_MORPHING_MESH:
+            qelMorphingMesh_pickMultiple(reinterpret_cast<qelMorphingMesh*>(object), 1, 2, -90, 0, 0, 1, hits, &result);
+            break;
+        case QEL_CLASS_SKINNED_MESH:
+        case QEL_CLASS_FIGURE_MESH:
+            qelSkinnedMesh_pickMultiple(reinterpret_cast<qelSkinnedMesh*>(object), 1, 2, -90, 0, 0, 1, hits, &result);
+            break;
+        default: break;
+    }
+}
+
+static void query(K8Handle* root) {
+    constexpr int kPicks = 18;  // from one on it is a tree that answers
+    qelRayIntersectionArray hits;
+    qelRayIntersectionArray_initialize(&hits);
+    for (K8Handle* handle : handlesOf(root))
+        for (int i = 0; i < kPicks && handle->classId == K8_CLASS_FIGURE; ++i) pick(handle->object, &hits);
+    qelRayIntersectionArray_finalize(&hits);
+
+    K8Transform* aside = K8Transform_create(nullptr, &MALK8_malc);
+    K8Transform_translate(aside, 3 << 12, 0, 1 << 12);
+    K8Util_getCrossStatus(root, nullptr, root, aside);
+    K8Transform_destroy(aside);
+}
+
 // Whether a table can be the figure's.
 static bool givesActions(const K8Handle* root, const K8Handle* actions) {
     return root && actions && root->classId == K8_CLASS_FIGURE && actions->classId == K8_CLASS_ACTION_TABLE &&
@@ -60,6 +92,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }
     K8Render* render = K8Render_create(nullptr, &MALK8_malc);
     if (root && K8Render_bind(render, render, 64, 64, 64, 0, 0, 64, 64)) draw(render, root);
+    if (root) query(root);
     K8Render_destroy(render);
     dispose(root);
     dispose(actions);
