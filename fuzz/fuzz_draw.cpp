@@ -1,6 +1,6 @@
-// What a load gives can be posed, drawn, picked and asked whether it touches itself, whatever the bytes said. The input is the length of a file (16 bits), the
-// file, and the rest as the action table of a single figure; either may be refused. OpenGL ES only counts its calls
-// here.
+// What a load gives can be posed, drawn, picked and asked whether it touches itself, whatever the bytes said. The input
+// is the length of a file (16 bits), the file, and the rest as the action table of a single figure; either may be
+// refused. OpenGL ES only counts its calls here.
 #include <algorithm>
 #include <cstdint>
 #include <cstring>

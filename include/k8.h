@@ -961,7 +961,7 @@ K8_API qelRayIntersection *qelRayIntersectionArray_getRayIntersection(const qelR
  * triangles want a direction that is not too short.
  * Picking a mesh of 256 or more triangles again and again while its positions stay takes less time after 16 picks,
  * unless it is a morphing mesh. What that needs, at most 16 bytes per triangle and 32 more while it is made, is one
- * block kept with the positions; of meshes that share them the one picked most has it. */
+ * block kept with the positions; of meshes that share them the one with more than half of the picks has it. */
 K8_API bool qelMesh_pick(qelMesh *mesh, float ox, float oy, float oz, float dx, float dy, float dz,
                          qelRayIntersection *record, int32_t *result);
 K8_API bool qelMorphingMesh_pick(qelMorphingMesh *mesh, float ox, float oy, float oz, float dx, float dy, float dz,
@@ -999,7 +999,7 @@ K8_API bool qelSkinnedMesh_pickMultiple(qelSkinnedMesh *mesh, float ox, float oy
  * Stores error status 0 first, even when it succeeds, unlike all others. Null objects give 0. The answer is also 0 when
  * memory runs out (K8_ERR_OUT_OF_MEMORY, or K8_ERR_FAILURE when already the first blocks cannot be had), when neither
  * object has an allocator, when a group contains itself or has more than 16384 figures and primitives, or when to
- * compare all of theirs would take longer than several seconds (K8_ERR_FAILURE). Memory comes from objectA's allocator,
+ * compare all that overlaps would take longer than several seconds (K8_ERR_FAILURE). Memory comes from objectA's allocator,
  * or else from objectB's, and is given back. */
 K8_API int32_t K8Util_getCrossStatus(const K8Handle *objectA, const K8Transform *transformA, const K8Handle *objectB,
                                      const K8Transform *transformB);

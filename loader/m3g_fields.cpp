@@ -136,13 +136,14 @@ static void addParameters(M3gReader* reader, const M3gObjectFields& fields, Obje
     }
 }
 
-// Anything among the tracks that is none is left out.
+// Anything among the tracks that is none is left out. A new one is compared with all that are there.
 static void addTracks(M3gReader* reader, const M3gObjectFields& fields, Object3D* object) {
     SegmentStream stream = fields.tracks;
     for (uint32_t i = 0; i < fields.trackCount && M3gReader_isIntact(reader); ++i) {
         const uint32_t number = readUInt32(&stream);
         Object3D* track = M3gReader_objectOf(reader, number);
         if (track->classId != ClassId::AnimationTrack) continue;
+        M3gReader_deriveWork(reader, uint64_t(object->animationTrackCount));
         M3gReader_require(reader, qelObject3D_addAnimationTrack(object, static_cast<AnimationTrack*>(track)));
         M3gReader_useObject(reader, number);
     }

@@ -125,11 +125,12 @@ static void accountForSkinning(M3gReader* reader, const VertexBuffer* base) {
         reader, 2 * byteCountOf(base->positions) + byteCountOf(base->normals) + vertexCount * kTablesPerVertex);
 }
 
-// The tables take time for every vertex of every binding, however few of them are kept.
+// The tables take time for every vertex of every binding, however few of them are kept; a bone is looked for among all.
 static void readBinding(M3gReader* reader, SkinnedMesh* mesh) {
     Node* bone = M3gReader_readNodeReference(reader);
     const int32_t firstVertex = readInt32(reader->stream), vertexCount = readInt32(reader->stream);
     const int32_t weight = readInt32(reader->stream);
+    M3gReader_deriveWork(reader, uint64_t(mesh->boneCount));
     if (!M3gReader_isIntact(reader)) return;
     M3gReader_require(reader, qelSkinnedMesh_addTransform(mesh, bone, weight, firstVertex, vertexCount));
     if (M3gReader_isIntact(reader)) M3gReader_deriveBytes(reader, uint64_t(vertexCount));

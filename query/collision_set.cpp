@@ -30,6 +30,10 @@ CollisionPart* CollisionSet_addPart(CollisionSet* set) {
     return K8GrowingBlock_append(set->parts, set->allocator, sizeof(CollisionPart));
 }
 
+bool CollisionSet_isTooLarge(const CollisionSet* set) {
+    return set->parts.count >= kMaxParts || set->work->steps > kMaxCollisionSteps;
+}
+
 void CollisionSet_release(CollisionSet* set) {
     K8GrowingBlock_free(set->records, set->allocator);
     K8GrowingBlock_free(set->parts, set->allocator);
@@ -77,11 +81,11 @@ static void placePart(CollisionRecord* record, CollisionPart* part, const qelTra
 }
 
 static CollisionResult gatherLeaf(CollisionSet* set, const K8Handle* leaf, const K8Transform& placed) {
-    if (set->work->steps > kMaxCollisionSteps) return CollisionResult::Failed;
+    if (CollisionSet_isTooLarge(set)) return CollisionResult::Failed;
     const uint32_t firstPart = set->parts.count;
     const CollisionResult result = addParts(set, leaf);
     if (result != CollisionResult::Ok || set->parts.count == firstPart) return result;
-    if (set->parts.count > kMaxParts || set->records.count == kMaxRecords) return CollisionResult::Failed;
+    if (set->records.count == kMaxRecords) return CollisionResult::Failed;
 
     CollisionRecord* record = K8GrowingBlock_append(set->records, set->allocator, sizeof(CollisionRecord));
     if (!record) return CollisionResult::OutOfMemory;
@@ -93,7 +97,6 @@ static CollisionResult gatherLeaf(CollisionSet* set, const K8Handle* leaf, const
     qelTransform_set_fl(&place, placed.elements);
     for (CollisionPart& part : std::span(set->parts.records + firstPart, record->partCount))
         placePart(record, &part, place);
-    set->work->steps += record->triangleCount / 8;  // which were only measured
     return CollisionResult::Ok;
 }
 

@@ -34,13 +34,18 @@ inline void* CollisionMemory_alloc(K8Allocator* allocator, uint64_t byteCount) {
     return byteCount <= uint64_t(INT32_MAX) ? allocator->functions->alloc(allocator, int32_t(byteCount)) : nullptr;
 }
 
-// What a query has done, in steps of roughly a tenth of a microsecond. A small tree that reaches the same things in
-// many ways, or many times one thing after another, could take hours; it is given up between two records or leaves,
-// so that objects that are large by themselves never are.
+// What a query has done, in steps of roughly a tenth of a microsecond. A few bytes can stand for hours: a tree that
+// reaches the same things in many ways, submeshes that share one strip. So a query is given up when its records have
+// taken too long together, or when two of them alone take more than some steps per triangle: records that large overlap
+// in part, if they are no trap.
 struct CollisionWork {
     uint64_t steps;
+    uint64_t limit;  // of the two records under way
 };
 constexpr uint64_t kMaxCollisionSteps = 1 << 25;
+constexpr uint64_t kMaxPairSteps = 1 << 26, kMaxPairStepsPerTriangle = 64;
+
+inline bool CollisionWork_isSpent(const CollisionWork& work) { return work.steps > work.limit; }
 
 struct CollisionRecord {
     uint32_t firstPart, partCount;  // at least one
@@ -67,7 +72,9 @@ struct CollisionSet {
 CollisionResult CollisionSet_gather(CollisionSet* set, const K8Handle* object, const K8Transform* place);
 void CollisionSet_release(CollisionSet* set);
 
-// For the gathering: a part at the end of the set, or null when memory runs out.
+// For the gathering: whether there is more than a query may take.
+bool CollisionSet_isTooLarge(const CollisionSet* set);
+// A part at the end of the set, or null when memory runs out.
 CollisionPart* CollisionSet_addPart(CollisionSet* set);
 
 // The parts of a figure's mesh and of a primitive, placed in the space of the figure or primitive. A mesh that cannot

@@ -40,9 +40,11 @@ static CollisionResult crossSets(CollisionSet* a, CollisionSet* b, bool* out) {
     scratch.work = a->work;
     CollisionResult result = CollisionResult::Ok;
     *out = false;
-    for (uint32_t i = 0; i < a->records.count && !*out && result == CollisionResult::Ok; ++i)
+    for (uint32_t i = 0; i < a->records.count && !*out && result == CollisionResult::Ok; ++i) {
+        a->work->steps += b->records.count / 16;  // for those that are not near each other
         for (uint32_t j = 0; j < b->records.count && !*out && result == CollisionResult::Ok; ++j)
             result = CollisionRecord_cross(&scratch, *a, &a->records.records[i], *b, &b->records.records[j], out);
+    }
     CrossingScratch_release(&scratch);
     return result;
 }

@@ -24,7 +24,7 @@ static bool hasMovedBones(const FigureMesh* figure) {
 
 // The vertices that a mesh is to be tested with, brought up to date; null when they cannot be. Those of a morphing mesh
 // are the ones it was made with.
-static CollisionResult verticesOf(Mesh* mesh, VertexBuffer** out) {
+static CollisionResult verticesOf(CollisionSet* set, Mesh* mesh, VertexBuffer** out) {
     *out = mesh->vertexBuffer;
     if (mesh->classId == ClassId::FigureMesh) {
         auto* figure = static_cast<FigureMesh*>(mesh);
@@ -32,6 +32,8 @@ static CollisionResult verticesOf(Mesh* mesh, VertexBuffer** out) {
         *out = figure->skinnedBuffer;
     } else if (mesh->classId == ClassId::SkinnedMesh) {
         auto* skinned = static_cast<SkinnedMesh*>(mesh);
+        if (mesh->vertexBuffer->positions)
+            set->work->steps += uint32_t(skinned->boneCount + mesh->vertexBuffer->positions->vertexCount / 8);
         const Result result = qelSkinnedMesh_skin(skinned, false);
         if (result == QEL_STATUS_OUT_OF_MEMORY) return CollisionResult::OutOfMemory;
         *out = result == QEL_STATUS_OK ? skinned->skinnedBuffer : nullptr;
@@ -119,13 +121,15 @@ static void setPart(CollisionPart* part, const TriangleStripArray* strips, const
 CollisionResult CollisionSet_addMeshParts(CollisionSet* set, Mesh* mesh) {
     VertexBuffer* buffer;
     set->work->steps += 1 + uint32_t(mesh->submeshCount);
-    const CollisionResult result = verticesOf(mesh, &buffer);
+    const CollisionResult result = verticesOf(set, mesh, &buffer);
     if (result != CollisionResult::Ok || !canBeRead(mesh, buffer)) return result;
     const qelTransform decode = decodeTransform(mesh, buffer);
     for (const TriangleStripArray* strips : std::span(mesh->indexBuffers, size_t(mesh->submeshCount))) {
+        if (CollisionSet_isTooLarge(set)) return CollisionResult::Failed;
         CollisionPart* part = CollisionSet_addPart(set);
         if (!part) return CollisionResult::OutOfMemory;
         setPart(part, strips, buffer->positions, decode);
+        set->work->steps += part->triangleCount / 8;
         if (mesh->classId == ClassId::FigureMesh)
             qelTransform_postScale(&part->place, kFigureUnit, kFigureUnit, kFigureUnit);
     }

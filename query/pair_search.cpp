@@ -92,10 +92,11 @@ static bool pairCrosses(const Candidates& a, uint32_t i, const Candidates& b, ui
 }
 
 static bool searchAllPairs(const Candidates& a, const Candidates& b) {
-    a.work->steps += uint64_t(a.count) * b.count / 32;
-    for (uint32_t i = 0; i < a.count; ++i)
+    for (uint32_t i = 0; i < a.count && !CollisionWork_isSpent(*a.work); ++i) {
+        a.work->steps += b.count / 32;
         for (uint32_t j = 0; j < b.count; ++j)
             if (pairCrosses(a, i, b, j)) return true;
+    }
     return false;
 }
 
@@ -238,7 +239,7 @@ static bool searchTrees(const SearchSide& a, const SearchSide& b) {
             }
             if (leavesCross(a, pair.a.firstLeaf, b, pair.b.firstLeaf)) return true;
         }
-        if (openCount == 0) return false;
+        if (openCount == 0 || CollisionWork_isSpent(*a.candidates.work)) return false;
         pair = open[--openCount];
     }
 }
@@ -271,15 +272,16 @@ static bool searchWithTrees(const Candidates& a, const Candidates& b, uint8_t* b
     return searchTrees({a, treeA}, {b, treeB});
 }
 
-// False when memory runs out.
-static bool search(Candidates* a, Candidates* b, K8Allocator* allocator, bool* out) {
+static CollisionResult search(Candidates* a, Candidates* b, K8Allocator* allocator, bool* out) {
     const SearchMemory memory = allocMemory(*a, *b, allocator);
-    if (!memory.block) return false;
+    if (!memory.block) return CollisionResult::OutOfMemory;
+    CollisionWork* work = a->work;
+    work->limit = work->steps + kMaxPairSteps + kMaxPairStepsPerTriangle * (uint64_t(a->count) + b->count);
     a->triangles = reinterpret_cast<CrossTriangle*>(memory.block);
     b->triangles = a->triangles + a->count;
     *out = memory.hasTrees ? searchWithTrees(*a, *b, memory.block + memory.triangleBytes) : searchAllPairs(*a, *b);
     K8Allocator_free(allocator, memory.block);
-    return true;
+    return *out || !CollisionWork_isSpent(*work) ? CollisionResult::Ok : CollisionResult::Failed;
 }
 
 CollisionResult PairSearch_run(const PlacedRecord& a, const PlacedRecord& b, int32_t shift, K8Allocator* allocator,
@@ -288,12 +290,12 @@ CollisionResult PairSearch_run(const PlacedRecord& a, const PlacedRecord& b, int
     const uint64_t listBytes = (uint64_t(a.triangleCount) + b.triangleCount) * sizeof(Candidate);
     auto* list = static_cast<Candidate*>(CollisionMemory_alloc(allocator, listBytes));
     if (!list) return CollisionResult::OutOfMemory;
-    bool hasMemory = true;
+    CollisionResult result = CollisionResult::Ok;
     Candidates ofA = choose(a, shift, shifted(b.whole, shift), work, list);
     if (ofA.count > 0) {
         Candidates ofB = choose(b, shift, ofA.whole, work, list + ofA.count);
-        if (ofB.count > 0) hasMemory = search(&ofA, &ofB, allocator, out);
+        if (ofB.count > 0) result = search(&ofA, &ofB, allocator, out);
     }
     K8Allocator_free(allocator, list);
-    return hasMemory ? CollisionResult::Ok : CollisionResult::OutOfMemory;
+    return result;
 }

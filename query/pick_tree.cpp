@@ -29,7 +29,7 @@ enum class KeptState : uint32_t { Counting, Tree, Refused };
 struct KeptPick {
     uint64_t key;  // of the positions and all triangles
     KeptState state;
-    uint32_t credit;  // up to kPicksBeforeTree: picks of these triangles, less those of others
+    uint32_t credit;  // up to kPicksBeforeTree: picks of these triangles less those of others, none below 0
     uint32_t submeshCount, wildCount, boxedCount;
 };
 
@@ -230,7 +230,7 @@ static bool canHaveTree(const Pick* pick) {
     return placeCount <= kMaxPlace;
 }
 
-// Null when memory runs out: it is tried again at the next pick.
+// Null when memory runs out: it is tried again after as many picks.
 static KeptPick* makeKept(uint64_t key, const Pick* pick) {
     const auto triangleCount = uint32_t(countTriangles(pick));
     const Scratch<Box16> boxes(triangleCount);
@@ -256,8 +256,8 @@ static void replace(VertexArray* positions, KeptPick* kept) {
     positions->pickTree = kept;
 }
 
-// One block serves all meshes over the same positions. It is for the one that is picked most: a pick of another takes
-// from its credit, and counts for the other when there is none left.
+// One block serves all meshes over the same positions. It is for the one that is picked more than all others together:
+// a pick of another takes from its credit, and counts for the other when there is none left.
 static void countOther(const Pick* pick, uint64_t key) {
     auto* kept = static_cast<KeptPick*>(pick->buffer->positions->pickTree);
     if (countTriangles(pick) < kFewTriangles) return;
@@ -279,13 +279,15 @@ static void count(const Pick* pick) {
     if (!kept || kept->key != key) {
         countOther(pick, key);
     } else if (kept->state != KeptState::Counting) {
-        kept->credit = kPicksBeforeTree;
+        if (kept->state == KeptState::Tree) kept->credit = std::min(kept->credit + 1, kPicksBeforeTree);
     } else if (kept->credit < kPicksBeforeTree) {
         ++kept->credit;
     } else if (!canHaveTree(pick)) {
         kept->state = KeptState::Refused;
     } else if (KeptPick* made = makeKept(key, pick)) {
         replace(positions, made);
+    } else {
+        kept->credit = 0;
     }
 }
 

@@ -48,6 +48,7 @@ CollisionResult CollisionSet_addPrimitiveParts(CollisionSet* set, const K8Primit
     part->triangleCount = count * shape->triangles;
     part->vertexCount = count * shape->vertices;
     measure(part, {values, valueCount});
+    set->work->steps += valueCount / 32;
     const auto scale = float(1u << part->shift);
     qelTransform_setIdentity(&part->place);
     qelTransform_postScale(&part->place, scale, scale, scale);

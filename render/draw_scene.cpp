@@ -59,30 +59,19 @@ static bool applyInfo(Appearance* appearance, const K8FigureInfo& info) {
     return true;
 }
 
-// On top of the opacity that the scene's author gave the mesh.
+// On top of the opacity that the mesh has; when a scene is animated afterwards, a track takes the place of both.
 static void applyTransparency(Mesh* mesh, const K8FigureInfo& info) {
     qelNode_setAlphaFactor(mesh, mesh->alphaFactor * K8FigureParameters_alphaFactor(info.transparency));
 }
 
-// Textures of the second unit, also those of the mesh's author, are laid over it with the coordinates of the first.
-// These stay. The targets of a morph get theirs with its base, since they have to be alike: one may be the base of
-// another mesh.
-static void ensureSecondCoordinates(Mesh* mesh) {
-    VertexBuffer* base = mesh->vertexBuffer;
-    K8FigureParameters_ensureSecondCoordinates(base);
-    if (mesh->classId != ClassId::MorphingMesh || base->texCoords[1] != base->texCoords[0]) return;
-    auto* morphing = static_cast<MorphingMesh*>(mesh);
-    for (VertexBuffer* target : std::span(morphing->morphTargets, size_t(morphing->targetCount)))
-        K8FigureParameters_ensureSecondCoordinates(target);
-}
-
-// Saves a mesh and, for a skinned one, everything in its skeleton: one figure stands for all of it.
+// Saves a mesh and, for a skinned one, everything in its skeleton: one figure stands for all of it. Textures of the
+// second unit, also those of the mesh's author, are laid over it with the coordinates of the first, which stay.
 static bool saveFigure(K8RenderContext* context, Mesh* mesh, const K8FigureInfo* info, K8Allocator* allocator) {
     SubtreeWalk walk = {mesh, mesh, 0};
     do {
         if (!K8SceneChanges_save(context->sceneChanges, walk.node, info, allocator)) return false;
         if (context->textureUnits > 1 && K8SceneChanges_isMesh(walk.node))
-            ensureSecondCoordinates(static_cast<Mesh*>(walk.node));
+            K8FigureParameters_ensureSecondCoordinates(static_cast<Mesh*>(walk.node)->vertexBuffer);
     } while (qelSubtreeWalk_next(&walk));
     return true;
 }
@@ -130,6 +119,7 @@ static bool applyToAppearances(const SceneChanges& saved, const K8FigureInfo& in
         Appearance* appearance = change.appearance;
         if (!appearance) continue;
         qelAppearance_setFog(appearance, fog);
+        if (!K8SceneChanges_isMesh(change.node)) continue;
         if (!applyInfo(appearance, info)) return false;
         if (PolygonMode* mode = appearance->polygonMode; mode && mode->culling != Culling::None)
             qelPolygonMode_setCulling(mode, int32_t(Culling::Back));
@@ -218,7 +208,8 @@ static bool saveScene(ScenePreparation& preparation, Node* root) {
     return true;
 }
 
-// Gives the fog to every appearance; to those of meshes also textures, and the parameters of the figure if there is one.
+// Gives the fog to every appearance; to those of meshes also textures, and the parameters of the figure if there is
+// one.
 static bool prepareScene(ScenePreparation& preparation) {
     const SceneChanges& saved = preparation.context->sceneChanges;
     for (const SceneChange& change : std::span(saved.records, saved.count)) {

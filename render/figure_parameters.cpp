@@ -43,4 +43,5 @@ Texture2D* K8FigureParameters_secondMap(const K8Texture* handle) {
 void K8FigureParameters_ensureSecondCoordinates(VertexBuffer* buffer) {
     if (!buffer || buffer->texCoords[1] || !buffer->texCoords[0]) return;
     qelVertexBuffer_setTexCoords(buffer, 1, buffer->texCoords[0], buffer->texCoordScale[0], buffer->texCoordBias[0]);
+    buffer->isLaidOver = 1;
 }

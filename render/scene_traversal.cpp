@@ -20,12 +20,9 @@ struct PreparedMesh {
 };
 
 static PreparedMesh prepareMorphing(MorphingMesh* mesh) {
-    if (qelMorphingMesh_isOutdated(mesh)) {
-        const Result result = qelMorphingMesh_morph(mesh);
-        if (result == QEL_STATUS_OUT_OF_MEMORY) return {nullptr, result};
-        if (result != QEL_STATUS_OK) return {nullptr, QEL_STATUS_OK};
-    }
-    return {mesh->morphedBuffer, QEL_STATUS_OK};
+    const Result result = qelMorphingMesh_update(mesh);
+    if (result == QEL_STATUS_OUT_OF_MEMORY) return {nullptr, result};
+    return {result == QEL_STATUS_OK ? mesh->morphedBuffer : nullptr, QEL_STATUS_OK};
 }
 
 static PreparedMesh prepareSkinned(SkinnedMesh* mesh) {

@@ -1,4 +1,5 @@
-// Numbers for what the data of an object is, for those who keep something made from it: addresses return, numbers never.
+// Numbers for what the data of an object is, for those who keep something made from it: addresses return, numbers
+// never.
 #pragma once
 
 #include <cstdint>

@@ -56,6 +56,10 @@ static VertexArray*& arrayOf(VertexBuffer* buffer, Attribute attribute) {
     return buffer->texCoords[1];
 }
 
+static VertexArray* carriedBy(VertexBuffer* target, Attribute attribute) {
+    return attribute == Attribute::TexCoords1 && target->isLaidOver ? nullptr : arrayOf(target, attribute);
+}
+
 static bool sameShapes(VertexBuffer* a, VertexBuffer* b) {
     return std::ranges::all_of(kAttributes, [&](Attribute attribute) {
         return qelVertexArray_sameShape(arrayOf(a, attribute), arrayOf(b, attribute));
@@ -233,7 +237,7 @@ static void morphComponents(const MorphingMesh* mesh, Attribute attribute, Verte
         BlockSums sums{};
         for (int32_t t = 0; t < mesh->targetCount; ++t) {
             if (mesh->weights[t] == 0) continue;
-            const auto* target = static_cast<const T*>(arrayOf(mesh->morphTargets[t], attribute)->data);
+            const auto* target = static_cast<const T*>(carriedBy(mesh->morphTargets[t], attribute)->data);
             addWeighted(base + first, target + first, mesh->weights[t], count, sums);
         }
         BlockSteps steps;
@@ -248,7 +252,7 @@ static void morphAttribute(const MorphingMesh* mesh, Attribute attribute) {
     if (!base) return;
     VertexArray* out = arrayOf(mesh->morphedBuffer, attribute);
     qelVertexArray_touch(out);
-    const bool isCarried = arrayOf(mesh->morphTargets[0], attribute) != nullptr;
+    const bool isCarried = carriedBy(mesh->morphTargets[0], attribute) != nullptr;
     if (!isCarried)
         std::memcpy(out->data, base->data, qelVertexArray_byteCount(base));
     else if (attribute == Attribute::Colors)
@@ -280,9 +284,9 @@ static uint32_t morphDefaultColor(const MorphingMesh* mesh) {
 static bool targetsMatch(const MorphingMesh* mesh) {
     for (const Attribute attribute : kAttributes) {
         const VertexArray* base = arrayOf(mesh->vertexBuffer, attribute);
-        const bool areCarried = arrayOf(mesh->morphTargets[0], attribute) != nullptr;
+        const bool areCarried = carriedBy(mesh->morphTargets[0], attribute) != nullptr;
         for (VertexBuffer* target : targetsOf(mesh)) {
-            const VertexArray* array = arrayOf(target, attribute);
+            const VertexArray* array = carriedBy(target, attribute);
             if (areCarried ? !array || !qelVertexArray_sameShape(array, base) : array != nullptr) return false;
         }
     }
@@ -299,9 +303,12 @@ static bool ensureMorphedBuffer(MorphingMesh* mesh) {
     return true;
 }
 
-bool qelMorphingMesh_isOutdated(const MorphingMesh* mesh) {
-    return mesh->weightsChanged || mesh->morphedFromColor != mesh->vertexBuffer->defaultColor ||
-           !sameShapes(mesh->morphedBuffer, mesh->vertexBuffer);
+static void setMorphedColor(MorphingMesh* mesh) {
+    const VertexBuffer* base = mesh->vertexBuffer;
+    const bool colorsAreCarried = mesh->morphTargets[0]->colors != nullptr;
+    qelVertexBuffer_setDefaultColor(mesh->morphedBuffer,
+                                    colorsAreCarried ? base->defaultColor : morphDefaultColor(mesh));
+    mesh->morphedFromColor = base->defaultColor;
 }
 
 Result qelMorphingMesh_morph(MorphingMesh* mesh) {
@@ -310,11 +317,15 @@ Result qelMorphingMesh_morph(MorphingMesh* mesh) {
     for (const Attribute attribute : kAttributes) morphAttribute(mesh, attribute);
     VertexBuffer* morphed = mesh->morphedBuffer;
     copyScalesAndBiases(mesh->vertexBuffer, morphed);
-    const bool colorsAreCarried = mesh->morphTargets[0]->colors != nullptr;
-    qelVertexBuffer_setDefaultColor(morphed,
-                                    colorsAreCarried ? mesh->vertexBuffer->defaultColor : morphDefaultColor(mesh));
+    setMorphedColor(mesh);
     morphed->positionsChanged = morphed->normalsChanged = 1;
     mesh->weightsChanged = 0;
-    mesh->morphedFromColor = mesh->vertexBuffer->defaultColor;
+    return QEL_STATUS_OK;
+}
+
+Result qelMorphingMesh_update(MorphingMesh* mesh) {
+    if (mesh->weightsChanged || !sameShapes(mesh->morphedBuffer, mesh->vertexBuffer))
+        return qelMorphingMesh_morph(mesh);
+    if (mesh->morphedFromColor != mesh->vertexBuffer->defaultColor) setMorphedColor(mesh);
     return QEL_STATUS_OK;
 }

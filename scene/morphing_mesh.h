@@ -18,9 +18,10 @@ void qelMorphingMesh_finalise(MorphingMesh* mesh);
 Result qelMorphingMesh_setWeights(MorphingMesh* mesh, const float* weights);
 void qelMorphingMesh_getWeights(const MorphingMesh* mesh, float* out);
 VertexBuffer* qelMorphingMesh_getMorphTarget(const MorphingMesh* mesh, int32_t index, Result* result);
-// Whether the weights, the base's default colour or the shape of its arrays have changed since the last morph.
-bool qelMorphingMesh_isOutdated(const MorphingMesh* mesh);
 // Computes morphedBuffer from the weights and clears weightsChanged. ILLEGAL_STATE when the targets do not match each
 // other or the base buffer; a morphed buffer in the shape of the base then keeps its values.
 Result qelMorphingMesh_morph(MorphingMesh* mesh);
+// Morphs when the weights or the shapes of the base's arrays have changed since the last time, and takes over the
+// base's default colour when only that has.
+Result qelMorphingMesh_update(MorphingMesh* mesh);
 Object3D* qelMorphingMesh_duplicate(const MorphingMesh* mesh);

@@ -107,6 +107,7 @@ Result qelVertexBuffer_setTexCoords(VertexBuffer* buffer, int32_t unit, VertexAr
     if (unit < 0 || unit >= kMaxTextureUnits) return QEL_STATUS_ILLEGAL_ARGUMENT;
     if (array && array->componentCount > 3) return QEL_STATUS_ILLEGAL_ARGUMENT;
     qelObject3D_exchange(buffer->texCoords[unit], array);
+    if (unit == 1) buffer->isLaidOver = 0;
     buffer->texCoordScale[unit] = scale;
     const int32_t biasCount = bias && array ? array->componentCount : 0;
     for (int32_t i = 0; i < 3; ++i) buffer->texCoordBias[unit][i] = i < biasCount ? bias[i] : 0;

@@ -14,6 +14,7 @@ struct qelVertexBuffer : Object3D {
     float texCoordBias[kMaxTextureUnits][3];
     uint32_t defaultColor;  // 0xAARRGGBB
     uint8_t defaultColorChanged, positionsChanged, normalsChanged;
+    uint8_t isLaidOver;            // unit 1 was given the coordinates of unit 0 to draw with; nothing that is morphed
     qelTransform scaleBiasMatrix;  // kept by the renderer
 };
 

@@ -416,9 +416,13 @@ TEST(PickTree, OfMeshesOverTheSamePositionsTheOnePickedMostHasIt) {
     EXPECT_TRUE(hasTree(upper));
     pickOften(lower, 7);  // 14 picks are fewer than the 16 that are worth a tree
     EXPECT_TRUE(hasTree(upper));
+    pickOften(upper, 6);
     pickOften(lower, 7);
     EXPECT_TRUE(hasTree(upper));
-    pickOften(lower, 9 + 8);
+    for (int i = 0; i < 12; ++i) {
+        pickOften(lower, 3);
+        pickOften(upper, 1);
+    }
     EXPECT_TRUE(hasTree(lower));
     EXPECT_FALSE(hasTree(upper));
     EXPECT_TRUE(hasTree(lower));

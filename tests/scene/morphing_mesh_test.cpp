@@ -123,9 +123,11 @@ TEST(MorphingMesh, MorphsTheDefaultColourWhereNoVertexColoursAreMorphed) {
         ASSERT_EQ(qelMorphingMesh_morph(mesh), QEL_STATUS_OK);
         EXPECT_EQ(mesh->morphedBuffer->defaultColor, c.color) << c.weight;
     }
-    EXPECT_FALSE(qelMorphingMesh_isOutdated(mesh));
+    const uint64_t positions = mesh->morphedBuffer->positions->contents;
     qelVertexBuffer_setDefaultColor(base, 0x80FF0020);
-    EXPECT_TRUE(qelMorphingMesh_isOutdated(mesh));
+    ASSERT_EQ(qelMorphingMesh_update(mesh), QEL_STATUS_OK);
+    EXPECT_EQ(mesh->morphedBuffer->defaultColor, 0xFF00FF00u) << "with the last weight";
+    EXPECT_EQ(mesh->morphedBuffer->positions->contents, positions) << "for a colour alone";
     const Held colors(makeArray<uint8_t>(3, {1, 2, 3}));
     qelVertexBuffer_setColors(base, colors);
     qelVertexBuffer_setColors(target, colors);
@@ -158,7 +160,8 @@ TEST(MorphingMesh, FollowsTheShapeOfItsBaseAndRefusesUnlikeTargets) {
     EXPECT_EQ(valuesOf<int16_t>(mesh->morphedBuffer->positions), (std::vector<int16_t>{1, 2, 3, 4, 5, 6}));
     setPositions(base, nullptr);
     EXPECT_EQ(qelMorphingMesh_morph(mesh), QEL_STATUS_ILLEGAL_STATE) << "base without";
-    EXPECT_TRUE(qelMorphingMesh_isOutdated(mesh)) << "what the buffer was remade for has yet to come";
+    EXPECT_EQ(qelMorphingMesh_update(mesh), QEL_STATUS_ILLEGAL_STATE)
+        << "what the buffer was remade for has yet to come";
     EXPECT_EQ(mesh->morphedBuffer->positions, nullptr);
 }
 

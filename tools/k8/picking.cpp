@@ -46,7 +46,7 @@ static MeshRay rayInMesh(const Ray& ray, const qelTransform& toMesh) {
 // Calls the function that suits the object's class.
 template <auto pickMesh, auto pickMorphingMesh, auto pickSkinnedMesh, typename Hits>
 static bool pickByClass(qelObject3D* object, const MeshRay& ray, Hits* hits) {
-    const auto& [o, d] = ray;
+    const std::array<float, 3>&o = ray.origin, &d = ray.direction;
     int32_t result = QEL_STATUS_OK;
     const auto pick = [&](auto function, auto* mesh) {
         return function(mesh, o[0], o[1], o[2], d[0], d[1], d[2], hits, &result);
