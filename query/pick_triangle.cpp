@@ -96,9 +96,9 @@ static Vector3<double> widen(const Vector3<float>& p) { return {p.x, p.y, p.z}; 
 
 // False for a triangle without area in every projection.
 //
-// In a projection along its plane a triangle has an area mostly by rounding, and M an inverse of noise. On the plane the
-// function is the same for every pair, so such a pair is left out: where the normal has next to nothing of the axis
-// that the pair lacks.
+// In a projection along its plane a triangle has an area mostly by rounding, and M an inverse of noise. On the plane
+// the function is the same for every pair, so such a pair is left out: where the normal has next to nothing of the
+// axis that the pair lacks.
 static bool fitPlane(const Corners& corners, PlaneFit* fit) {
     constexpr int kPairs[][2] = {{0, 1}, {1, 2}, {0, 2}};
     constexpr double kLeastPart = 0x1p-10;
