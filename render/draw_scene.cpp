@@ -5,7 +5,6 @@
 #include "render/figure_walk.h"
 #include "render/scene_changes.h"
 #include "scene/image2d.h"
-#include "scene/morphing_mesh.h"
 #include "scene/skinned_mesh.h"
 #include "scene/subtree.h"
 
