@@ -10,18 +10,25 @@ void qelEntryList_insert(EntryList* list, EntryLinks* links, int32_t before, int
     (before == kNoEntry ? list->last : links[before].previous) = entry;
 }
 
-// --- Spans ---
+// --- Spans: what a node knows of all below it ---
 
-static DepthSpan spanOf(const DepthNode& node) {
-    if (std::isnan(node.depth)) return {INFINITY, -INFINITY, node.appearance, true};
-    return {node.depth, node.depth, node.appearance, false};
+constexpr uint32_t kHasNaN = kDepthKinds;
+constexpr uint32_t kIsMixed = kDepthKinds << 1;
+
+static uint32_t kindOf(const DepthNode& node) { return node.kindAndFlags & (kDepthKinds - 1); }
+
+static void setOwnSpan(DepthNode& node) {
+    const bool isNaN = std::isnan(node.depth);
+    node.least = isNaN ? INFINITY : node.depth;
+    node.greatest = isNaN ? -INFINITY : node.depth;
+    node.kindAndFlags = kindOf(node) | (isNaN ? kHasNaN : 0);
 }
 
-static void extend(DepthSpan& span, const DepthSpan& by) {
-    span.least = std::min(span.least, by.least);
-    span.greatest = std::max(span.greatest, by.greatest);
-    if (span.appearance != by.appearance) span.appearance = nullptr;
-    span.hasNaN |= by.hasNaN;
+static void extend(DepthNode& node, const DepthNode& below) {
+    node.least = std::min(node.least, below.least);
+    node.greatest = std::max(node.greatest, below.greatest);
+    const uint32_t isOtherKind = kindOf(node) != kindOf(below) ? kIsMixed : 0;
+    node.kindAndFlags |= (below.kindAndFlags & (kHasNaN | kIsMixed)) | isOtherKind;
 }
 
 // --- The tree ---
@@ -57,14 +64,15 @@ static void rotateUp(DepthSequence* sequence, DepthNode* nodes, int32_t entry) {
         DepthNode& top = nodes[node.parent];
         (top.left == above ? top.left : top.right) = entry;
     }
-    node.span = parent.span;
-    parent.span = spanOf(parent);
+    // The stretch is the same; of another kind than its old top or than its new one, both are mixed.
+    extend(node, parent);
+    setOwnSpan(parent);
     for (const int32_t child : {parent.left, parent.right})
-        if (child != kNoEntry) extend(parent.span, nodes[child].span);
+        if (child != kNoEntry) extend(parent, nodes[child]);
 }
 
 void qelDepthSequence_insert(DepthSequence* sequence, EntryLinks* links, DepthNode* nodes, int32_t before,
-                             int32_t entry, const Appearance* appearance, float depth) {
+                             int32_t entry, uint32_t kind, float depth) {
     qelEntryList_insert(&sequence->list, links, before, entry);
     // Of two neighbours one lies below the other, and has no child on the side of the other.
     const bool isLeft = before != kNoEntry && nodes[before].left == kNoEntry;
@@ -74,15 +82,17 @@ void qelDepthSequence_insert(DepthSequence* sequence, EntryLinks* links, DepthNo
     else
         (isLeft ? nodes[parent].left : nodes[parent].right) = entry;
     DepthNode& node = nodes[entry];
-    node = {parent, kNoEntry, kNoEntry, 0, appearance, depth, {}};
-    node.span = spanOf(node);
+    node = {parent, kNoEntry, kNoEntry, 0, depth, 0, 0, kind};
+    setOwnSpan(node);
     ++sequence->count;
     for (int32_t child = entry, above = parent; above != kNoEntry; child = above, above = nodes[above].parent) {
-        extend(nodes[above].span, node.span);
+        extend(nodes[above], node);
         nodes[above].leftCount += nodes[above].left == child;
     }
     while (node.parent != kNoEntry && priorityOf(node.parent) < priorityOf(entry)) rotateUp(sequence, nodes, entry);
 }
+
+uint32_t qelDepthSequence_kind(const DepthNode* nodes, int32_t entry) { return kindOf(nodes[entry]); }
 
 int32_t qelDepthSequence_position(const DepthSequence& sequence, const DepthNode* nodes, int32_t place) {
     if (place == kNoEntry) return sequence.count;
@@ -94,31 +104,53 @@ int32_t qelDepthSequence_position(const DepthSequence& sequence, const DepthNode
     return position;
 }
 
-// --- Searches: isIn tells of a span whether it holds what is searched for ---
+// --- Searches ---
+
+// Of a node alone, or of all below it: whether it holds what is searched for.
+struct NotDeeper {
+    float depth;
+    bool isAt(const DepthNode& node) const { return !(node.depth > depth); }
+    bool isBelow(const DepthNode& node) const { return (node.kindAndFlags & kHasNaN) || !(node.least > depth); }
+};
+
+struct OtherDepth {
+    float depth;
+    bool isAt(const DepthNode& node) const { return node.depth < depth || node.depth > depth; }
+    bool isBelow(const DepthNode& node) const { return node.least < depth || node.greatest > depth; }
+};
+
+struct OtherKindOrLessDeep {
+    uint32_t kind;
+    float depth;
+    bool isAt(const DepthNode& node) const { return kindOf(node) != kind || node.depth < depth; }
+    bool isBelow(const DepthNode& node) const {
+        return (node.kindAndFlags & (kIsMixed | (kDepthKinds - 1))) != kind || node.least < depth;
+    }
+};
 
 // Below and with `top`, whose own stretch begins at position 0.
-template <typename IsIn>
-static DepthPlace firstBelow(const DepthNode* nodes, int32_t top, IsIn isIn) {
-    if (top == kNoEntry || !isIn(nodes[top].span)) return {kNoEntry, 0};
+template <typename Search>
+static DepthPlace firstBelow(const DepthNode* nodes, int32_t top, const Search& search) {
+    if (top == kNoEntry || !search.isBelow(nodes[top])) return {kNoEntry, 0};
     DepthPlace place = {top, 0};
     for (;;) {
         const DepthNode& node = nodes[place.entry];
-        if (node.left != kNoEntry && isIn(nodes[node.left].span)) {
+        if (node.left != kNoEntry && search.isBelow(nodes[node.left])) {
             place.entry = node.left;
             continue;
         }
         place.position += node.leftCount;
-        if (isIn(spanOf(node))) return place;
+        if (search.isAt(node)) return place;
         place.entry = node.right;
         ++place.position;
     }
 }
 
-template <typename IsIn>
-static int32_t firstFrom(const DepthNode* nodes, int32_t from, IsIn isIn) {
+template <typename Search>
+static int32_t firstFrom(const DepthNode* nodes, int32_t from, const Search& search) {
     for (int32_t entry = from; entry != kNoEntry;) {
-        if (isIn(spanOf(nodes[entry]))) return entry;
-        const int32_t found = firstBelow(nodes, nodes[entry].right, isIn).entry;
+        if (search.isAt(nodes[entry])) return entry;
+        const int32_t found = firstBelow(nodes, nodes[entry].right, search).entry;
         if (found != kNoEntry) return found;
         // To the next one above that stands behind all this.
         int32_t child = entry;
@@ -132,16 +164,14 @@ static int32_t firstFrom(const DepthNode* nodes, int32_t from, IsIn isIn) {
 }
 
 DepthPlace qelDepthSequence_firstNotDeeper(const DepthSequence& sequence, const DepthNode* nodes, float depth) {
-    const DepthPlace place =
-        firstBelow(nodes, sequence.root, [=](const DepthSpan& s) { return s.hasNaN || !(s.least > depth); });
+    const DepthPlace place = firstBelow(nodes, sequence.root, NotDeeper{depth});
     return place.entry == kNoEntry ? DepthPlace{kNoEntry, sequence.count} : place;
 }
 
 int32_t qelDepthSequence_firstOfOtherDepth(const DepthNode* nodes, int32_t from, float depth) {
-    return firstFrom(nodes, from, [=](const DepthSpan& s) { return s.least < depth || s.greatest > depth; });
+    return firstFrom(nodes, from, OtherDepth{depth});
 }
 
-int32_t qelDepthSequence_endOfAppearance(const DepthNode* nodes, int32_t from, float depth) {
-    const Appearance* appearance = nodes[from].appearance;
-    return firstFrom(nodes, from, [=](const DepthSpan& s) { return s.appearance != appearance || s.least < depth; });
+int32_t qelDepthSequence_endOfKind(const DepthNode* nodes, int32_t from, float depth) {
+    return firstFrom(nodes, from, OtherKindOrLessDeep{qelDepthSequence_kind(nodes, from), depth});
 }

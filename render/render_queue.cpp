@@ -25,17 +25,17 @@
 #include "scene/appearance.h"
 #include "scene/compositing_mode.h"
 
+constexpr uintptr_t kCacheLine = 64;
 constexpr int32_t kFirstEntryCapacity = 32;
 constexpr int32_t kFirstSlotCapacity = 64;
 constexpr int32_t kLayerCount = 2 * kMaxLayer + 1;
 
 // --- The queue: one block, in which the arrays lie behind the structure ---
 
-struct QueuedEntry {
-    RenderQueueEntry entry;
-    int32_t runFront;    // of the opaque run that it began: the first entry
-    int32_t run;         // of a blended entry: the one that began its run
-    bool runHasSeveral;  // of the blended run that it began: the components are in the index
+struct EntryRun {
+    int32_t front;    // of the opaque run that the entry began: the first entry
+    int32_t founder;  // of a blended entry: the one that began its run
+    bool hasSeveral;  // of the blended run that it began: the components are in the index
 };
 
 struct Layer {
@@ -57,9 +57,10 @@ struct IndexSlot {
 };
 
 struct RenderQueue {
-    QueuedEntry* entries;             // as they came
+    RenderQueueEntry* entries;        // as they came, from the start of a cache line on
+    DepthNode* nodes;                 // of the entry with the same number, if it is a blended one
     EntryLinks* links;                // of the entry with the same number
-    DepthNode* nodes;                 // the same, for blended ones
+    EntryRun* runs;                   // the same
     const RenderQueueEntry** sorted;  // written when they are asked for
     IndexSlot* slots;
     int32_t entryCount, entryCapacity;
@@ -69,9 +70,9 @@ struct RenderQueue {
     Layer layers[kLayerCount];
 };
 
-static_assert(sizeof(RenderQueue) % alignof(QueuedEntry) == 0 && sizeof(QueuedEntry) % alignof(EntryLinks) == 0 &&
-              sizeof(EntryLinks) % alignof(DepthNode) == 0 && sizeof(DepthNode) % alignof(IndexSlot) == 0 &&
-              sizeof(IndexSlot) % alignof(RenderQueueEntry*) == 0);
+static_assert(sizeof(RenderQueueEntry) % alignof(DepthNode) == 0 && sizeof(DepthNode) % alignof(IndexSlot) == 0 &&
+              sizeof(IndexSlot) % alignof(RenderQueueEntry*) == 0 &&
+              sizeof(RenderQueueEntry*) % alignof(EntryLinks) == 0 && sizeof(EntryLinks) % alignof(EntryRun) == 0);
 
 // --- Appearances ---
 
@@ -143,30 +144,30 @@ static uintptr_t keyOf(const Appearance* appearance) { return reinterpret_cast<u
 // --- Opaque entries ---
 
 static int32_t placeWithoutMode(RenderQueue* queue, Layer* layer, int32_t added) {
-    const Appearance* appearance = queue->entries[added].entry.appearance;
+    const Appearance* appearance = queue->entries[added].appearance;
     const uint32_t scope = layerScope(queue, appearance);
     const int32_t run = appearance ? find(queue, scope, keyOf(appearance)) : kNoEntry;
-    if (run > layer->closedRun) return std::exchange(queue->entries[run].runFront, added);
-    queue->entries[added].runFront = added;
+    if (run > layer->closedRun) return std::exchange(queue->runs[run].front, added);
+    queue->runs[added].front = added;
     if (appearance) put(queue, scope, keyOf(appearance), added);
     for (const uintptr_t key : componentKeysOf(appearance)) put(queue, scope, key, added);
     return layer->opaque.first;
 }
 
 static int32_t placeWithMode(RenderQueue* queue, Layer* layer, int32_t added) {
-    const Appearance* appearance = queue->entries[added].entry.appearance;
+    const Appearance* appearance = queue->entries[added].appearance;
     const int32_t behindOpen = std::exchange(layer->firstClosed, added);
-    if (behindOpen != kNoEntry && queue->entries[behindOpen].entry.appearance == appearance) return behindOpen;
+    if (behindOpen != kNoEntry && queue->entries[behindOpen].appearance == appearance) return behindOpen;
     int32_t youngest = kNoEntry;
     for (const uintptr_t key : componentKeysOf(appearance))
         youngest = std::max(youngest, find(queue, layerScope(queue, appearance), key));
     if (youngest <= layer->closedRun) return behindOpen;
     layer->closedRun = youngest;
-    return queue->entries[youngest].runFront;
+    return queue->runs[youngest].front;
 }
 
 static void insertOpaque(RenderQueue* queue, Layer* layer, int32_t added) {
-    const bool hasMode = modeOf(queue->entries[added].entry.appearance);
+    const bool hasMode = modeOf(queue->entries[added].appearance);
     const int32_t before = hasMode ? placeWithMode(queue, layer, added) : placeWithoutMode(queue, layer, added);
     qelEntryList_insert(&layer->opaque, queue->links, before, added);
 }
@@ -190,7 +191,7 @@ static DepthRun runFor(const RenderQueue* queue, const Layer* layer, float depth
 static int32_t placeInRun(const RenderQueue* queue, const Layer* layer, const DepthRun& run,
                           const Appearance* appearance) {
     const auto sharesWith = [&](int32_t entry) {
-        return sharesComponent(queue->entries[entry].entry.appearance, appearance);
+        return sharesComponent(queue->entries[entry].appearance, appearance);
     };
     if (sharesWith(run.first.entry)) return run.first.entry;
     if (layer->hasNaN) {  // which is equal to every depth: runs overlap, and have no index
@@ -200,7 +201,7 @@ static int32_t placeInRun(const RenderQueue* queue, const Layer* layer, const De
     }
     DepthPlace place = run.end;  // the index also knows entries of the depth that stand behind it
     for (const uintptr_t key : componentKeysOf(appearance)) {
-        const int32_t entry = find(queue, runScope(queue, queue->entries[run.first.entry].run), key);
+        const int32_t entry = find(queue, runScope(queue, queue->runs[run.first.entry].founder), key);
         if (entry == kNoEntry) continue;
         const int32_t position = qelDepthSequence_position(layer->blended, queue->nodes, entry);
         if (position < place.position) place = {entry, position};
@@ -209,9 +210,9 @@ static int32_t placeInRun(const RenderQueue* queue, const Layer* layer, const De
 }
 
 static void noteComponents(RenderQueue* queue, const Layer* layer, int32_t entry) {
-    const uint32_t scope = runScope(queue, queue->entries[entry].run);
+    const uint32_t scope = runScope(queue, queue->runs[entry].founder);
     const int32_t position = qelDepthSequence_position(layer->blended, queue->nodes, entry);
-    for (const uintptr_t key : componentKeysOf(queue->entries[entry].entry.appearance)) {
+    for (const uintptr_t key : componentKeysOf(queue->entries[entry].appearance)) {
         const int32_t noted = find(queue, scope, key);
         if (noted == kNoEntry || position < qelDepthSequence_position(layer->blended, queue->nodes, noted))
             put(queue, scope, key, entry);
@@ -219,8 +220,8 @@ static void noteComponents(RenderQueue* queue, const Layer* layer, int32_t entry
 }
 
 static void insertBlended(RenderQueue* queue, Layer* layer, int32_t added) {
-    const Appearance* appearance = queue->entries[added].entry.appearance;
-    const float depth = queue->entries[added].entry.depth;
+    const Appearance* appearance = queue->entries[added].appearance;
+    const float depth = queue->entries[added].depth;
     layer->hasNaN |= std::isnan(depth);
     const DepthRun run = runFor(queue, layer, depth);
     const int32_t same = find(queue, layerScope(queue, appearance), keyOf(appearance));
@@ -228,19 +229,20 @@ static void insertBlended(RenderQueue* queue, Layer* layer, int32_t added) {
         same != kNoEntry && qelDepthSequence_position(layer->blended, queue->nodes, same) <= run.end.position;
     int32_t before = run.end.entry;
     if (meetsSame)
-        before = qelDepthSequence_endOfAppearance(queue->nodes, same, depth);
+        before = qelDepthSequence_endOfKind(queue->nodes, same, depth);
     else if (run.first.entry != run.end.entry)
         before = placeInRun(queue, layer, run, appearance);
     // Also when it is put behind the run: its position then tells.
     const bool joins = run.first.entry != kNoEntry && queue->nodes[run.first.entry].depth == depth;
 
-    qelDepthSequence_insert(&layer->blended, queue->links, queue->nodes, before, added, appearance, depth);
+    const uint32_t kind = same != kNoEntry ? qelDepthSequence_kind(queue->nodes, same) : uint32_t(added);
+    qelDepthSequence_insert(&layer->blended, queue->links, queue->nodes, before, added, kind, depth);
     if (!meetsSame || before == same) put(queue, layerScope(queue, appearance), keyOf(appearance), added);
-    queue->entries[added].run = joins ? queue->entries[run.first.entry].run : added;
+    queue->runs[added].founder = joins ? queue->runs[run.first.entry].founder : added;
     if (!joins || layer->hasNaN) return;
-    QueuedEntry& founder = queue->entries[queue->entries[added].run];
-    if (!founder.runHasSeveral) noteComponents(queue, layer, founder.run);
-    founder.runHasSeveral = true;
+    const int32_t founder = queue->runs[added].founder;
+    if (!queue->runs[founder].hasSeveral) noteComponents(queue, layer, founder);
+    queue->runs[founder].hasSeveral = true;
     noteComponents(queue, layer, added);
 }
 
@@ -258,8 +260,9 @@ static RenderQueue* makeEmpty(uint64_t bytes) {
 
 static void moveContents(RenderQueue* to, const RenderQueue* from) {
     std::copy_n(from->entries, from->entryCount, to->entries);
-    std::copy_n(from->links, from->entryCount, to->links);
     std::copy_n(from->nodes, from->entryCount, to->nodes);
+    std::copy_n(from->links, from->entryCount, to->links);
+    std::copy_n(from->runs, from->entryCount, to->runs);
     to->entryCount = from->entryCount;
     to->firstScope = from->firstScope;
     for (const IndexSlot& slot : std::span(from->slots, size_t(from->slotCapacity)))
@@ -270,17 +273,22 @@ static void moveContents(RenderQueue* to, const RenderQueue* from) {
     std::ranges::copy(from->layers, to->layers);
 }
 
+static void* startOfLine(void* address) {
+    return reinterpret_cast<void*>((reinterpret_cast<uintptr_t>(address) + kCacheLine - 1) & ~(kCacheLine - 1));
+}
+
 static bool resize(Group* owner, int32_t entryCapacity, int32_t slotCapacity) {
-    constexpr uint64_t kBytesPerEntry =
-        sizeof(QueuedEntry) + sizeof(EntryLinks) + sizeof(DepthNode) + sizeof(RenderQueueEntry*);
-    RenderQueue* queue = makeEmpty(sizeof(RenderQueue) + uint64_t(entryCapacity) * kBytesPerEntry +
+    constexpr uint64_t kBytesPerEntry = sizeof(RenderQueueEntry) + sizeof(RenderQueueEntry*) + sizeof(DepthNode) +
+                                        sizeof(EntryLinks) + sizeof(EntryRun);
+    RenderQueue* queue = makeEmpty(sizeof(RenderQueue) + kCacheLine + uint64_t(entryCapacity) * kBytesPerEntry +
                                    uint64_t(slotCapacity) * sizeof(IndexSlot));
     if (!queue) return false;
-    queue->entries = reinterpret_cast<QueuedEntry*>(queue + 1);
-    queue->links = reinterpret_cast<EntryLinks*>(queue->entries + entryCapacity);
-    queue->nodes = reinterpret_cast<DepthNode*>(queue->links + entryCapacity);
+    queue->entries = reinterpret_cast<RenderQueueEntry*>(startOfLine(queue + 1));
+    queue->nodes = reinterpret_cast<DepthNode*>(queue->entries + entryCapacity);
     queue->slots = reinterpret_cast<IndexSlot*>(queue->nodes + entryCapacity);
     queue->sorted = reinterpret_cast<const RenderQueueEntry**>(queue->slots + slotCapacity);
+    queue->links = reinterpret_cast<EntryLinks*>(queue->sorted + entryCapacity);
+    queue->runs = reinterpret_cast<EntryRun*>(queue->links + entryCapacity);
     queue->entryCapacity = entryCapacity;
     queue->slotCapacity = slotCapacity;
     if (owner->queue) moveContents(queue, owner->queue);
@@ -306,7 +314,8 @@ Result qelRenderQueue_insert(Group* owner, const RenderQueueEntry& entry) {
     RenderQueue* queue = owner->queue;
     const int32_t added = queue->entryCount++;
     const int32_t layer = layerOf(entry.appearance) + kMaxLayer;
-    queue->entries[added] = {entry, kNoEntry, kNoEntry, false};
+    queue->entries[added] = entry;
+    queue->runs[added] = {kNoEntry, kNoEntry, false};
     queue->lowestLayer = std::min(queue->lowestLayer, layer);
     queue->highestLayer = std::max(queue->highestLayer, layer);
     if (blends(entry.appearance))
@@ -323,7 +332,7 @@ std::span<const RenderQueueEntry* const> qelRenderQueue_sorted(const Group* owne
     for (int32_t layer = queue->lowestLayer; layer <= queue->highestLayer; ++layer)
         for (const EntryList& list : {queue->layers[layer].opaque, queue->layers[layer].blended.list})
             for (int32_t entry = list.first; entry != kNoEntry; entry = queue->links[entry].next)
-                *out++ = &queue->entries[entry].entry;
+                *out++ = &queue->entries[entry];
     return {queue->sorted, out};
 }
 

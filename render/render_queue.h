@@ -7,18 +7,20 @@
 #include "scene/mesh.h"
 #include "scene/triangle_strip_array.h"
 
+// The world transform is a copy: drawing, which goes in another order than the walk, then asks nothing of the node.
 struct RenderQueueEntry {
     Node* node;
-    VertexBuffer* vertexBuffer;
+    VertexBuffer* vertexBuffer;  // null: a sprite
     TriangleStripArray* indexBuffer;
     Appearance* appearance;
     VertexArray* colors;  // see SubmeshDraw
-    const qelTransform* worldTransform;
+    qelTransform worldTransform;
     float alphaFactor;  // product of the node's and its ancestors'
     int32_t scope;
     float depth;
-    uint8_t isSubmesh;  // 0: a sprite
 };
+
+static_assert(sizeof(void*) != 8 || sizeof(RenderQueueEntry) == 128, "two cache lines");
 
 // Inserts by layer, opacity, depth and shared state. OUT_OF_MEMORY when the queue of the group cannot grow; it is as it
 // was then. What an appearance says of its order stays the same until the queue is cleared.

@@ -122,11 +122,10 @@ static Result queueMesh(Graphics3D* graphics, Group* owner, Mesh* mesh, bool par
                                         .indexBuffer = mesh->indexBuffers[i],
                                         .appearance = mesh->appearances[i],
                                         .colors = colorsOf(mesh, i, prepared.vertexBuffer),
-                                        .worldTransform = &mesh->toWorld,
+                                        .worldTransform = mesh->toWorld,
                                         .alphaFactor = mesh->worldAlpha,
                                         .scope = mesh->scope,
-                                        .depth = mesh->bounds[i].depth,
-                                        .isSubmesh = 1};
+                                        .depth = mesh->bounds[i].depth};
         const Result result = qelRenderQueue_insert(owner, entry);
         if (result != QEL_STATUS_OK) return result;
     }
@@ -138,7 +137,7 @@ static Result queueSprite(Group* owner, Sprite3D* sprite) {
     RenderQueueEntry entry = {};
     entry.node = sprite;
     entry.appearance = sprite->appearance;
-    entry.worldTransform = &sprite->toWorld;
+    entry.worldTransform = sprite->toWorld;
     entry.alphaFactor = sprite->worldAlpha;
     entry.scope = sprite->scope;
     return qelRenderQueue_insert(owner, entry);
@@ -169,6 +168,21 @@ static void enterChild(const Graphics3D* graphics, Node* node) {
     }
 }
 
+static inline void prefetchLines(const void* from, size_t bytes) {
+    constexpr size_t kCacheLine = 64;
+    for (size_t i = 0; i < bytes; i += kCacheLine) __builtin_prefetch(static_cast<const char*>(from) + i);
+}
+
+// A large scene does not stay in the caches: what the walk reads of a child is asked for while its siblings before it are
+// walked. Behind the members of a node lie those of its class.
+static inline void prefetchChild(const Group* group, int32_t index) {
+    const Node* child = index < group->childCount ? group->children[index] : nullptr;
+    if (!child) return;
+    prefetchLines(child, 1);
+    prefetchLines(&child->transformChanged, 2 * sizeof(qelTransform) + 64);
+    prefetchLines(&child->childSlot, 192);
+}
+
 // The next node below `node` that the walk enters, from child slot *next on, which moves behind it; null when there is
 // none. The duplicate of a single group has empty slots.
 static Node* nextChild(Node* node, int32_t* next) {
@@ -176,6 +190,7 @@ static Node* nextChild(Node* node, int32_t* next) {
         return (*next)++ == 0 ? static_cast<SkinnedMesh*>(node)->skeleton : nullptr;
     if (!qelObject3D_isGroup(node)) return nullptr;
     const auto* group = static_cast<const Group*>(node);
+    prefetchChild(group, *next + 2);
     while (*next < group->childCount)
         if (Node* child = group->children[(*next)++]) return child;
     return nullptr;
@@ -207,29 +222,23 @@ static Result queueSubtree(Graphics3D* graphics, Group* owner, Node* root) {
 }
 
 static Result drawEntry(Graphics3D* graphics, const RenderQueueEntry& entry) {
-    if (!entry.isSubmesh)
-        return qelGLBackend_drawSprite(graphics->backend, static_cast<Sprite3D*>(entry.node), entry.worldTransform,
+    if (!entry.vertexBuffer)
+        return qelGLBackend_drawSprite(graphics->backend, static_cast<Sprite3D*>(entry.node), &entry.worldTransform,
                                        entry.alphaFactor);
     const SubmeshDraw draw = {.vertexBuffer = entry.vertexBuffer,
                               .indexBuffer = entry.indexBuffer,
                               .appearance = entry.appearance,
                               .colors = entry.colors,
-                              .modelTransform = entry.worldTransform,
+                              .modelTransform = &entry.worldTransform,
                               .alphaFactor = entry.alphaFactor};
     return qelGraphics3D_drawSubmesh(graphics, draw, entry.scope);
 }
 
-static inline void prefetchLines(const void* from, size_t bytes) {
-    constexpr size_t kCacheLine = 64;
-    for (size_t i = 0; i < bytes; i += kCacheLine) __builtin_prefetch(static_cast<const char*>(from) + i);
-}
-
-// A large scene does not stay in the caches, and neither the entries nor the transforms that they point at lie in the
-// order of drawing: they are asked for some draws ahead.
-static inline void prefetchEntries(std::span<const RenderQueueEntry* const> coming) {
-    constexpr size_t kEntry = 16, kTransform = 8;
-    if (coming.size() > kEntry) prefetchLines(coming[kEntry], sizeof(RenderQueueEntry));
-    if (coming.size() > kTransform) prefetchLines(coming[kTransform]->worldTransform, sizeof(qelTransform));
+// A large queue does not stay in the caches, and its entries do not lie in the order of drawing: they are asked for some
+// draws ahead.
+static inline void prefetchEntry(std::span<const RenderQueueEntry* const> coming) {
+    constexpr size_t kAhead = 8;
+    if (coming.size() > kAhead) prefetchLines(coming[kAhead], sizeof(RenderQueueEntry));
 }
 
 // The queue belongs to the group given, or to the skeleton of a skinned mesh given.
@@ -237,7 +246,7 @@ static Result drawSubtree(Graphics3D* graphics, Group* owner, Node* root) {
     Result result = queueSubtree(graphics, owner, root);
     std::span<const RenderQueueEntry* const> queue = qelRenderQueue_sorted(owner);
     for (; !queue.empty() && result == QEL_STATUS_OK; queue = queue.subspan(1)) {
-        prefetchEntries(queue.subspan(1));
+        prefetchEntry(queue.subspan(1));
         result = drawEntry(graphics, *queue.front());
     }
     qelRenderQueue_clear(owner);
