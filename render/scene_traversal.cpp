@@ -173,8 +173,8 @@ static inline void prefetchLines(const void* from, size_t bytes) {
     for (size_t i = 0; i < bytes; i += kCacheLine) __builtin_prefetch(static_cast<const char*>(from) + i);
 }
 
-// A large scene does not stay in the caches: what the walk reads of a child is asked for while its siblings before it are
-// walked. Behind the members of a node lie those of its class.
+// A large scene does not stay in the caches: what the walk reads of a child is asked for while its siblings before it
+// are walked. Behind the members of a node lie those of its class.
 static inline void prefetchChild(const Group* group, int32_t index) {
     const Node* child = index < group->childCount ? group->children[index] : nullptr;
     if (!child) return;
@@ -234,8 +234,8 @@ static Result drawEntry(Graphics3D* graphics, const RenderQueueEntry& entry) {
     return qelGraphics3D_drawSubmesh(graphics, draw, entry.scope);
 }
 
-// A large queue does not stay in the caches, and its entries do not lie in the order of drawing: they are asked for some
-// draws ahead.
+// A large queue does not stay in the caches, and its entries do not lie in the order of drawing: they are asked for
+// some draws ahead.
 static inline void prefetchEntry(std::span<const RenderQueueEntry* const> coming) {
     constexpr size_t kAhead = 8;
     if (coming.size() > kAhead) prefetchLines(coming[kAhead], sizeof(RenderQueueEntry));
