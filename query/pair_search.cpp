@@ -217,13 +217,15 @@ static bool leavesCross(const SearchSide& a, uint32_t leafA, const SearchSide& b
     return false;
 }
 
-// Goes down both trees at once, each time into the node with more below it.
+// Goes down both trees at once, each time into the node with more below it. Pairs of nodes count as work too: of two
+// contents that interlock, all may overlap down to the leaves, and no leaves.
 static bool searchTrees(const SearchSide& a, const SearchSide& b) {
     struct NodePair {
         BoxTreeNode a, b;
     };
     std::array<NodePair, 2 * kBoxTreeMaxDepth> open;  // every step down leaves one behind
-    uint32_t openCount = 0;
+    uint32_t openCount = 0, tested = 0;
+    constexpr uint32_t kTestsPerStep = 8;
     NodePair pair = {BoxTree_root(a.tree.tree), BoxTree_root(b.tree.tree)};
     for (;;) {
         if (overlap(a.tree.tree.nodes[pair.a.node], b.tree.tree.nodes[pair.b.node])) {
@@ -239,6 +241,7 @@ static bool searchTrees(const SearchSide& a, const SearchSide& b) {
             }
             if (leavesCross(a, pair.a.firstLeaf, b, pair.b.firstLeaf)) return true;
         }
+        a.candidates.work->steps += ++tested % kTestsPerStep == 0;
         if (openCount == 0 || CollisionWork_isSpent(*a.candidates.work)) return false;
         pair = open[--openCount];
     }
