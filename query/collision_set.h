@@ -43,7 +43,7 @@ struct CollisionWork {
     uint64_t limit;  // of the two records under way
 };
 constexpr uint64_t kMaxCollisionSteps = 1 << 25;
-constexpr uint64_t kMaxPairSteps = 1 << 26, kMaxPairStepsPerTriangle = 64;
+constexpr uint64_t kMinPairSteps = 1 << 26, kMaxPairSteps = 1 << 27, kPairStepsPerTriangle = 64;
 
 inline bool CollisionWork_isSpent(const CollisionWork& work) { return work.steps > work.limit; }
 

@@ -7,6 +7,7 @@
 #include "query/collision_set.h"
 #include "render/submesh_bounds.h"
 #include "scene/figure_mesh.h"
+#include "scene/subtree.h"
 #include "scene/transform.h"
 #include "scene/triangle_strip_array.h"
 #include "scene/vertex_array.h"
@@ -22,6 +23,23 @@ static bool hasMovedBones(const FigureMesh* figure) {
                                        [&](uint16_t bone) { return figure->bones.bones[bone].changed; });
 }
 
+static uint32_t nodeCount(Group* root) {
+    SubtreeWalk walk = {root, root, 0};
+    uint32_t count = 0;
+    do {
+        ++count;
+    } while (qelSubtreeWalk_next(&walk));
+    return count;
+}
+
+// Skinning walks the skeleton, moved or not, and what moved costs its vertices.
+static uint64_t skinningSteps(const SkinnedMesh* mesh) {
+    const VertexArray* positions = mesh->vertexBuffer ? mesh->vertexBuffer->positions : nullptr;
+    uint64_t steps = positions ? uint32_t(mesh->boneCount + positions->vertexCount / 8) : 0;
+    if (mesh->skeleton) steps += nodeCount(mesh->skeleton) / 2;
+    return steps;
+}
+
 // The vertices that a mesh is to be tested with, brought up to date; null when they cannot be. Those of a morphing mesh
 // are the ones it was made with.
 static CollisionResult verticesOf(CollisionSet* set, Mesh* mesh, VertexBuffer** out) {
@@ -32,8 +50,7 @@ static CollisionResult verticesOf(CollisionSet* set, Mesh* mesh, VertexBuffer** 
         *out = figure->skinnedBuffer;
     } else if (mesh->classId == ClassId::SkinnedMesh) {
         auto* skinned = static_cast<SkinnedMesh*>(mesh);
-        if (mesh->vertexBuffer->positions)
-            set->work->steps += uint32_t(skinned->boneCount + mesh->vertexBuffer->positions->vertexCount / 8);
+        set->work->steps += skinningSteps(skinned);
         const Result result = qelSkinnedMesh_skin(skinned, false);
         if (result == QEL_STATUS_OUT_OF_MEMORY) return CollisionResult::OutOfMemory;
         *out = result == QEL_STATUS_OK ? skinned->skinnedBuffer : nullptr;

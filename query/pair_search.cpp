@@ -279,7 +279,8 @@ static CollisionResult search(Candidates* a, Candidates* b, K8Allocator* allocat
     const SearchMemory memory = allocMemory(*a, *b, allocator);
     if (!memory.block) return CollisionResult::OutOfMemory;
     CollisionWork* work = a->work;
-    work->limit = work->steps + kMaxPairSteps + kMaxPairStepsPerTriangle * (uint64_t(a->count) + b->count);
+    const uint64_t allowed = kMinPairSteps + kPairStepsPerTriangle * (uint64_t(a->count) + b->count);
+    work->limit = work->steps + std::min(allowed, kMaxPairSteps);
     a->triangles = reinterpret_cast<CrossTriangle*>(memory.block);
     b->triangles = a->triangles + a->count;
     *out = memory.hasTrees ? searchWithTrees(*a, *b, memory.block + memory.triangleBytes) : searchAllPairs(*a, *b);
