@@ -13,7 +13,7 @@ void qelEntryList_insert(EntryList* list, EntryLinks* links, int32_t before, int
 // --- Spans: what a node knows of all below it ---
 
 constexpr uint32_t kHasNaN = kDepthKinds;
-constexpr uint32_t kIsMixed = kDepthKinds << 1;
+constexpr uint32_t kIsMixed = kDepthKinds << 1;  // not all are of the node's own kind
 
 static uint32_t kindOf(const DepthNode& node) { return node.kindAndFlags & (kDepthKinds - 1); }
 

@@ -168,9 +168,11 @@ static void enterChild(const Graphics3D* graphics, Node* node) {
     }
 }
 
+// As numbers: the lines may reach behind an object, where no pointer may.
 static inline void prefetchLines(const void* from, size_t bytes) {
     constexpr size_t kCacheLine = 64;
-    for (size_t i = 0; i < bytes; i += kCacheLine) __builtin_prefetch(static_cast<const char*>(from) + i);
+    for (uintptr_t at = reinterpret_cast<uintptr_t>(from), end = at + bytes; at < end; at += kCacheLine)
+        __builtin_prefetch(reinterpret_cast<const void*>(at));
 }
 
 // A large scene does not stay in the caches: what the walk reads of a child is asked for while its siblings before it
