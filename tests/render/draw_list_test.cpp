@@ -2,40 +2,17 @@
 #include "render/draw_list.h"
 
 #include <cmath>
-#include <functional>
 #include <numbers>
 
+#include "frame/k8_transform.h"
 #include "scene/appearance.h"
 #include "scene/compositing_mode.h"
 #include "scene/figure_mesh.h"
-#include "scene/light.h"
 #include "tests/render/figure_stage.h"
 
 namespace {
 
 using DrawListTest = FigureTest;
-using Matrix = std::array<double, 16>;  // by rows
-
-Matrix matrixOf(const float* elements) {
-    Matrix m;
-    std::copy_n(elements, 16, m.begin());
-    return m;
-}
-Matrix operator*(const Matrix& a, const Matrix& b) {
-    Matrix out{};
-    for (size_t i = 0; i < 64; ++i) out[i / 16 * 4 + i % 4] += a[i / 16 * 4 + i / 4 % 4] * b[i / 4 % 4 * 4 + i % 4];
-    return out;
-}
-constexpr Matrix kIdentity = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
-
-Matrix diagonal(double x, double y, double z) { return {x, 0, 0, 0, 0, y, 0, 0, 0, 0, z, 0, 0, 0, 0, 1}; }
-
-// m by columns, as OpenGL ES gets it.
-void expectColumns(const GlRecorder::Matrix& m, const Matrix& expected, const char* what) {
-    for (size_t i = 0; i < 16; ++i)
-        EXPECT_NEAR(m[i % 4 * 4 + i / 4], expected[i], 1e-5 * std::max(0.01, std::abs(expected[i])))
-            << what << ", row " << i / 4 << ", column " << i % 4;
-}
 
 // --- Queueing ---
 
@@ -68,12 +45,9 @@ TEST_F(DrawListTest, RefusesWhatItCannotQueue) {
 }
 
 TEST_F(DrawListTest, TheHostMayChangeAndDestroyEverythingAfterQueueing) {
-    K8Transform view, lightPlace;
-    K8Transform_create(&view, host.get());
-    K8Transform_create(&lightPlace, host.get());
-    K8Transform_translate(&view, fixed(0.5), 0, fixed(2));
-    K8Transform* lightTransforms[] = {nullptr, &lightPlace};
-    content.params.viewingTransform = &view;
+    K8Transform *view = moved(0.5, 0, 2), *lightPlace = moved(0, 0, 0);
+    K8Transform* lightTransforms[] = {nullptr, lightPlace};
+    content.params.viewingTransform = view;
     content.params.lightCount = 2;
     content.params.lightTransforms = lightTransforms;
     content.params.fog = content.fog;
@@ -86,7 +60,7 @@ TEST_F(DrawListTest, TheHostMayChangeAndDestroyEverythingAfterQueueing) {
     const GlLines undisturbed = traced();
 
     EXPECT_TRUE(queue());
-    for (K8Transform* transform : {&view, &lightPlace, &content.place})
+    for (K8Transform* transform : {view, lightPlace, &content.place})
         K8Transform_translate(transform, fixed(9), fixed(9), fixed(9));
     content.params = {};
     lightTransforms[1] = nullptr;
@@ -112,66 +86,41 @@ TEST_F(DrawListTest, TheHostMayChangeAndDestroyEverythingAfterQueueing) {
 
 // --- Lights ---
 
-// The transform of the light that shines along d, apart from rounding to 1/4096 of cosine, axis and angle.
-Matrix turnedTo(const std::array<double, 3>& d) {
-    const double length = std::hypot(d[0], d[1], d[2]);
-    if (length == 0) return kIdentity;
-    const double cosine = -d[2] / length;          // to (0, 0, -1)
-    double x = d[1] / length, y = -d[0] / length;  // the axis (0, 0, -1) x d, as long as the sine
-    const double sine = std::hypot(x, y);
-    if (sine == 0) return cosine > 0 ? kIdentity : diagonal(1, -1, -1);
-    x /= sine;
-    y /= sine;
-    const double t = 1 - cosine;
-    // clang-format off
-    return {t * x * x + cosine, t * x * y,          y * sine,  0,
-            t * x * y,          t * y * y + cosine, -x * sine, 0,
-            -y * sine,          x * sine,           cosine,    0,
-            0,                  0,                  0,         1};
-    // clang-format on
-}
-
 TEST_F(DrawListTest, LightsStandAndShineWhereTheyAreTold) {
-    K8Transform view, lightPlace;
-    K8Transform_create(&view, host.get());
-    K8Transform_create(&lightPlace, host.get());
-    K8Transform_rotate(&view, fixed(1), fixed(2), fixed(3), fixed(40));
-    K8Transform_translate(&view, fixed(1), fixed(-2), fixed(5));
-    K8Transform_rotate(&lightPlace, 0, fixed(1), 0, fixed(30));
-    K8Transform* lightTransforms[] = {&lightPlace};
+    K8Transform *view = moved(1, -2, 5), *lightPlace = moved(0, 0, 0);
+    const K8Transform *here = moved(0, 0, 0), *stand = moved(3, -4, 5);
+    K8Transform_rotate(view, fixed(1), fixed(2), fixed(3), fixed(40));
+    K8Transform_rotate(lightPlace, 0, fixed(1), 0, fixed(30));
     content.params.lightCount = 1;
-    // clang-format off
     const int32_t directions[][3] = {
-        {0, 0, 0}, {0, 0, 1}, {0, 0, -4096}, {4096, 0, 0}, {0, 4096, 0}, {-1, 0, 0}, {100, 200, 300},
-        {-4096, 4096, -1}, {5, 7, 900}, {0x7FFFFF, 0, -0x7FFFFF}};
-    // clang-format on
+        {0, 0, 0},  {0, 0, 1},       {0, 0, -4096},     {4096, 0, 0}, {0, 4096, 0},
+        {-1, 0, 0}, {100, 200, 300}, {-4096, 4096, -1}, {5, 7, 900},  {0x7FFFFF, 0, -0x7FFFFF}};
     for (const auto& d : directions) {
         content.setLight(0, {{fixed(3), fixed(-4), fixed(5)}, {d[0], d[1], d[2]}});
+        // A cosine to 1/4096 leaves an angle near 0 and 180 degrees, and its axis, that much less exact.
+        const double flat = std::hypot(d[0], d[1]), length = std::hypot(flat, d[2]);
+        const double tolerance = flat == 0 ? 1e-5 : std::min(0.05, 0.001 * length / flat) + 0.001;
+        const double toward[] = {length ? d[0] / length : 0, length ? d[1] / length : 0, length ? d[2] / length : -1};
         for (const int variant : {0, 1, 2, 3}) {
-            content.params.viewingTransform = variant & 1 ? &view : nullptr;
-            content.params.lightTransforms = variant & 2 ? lightTransforms : nullptr;
+            SCOPED_TRACE(testing::Message() << d[0] << " " << d[1] << " " << d[2] << ", variant " << variant);
+            content.params.viewingTransform = variant & 1 ? view : nullptr;
+            content.params.lightTransforms = variant & 2 ? &lightPlace : nullptr;
             ASSERT_TRUE(queue());
-            const Matrix standing = {1, 0, 0, 3, 0, 1, 0, -4, 0, 0, 1, 5, 0, 0, 0, 1};
-            const Matrix expected = (variant & 1 ? matrixOf(view.elements) : kIdentity) *
-                                    (variant & 2 ? matrixOf(lightPlace.elements) : kIdentity) * standing *
-                                    turnedTo({double(d[0]), double(d[1]), double(d[2])});
-            // A cosine to 1/4096 leaves an angle near 0 and 180 degrees, and its axis, that much less exact.
-            const double flat = std::hypot(d[0], d[1]), sine = flat / std::max(std::hypot(flat, d[2]), 1.0);
-            const double tolerance = sine == 0 ? 1e-5 : std::min(0.05, 0.001 / sine) + 0.001;
-            const float* elements = render->context->head->lightTransforms[0].elements;
-            for (size_t i = 0; i < 16; ++i)
-                ASSERT_NEAR(elements[i], expected[i], tolerance) << "direction " << d[0] << " " << d[1] << " " << d[2]
-                                                                 << ", variant " << variant << ", element " << i;
+            const K8Transform expected = product({variant & 1 ? view : here, variant & 2 ? lightPlace : here, stand});
+            for (size_t i = 0; i < 12; i += 4) {
+                const float *e = expected.elements + i,
+                            *actual = render->context->head->lightTransforms[0].elements + i;
+                const double along = e[0] * toward[0] + e[1] * toward[1] + e[2] * toward[2];
+                EXPECT_NEAR(-actual[2], along, tolerance) << "shines along its negative z axis";
+                EXPECT_NEAR(actual[3], e[3], tolerance);
+            }
             K8Render_clear3D(render);
         }
     }
 }
 
 TEST_F(DrawListTest, EqualLightsAreCollectedOnce) {
-    K8Transform moved;
-    K8Transform_create(&moved, host.get());
-    K8Transform_translate(&moved, 1, 0, 0);
-    K8Transform* movedTransforms[] = {&moved};
+    K8Transform* aside = moved(1 / 4096.0, 0, 0);
     K8Light* twins[] = {content.lights[1]};
     K8Light_setColor(content.lights[1], 1);  // the colour of the first
     struct Case {
@@ -187,7 +136,7 @@ TEST_F(DrawListTest, EqualLightsAreCollectedOnce) {
         {"the first without any", 0, nullptr, nullptr, false, 0},
         {"one", 1, all, nullptr, true, 1},
         {"another of equal values", 1, twins, nullptr, false, 1},
-        {"moved", 1, all, movedTransforms, true, 1},
+        {"moved", 1, all, &aside, true, 1},
         {"more than eight", 10, all, nullptr, true, 8},
         {"the same again", 10, all, nullptr, false, 8},
         {"none", 0, nullptr, nullptr, true, 0},
@@ -211,41 +160,43 @@ TEST_F(DrawListTest, EqualLightsAreCollectedOnce) {
 // --- Camera and place ---
 
 TEST_F(DrawListTest, FiguresAreTurnedToOpenGLAxesAndScaled) {
-    K8Transform view;
-    K8Transform_create(&view, host.get());
+    K8Transform *view = moved(0, 0, 0), *turned = moved(0, 0, 0);
     const int32_t position[] = {fixed(1), fixed(2), fixed(30)}, look[] = {0, 0, fixed(-1)}, up[] = {0, fixed(1), 0};
-    K8Transform_lookAt(&view, position, look, up);
-    content.params.viewingTransform = &view;
+    K8Transform_lookAt(view, position, look, up);
+    content.params.viewingTransform = view;
+    turned->elements[5] = turned->elements[10] = -1;
     K8Transform_rotate(&content.place, fixed(1), fixed(1), 0, fixed(20));
-    EXPECT_EQ(queueAndFlush().size(), 2u);
-    const Matrix toScene = diagonal(1, -1, -1), units = diagonal(1.0 / 64, 1.0 / 64, 1.0 / 64);
-    expectColumns(glRecorder.modelView.top,
-                  toScene * matrixOf(view.elements) * matrixOf(content.place.elements) * units, "placed");
-    ASSERT_TRUE(K8Render_render3D(render, &content.params, &content.figure->header, nullptr));
-    flush();
-    expectColumns(glRecorder.modelView.top, toScene * matrixOf(view.elements) * units, "at the origin");
-}
-
-Matrix perspective(double degrees, double aspect, double near, double far) {
-    const double h = 1 / std::tan(degrees / 360 * std::numbers::pi), depth = near - far;
-    return {h / aspect, 0, 0, 0, 0, h, 0, 0, 0, 0, (far + near) / depth, 2 * far * near / depth, 0, 0, -1, 0};
+    for (K8Transform* place : {&content.place, static_cast<K8Transform*>(nullptr)}) {  // null: at the origin
+        ASSERT_TRUE(K8Render_render3D(render, &content.params, &content.figure->header, place));
+        EXPECT_EQ(flush().size(), 2u);
+        const K8Transform expected = product({turned, view, place ? place : moved(0, 0, 0)});
+        for (size_t i = 0; i < 12; ++i) {
+            const float element = expected.elements[i] / (i % 4 == 3 ? 1 : 64);
+            EXPECT_NEAR(glRecorder.modelView.top[i % 4 * 4 + i / 4], element, 1e-5 * std::max(0.01f, std::abs(element)))
+                << "row " << i / 4 << ", column " << i % 4;
+        }
+    }
 }
 
 TEST_F(DrawListTest, TheBlockSaysHowItIsSeen) {
+    using Numbers = std::array<double, 5>;  // x, y, z, what z adds to w, what is added to z
+    const auto perspective = [](double height, double aspect, double near, double far) {
+        return Numbers{height / aspect, height, (far + near) / (near - far), -1, 2 * far * near / (near - far)};
+    };
+    const double aspect = 5461.0 / 4096;  // 4 / 3, cut to 12 bits
+    const Numbers parallel = {2 / (120 * aspect), 2.0 / 120, -2.0 / 32768, 0, -1};
+    // What the camera refuses leaves it so.
+    const Numbers fromAngle = perspective(1 / std::tan(37.5 / 180 * std::numbers::pi), aspect, 2, 60);
     struct Case {
         const char* what;
         int16_t kind;
         uint16_t width, height;
         double near, far, degrees;
-        Matrix expected;
+        Numbers expected;
     };
-    const double aspect = 5461.0 / 4096;  // 4 / 3, cut to 12 bits
-    const double opening = 2 * std::atan(60.0 / 4) * 180 / std::numbers::pi;
-    const Matrix parallel = {2 / (120 * aspect), 0, 0, 0, 0, 2.0 / 120, 0, 0, 0, 0, -2.0 / 32768, -1, 0, 0, 0, 1};
-    const Matrix fromAngle = perspective(75, aspect, 2, 60);  // what the camera refuses leaves it so
     for (const Case& c : {
              Case{"parallel", 1, 160, 120, 0, 0, 0, parallel},
-             Case{"from the screen's size", 2, 160, 120, 4, 50, 0, perspective(opening, aspect, 4, 50)},
+             Case{"from the screen's size", 2, 160, 120, 4, 50, 0, perspective(4.0 / 60, aspect, 4, 50)},
              Case{"from an angle, shaped like the target", 3, 100, 10, 2, 60, 75, fromAngle},
              Case{"no kind", 0, 160, 120, 3, 50, 60, fromAngle},
              Case{"parallel without width", 1, 0, 120, 3, 50, 60, fromAngle},
@@ -260,7 +211,10 @@ TEST_F(DrawListTest, TheBlockSaysHowItIsSeen) {
         content.params.farDistance = fixed(c.far);
         content.params.verticalAngle = fixed(c.degrees);
         EXPECT_EQ(queueAndFlush().size(), 2u) << c.what;
-        expectColumns(glRecorder.projection.top, c.expected, c.what);
+        const GlRecorder::Matrix& m = glRecorder.projection.top;
+        const float actual[] = {m[0], m[5], m[10], m[11], m[14]};
+        for (size_t i = 0; i < 5; ++i)
+            EXPECT_NEAR(actual[i], c.expected[i], 1e-5 * std::abs(c.expected[i])) << c.what << ", number " << i;
     }
     content.params.farDistance = content.params.nearDistance;
     content.params.verticalAngle = fixed(60);
@@ -311,39 +265,36 @@ TEST_F(DrawListTest, TwoItemsOfOneFigureHaveTheirOwnPoses) {
 TEST_F(DrawListTest, BlendingIsTheFiguresOrElseThePartsOwn) {
     content.set([](K8FigureInfo& info) { info.action = 0x80000000, info.pattern = 0b110; });
     const auto* figure = static_cast<const FigureMesh*>(content.figure->header.object);
-    CompositingMode* bodyMode =
-        (*std::ranges::find_if(figure->appearances, figure->appearances + figure->submeshCount,
-                               [](const Appearance* appearance) { return appearance && appearance->material; }))
-            ->compositingMode;
-    const std::string replace = "BlendFunc(ONE, ZERO)", alpha = "BlendFunc(SRC_ALPHA, ONE_MINUS_SRC_ALPHA)",
-                      alphaAdd = "BlendFunc(SRC_ALPHA, ONE)", add = "BlendFunc(ONE, ONE)",
-                      modulate = "BlendFunc(DST_COLOR, ZERO)";
+    const auto* body = std::ranges::find_if(figure->appearances, figure->appearances + figure->submeshCount,
+                                            [](const Appearance* each) { return each && each->material; });
+    CompositingMode* bodyMode = (*body)->compositingMode;
+    const std::string replace = "BlendFunc(ONE, ZERO); DepthMask(1)",
+                      alpha = "BlendFunc(SRC_ALPHA, ONE_MINUS_SRC_ALPHA); DepthMask(0)",
+                      alphaAdd = "BlendFunc(SRC_ALPHA, ONE); DepthMask(0)", add = "BlendFunc(ONE, ONE); DepthMask(0)",
+                      modulate = "BlendFunc(DST_COLOR, ZERO); DepthMask(0)";
+    const std::array asItIs = {replace, replace, alpha, add}, modulating = {modulate, replace, alpha, add};
     struct Case {
         const char* what;
         int16_t mode;
-        std::string body, badge, glass, flag;
+        std::array<std::string, 4> blending;  // of body and patch, badge, glass, flag
     };
     for (const Case& c :
-         {Case{"alpha", K8_BLEND_ALPHA, alpha, alpha, alpha, alpha},
-          Case{"unknown counts as none", 33, replace, replace, alpha, add},
-          Case{"additive", K8_BLEND_ADDITIVE, alphaAdd, alphaAdd, alphaAdd, alphaAdd},
-          Case{"none: as it was", K8_BLEND_NONE, replace, replace, alpha, add},
-          Case{"modulating", K8_BLEND_NONE, modulate, replace, alpha, add},  // which no polygon can ask for
-          Case{"alpha in its place", K8_BLEND_ALPHA, alpha, alpha, alpha, alpha},
-          Case{"modulating again", K8_BLEND_NONE, modulate, replace, alpha, add}}) {
-        if (c.body == modulate) qelCompositingMode_setDepthTestEnable(bodyMode, false);
-        if (c.what == std::string("modulating")) qelCompositingMode_setBlending(bodyMode, int32_t(Blending::Modulate));
+         {Case{"alpha", K8_BLEND_ALPHA, {alpha, alpha, alpha, alpha}}, Case{"unknown counts as none", 33, asItIs},
+          Case{"additive", K8_BLEND_ADDITIVE, {alphaAdd, alphaAdd, alphaAdd, alphaAdd}},
+          Case{"none: as it was", K8_BLEND_NONE, asItIs},
+          Case{"modulating, which no polygon can ask for", K8_BLEND_NONE, modulating},
+          Case{"alpha in its place", K8_BLEND_ALPHA, {alpha, alpha, alpha, alpha}},
+          Case{"modulating again", K8_BLEND_NONE, modulating}}) {
+        if (c.blending == modulating) {
+            qelCompositingMode_setBlending(bodyMode, int32_t(Blending::Modulate));
+            qelCompositingMode_setDepthTestEnable(bodyMode, false);
+        }
         content.set([&](K8FigureInfo& info) { info.blendMode = c.mode; });
         const std::vector<DrawnPart> drawn = queueAndFlush();
         EXPECT_EQ(drawn.size(), 5u) << c.what;
         for (const DrawnPart& part : drawn) {
-            const std::string& expected = part.part == Glass   ? c.glass
-                                          : part.part == Flag  ? c.flag
-                                          : part.part == Badge ? c.badge
-                                                               : c.body;
-            EXPECT_EQ(part.last("BlendFunc", "DepthMask"),
-                      expected + (expected == replace ? "; DepthMask(1)" : "; DepthMask(0)"))
-                << c.what << ", part " << part.part;
+            const std::string& expected = c.blending[part.part == Patch ? Body : part.part];
+            EXPECT_EQ(part.last("BlendFunc", "DepthMask"), expected) << c.what << ", part " << part.part;
             EXPECT_EQ(part.has("BLEND"), expected != replace) << c.what << ", part " << part.part;
             EXPECT_TRUE(part.has("DEPTH_TEST")) << c.what << ", part " << part.part;
         }
@@ -376,32 +327,30 @@ TEST_F(DrawListTest, EveryPartHasTheTextureOfItsSlot) {
     content.set([](K8FigureInfo& info) { info.action = 0x80000000, info.pattern = 0b10; });
     K8Texture *first = content.textures[0], *second = content.textures[1], *map = content.textures[2];
     // In the order of their uploads.
-    const std::string mode = "; TexEnvf(MODE, ", firstOn = "BindTexture(1)" + mode, secondOn = "BindTexture(2)" + mode,
-                      mapOn = "BindTexture(3)" + mode, modulate = "MODULATE)", replace = "REPLACE)";
-    const auto give = [this](std::vector<K8Texture*> list) { return [this, list] { content.setTextures(list); }; };
-    const auto giveUnusedMap = [&] {
-        const K8TextureInfo info = {.hasSecondMap = 0, .textureMode = 7, .secondMap = map};
-        K8Texture_setTmpData(first, &info);
-    };
-    const auto giveMap = [&] {
-        content.setMode(first, 1, map);
-        content.setTextures({first, second});
-    };
+    const std::string firstOn = "BindTexture(1); TexEnvf(MODE, MODULATE)",
+                      secondOn = "BindTexture(2); TexEnvf(MODE, MODULATE)";
     struct Case {
         const char* what;
-        std::function<void()> change;
+        std::vector<K8Texture*> slots;
+        K8TextureInfo firstInfo;
         std::string body, bodyMap, glass;
     };
     queueAndFlush();  // uploads the two textures, in the order of the parts
     for (const Case& c : {
-             Case{"modulated", [] {}, firstOn + modulate, "", secondOn + modulate},
-             Case{"a second map that is not switched on", giveUnusedMap, firstOn + modulate, "", secondOn + modulate},
-             Case{"exchanged", give({second, first}), secondOn + modulate, "", firstOn + modulate},
-             Case{"fewer than slots", give({second}), secondOn + modulate, "", ""},
-             Case{"more than slots", give({first, second, map}), firstOn + modulate, "", secondOn + modulate},
-             Case{"replacing, with a map", giveMap, firstOn + replace, mapOn + "ADD)", secondOn + modulate},
+             Case{"modulated", {first, second}, {}, firstOn, "", secondOn},
+             Case{"a second map that is not switched on", {first, second}, {0, 7, map}, firstOn, "", secondOn},
+             Case{"exchanged", {second, first}, {}, secondOn, "", firstOn},
+             Case{"fewer than slots", {second}, {}, secondOn, "", ""},
+             Case{"more than slots", {first, second, map}, {}, firstOn, "", secondOn},
+             Case{"replacing, with a map",
+                  {first, second},
+                  {1, 1, map},
+                  "BindTexture(1); TexEnvf(MODE, REPLACE)",
+                  "BindTexture(3); TexEnvf(MODE, ADD)",
+                  secondOn},
          }) {
-        c.change();
+        K8Texture_setTmpData(first, &c.firstInfo);
+        content.setTextures(c.slots);
         const std::vector<DrawnPart> drawn = queueAndFlush();
         ASSERT_EQ(drawn.size(), 4u) << c.what;
         for (const FigurePart part : {Body, Patch}) {

@@ -1,8 +1,6 @@
 // What becomes of a queued tree of groups: its items, its lights and its fog.
 #include "render/draw_tree.h"
 
-#include <deque>
-
 #include "frame/k8_transform.h"
 #include "scene/light.h"
 #include "tests/render/primitive_parts.h"
@@ -40,11 +38,6 @@ protected:
         size_t at = 0;
         return parse(text, at);
     }
-    K8Transform* moved(double x, double y, double z) {
-        K8Transform* transform = K8Transform_create(&transforms.emplace_back(), host.get());
-        K8Transform_translate(transform, fixed(x), fixed(y), fixed(z));
-        return transform;
-    }
 
     bool queueTree(const K8Group* group) {
         return K8Render_render3D(render, &content.params, &const_cast<K8Group*>(group)->header, &content.place);
@@ -57,7 +50,6 @@ protected:
     }
 
     std::vector<K8Group*> groups;
-    std::deque<K8Transform> transforms;
     std::array<K8Fog*, 2> fogs;
     K8Figure* broken;  // cannot be copied
 
@@ -77,12 +69,6 @@ private:
         return makeGroup(children);
     }
 };
-
-K8Transform product(const std::vector<const K8Transform*>& factors) {
-    K8Transform result = *factors[0];
-    for (size_t i = 1; i < factors.size(); ++i) K8Transform_multiply(&result, factors[i]);
-    return result;
-}
 
 // --- Items ---
 

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <deque>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -166,6 +167,17 @@ protected:
         return status;
     }
 
+    K8Transform* moved(double x, double y, double z) {
+        K8Transform* transform = K8Transform_create(&transforms.emplace_back(), host.get());
+        K8Transform_translate(transform, fixed(x), fixed(y), fixed(z));
+        return transform;
+    }
+    static K8Transform product(const std::vector<const K8Transform*>& factors) {
+        K8Transform result = *factors[0];
+        for (size_t i = 1; i < factors.size(); ++i) K8Transform_multiply(&result, factors[i]);
+        return result;
+    }
+
     bool queue() { return content.queue(render); }
     std::vector<DrawnPart> flush() {
         glRecorder.draws.clear();
@@ -199,4 +211,5 @@ protected:
     CountingAllocator host;
     StageContent content{host.get()};
     K8Render* render;
+    std::deque<K8Transform> transforms;
 };
