@@ -70,13 +70,8 @@ protected:
         encode::BmpImage image = {.width = 8, .height = 4, .palette = {{}, {9, 8, 7}}};
         image.indices.assign(32, 1);
         wide = reinterpret_cast<K8Texture*>(loadHandle(encode::encodeBmp(image), host.get()));
-        replacing = reinterpret_cast<K8Texture*>(loadHandle(encode::encodeBmp(image), host.get()));
-        content.setMode(replacing, 1);
     }
-    ~PrimitiveTest() override {
-        K8Texture_destroy(wide);
-        K8Texture_destroy(replacing);
-    }
+    ~PrimitiveTest() override { K8Texture_destroy(wide); }
 
     bool queue(const Shape& shape) {
         K8Primitive* primitive = K8Primitive_create(nullptr, host.get());
@@ -108,48 +103,26 @@ protected:
         return !StageContent::flush(render) && glRecorder.draws.empty() && takeStatus() == K8_ERR_FAILURE;
     }
 
-    const RenderState& state() const { return render->context->renderState; }
-
-    // After the item's transform, its translation as given.
-    static Point apply(const K8Transform& transform, const Point& p, const Point& translation) {
-        Point out = translation;
-        for (size_t i = 0; i < 9; ++i) out[i / 3] += double(transform.elements[i / 3 * 4 + i % 3]) * p[i % 3];
-        return out;
-    }
-    // Where something that stands there before the viewer, in the K8 frame, is seen. The angle opens over the height of
-    // the screen, or over its width.
-    Point seen(const Point& p, double tangent, bool overWidth) const {
-        const K8RenderParams& params = content.params;
-        if (params.projection == K8_PROJECTION_PARALLEL)
-            return {p[0] * 2 / params.screenWidth, -p[1] * 2 / params.screenHeight, 0};
-        const double n = params.nearDistance / 4096.0, f = params.farDistance / 4096.0;
-        const double depth = (f + n) / (f - n) - 2 * f * n / (f - n) / p[2];
-        if (params.projection == K8_PROJECTION_PERSPECTIVE_SIZE)
-            return {p[0] * n * 2 / params.screenWidth / p[2], -p[1] * n * 2 / params.screenHeight / p[2], depth};
-        constexpr double kAspect = double(StageContent::kWidth) / StageContent::kHeight;
-        const double x = overWidth ? 1 : 1 / kAspect, y = overWidth ? kAspect : 1;
-        return {p[0] * x / tangent / p[2], -p[1] * y / tangent / p[2], depth};
+    // Where something that stands there before the viewer, in the K8 frame, is seen in a parallel view.
+    Point seen(const Point& p) const {
+        return {p[0] * 2 / content.params.screenWidth, -p[1] * 2 / content.params.screenHeight, p[2]};
     }
 
-    K8Texture *wide, *replacing;  // of 8 x 4 texels
+    K8Texture* wide;  // of 8 x 4 texels
 };
 
 // --- Triangles and quadrilaterals ---
 
 class FacesTest : public PrimitiveTest {
 protected:
-    // The vertices of a face in the order in which they are drawn.
-    static std::vector<uint32_t> orderOf(uint32_t corners) {
-        return corners == 3 ? std::vector<uint32_t>{0, 1, 2} : std::vector<uint32_t>{0, 1, 3, 3, 1, 2};
-    }
+    static uint32_t cornersOf(const Shape& shape) { return kCorners[shape.type > 5 ? shape.type >> 24 : shape.type]; }
 
     void expectVertices(const Shape& shape, const GlDraw& drawn, uint32_t firstFace = 0) const {
-        const uint32_t corners = kCorners[shape.type > 5 ? shape.type >> 24 : shape.type];
-        const std::vector<uint32_t> order = orderOf(corners);
+        const uint32_t corners = cornersOf(shape);
+        const std::vector<uint32_t> order =
+            corners == 3 ? std::vector<uint32_t>{0, 1, 2} : std::vector<uint32_t>{0, 1, 3, 3, 1, 2};
         const Values &normals = shape.values[K8_PRIM_NORMALS], &colors = shape.values[K8_PRIM_COLORS],
                      &texels = shape.values[K8_PRIM_TEXTURE_COORDS];
-        const bool perVertex = (shape.params & 0x300) == K8_PRIM_NORMAL_PER_VERTEX;
-        const float* place = content.place.elements;
         ASSERT_EQ(drawn.normals.empty(), normals.empty());
         ASSERT_EQ(drawn.colors.empty(), colors.empty());
         ASSERT_EQ(drawn.lookups[0].empty(), texels.empty());
@@ -157,32 +130,34 @@ protected:
         for (size_t i = 0; i < drawn.positions.size(); i += step) {
             SCOPED_TRACE("drawn vertex " + std::to_string(i));
             const size_t face = firstFace + i / order.size(), vertex = face * corners + order[i % order.size()];
-            const Point at =
-                apply(content.place, pointOf(shape.values[K8_PRIM_POSITIONS], vertex), {place[3], place[7], place[11]});
-            const Point expected = seen(at, std::tan(std::numbers::pi / 6), false);
-            expectNear(drawn.corners[i], expected, 2);
-            const bool isFlat = content.params.projection == K8_PROJECTION_PARALLEL;
-            ASSERT_NEAR(drawn.corners[i][2], isFlat ? at[2] / 16384 - 1 : expected[2], 2e-5);
+            const Point p = pointOf(shape.values[K8_PRIM_POSITIONS], vertex);
+            Point at;
+            for (size_t k = 0; k < 3; ++k) {
+                const float* row = content.place.elements + 4 * k;
+                at[k] = row[0] * p[0] + row[1] * p[1] + row[2] * p[2] + row[3];
+            }
+            if (content.params.projection == K8_PROJECTION_PARALLEL) {
+                expectNear(drawn.corners[i], seen(at), 2);
+                ASSERT_NEAR(drawn.corners[i][2], at[2] / 16384 - 1, 2e-5);
+            }
             if (!normals.empty()) {
+                const bool perVertex = (shape.params & 0x300) == K8_PRIM_NORMAL_PER_VERTEX;
                 const Point given = pointOf(normals, perVertex ? vertex : face);
                 const std::vector<float>& sent = drawn.normals[i];
                 const double ratio = std::hypot(sent[0], sent[1], sent[2]) / std::hypot(given[0], given[1], given[2]);
                 expectNear(sent, {given[0] * ratio, given[1] * ratio, given[2] * ratio});
             }
             if (!colors.empty()) {
-                const bool perSet = shape.params & K8_PRIM_COLOR_PER_SET;
-                ASSERT_EQ(drawn.colors[i],
-                          rgba(colors[perSet ? 0 : face], shape.blendMode == K8_BLEND_ALPHA ? 128 : 255));
+                ASSERT_EQ(drawn.colors[i], rgba(colors[shape.params & K8_PRIM_COLOR_PER_SET ? 0 : face],
+                                                shape.blendMode == K8_BLEND_ALPHA ? 128 : 255));
             }
-            if (!texels.empty()) {
-                const double width = shape.texture ? 8 : 1, height = shape.texture ? 4 : 1;
-                expectNear(drawn.lookups[0][i],
-                           {texels[2 * vertex] / 4096.0 / width, texels[2 * vertex + 1] / 4096.0 / height, 0});
-            }
+            if (!texels.empty())
+                expectNear(drawn.lookups[0][i], {texels[2 * vertex] / 4096.0 / (shape.texture ? 8 : 1),
+                                                 texels[2 * vertex + 1] / 4096.0 / (shape.texture ? 4 : 1), 0});
         }
     }
 
-    void expectState(const Shape& shape, const DrawnPart& part) const {
+    void expectState(const Shape& shape, const DrawnPart& part, bool replaces) const {
         const bool half = shape.blendMode == K8_BLEND_ALPHA, add = shape.blendMode == K8_BLEND_ADDITIVE;
         const bool tested = shape.params & K8_PRIM_ALPHA_TEST, lit = !shape.values[K8_PRIM_NORMALS].empty();
         const bool corrects = shape.perspectiveCorrection && content.params.projection != K8_PROJECTION_PARALLEL;
@@ -196,29 +171,21 @@ protected:
                                                   {"DEPTH_TEST", true},
                                                   {"ALPHA_TEST", tested},
                                                   {"CULL_FACE", false},
-                                                  {"LIGHTING", lit && shape.texture != replacing},
+                                                  {"LIGHTING", lit && !replaces},
                                                   {"FOG", content.params.fog != nullptr},
                                                   {"COLOR_MATERIAL", !shape.values[K8_PRIM_COLORS].empty()}})
             EXPECT_EQ(part.has(capability), enabled) << capability;
-        const std::string alpha = half ? "0.501961" : "1", end = ", {1, 1, 1, " + alpha + "})";
+        const std::string color = std::string("{1, 1, 1, ") + (half ? "0.501961})" : "1})");
         if (lit)
             EXPECT_EQ(part.last("Materialfv(AMBIENT", "Materialfv(DIFFUSE"),
-                      "Materialfv(AMBIENT, {1, 1, 1, 0}); Materialfv(DIFFUSE" + end);
+                      "Materialfv(AMBIENT, {1, 1, 1, 0}); Materialfv(DIFFUSE, " + color);
         else
-            EXPECT_EQ(part.last("Color4f"), "Color4f(1, 1, 1, " + alpha + ")");
+            EXPECT_EQ(part.last("Color4f"), half ? "Color4f(1, 1, 1, 0.501961)" : "Color4f(1, 1, 1, 1)");
+        EXPECT_EQ(part.unit(1), "");
     }
 };
 
 TEST_F(FacesTest, EveryCombinationDrawsWhatItSays) {
-    K8Texture* const textures[] = {nullptr, wide, replacing};
-    const char* const modes[] = {"MODULATE)", "MODULATE)", "REPLACE)"};
-    std::vector<std::string> bound;
-    for (K8Texture* texture : textures) {
-        Shape shape = makeShape(K8_PRIM_TRIANGLES, K8_PRIM_TEXTURE_PER_VERTEX, 1);
-        shape.texture = texture;
-        const std::string unit = draw(shape).at(0).unit(0);
-        bound.push_back(unit.substr(0, unit.find(";")));
-    }
     constexpr int16_t kBlendModes[] = {K8_BLEND_NONE, K8_BLEND_ALPHA, K8_BLEND_ADDITIVE, 7};
     int valid = 0;
     for (uint32_t params = 0; params <= 0x3F10; params += 0x10) {
@@ -226,22 +193,24 @@ TEST_F(FacesTest, EveryCombinationDrawsWhatItSays) {
         ++valid;
         const bool textured = params & K8_PRIM_TEXTURE_PER_VERTEX;
         for (uint32_t round = 0; round < (textured ? 3 : 1) * 4 * 3 * 2; ++round) {
-            const uint32_t texture = round / 24;
             Shape shape = makeShape(round % 2 ? uint32_t(K8_PRIM_QUADS) : uint32_t(K8_PRIM_TRIANGLES) << 24, params, 3);
             shape.blendMode = kBlendModes[round / 6 % 4];
-            shape.texture = textures[texture];
+            shape.texture = round < 24 ? nullptr : wide;
+            const bool replaces = round >= 48;
+            content.setMode(wide, replaces);
             shape.perspectiveCorrection = round / 2 % 2;
             content.params.projection = int16_t(round % 3 + 1);
             content.params.fog = round % 5 ? nullptr : content.fog;
             SCOPED_TRACE("params " + std::to_string(params) + ", round " + std::to_string(round));
             const std::vector<DrawnPart> drawn = draw(shape);
             ASSERT_EQ(drawn.size(), 1u);
-            EXPECT_EQ(drawn[0].draw.call, round % 2 ? "glDrawElements(GL_TRIANGLES, 18, GL_UNSIGNED_SHORT)"
-                                                    : "glDrawElements(GL_TRIANGLES, 9, GL_UNSIGNED_SHORT)");
+            EXPECT_EQ(drawn[0].draw.positions.size(), round % 2 ? 18u : 9u);
             expectVertices(shape, drawn[0].draw);
-            expectState(shape, drawn[0]);
-            EXPECT_EQ(drawn[0].unit(0), textured ? bound[texture] + "; TexEnvf(MODE, " + modes[texture] : "");
-            EXPECT_EQ(drawn[0].unit(1), "");
+            expectState(shape, drawn[0], replaces);
+            const std::string unit = drawn[0].unit(0);
+            EXPECT_EQ(unit.substr(unit.find(';') + 1), !textured  ? ""
+                                                       : replaces ? " TexEnvf(MODE, REPLACE)"
+                                                                  : " TexEnvf(MODE, MODULATE)");
             if (HasFailure()) return;
         }
     }
@@ -255,7 +224,7 @@ TEST_F(FacesTest, SetsOfMoreThanAVertexArrayHoldsComeInParts) {
     content.params.projection = K8_PROJECTION_PARALLEL;
     for (const Case& c : {Case{K8_PRIM_TRIANGLES, 0x200 | K8_PRIM_COLOR_PER_SET, 21846, 21845},
                           Case{K8_PRIM_QUADS, 0x300 | K8_PRIM_TEXTURE_PER_VERTEX, 2 * 16383 + 1, 16383}}) {
-        SCOPED_TRACE("type " + std::to_string(c.type) + ", " + std::to_string(c.count) + " faces");
+        SCOPED_TRACE("type " + std::to_string(c.type));
         Shape shape = makeShape(c.type, c.params, c.count);
         shape.texture = wide;
         ASSERT_TRUE(queue(shape));
@@ -267,7 +236,7 @@ TEST_F(FacesTest, SetsOfMoreThanAVertexArrayHoldsComeInParts) {
         uint32_t first = 0;
         for (const GlDraw& part : glRecorder.draws) {
             expectVertices(shape, part, first);
-            first += uint32_t(part.positions.size() / orderOf(kCorners[c.type]).size());
+            first += uint32_t(part.positions.size()) / (cornersOf(shape) == 3 ? 3 : 6);
             EXPECT_TRUE(first % c.inFirst == 0 || first == c.count);
         }
         EXPECT_EQ(first, c.count);
@@ -280,6 +249,8 @@ struct CommandKind {
     uint32_t type, params;
     const char* call;
     size_t drawnVertices;  // per primitive
+
+    bool areSprites() const { return drawnVertices == 6; }
 };
 const CommandKind kCommandKinds[] = {
     {K8_PRIM_POINTS << 24, K8_PRIM_COLOR_PER_PRIMITIVE, "glDrawArrays(GL_POINTS", 1},
@@ -298,61 +269,48 @@ protected:
         for (int32_t& value : shape.values[K8_PRIM_POSITIONS]) value *= 2;  // far enough apart for whole units
         return shape;
     }
-
-    // An F number is cut to a whole one downwards, a matrix element to F toward zero.
-    Point placed(const Values& positions, size_t index) const {
-        const float* place = content.place.elements;
-        Point out = {std::floor(place[3]), std::floor(place[7]), std::floor(place[11])};
-        const Point p = pointOf(positions, index);
-        for (size_t i = 0; i < 9; ++i)
-            out[i / 3] += std::trunc(double(place[i / 3 * 4 + i % 3]) * 4096) / 4096 * std::floor(p[i % 3]);
-        return out;
+    static int32_t colorOf(const Shape& shape, size_t primitive) {
+        return shape.values[K8_PRIM_COLORS][shape.params & K8_PRIM_COLOR_PER_SET ? 0 : primitive];
     }
-    static constexpr double kHalfOpening = std::numbers::pi * 682 / 4096;  // 60 degrees in whole 1/4096 of a turn
 
     // Everything that a command draws of the primitives from `first` on, opaque.
     void expectDrawn(const Shape& shape, const CommandKind& kind, const GlDraw& drawn, size_t first) const {
         static constexpr double kOffsets[][2] = {{-4, -2}, {4, -2}, {-4, 2}, {-4, 2}, {4, -2}, {4, 2}};
         EXPECT_TRUE(drawn.call.starts_with(kind.call)) << drawn.call;
-        const bool isFlat = content.params.projection == K8_PROJECTION_PARALLEL;
         for (size_t i = 0; i < drawn.positions.size(); ++i) {
             SCOPED_TRACE("drawn vertex " + std::to_string(i));
             const size_t primitive = first + i / kind.drawnVertices;
-            const bool isSprite = kind.drawnVertices == 6;
-            Point at = placed(shape.values[K8_PRIM_POSITIONS], isSprite ? primitive : first * kind.drawnVertices + i);
-            if (isSprite) {  // of 8 x 4 units about a whole centre
-                for (double& c : at) c = std::floor(c + 0.5);
-                for (size_t k = 0; k < 2; ++k) at[k] += kOffsets[i % 6][k];
-            } else {
+            const Point p = pointOf(shape.values[K8_PRIM_POSITIONS],
+                                    kind.areSprites() ? primitive : first * kind.drawnVertices + i);
+            Point at;
+            for (size_t k = 0; k < 3; ++k) {
+                const float* row = content.place.elements + 4 * k;
+                at[k] = std::floor(row[3]);  // cut to a whole number downwards, a matrix element to F toward zero
+                for (size_t j = 0; j < 3; ++j) at[k] += std::trunc(double(row[j]) * 4096) / 4096 * std::floor(p[j]);
+                if (kind.areSprites()) at[k] = std::floor(at[k] + 0.5) + (k < 2 ? kOffsets[i % 6][k] : 0);
+            }
+            if (!kind.areSprites()) {
                 ASSERT_EQ(drawn.colors.at(i), rgba(colorOf(shape, primitive), 255));
             }
-            const Point expected = seen(at, std::tan(kHalfOpening), true);
-            expectNear(drawn.corners[i], expected, 2);
-            ASSERT_NEAR(drawn.corners[i][2], isFlat ? at[2] / 65536 : expected[2], 2e-5);
+            expectNear(drawn.corners[i], seen(at), 2);
+            ASSERT_NEAR(drawn.corners[i][2], at[2] / 65536, 2e-5);
         }
-    }
-    static int32_t colorOf(const Shape& shape, size_t primitive) {
-        return shape.values[K8_PRIM_COLORS][shape.params & K8_PRIM_COLOR_PER_SET ? 0 : primitive];
     }
 };
 
 TEST_F(CommandsTest, StandOnWholeUnitsAndComeInPartsOf255) {
+    content.params.projection = K8_PROJECTION_PARALLEL;
     for (const CommandKind& kind : kCommandKinds) {
-        for (const uint32_t count : {5u, 600u}) {
-            const Shape shape = makeCommand(kind, count);
-            for (content.params.projection = 1; content.params.projection <= 3; ++content.params.projection) {
-                SCOPED_TRACE(std::string(kind.call) + ", projection " + std::to_string(content.params.projection));
-                size_t first = 0;
-                for (const DrawnPart& part : draw(shape)) {
-                    EXPECT_EQ(part.draw.positions.size(), std::min(count - first, size_t(255)) * kind.drawnVertices);
-                    EXPECT_FALSE(part.has("LIGHTING"));
-                    expectDrawn(shape, kind, part.draw, first);
-                    first += part.draw.positions.size() / kind.drawnVertices;
-                }
-                EXPECT_EQ(first, count);
-                if (HasFailure()) return;
-            }
+        SCOPED_TRACE(kind.call);
+        const Shape shape = makeCommand(kind, 600);
+        size_t first = 0;
+        for (const DrawnPart& part : draw(shape)) {
+            EXPECT_EQ(part.draw.positions.size(), std::min(600 - first, size_t(255)) * kind.drawnVertices);
+            EXPECT_FALSE(part.has("LIGHTING"));
+            expectDrawn(shape, kind, part.draw, first);
+            first += part.draw.positions.size() / kind.drawnVertices;
         }
+        EXPECT_EQ(first, 600u);
     }
 }
 
@@ -370,8 +328,7 @@ TEST_F(CommandsTest, BlendAsFarAsTheSizeLetsThem) {
           Case{K8_BLEND_ADDITIVE, -204801, "", 0}, Case{K8_BLEND_ADDITIVE, 204800, "", 0},
           Case{K8_BLEND_ADDITIVE, 204801, add, 255}, Case{7, 1, replace, 255}}) {
         for (const CommandKind& kind : kCommandKinds) {
-            SCOPED_TRACE(std::string(kind.call) + ", blend mode " + std::to_string(c.blendMode) + ", size " +
-                         std::to_string(c.size));
+            SCOPED_TRACE(testing::Message() << kind.call << ", blend mode " << c.blendMode << ", size " << c.size);
             Shape shape = makeCommand(kind, 2);
             shape.blendMode = c.blendMode;
             shape.size = c.size;
@@ -379,12 +336,11 @@ TEST_F(CommandsTest, BlendAsFarAsTheSizeLetsThem) {
             ASSERT_EQ(drawn.size(), *c.blending ? 1u : 0u);
             if (drawn.empty()) continue;
             EXPECT_EQ(drawn[0].last("BlendFunc", "DepthMask"), c.blending);
-            if (kind.drawnVertices == 6) {
+            if (kind.areSprites())
                 EXPECT_EQ(drawn[0].last("Color4f"),
                           c.alpha == 128 ? "Color4f(1, 1, 1, 0.501961)" : "Color4f(1, 1, 1, 1)");
-            } else {
+            else
                 EXPECT_EQ(drawn[0].draw.colors.back(), rgba(colorOf(shape, 1), c.alpha));
-            }
         }
     }
 }
@@ -396,17 +352,17 @@ TEST_F(CommandsTest, OnlySpritesShowTheTexture) {
     for (const uint32_t alphaTest : {0u, uint32_t(K8_PRIM_ALPHA_TEST)}) {
         for (const CommandKind& kind : kCommandKinds) {
             for (K8Texture* given : {static_cast<K8Texture*>(nullptr), wide}) {
-                const bool areSprites = kind.drawnVertices == 6, shows = given && areSprites;
+                const bool shows = given && kind.areSprites();
                 Shape shape = makeCommand(kind, 3);
-                if (areSprites) shape.params |= alphaTest;
+                if (kind.areSprites()) shape.params |= alphaTest;
                 shape.texture = given;
                 const DrawnPart part = draw(shape).at(0);
                 EXPECT_EQ(part.unit(0).empty(), !shows);
                 EXPECT_EQ(part.has("ALPHA_TEST"), shows && alphaTest);
                 if (!shows) continue;
                 EXPECT_TRUE(part.unit(0).ends_with("MODULATE)"));
-                const bool perSet = (kind.params & 0x3000) == K8_PRIM_SPRITE_PER_SET;
-                const float s = perSet ? 0 : 2;  // of the last; cut to texels of an eighth of the width
+                const float s = (kind.params & 0x3000) == K8_PRIM_SPRITE_PER_SET ? 0 : 2;
+                // Of the last sprite; cut to texels of an eighth of the width.
                 EXPECT_EQ(part.draw.lookups[0][12], (std::vector<float>{s / 8, 1.0f / 8, 0}));
                 EXPECT_EQ(part.draw.lookups[0][17], (std::vector<float>{7.0f / 8, -1.0f / 8, 0}));
                 EXPECT_EQ(texture->wrapS, TextureWrap::Clamp);
@@ -427,7 +383,24 @@ TEST_F(CommandsTest, ProjectionsAreCutToTheirRanges) {
     };
     constexpr auto kPerspective = RenderStateProjection::Perspective;
     const ProjectionSetting unit = {kPerspective, 1, 2, 1024, 0, 0};
-    const Shape shape = makeCommand(kCommandKinds[0], 1);
+    const auto project = [this](const Case& c) {
+        content.params.projection = c.kind;
+        content.params.nearDistance = fixed(c.near);
+        content.params.farDistance = fixed(c.far);
+        content.params.verticalAngle = fixed(c.angle);
+        draw(makeCommand(kCommandKinds[0], 1));
+        SCOPED_TRACE(testing::Message() << c.kind << ", " << c.near << " to " << c.far << ", " << c.angle
+                                        << " degrees");
+        EXPECT_EQ(render->context->renderState.projection, c.expected);
+        const ProjectionSetting& e = c.expected;
+        if (e.kind == RenderStateProjection::Parallel) return;
+        const double n = e.near, f = e.far, cotangent = 1 / std::tan(e.angle * std::numbers::pi / 4096);
+        const double x = e.angle ? cotangent : n * 2 / 16, y = e.angle ? cotangent * 160 / 120 : n * 2 / 12;
+        const GlRecorder::Matrix& m = glRecorder.projection.top;
+        for (const auto& [actual, expected] :
+             {std::pair{m[0], x}, {m[5], -y}, {m[10], (f + n) / (f - n)}, {m[14], -2 * f * n / (f - n)}})
+            EXPECT_NEAR(actual, expected, 1e-5 * std::abs(expected));
+    };
     for (const Case& c : {
              Case{K8_PROJECTION_PARALLEL, 5, 4, 0, {RenderStateProjection::Parallel, 0, 0, 0, 16, 12}},
              Case{K8_PROJECTION_PERSPECTIVE_SIZE, 2.9, 50.9, 0, {kPerspective, 2, 50, 0, 16 * 4096, 12 * 4096}},
@@ -437,57 +410,43 @@ TEST_F(CommandsTest, ProjectionsAreCutToTheirRanges) {
              Case{K8_PROJECTION_PERSPECTIVE_ANGLE, 1, 9, 360.5, {kPerspective, 1, 9, 5, 0, 0}},
              Case{K8_PROJECTION_PERSPECTIVE_SIZE, 9.5, -9, 45, unit},
          }) {
-        content.params.projection = K8_PROJECTION_PERSPECTIVE_ANGLE;
-        content.params.nearDistance = fixed(1);
-        content.params.farDistance = fixed(2);
-        content.params.verticalAngle = fixed(90);
-        draw(shape);
-        ASSERT_EQ(state().projection, unit);
-        content.params.projection = c.kind;
-        content.params.nearDistance = fixed(c.near);
-        content.params.farDistance = fixed(c.far);
-        content.params.verticalAngle = fixed(c.angle);
-        draw(shape);
-        EXPECT_EQ(state().projection, c.expected)
-            << "kind " << c.kind << ", " << c.near << " to " << c.far << ", " << c.angle << " degrees";
+        project({K8_PROJECTION_PERSPECTIVE_ANGLE, 1, 2, 90, unit});
+        project(c);
     }
 }
 
 // --- Both ---
 
-const Shape kEveryKind[] = {makeShape(1, 0x800, 3),  makeShape(2, 0x400, 3),         makeShape(5, 0x1000, 3),
-                            makeShape(5, 0x3000, 3), makeShape(3, 0x200, 3),         makeShape(3, 0x310 | 0x800, 3),
-                            makeShape(4, 0x3300, 3), makeShape(4, 0x200 | 0x400, 3), makeShape(3, 0x3000, 3)};
-
 TEST_F(PrimitiveTest, WhatDoesNotFitTogetherCannotBeDrawn) {
-    for (const Shape& shape : kEveryKind) {
-        SCOPED_TRACE("type " + std::to_string(shape.type) + ", params " + std::to_string(shape.params));
-        EXPECT_EQ(draw(shape).size(), 1u);
+    const auto with = [](Shape shape, const auto& change) {
+        change(shape);
+        return shape;
+    };
+    for (const auto& [type, params] : {std::pair{1u, 0x800u},
+                                       {2, 0x400},
+                                       {5, 0x1000},
+                                       {5, 0x3000},
+                                       {3, 0x200},
+                                       {3, 0xB10},
+                                       {4, 0x3300},
+                                       {4, 0x600},
+                                       {3, 0x3000}}) {
+        SCOPED_TRACE("type " + std::to_string(type) + ", params " + std::to_string(params));
+        const Shape shape = makeShape(type, params, 3);
+        const std::vector<DrawnPart> drawn = draw(shape);
+        ASSERT_EQ(drawn.size(), 1u);
         for (size_t kind = 1; kind < 5; ++kind) {
             if (shape.values[kind].empty()) continue;
-            Shape changed = shape;
-            changed.values[kind].pop_back();
-            EXPECT_TRUE(drawFails(changed)) << "array " << kind << " is too short";
-            changed.values[kind].clear();
-            EXPECT_TRUE(drawFails(changed)) << "array " << kind << " is missing";
+            EXPECT_TRUE(drawFails(with(shape, [&](Shape& s) { s.values[kind].pop_back(); }))) << kind << " too short";
+            EXPECT_TRUE(drawFails(with(shape, [&](Shape& s) { s.values[kind].clear(); }))) << kind << " missing";
         }
-        for (const uint32_t params : {0x100u, 0xC00u, 0x2000u}) {
-            Shape changed = shape;
-            changed.params = params;
-            EXPECT_TRUE(drawFails(changed)) << "params " << params;
-        }
-        for (const uint32_t type : {0u, 6u, 0x3000001u}) {
-            Shape changed = shape;
-            changed.type = type;
-            EXPECT_TRUE(drawFails(changed)) << "type " << type;
-        }
-        Shape none = shape;
-        for (Values& values : none.values) values.clear();
-        none.values[K8_PRIM_POSITIONS] = scatter(2);
-        EXPECT_TRUE(draw(none).empty()) << "no whole primitive";
-        Shape more = shape;
-        more.values[K8_PRIM_POSITIONS].insert(more.values[K8_PRIM_POSITIONS].end(), 2, 0);
-        EXPECT_EQ(draw(more).at(0).draw.positions.size(), draw(shape).at(0).draw.positions.size());
+        for (const uint32_t wrong : {0x100u, 0xC00u, 0x2000u})
+            EXPECT_TRUE(drawFails(with(shape, [&](Shape& s) { s.params = wrong; }))) << "params " << wrong;
+        for (const uint32_t wrong : {0u, 6u, 0x3000001u})
+            EXPECT_TRUE(drawFails(with(shape, [&](Shape& s) { s.type = wrong; }))) << "type " << wrong;
+        EXPECT_TRUE(draw(with(shape, [](Shape& s) { s.values = {scatter(2)}; })).empty()) << "no whole primitive";
+        const Shape more = with(shape, [](Shape& s) { s.values[0].insert(s.values[0].end(), 2, 0); });
+        EXPECT_EQ(draw(more).at(0).draw.positions.size(), drawn[0].draw.positions.size());
     }
     K8Primitive* bare = K8Primitive_create(nullptr, host.get());
     ASSERT_TRUE(K8Render_render3D(render, &content.params, &bare->header, nullptr));
