@@ -1,4 +1,4 @@
-// A binary tree of boxes over triangles, for finding those that a ray or a box may touch. Triangles that are near each
+// A binary tree of boxes over triangles, for finding those that another tree's may touch. Triangles that are near each
 // other in space share a leaf; the tree is made in linear time and keeps no pointers, so it can be moved.
 #pragma once
 
@@ -6,9 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 
-struct Box16 {
-    int16_t least[3], greatest[3];
-};
+#include "query/box16.h"
 
 constexpr uint32_t kBoxTreeLeafSize = 4;  // triangles per leaf; the last leaf may have fewer
 

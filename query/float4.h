@@ -10,6 +10,7 @@
 
 using Float4 = float __attribute__((vector_size(16)));
 using Int4 = int32_t __attribute__((vector_size(16)));  // of comparisons: -1 for yes, 0 for no
+using Short8 = int16_t __attribute__((vector_size(16)));
 
 // At any address.
 inline Float4 Float4_load(const float* values) {
@@ -18,11 +19,12 @@ inline Float4 Float4_load(const float* values) {
     return vector;
 }
 
+inline Float4 Float4_ofOne(float value) { return Float4{value, value, value, value}; }
+
 inline void Float4_store(Float4 vector, float* values) { std::memcpy(values, &vector, sizeof vector); }
 
 // Four 16-bit integers in a row, at any address.
 inline Float4 Float4_loadShorts(const void* values) {
-    using Short8 = int16_t __attribute__((vector_size(16)));
     int64_t bits;
     std::memcpy(&bits, values, sizeof bits);
     using Long2 = int64_t __attribute__((vector_size(16)));

@@ -4,10 +4,9 @@
 #include <array>
 #include <bit>
 #include <cmath>
-#include <limits>
 #include <span>
 
-#include "query/box_tree.h"
+#include "query/kept_pick.h"
 #include "query/pick_reach.h"
 #include "query/pick_walk.h"
 #include "query/quiet_status.h"
@@ -17,53 +16,14 @@
 
 constexpr uint32_t kPicksBeforeTree = 16;  // making it takes as long as 20 to 30 walks
 constexpr uint32_t kFewTriangles = 256;    // walking so many takes no longer
-constexpr uint32_t kMaxBytesPerTriangle = 16;
-constexpr uint32_t kMaxWild = 256;
 
-// --- What is kept ---
-
-enum class KeptState : uint32_t { Counting, Tree, Refused };
-
-// The block in VertexArray::pickTree. A tree goes on with
-//   KeptSubmesh[submeshCount], the numbers of wild triangles, the nodes and numbers of a BoxTree over the others.
-struct KeptPick {
-    uint64_t key;  // of the positions and all triangles
-    KeptState state;
-    uint32_t credit;  // up to kPicksBeforeTree: picks of these triangles less those of others, none below 0
-    uint32_t submeshCount, wildCount, boxedCount;
-};
-
-struct KeptSubmesh {
-    uint64_t contents;
-    uint32_t firstPlace;
-};
-
-// A triangle's number is twice its place, plus 1 when it swaps two corners. Places go up by one per triangle of a list,
-// and per vertex of a strip, so that they tell the first vertex; in both forms the numbers are in walk order.
-constexpr uint64_t kMaxPlace = INT32_MAX;
+// --- What it is kept for ---
 
 static std::span<TriangleStripArray* const> stripsOf(const Pick* pick) {
     return {pick->mesh->indexBuffers, size_t(pick->mesh->submeshCount)};
 }
 
-static std::span<const KeptSubmesh> submeshesOf(const KeptPick* kept) {
-    return {reinterpret_cast<const KeptSubmesh*>(kept + 1), kept->submeshCount};
-}
-
-static std::span<const uint32_t> wildOf(const KeptPick* kept) {
-    return {reinterpret_cast<const uint32_t*>(submeshesOf(kept).data() + kept->submeshCount), kept->wildCount};
-}
-
-static BoxTree treeOf(const KeptPick* kept) {
-    return BoxTree_at(wildOf(kept).data() + kept->wildCount, kept->boxedCount);
-}
-
-static size_t bytesOf(const KeptPick& kept) {
-    return sizeof kept + kept.submeshCount * sizeof(KeptSubmesh) + kept.wildCount * sizeof(uint32_t) +
-           BoxTree_byteCount(kept.boxedCount);
-}
-
-// Distinct for all practical purposes; who follows numbers into index buffers compares all contents.
+// Distinct for all practical purposes; who follows numbers to triangles compares all contents.
 static uint64_t keyOf(const Pick* pick) {
     uint64_t key = pick->buffer->positions->contents;
     for (const TriangleStripArray* strips : stripsOf(pick)) {
@@ -73,8 +33,8 @@ static uint64_t keyOf(const Pick* pick) {
     return key;
 }
 
-static bool hasSameTriangles(const KeptPick* kept, const Pick* pick) {
-    return std::ranges::equal(submeshesOf(kept), stripsOf(pick),
+static bool hasSameTriangles(KeptPick* kept, const Pick* pick) {
+    return std::ranges::equal(std::span(KeptPick_parts(kept).submeshes, kept->submeshCount), stripsOf(pick),
                               [](const KeptSubmesh& submesh, const TriangleStripArray* strips) {
                                   return submesh.contents == strips->contents;
                               });
@@ -87,166 +47,17 @@ static uint64_t countTriangles(const Pick* pick) {
     return count;
 }
 
-// --- Boxes ---
-
-enum class Shape { Flat, Wild, Boxed };
-
-struct Steps {
-    double x, y, z;
-};
-
-static double square(const Steps& v) { return v.x * v.x + v.y * v.y + v.z * v.z; }
-
-static Steps between(const Steps& a, const Steps& b) { return {b.x - a.x, b.y - a.y, b.z - a.z}; }
-
-static double squareOfCross(const Steps& a, const Steps& b) {
-    return square({a.y * b.z - a.z * b.y, a.z * b.x - a.x * b.z, a.x * b.y - a.y * b.x});
-}
-
-// Boxes count in double steps, so that there is room around the positions.
-constexpr double kStepsPerBoxUnit = 2;
-
-// The box outside of which no hit can be (see pick_reach.h), but for the slack.
-//
-// The floats of an edge differ from its steps by less than 1/36 step, for both ends are off by 1/128 per component.
-// Where the height over the longer edge is at least 1/2 step that changes |A x B| by less than 11 %, and c by less than
-// 16 %: so c stays above 1/256 for triangles that have 1/200 in steps, and 128e / c^2 in steps exceeds the 64e / c^2 of
-// the floats. Others are wild. Two corners in one place are there in floats, too: m is (0, 0, 0) and nothing ever hits.
-static Shape boxTriangle(const Steps (&p)[3], Box16* box) {
-    constexpr double kEdgeTolerance = 0.001, kRounding = 0x1p-17;
-    const Steps a = between(p[0], p[1]), b = between(p[0], p[2]);
-    const double a2 = square(a), b2 = square(b), area2 = squareOfCross(a, b);
-    if (a2 == 0 || b2 == 0 || square(between(p[1], p[2])) == 0) return Shape::Flat;
-    if (area2 < 0.25 * std::max(a2, b2) || area2 * (200 * 200) < a2 * b2) return Shape::Wild;
-    const double reach = (std::sqrt(a2) + std::sqrt(b2)) * (kEdgeTolerance + kRounding * (a2 * b2 / area2));
-    const double components[3][3] = {{p[0].x, p[1].x, p[2].x}, {p[0].y, p[1].y, p[2].y}, {p[0].z, p[1].z, p[2].z}};
-    for (int i = 0; i < 3; ++i) {
-        const auto [low, high] = std::ranges::minmax(components[i]);
-        const double least = std::floor((low - reach) / kStepsPerBoxUnit);
-        const double greatest = std::ceil((high + reach) / kStepsPerBoxUnit);
-        if (least < INT16_MIN || greatest > INT16_MAX) return Shape::Wild;
-        box->least[i] = int16_t(least);
-        box->greatest[i] = int16_t(greatest);
-    }
-    return Shape::Boxed;
-}
-
-template <typename T>
-static Steps stepsOf(const VertexArray* positions, uint32_t vertex) {
-    const T* in = static_cast<const T*>(positions->data) + 3 * size_t(vertex);
-    const int32_t steps = stepsPerUnit(sizeof(T));
-    return {double(in[0] * steps), double(in[1] * steps), double(in[2] * steps)};
-}
-
-// --- Making the tree ---
-
-struct TreePlan {
-    KeptPick kept;
-    Box16* boxes;       // scratch for all triangles
-    uint32_t* numbers;  // of those with boxes
-    std::array<uint32_t, kMaxWild> wild;
-};
-
-// False when there are too many wild ones.
-static bool planTriangle(TreePlan* plan, const Steps (&p)[3], uint32_t number) {
-    KeptPick& kept = plan->kept;
-    switch (boxTriangle(p, &plan->boxes[kept.boxedCount])) {
-        case Shape::Flat: return true;
-        case Shape::Wild:
-            if (kept.wildCount == kMaxWild) return false;
-            plan->wild[kept.wildCount++] = number;
-            return true;
-        case Shape::Boxed: break;
-    }
-    plan->numbers[kept.boxedCount++] = number;
-    return true;
-}
-
-template <typename T>
-static bool planTriangles(TreePlan* plan, const Pick* pick) {
-    const VertexArray* positions = pick->buffer->positions;
-    uint32_t place = 0;
-    for (const TriangleStripArray* strips : stripsOf(pick)) {
-        TriangleRuns runs = TriangleRuns_of(strips);
-        TriangleRun run;
-        while (TriangleRuns_next(&runs, &run)) {
-            for (uint32_t k = 0; k < run.count; ++k) {
-                uint32_t corners[3];
-                TriangleRun_getCorners(run, k, corners);
-                const Steps p[] = {stepsOf<T>(positions, corners[0]), stepsOf<T>(positions, corners[1]),
-                                   stepsOf<T>(positions, corners[2])};
-                if (!planTriangle(plan, p, 2 * (place + k) + (run.indices ? 0 : k & 1))) return false;
-            }
-            place += run.indices ? run.count : run.count + 2;
-        }
-    }
-    return true;
-}
-
-static uint32_t countPlaces(const TriangleStripArray* strips) {
-    const auto triangleCount = uint32_t(qelTriangleStripArray_getTriangleCount(strips));
-    return strips->indices ? triangleCount : triangleCount + 2 * uint32_t(strips->stripCount);
-}
-
-static void writeSubmeshes(KeptPick* kept, const Pick* pick) {
-    auto* submesh = reinterpret_cast<KeptSubmesh*>(kept + 1);
-    uint32_t place = 0;
-    for (const TriangleStripArray* strips : stripsOf(pick)) {
-        *submesh++ = {strips->contents, place};
-        place += countPlaces(strips);
-    }
-}
-
-static KeptPick* makeTree(const TreePlan& plan, const Pick* pick) {
-    const Scratch<uint8_t> scratch(uint32_t(BoxTree_scratchByteCount(plan.kept.boxedCount)));
-    auto* block = qelAllocArrayOf<uint8_t>(uint32_t(bytesOf(plan.kept)));
-    if (!scratch.data || !block) {
-        qelFree(block);
-        return nullptr;
-    }
-    auto* kept = reinterpret_cast<KeptPick*>(block);
-    *kept = plan.kept;
-    writeSubmeshes(kept, pick);
-    auto* wild = reinterpret_cast<uint32_t*>(block + sizeof *kept + kept->submeshCount * sizeof(KeptSubmesh));
-    std::copy_n(plan.wild.data(), kept->wildCount, wild);
-    uint32_t* tree = wild + kept->wildCount;
-    BoxTree_build(plan.boxes, kept->boxedCount, tree, scratch.data);
-    for (uint32_t& number : std::span(tree, kept->boxedCount)) number = plan.numbers[number];
-    return kept;
-}
-
 // More triangles than that over few vertices, such as submeshes that share strips have, come in no proportion to the
 // content that asks for their tree.
 constexpr uint64_t kMaxTrianglesPerVertex = 8, kMoreTriangles = 1024;
 
 static bool canHaveTree(const Pick* pick) {
     const int32_t vertexCount = pick->buffer->positions->vertexCount;
-    if (countTriangles(pick) > kMaxTrianglesPerVertex * uint32_t(vertexCount) + kMoreTriangles) return false;
-    uint64_t placeCount = 0;
-    for (const TriangleStripArray* strips : stripsOf(pick)) {
-        if (!TriangleRuns_fit(strips, vertexCount)) return false;  // what comes first, a hit or the bad index?
-        placeCount += countPlaces(strips);
-    }
-    return placeCount <= kMaxPlace;
-}
-
-// Null when memory runs out: it is tried again after as many picks.
-static KeptPick* makeKept(uint64_t key, const Pick* pick) {
-    const auto triangleCount = uint32_t(countTriangles(pick));
-    const Scratch<Box16> boxes(triangleCount);
-    const Scratch<uint32_t> numbers(triangleCount);
-    if (!boxes.data || !numbers.data) return nullptr;
-    TreePlan plan;
-    plan.kept = {key, KeptState::Tree, kPicksBeforeTree, uint32_t(pick->mesh->submeshCount), 0, 0};
-    plan.boxes = boxes.data;
-    plan.numbers = numbers.data;
-    const bool isByte = pick->buffer->positions->componentSize == 1;
-    const bool isPlanned = isByte ? planTriangles<int8_t>(&plan, pick) : planTriangles<int16_t>(&plan, pick);
-    if (isPlanned && plan.kept.boxedCount > 0 && bytesOf(plan.kept) <= kMaxBytesPerTriangle * size_t(triangleCount))
-        return makeTree(plan, pick);
-    auto* refused = qelAllocArrayOf<KeptPick>(1);
-    if (refused) *refused = {key, KeptState::Refused, kPicksBeforeTree, 0, 0, 0};
-    return refused;
+    // With a bad index it would matter what comes first, that or a hit.
+    return countTriangles(pick) <= kMaxTrianglesPerVertex * uint32_t(vertexCount) + kMoreTriangles &&
+           std::ranges::all_of(stripsOf(pick), [vertexCount](const TriangleStripArray* strips) {
+               return TriangleRuns_fit(strips, vertexCount);
+           });
 }
 
 // --- Counting ---
@@ -284,184 +95,208 @@ static void count(const Pick* pick) {
         ++kept->credit;
     } else if (!canHaveTree(pick)) {
         kept->state = KeptState::Refused;
-    } else if (KeptPick* made = makeKept(key, pick)) {
+    } else if (KeptPick* made = KeptPick_make(pick, key, uint32_t(countTriangles(pick)))) {
+        made->credit = kPicksBeforeTree;
         replace(positions, made);
     } else {
-        kept->credit = 0;
+        kept->credit = 0;  // it is tried again after as many picks
     }
 }
 
 // --- Asking the tree ---
 
-// The ray against boxes, in their units: the times at which it is between the planes of each axis. The fourth lane says
-// that time begins at 0.
-struct Slabs {
-    Float4 lowOrigin, highOrigin;  // of the ray as the lower and the upper planes see it, which the slack moves out
-    Float4 inverse;                // of the direction
-};
-
-static Slabs slabsOf(const PickReach& reach, const PickRay& ray) {
+static RaySlabs slabsOf(const PickReach& reach, const PickRay& ray) {
     // An axis along which the ray moves less than the slack allows for counts as one along which it moves that much.
     constexpr float kLeastPart = 0x1p-24f, kUnitsPerStep = float(1 / kStepsPerBoxUnit);
     const float d[] = {ray.direction.x / reach.step, ray.direction.y / reach.step, ray.direction.z / reach.step};
     const float least = kLeastPart * std::max({std::fabs(d[0]), std::fabs(d[1]), std::fabs(d[2])});
-    Slabs slabs{};
+    RaySlabs slabs;
     for (int i = 0; i < 3; ++i) {
-        slabs.lowOrigin[i] = (reach.origin[i] + reach.slack) * kUnitsPerStep;
-        slabs.highOrigin[i] = (reach.origin[i] - reach.slack) * kUnitsPerStep;
-        slabs.inverse[i] = 1 / (std::fabs(d[i]) < least ? least : d[i]);
+        const float inverse = 1 / (std::fabs(d[i]) < least ? least : d[i]);
+        const float slack = inverse < 0 ? -reach.slack : reach.slack;
+        slabs.nearSide[i] = inverse < 0;
+        slabs.nearOrigin[i] = Float4_ofOne((reach.origin[i] + slack) * kUnitsPerStep);
+        slabs.farOrigin[i] = Float4_ofOne((reach.origin[i] - slack) * kUnitsPerStep);
+        slabs.inverse[i] = Float4_ofOne(inverse);
     }
     return slabs;
 }
 
-static bool meetsBox(const Slabs& slabs, const Box16& box) {
-    constexpr float kForever = std::numeric_limits<float>::infinity();
-    static_assert(offsetof(Box16, greatest) == 3 * sizeof(int16_t),
-                  "each load takes one component of the other member");
-    const auto* const bytes = reinterpret_cast<const uint8_t*>(&box);
-    const Float4 low = Float4_loadShorts(bytes);
-    const Float4 high = __builtin_shufflevector(Float4_loadShorts(bytes + 2 * sizeof(int16_t)), Float4{}, 1, 2, 3, 0);
-    const Float4 a = (low - slabs.lowOrigin) * slabs.inverse, b = (high - slabs.highOrigin) * slabs.inverse;
-    const Float4 in = Float4_min(a, b), out = Float4_max(a, b) + Float4{0, 0, 0, kForever};
-    return Float4_largest(in) <= Float4_least(out);
-}
-
 // The hits of one pick; they have to be found first and taken in order then.
-struct Search {
-    Pick* pick;
-    const KeptPick* kept;
-    std::array<uint32_t, 256> hits;  // numbers
-    uint32_t hitCount;
+struct Hit {
+    uint32_t number;
+    PickTriangle triangle;
 };
 
-static PickTriangle triangleOf(const Search& search, uint32_t number) {
-    const std::span submeshes = submeshesOf(search.kept);
-    const uint32_t place = number / 2;
-    const auto next = std::ranges::upper_bound(submeshes, place, {}, &KeptSubmesh::firstPlace);
-    PickTriangle triangle = {int32_t(next - submeshes.begin()) - 1, {}};
-    const TriangleStripArray* strips = search.pick->mesh->indexBuffers[triangle.submesh];
-    const uint32_t k = place - next[-1].firstPlace;
-    if (strips->indices) {
-        std::copy_n(strips->indices + 3 * size_t(k), 3, triangle.corners);
-    } else {
-        const uint32_t first = uint32_t(strips->firstIndex) + k, swap = number & 1;
-        triangle.corners[0] = first + swap;
-        triangle.corners[1] = first + 1 - swap;
-        triangle.corners[2] = first + 2;
+struct Search {
+    Pick* pick;
+    KeptParts parts;
+    uint32_t submeshCount;
+    uint32_t hitCount;
+    std::array<Hit, 256> hits;
+};
+
+static int32_t submeshOf(const Search& search, uint32_t number) {
+    const std::span submeshes(search.parts.submeshes, search.submeshCount);
+    return int32_t(std::ranges::upper_bound(submeshes, number, {}, &KeptSubmesh::firstTriangle) - submeshes.begin()) -
+           1;
+}
+
+// Up to where the triangles of a submesh go.
+static uint32_t endOf(const Search& search, int32_t submesh) {
+    const uint32_t next = uint32_t(submesh) + 1;
+    return next < search.submeshCount ? search.parts.submeshes[next].firstTriangle : UINT32_MAX;
+}
+
+// Bit by bit which triangles of a leaf are hit. Culling goes by submesh: most often there is one for all four.
+static uint32_t hitsOf(const Search& search, const KeptLeaf& leaf) {
+    uint32_t hits = 0;
+    for (uint32_t left = 15; left != 0;) {
+        const uint32_t number = leaf.numbers[std::countr_zero(left)];
+        const int32_t submesh = submeshOf(search, number);
+        const uint32_t first = search.parts.submeshes[submesh].firstTriangle, end = endOf(search, submesh);
+        uint32_t alike = 0;
+        for (uint32_t k = 0; k < 4; ++k) alike |= uint32_t(leaf.numbers[k] >= first && leaf.numbers[k] < end) << k;
+        left &= ~alike;
+        const Appearance* appearance = search.pick->mesh->appearances[submesh];
+        if (appearance) hits |= alike & PickTriangle_hitsOfFour(search.pick, PickCulling_of(appearance), leaf.corners);
     }
-    return triangle;
-}
-
-static PickCulling cullingOf(const Search& search, const PickTriangle& triangle) {
-    return PickCulling_of(search.pick->mesh->appearances[triangle.submesh]);
-}
-
-static bool isVisible(const Search& search, const PickTriangle& triangle) {
-    return search.pick->mesh->appearances[triangle.submesh] != nullptr;
-}
-
-static bool isHit(const Search& search, const PickTriangle& triangle, Vector3<float>* hitPoint) {
-    return isVisible(search, triangle) &&
-           PickTriangle_isHit(search.pick, cullingOf(search, triangle), triangle, hitPoint);
-}
-
-// Bit by bit which of up to four triangles are hit.
-static uint32_t findHits(const Search& search, std::span<const uint32_t> numbers) {
-    PickTriangle triangles[4];
-    uint32_t hits = 0, alike = 0;
-    for (uint32_t k = 0; k < 4; ++k) {
-        triangles[k] = triangleOf(search, numbers[std::min<size_t>(k, numbers.size() - 1)]);
-        alike += triangles[k].submesh == triangles[0].submesh;
-    }
-    if (alike == 4) {
-        if (!isVisible(search, triangles[0])) return 0;
-        return PickTriangle_hitsOfFour(search.pick, cullingOf(search, triangles[0]), triangles) &
-               ((1u << numbers.size()) - 1);
-    }
-    Vector3<float> hitPoint;
-    for (uint32_t k = 0; k < numbers.size(); ++k) hits |= uint32_t(isHit(search, triangles[k], &hitPoint)) << k;
     return hits;
 }
 
 // False when there are too many hits.
-static bool tryNumbers(Search* search, std::span<const uint32_t> numbers) {
-    for (size_t i = 0; i < numbers.size(); i += 4) {
-        const std::span four = numbers.subspan(i, std::min<size_t>(4, numbers.size() - i));
-        for (uint32_t hits = findHits(*search, four); hits != 0; hits &= hits - 1) {
-            if (search->hitCount == search->hits.size()) return false;
-            search->hits[search->hitCount++] = four[size_t(std::countr_zero(hits))];
-        }
+static bool tryLeaf(Search* search, const KeptLeaf& leaf) {
+    for (uint32_t hits = hitsOf(*search, leaf); hits != 0; hits &= hits - 1) {
+        if (search->hitCount == search->hits.size()) return false;
+        const int k = std::countr_zero(hits);
+        const PickTriangle triangle = {submeshOf(*search, leaf.numbers[k]),
+                                       {leaf.corners[0][k], leaf.corners[1][k], leaf.corners[2][k]}};
+        search->hits[search->hitCount++] = {leaf.numbers[k], triangle};
     }
     return true;
 }
 
-// Leaves that the ray meets wait for each other: their numbers and triangles are on the way while others are looked
-// for.
-using LeafBatch = std::array<uint32_t, 32>;
+// Nodes and leaves that the ray passes wait for each other, so that all are on their way from memory while others are
+// looked at. Nodes are taken eight at a time from the lowest level that any wait on: so no more wait on a level than
+// the children of eight.
+constexpr uint32_t kGroup = 8;
 
-static bool tryLeaves(Search* search, const BoxTree& tree, std::span<const uint32_t> leaves) {
-    for (const uint32_t leaf : leaves) {
-        const uint32_t first = leaf * kBoxTreeLeafSize;
-        const uint32_t count = std::min(tree.triangleCount - first, kBoxTreeLeafSize);
-        if (!tryNumbers(search, {tree.order + first, count})) return false;
+struct WaitingNode {
+    uint32_t level, index;
+};
+
+struct Waiting {
+    uint32_t nodeCount, leafCount;
+    std::array<WaitingNode, kRayTreeMaxLevels * 4 * kGroup> nodes;  // those on lower levels last
+    std::array<uint32_t, 2 * 4 * kGroup> leaves;
+};
+
+static void prefetch(const void* first, size_t byteCount) {
+    const auto* bytes = static_cast<const uint8_t*>(first);
+    __builtin_prefetch(bytes);
+    __builtin_prefetch(bytes + byteCount - 1);
+}
+
+static void addNodes(Waiting* waiting, const RayTree& tree, uint32_t level, std::span<const uint32_t> indices) {
+    for (const uint32_t index : indices) {
+        prefetch(&tree.nodes[tree.firstNode[level] + index], sizeof(RayTreeNode));
+        waiting->nodes[waiting->nodeCount++] = {level, index};
     }
-    return true;
+}
+
+static void addLeaves(Waiting* waiting, const Search& search, std::span<const uint32_t> leaves) {
+    for (const uint32_t leaf : leaves) {
+        prefetch(&search.parts.boxed[leaf], sizeof(KeptLeaf));
+        waiting->leaves[waiting->leafCount++] = leaf;
+    }
+}
+
+static void prefetchPositions(const Search& search, const KeptLeaf& leaf) {
+    const VertexArray* positions = search.pick->buffer->positions;
+    const auto* data = static_cast<const uint8_t*>(positions->data);
+    for (const auto& corners : leaf.corners)
+        for (const uint16_t vertex : corners)
+            __builtin_prefetch(data + size_t(vertex) * 3 * size_t(positions->componentSize));
+}
+
+static bool tryLeaves(Search* search, Waiting* waiting) {
+    const std::span leaves(waiting->leaves.data(), waiting->leafCount);
+    waiting->leafCount = 0;
+    for (const uint32_t leaf : leaves) prefetchPositions(*search, search->parts.boxed[leaf]);
+    return std::ranges::all_of(leaves, [&](uint32_t leaf) { return tryLeaf(search, search->parts.boxed[leaf]); });
+}
+
+// The children of a node that the ray passes, at the beginning of an array.
+static uint32_t findChildren(const RayTree& tree, const RaySlabs& slabs, const WaitingNode& node, uint32_t (&out)[4]) {
+    uint32_t passed = RayTreeNode_childrenPassed(tree.nodes[tree.firstNode[node.level] + node.index], slabs);
+    const uint32_t present = tree.count[node.level + 1] - 4 * node.index;
+    if (present < 4) passed &= (1u << present) - 1;
+    uint32_t count = 0;
+    for (uint32_t child = 0; child < 4; ++child) {  // without branches, which nobody could foretell
+        out[count] = 4 * node.index + child;
+        count += passed >> child & 1;
+    }
+    return count;
 }
 
 // False when the ray passes too much.
-static bool searchTree(Search* search, const Slabs& slabs) {
-    const BoxTree tree = treeOf(search->kept);
-    uint32_t leavesLeft = tree.leafCount / 8 + 16;  // testing more takes as long as walking
-    LeafBatch leaves;
-    uint32_t waiting = 0;
-    std::array<BoxTreeNode, kBoxTreeMaxDepth> stack;
-    uint32_t depth = 0;
-    stack[depth++] = BoxTree_root(tree);
-    while (depth > 0) {
-        BoxTreeNode node = stack[--depth];
-        while (meetsBox(slabs, tree.nodes[node.node])) {
-            if (node.leafCount > 1) {
-                stack[depth] = BoxTree_right(node);
-                __builtin_prefetch(&tree.nodes[stack[depth++].node]);
-                node = BoxTree_left(node);
+static bool searchTree(Search* search, const RayTree& tree, const RaySlabs& slabs) {
+    uint32_t leavesLeft = tree.count[tree.levelCount] / 8 + 16;  // testing more takes as long as walking
+    Waiting waiting;
+    waiting.leafCount = 0;
+    waiting.nodeCount = 1;
+    waiting.nodes[0] = {0, 0};
+    while (waiting.nodeCount > 0) {
+        std::array<WaitingNode, kGroup> group;
+        const uint32_t groupCount = std::min(waiting.nodeCount, kGroup);
+        waiting.nodeCount -= groupCount;
+        std::copy_n(waiting.nodes.data() + waiting.nodeCount, groupCount, group.data());
+        for (const WaitingNode& node : std::span(group.data(), groupCount)) {
+            uint32_t found[4];
+            const std::span children(found, findChildren(tree, slabs, node, found));
+            if (node.level + 1 < tree.levelCount) {
+                addNodes(&waiting, tree, node.level + 1, children);
                 continue;
             }
-            if (leavesLeft-- == 0) return false;
-            __builtin_prefetch(&tree.order[node.firstLeaf * kBoxTreeLeafSize]);
-            leaves[waiting++] = node.firstLeaf;
-            if (waiting == leaves.size()) {
-                if (!tryLeaves(search, tree, leaves)) return false;
-                waiting = 0;
-            }
-            break;
+            if (children.size() > leavesLeft) return false;
+            leavesLeft -= uint32_t(children.size());
+            addLeaves(&waiting, *search, children);
         }
+        if (waiting.leafCount > waiting.leaves.size() - 4 * kGroup && !tryLeaves(search, &waiting)) return false;
     }
-    return tryLeaves(search, tree, {leaves.data(), waiting});
+    return tryLeaves(search, &waiting);
+}
+
+static bool tryWild(Search* search, uint32_t wildCount) {
+    return std::ranges::all_of(std::span(search->parts.wild, KeptLeaf_countFor(wildCount)),
+                               [search](const KeptLeaf& leaf) { return tryLeaf(search, leaf); });
 }
 
 static void takeHits(Search* search) {
     const std::span hits(search->hits.data(), search->hitCount);
-    std::ranges::sort(hits);
-    for (const uint32_t number : hits) {
-        const PickTriangle triangle = triangleOf(*search, number);
+    std::ranges::sort(hits, {}, &Hit::number);
+    const auto doubled = std::ranges::unique(hits, {}, &Hit::number);  // of leaves that repeat a triangle
+    for (const auto& [number, triangle] : std::span(hits.begin(), doubled.begin())) {
         Vector3<float> hitPoint;
-        isHit(*search, triangle, &hitPoint);
+        PickTriangle_isHit(search->pick, PickCulling::None, triangle, &hitPoint);
         if (!Pick_takeHit(search->pick, triangle, hitPoint)) return;
     }
 }
 
 bool PickTree_pick(Pick* pick) {
     count(pick);
-    const auto* kept = static_cast<const KeptPick*>(pick->buffer->positions->pickTree);
+    auto* kept = static_cast<KeptPick*>(pick->buffer->positions->pickTree);
     PickReach reach;
     if (!kept || kept->state != KeptState::Tree || !hasSameTriangles(kept, pick) ||
         !PickReach_of(pick->buffer, pick->ray, &reach))
         return false;
     Search search;
     search.pick = pick;
-    search.kept = kept;
+    search.parts = KeptPick_parts(kept);
+    search.submeshCount = kept->submeshCount;
     search.hitCount = 0;
-    if (!tryNumbers(&search, wildOf(kept)) || !searchTree(&search, slabsOf(reach, pick->ray))) return false;
+    const RayTree tree = RayTree_at(search.parts.nodes, KeptLeaf_countFor(kept->boxedCount));
+    if (!tryWild(&search, kept->wildCount) || !searchTree(&search, tree, slabsOf(reach, pick->ray))) return false;
     takeHits(&search);
     return true;
 }

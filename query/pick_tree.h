@@ -2,8 +2,9 @@
 // positions' integers, so that it serves any scale, bias, culling and appearances.
 //
 // It is made once the same triangles over the same positions have been walked 16 times, as one engine block in
-// VertexArray::pickTree that takes at most 16 bytes per triangle (32 more while it is made). Until then the block only
-// counts the picks. Meshes that share positions share the block: it is for the one with more than half of the picks.
+// VertexArray::pickTree that takes at most 16 bytes per triangle (some 50 more while it is made). Until then the
+// block only counts the picks. Meshes that share positions share the block: it is for the one with more than half of
+// the picks.
 #pragma once
 
 #include "query/pick_triangle.h"

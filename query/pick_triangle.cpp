@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 
 #include "query/ray_intersection.h"
 #include "scene/appearance.h"
@@ -58,24 +59,45 @@ bool PickTriangle_isHit(const Pick* pick, PickCulling culling, const PickTriangl
     return PickRay_hits(pick->ray, culling, p[0], p[1], p[2], hitPoint);
 }
 
-template <typename T>
-static Vector3<Float4> fourPositionsIn(const VertexBuffer* buffer, const PickTriangle triangles[4], int corner) {
-    const T* in[4];
-    for (int k = 0; k < 4; ++k)
-        in[k] = static_cast<const T*>(buffer->positions->data) + 3 * size_t(triangles[k].corners[corner]);
-    const Int4 x = {in[0][0], in[1][0], in[2][0], in[3][0]}, y = {in[0][1], in[1][1], in[2][1], in[3][1]},
-               z = {in[0][2], in[1][2], in[2][2], in[3][2]};
-    const float scale = buffer->positionScale;
-    const float* bias = buffer->positionBias;
-    return {__builtin_convertvector(x, Float4) * scale + bias[0], __builtin_convertvector(y, Float4) * scale + bias[1],
-            __builtin_convertvector(z, Float4) * scale + bias[2]};
+// Two neighbouring 16-bit integers of each of four places.
+static void loadPairs(const int16_t* const (&in)[4], Float4* first, Float4* second) {
+    int32_t pairs[4];
+    for (int k = 0; k < 4; ++k) std::memcpy(&pairs[k], in[k], sizeof pairs[k]);
+    const auto shorts = Short8(Int4{pairs[0], pairs[1], pairs[2], pairs[3]});
+    *first =
+        __builtin_convertvector(Int4(__builtin_shufflevector(shorts, shorts, 0, 0, 2, 2, 4, 4, 6, 6)) >> 16, Float4);
+    *second =
+        __builtin_convertvector(Int4(__builtin_shufflevector(shorts, shorts, 1, 1, 3, 3, 5, 5, 7, 7)) >> 16, Float4);
 }
 
-uint32_t PickTriangle_hitsOfFour(const Pick* pick, PickCulling culling, const PickTriangle triangles[4]) {
+static Vector3<Float4> loadFour(const int16_t* const (&in)[4]) {
+    Vector3<Float4> integers;
+    loadPairs(in, &integers.x, &integers.y);
+    integers.z = __builtin_convertvector(Int4{in[0][2], in[1][2], in[2][2], in[3][2]}, Float4);
+    return integers;
+}
+
+static Vector3<Float4> loadFour(const int8_t* const (&in)[4]) {
+    return {__builtin_convertvector(Int4{in[0][0], in[1][0], in[2][0], in[3][0]}, Float4),
+            __builtin_convertvector(Int4{in[0][1], in[1][1], in[2][1], in[3][1]}, Float4),
+            __builtin_convertvector(Int4{in[0][2], in[1][2], in[2][2], in[3][2]}, Float4)};
+}
+
+template <typename T>
+static Vector3<Float4> fourPositionsIn(const VertexBuffer* buffer, const uint16_t (&vertices)[4]) {
+    const T* in[4];
+    for (int k = 0; k < 4; ++k) in[k] = static_cast<const T*>(buffer->positions->data) + 3 * size_t(vertices[k]);
+    const Vector3<Float4> integers = loadFour(in);
+    const float scale = buffer->positionScale;
+    const float* bias = buffer->positionBias;
+    return {integers.x * scale + bias[0], integers.y * scale + bias[1], integers.z * scale + bias[2]};
+}
+
+uint32_t PickTriangle_hitsOfFour(const Pick* pick, PickCulling culling, const uint16_t (&corners)[3][4]) {
     Vector3<Float4> p[3], unused;
     for (int i = 0; i < 3; ++i)
-        p[i] = pick->buffer->positions->componentSize == 1 ? fourPositionsIn<int8_t>(pick->buffer, triangles, i)
-                                                           : fourPositionsIn<int16_t>(pick->buffer, triangles, i);
+        p[i] = pick->buffer->positions->componentSize == 1 ? fourPositionsIn<int8_t>(pick->buffer, corners[i])
+                                                           : fourPositionsIn<int16_t>(pick->buffer, corners[i]);
     return laneBits(PickRay_hits(pick->ray, culling, p[0], p[1], p[2], &unused));
 }
 

@@ -93,8 +93,8 @@ struct PickTriangle {
 // Whether the pick's ray hits a triangle; it must have its three vertices.
 bool PickTriangle_isHit(const Pick* pick, PickCulling culling, const PickTriangle& triangle, Vector3<float>* hitPoint);
 
-// The same for four, bit by bit.
-uint32_t PickTriangle_hitsOfFour(const Pick* pick, PickCulling culling, const PickTriangle triangles[4]);
+// The same for four, bit by bit; of their vertices come the four first corners, then the second and the third ones.
+uint32_t PickTriangle_hitsOfFour(const Pick* pick, PickCulling culling, const uint16_t (&corners)[3][4]);
 
 // Takes note of a hit. False when the pick is over.
 bool Pick_takeHit(Pick* pick, const PickTriangle& triangle, const Vector3<float>& hitPoint);

@@ -119,27 +119,25 @@ struct Conversion {
     Float4 factor, loss;                      // of clearances
 };
 
-static Float4 inAllLanes(float value) { return Float4{value, value, value, value}; }
-
 static Vector3<Float4> inAllLanes(const Vector3<float>& v) {
-    return {inAllLanes(v.x), inAllLanes(v.y), inAllLanes(v.z)};
+    return {Float4_ofOne(v.x), Float4_ofOne(v.y), Float4_ofOne(v.z)};
 }
 
 static Conversion planConversion(const Pick* pick) {
     const VertexBuffer* buffer = pick->buffer;
     const float* bias = buffer->positionBias;
-    Conversion plan = {inAllLanes(buffer->positionScale),
+    Conversion plan = {Float4_ofOne(buffer->positionScale),
                        inAllLanes({bias[0], bias[1], bias[2]}),
                        inAllLanes(pick->ray.origin),
                        {},
                        {},
-                       inAllLanes(1)};
+                       Float4_ofOne(1)};
     PickReach reach;
     if (!PickReach_of(buffer, pick->ray, &reach)) return plan;  // clearances become -1: nothing is far
     const float slack = reach.slack * reach.step;
     plan.direction = inAllLanes(unitOf(pick->ray.direction));
-    plan.factor = inAllLanes(1 / kSizesPerClearance);
-    plan.loss = inAllLanes(kSlackSquares * slack * slack / kSizesPerClearance);
+    plan.factor = Float4_ofOne(1 / kSizesPerClearance);
+    plan.loss = Float4_ofOne(kSlackSquares * slack * slack / kSizesPerClearance);
     return plan;
 }
 

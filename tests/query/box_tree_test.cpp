@@ -7,6 +7,8 @@
 #include <span>
 #include <vector>
 
+#include "query/ray_tree.h"
+
 static Box16 randomBox(std::mt19937& random, int32_t extent) {
     std::uniform_int_distribution<int32_t> place(-extent, extent - 1), size(0, std::max(extent / 8, 1));
     Box16 box;
@@ -57,5 +59,52 @@ TEST(BoxTree, HoldsEveryTriangleOnceInAllItsBoxes) {
         for (uint32_t i = 0; i < count; ++i) EXPECT_EQ(numbers[i], i);
         for (const Box16& node : std::span(tree.nodes, 2 * tree.leafCount - 1))
             EXPECT_TRUE(contains(tree.nodes[0], node));
+    }
+}
+
+// A ray that passes a leaf's box passes all boxes above it.
+TEST(RayTree, FindsTheLeavesThatARayPasses) {
+    std::mt19937 random(4);
+    std::uniform_real_distribution<float> place(-40000, 40000);
+    for (const uint32_t leafCount : {1, 3, 4, 5, 16, 17, 64, 65, 257, 1000}) {
+        SCOPED_TRACE(leafCount);
+        std::vector<Box16> leaves;
+        for (uint32_t i = 0; i < leafCount; ++i) leaves.push_back(randomBox(random, 32768));
+        std::vector<RayTreeNode> nodes(RayTree_nodeCount(leafCount));
+        RayTree_build(leaves.data(), leafCount, nodes.data());
+        const RayTree tree = RayTree_at(nodes.data(), leafCount);
+        EXPECT_EQ(tree.firstNode[tree.levelCount - 1] + tree.count[tree.levelCount - 1], nodes.size());
+        for (int ray = 0; ray < 50; ++ray) {
+            RaySlabs slabs;
+            float origin[3], inverse[3];
+            for (int i = 0; i < 3; ++i) {
+                origin[i] = place(random);
+                inverse[i] = 1 / place(random);
+                slabs.nearOrigin[i] = slabs.farOrigin[i] = Float4_ofOne(origin[i]);
+                slabs.inverse[i] = Float4_ofOne(inverse[i]);
+                slabs.nearSide[i] = inverse[i] < 0;
+            }
+            std::vector<uint32_t> expected, found = {0};
+            for (uint32_t leaf = 0; leaf < leafCount; ++leaf) {
+                float in = 0, out = INFINITY;
+                for (int i = 0; i < 3; ++i) {
+                    const float a = (float(leaves[leaf].least[i]) - origin[i]) * inverse[i];
+                    const float b = (float(leaves[leaf].greatest[i]) - origin[i]) * inverse[i];
+                    in = std::max(in, std::min(a, b));
+                    out = std::min(out, std::max(a, b));
+                }
+                if (in <= out) expected.push_back(leaf);
+            }
+            for (uint32_t level = 0; level < tree.levelCount; ++level) {
+                std::vector<uint32_t> below;
+                for (const uint32_t node : found) {
+                    const uint32_t passed = RayTreeNode_childrenPassed(tree.nodes[tree.firstNode[level] + node], slabs);
+                    for (uint32_t c = 0; c < 4 && 4 * node + c < tree.count[level + 1]; ++c)
+                        if (passed >> c & 1) below.push_back(4 * node + c);
+                }
+                found = below;
+            }
+            EXPECT_EQ(found, expected);
+        }
     }
 }

@@ -393,6 +393,24 @@ TEST(PickTree, ChangesShowAtOnce) {
     EXPECT_GT(pick(mesh, kDown).record.distance, 2000);
 }
 
+// Neighbours that lie in one leaf, seen from above, from below and not at all.
+TEST(PickTree, SubmeshesCullForThemselves) {
+    std::vector<int32_t> indices[3];
+    for (int32_t y = 0; y < kGrid; ++y)
+        for (int32_t x = 0; x < kGrid; ++x) {
+            const int32_t a = y * (kGrid + 1) + x, b = a + kGrid + 1;
+            for (const int32_t corner : {a, a + 1, b, b, a + 1, b + 1}) indices[(x + y) % 3].push_back(corner);
+        }
+    const Held mesh(makeMesh(makeSheet<int16_t>(), {makeList(indices[0]), makeList(indices[1]), makeList(indices[2])},
+                             {makeAppearance(Culling::Back), makeAppearance(Culling::Front), nullptr}));
+    for (int i = 0; i < kPicksUntilTree; ++i) pick(mesh, kDown);
+    for (int32_t cell = 0; cell < kGrid; ++cell)
+        for (const float z : {50.0f, -50.0f}) {
+            const Ray ray = {5.0f * float(cell - kGrid / 2) + 1.7f, 0.3f, z, 0.01f, 0, -z};
+            expectSamePicks(mesh, ray, expectedOf(mesh, ray));
+        }
+}
+
 TEST(PickTree, OfMeshesOverTheSamePositionsTheOnePickedMostHasIt) {
     CountingHeap heap;
     VertexBuffer* buffer = makeSheet<int8_t>();
