@@ -89,16 +89,33 @@ void forEachChange(const encode::EncodedFile& file, const std::string& list, Che
     }
 }
 
+// Decodes, gives everything back and says whether it could.
+using Decode = bool (*)(LoaderStream*);
+
+inline bool decodes(const HeapCopy& file, Decode decode) {
+    MemoryStream stream;
+    MemoryStream_init(&stream, file.data(), file.size());
+    return decode(&stream);
+}
+
 // A decoder has two ways to find that a file is broken: from the bytes left, and from the latch of a stream of unknown
-// length. Neither takes a part of a file; both take more than it.
-inline void expectOnlyWhole(const ByteList& file, bool (*decodes)(const ByteList&),
-                            bool (*decodesFromOpaqueStream)(const HeapCopy&)) {
+// length.
+inline void expectRefused(const HeapCopy& file, Decode decode) {
+    EXPECT_FALSE(decodes(file, decode));
+    OpaqueStream opaque(file.data(), file.size());
+    EXPECT_FALSE(decode(&opaque)) << "length not known";
+}
+
+// No part of a file decodes; the file with more behind it does.
+inline void expectOnlyWhole(const ByteList& file, Decode decode) {
     for (size_t length = 0; length < file.size(); ++length) {
-        EXPECT_FALSE(decodes(ByteList(file.begin(), file.begin() + ptrdiff_t(length)))) << length;
-        EXPECT_FALSE(decodesFromOpaqueStream(HeapCopy(file, length))) << length;
+        SCOPED_TRACE(length);
+        expectRefused(HeapCopy(file, length), decode);
     }
     ByteList more = file;
     more.push_back(0);
-    EXPECT_TRUE(decodes(more));
-    EXPECT_TRUE(decodesFromOpaqueStream(HeapCopy(more)));
+    const HeapCopy copy(more);
+    EXPECT_TRUE(decodes(copy, decode));
+    OpaqueStream opaque(copy.data(), copy.size());
+    EXPECT_TRUE(decode(&opaque));
 }

@@ -38,16 +38,6 @@ TEST(BmpEncoder, WritesTrueColorFromTheTopAfterAGap) {
                                                "EEEEEE 030201EE 060504EE"));
 }
 
-TEST(BmpEncoder, FillsThePaletteWhenTheHeaderSaysAllColors) {
-    BmpImage image = smallPaletteImage();
-    image.colorsUsed = 0;
-    const EncodedFile file = encodeBmp(image);
-    EXPECT_EQ(file.get("colorsUsed"), 0u);
-    EXPECT_EQ(file.get("pixelOffset"), 54u + 4 * 256);
-    EXPECT_EQ(file.bytes.size(), 54u + 4 * 256 + 8);
-    EXPECT_EQ(file.bytes[54 + 4 * 2], 0);
-}
-
 TEST(BmpEncoder, RefusesContradictions) {
     struct Case {
         const char* what;
