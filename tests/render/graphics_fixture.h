@@ -107,6 +107,15 @@ protected:
         const std::string all = brief(glRecorder.take());
         return std::ranges::all_of(calls, [&](const std::string& call) { return all.find(call) != std::string::npos; });
     }
+    // A light on the x axis.
+    void addLight(uint32_t color, float x) {
+        const Held<Light> light(qelLight_create());
+        qelLight_setColor(light, color);
+        qelTransform place = identity;
+        qelTransform_postTranslate(&place, x, 0, 0);
+        Result result;
+        EXPECT_GE(qelGraphics3D_addLight(graphics, light, &place, &result), 0);
+    }
     // The colours of the lights in use, which tests give as numbers.
     std::vector<uint32_t> lightsInUse() const {
         std::vector<uint32_t> colors;
