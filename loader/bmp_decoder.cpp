@@ -99,12 +99,13 @@ static Image2D* readIndexed(LoaderStream* stream, const BmpHeader& header, int32
     return image;
 }
 
-static void readColorRow(LoaderStream* stream, uint16_t* pixels, uint32_t count) {
-    std::array<uint8_t, 256 * 3> bgr{};  // a whole row of the largest texture
+using ColorRow = std::array<uint8_t, 256 * 3>;  // a whole row of the largest texture
+
+static void readColorRow(LoaderStream* stream, ColorRow* bgr, uint16_t* pixels, uint32_t count) {
     while (count > 0) {
-        const uint32_t part = std::min(count, uint32_t(bgr.size() / 3));
-        readBytes(stream, bgr.data(), part * 3);
-        qelImage2D_packBgr565(bgr.data(), pixels, part);
+        const uint32_t part = std::min(count, uint32_t(bgr->size() / 3));
+        readBytes(stream, bgr->data(), part * 3);
+        qelImage2D_packBgr565(bgr->data(), pixels, part);
         pixels += part;
         count -= part;
     }
@@ -116,8 +117,9 @@ static Image2D* readColors(LoaderStream* stream, const BmpHeader& header, int32_
     Image2D* image = qelImage2D_createRgb565(width, height, &pixels, &result);
     if (!image) return nullptr;
     skipToPixels(stream, header);
+    ColorRow bgr{};
     readRows(stream, header,
-             [&](uint32_t row) { readColorRow(stream, pixels + size_t(row) * size_t(width), header.width); });
+             [&](uint32_t row) { readColorRow(stream, &bgr, pixels + size_t(row) * size_t(width), header.width); });
     return image;
 }
 
