@@ -155,6 +155,10 @@ protected:
         return all;
     }
 
+    static const DrawnPart& partOf(const std::vector<DrawnPart>& drawn, ScenePart part) {
+        return firstOf(drawn, FigurePart(part));
+    }
+
     K8Group* root;
     std::vector<K8Figure*> figures;
     std::vector<std::vector<const void*>> before;
@@ -168,22 +172,24 @@ TEST_F(SceneTest, LooksAsItsAuthorMadeIt) {
     ASSERT_TRUE(K8Group_setTmpData(root, &info));
     const std::vector<DrawnPart> drawn = drawScene();
     ASSERT_EQ(drawn.size(), 5u);
-    const auto part = [&](ScenePart which) -> const DrawnPart& { return firstOf(drawn, FigurePart(which)); };
-    EXPECT_EQ(part(Plain).unit(0), sceneBind(0) + "DECAL)");
-    EXPECT_EQ(part(Glass).unit(0), "");
-    EXPECT_EQ(part(Morphing).unit(0), sceneBind(1) + "DECAL)");
-    EXPECT_NE(part(Morphing).unit(1), "");
-    EXPECT_EQ(part(Skinned).unit(0), sceneBind(2) + "DECAL)");
-    EXPECT_EQ(part(InSkeleton).unit(0), sceneBind(2, 1) + "DECAL)");
-    EXPECT_EQ(part(Skinned).unit(1), "");
-    EXPECT_EQ(part(Plain).draw.lookups[0][1], at(9 * 0.125f * 3, 1 * 0.125f * 3));  // its scale
-    EXPECT_FALSE(part(Plain).has("FOG")) << "only the call's fog counts";
-    EXPECT_EQ(part(Glass).last("Color4f", "DepthMask"), "Color4f(1, 1, 1, 0.376471); DepthMask(0)")
+    EXPECT_EQ(partOf(drawn, Plain).unit(0), sceneBind(0) + "DECAL)");
+    EXPECT_EQ(partOf(drawn, Glass).unit(0), "");
+    EXPECT_EQ(partOf(drawn, Morphing).unit(0), sceneBind(1) + "DECAL)");
+    EXPECT_NE(partOf(drawn, Morphing).unit(1), "");
+    EXPECT_EQ(partOf(drawn, Skinned).unit(0), sceneBind(2) + "DECAL)");
+    EXPECT_EQ(partOf(drawn, InSkeleton).unit(0), sceneBind(2, 1) + "DECAL)");
+    EXPECT_EQ(partOf(drawn, Skinned).unit(1), "");
+    EXPECT_EQ(partOf(drawn, Plain).draw.lookups[0][1], at(9 * 0.125f * 3, 1 * 0.125f * 3));  // its scale
+    EXPECT_FALSE(partOf(drawn, Plain).has("FOG")) << "only the call's fog counts";
+    EXPECT_EQ(partOf(drawn, Glass).last("Color4f", "DepthMask"), "Color4f(1, 1, 1, 0.376471); DepthMask(0)")
         << "0.75 of its alpha at that time";
-    EXPECT_EQ(part(Morphing).last("DepthMask"), "DepthMask(1)");
+    EXPECT_EQ(partOf(drawn, Morphing).last("DepthMask"), "DepthMask(1)");
     EXPECT_TRUE(drawn[0].has("LIGHT0") && drawn[0].has("LIGHT1"));
     EXPECT_EQ(facts(), before);
+    const VertexArray* morphed = reinterpret_cast<MorphingMesh*>(figures[1]->header.object)->morphedBuffer->positions;
+    const uint64_t contents = morphed->contents;
     EXPECT_EQ(drawScene().size(), 5u) << "once more";
+    EXPECT_EQ(morphed->contents, contents) << "morphed once";
 }
 
 TEST_F(SceneTest, TakesTexturesAndParametersFromTheHandles) {
@@ -201,16 +207,15 @@ TEST_F(SceneTest, TakesTexturesAndParametersFromTheHandles) {
     content.params.fog = content.fog;
     const std::vector<DrawnPart> drawn = drawScene();
     ASSERT_EQ(drawn.size(), 5u);
-    const auto part = [&](ScenePart which) -> const DrawnPart& { return firstOf(drawn, FigurePart(which)); };
-    EXPECT_EQ(part(Plain).unit(0), bindOf(content.textures[0]->header.object) + "DECAL)");
-    EXPECT_EQ(part(Plain).draw.lookups[0][1], at(9 * 0.125f * 3, 1 * 0.125f * 3));
-    EXPECT_EQ(part(Morphing).unit(0), bindOf(direct->header.object) + "REPLACE)");
-    EXPECT_EQ(part(Morphing).unit(1), bindOf(content.textures[2]->header.object) + "ADD)");
-    EXPECT_EQ(part(Morphing).draw.lookups[0][1], at(9 * 0.125f, 1 * 0.125f)) << "no scale";
-    EXPECT_EQ(part(Morphing).draw.lookups[1], part(Morphing).draw.lookups[0]);
+    EXPECT_EQ(partOf(drawn, Plain).unit(0), bindOf(content.textures[0]->header.object) + "DECAL)");
+    EXPECT_EQ(partOf(drawn, Plain).draw.lookups[0][1], at(9 * 0.125f * 3, 1 * 0.125f * 3));
+    EXPECT_EQ(partOf(drawn, Morphing).unit(0), bindOf(direct->header.object) + "REPLACE)");
+    EXPECT_EQ(partOf(drawn, Morphing).unit(1), bindOf(content.textures[2]->header.object) + "ADD)");
+    EXPECT_EQ(partOf(drawn, Morphing).draw.lookups[0][1], at(9 * 0.125f, 1 * 0.125f)) << "no scale";
+    EXPECT_EQ(partOf(drawn, Morphing).draw.lookups[1], partOf(drawn, Morphing).draw.lookups[0]);
     for (const ScenePart which : {Skinned, InSkeleton}) {
-        EXPECT_TRUE(part(which).unit(0).starts_with(bindOf(render->context->whiteTexture)));
-        EXPECT_EQ(part(which).last("BlendFunc", "DepthMask", "Color4f", "Hint"),
+        EXPECT_TRUE(partOf(drawn, which).unit(0).starts_with(bindOf(render->context->whiteTexture)));
+        EXPECT_EQ(partOf(drawn, which).last("BlendFunc", "DepthMask", "Color4f", "Hint"),
                   "BlendFunc(SRC_ALPHA, ONE); DepthMask(0); Color4f(1, 1, 1, 0.247059); "
                   "Hint(PERSPECTIVE_CORRECTION_HINT, NICEST)");
     }
@@ -220,25 +225,16 @@ TEST_F(SceneTest, TakesTexturesAndParametersFromTheHandles) {
 }
 
 // The first of two submeshes takes a host's texture, the second a palette image: the last counts for both, and the
-// host's texture keeps its own image. A second unit has coordinates whether or not the first has a texture.
+// host's texture keeps its own image.
 TEST_F(SceneTest, SubmeshesThatShareAnAppearanceLeaveTexturesAlone) {
     auto* mesh = reinterpret_cast<Mesh*>(figures[0]->header.object);
-    qelAppearance_setTexture(mesh->appearances[1], 1, mesh->appearances[0]->textures[0]);
-    const std::string glass = firstOf(drawScene(), FigurePart(Glass)).unit(1);
-    EXPECT_EQ(glass, sceneBind(0) + "DECAL)");
-    EXPECT_EQ(drawScene().size(), 5u) << "a morph between buffers of which one is its base";
-    const VertexArray* morphed = reinterpret_cast<MorphingMesh*>(figures[1]->header.object)->morphedBuffer->positions;
-    const uint64_t contents = morphed->contents;
-    drawScene();
-    EXPECT_EQ(morphed->contents, contents) << "morphed once";
-
     ASSERT_EQ(qelMesh_setAppearance(mesh, 1, mesh->appearances[0]), QEL_STATUS_OK);
     before = facts();
     K8Texture* direct = loadDirect();
     const Image2D* image = static_cast<Texture2D*>(direct->header.object)->image;
     figures[0]->info->loadedTextures[0] = direct;
     figures[1]->info->loadedTextures[0] = content.textures[0];
-    const std::string plain = firstOf(drawScene(), FigurePart(Plain)).unit(0);
+    const std::string plain = partOf(drawScene(), Plain).unit(0);
     EXPECT_EQ(plain, bindOf(content.textures[0]->header.object) + "DECAL)");
     EXPECT_EQ(static_cast<Texture2D*>(direct->header.object)->image, image);
     EXPECT_EQ(facts(), before);
@@ -264,75 +260,61 @@ TEST_F(SceneTest, BlendsWhereAFigureOrAnAppearanceDoes) {
 // --- Single meshes ---
 
 TEST_F(SceneTest, AMeshIsDrawnWithWhatItsOwnFigureSays) {
+    const auto drawMesh = [this] {
+        EXPECT_TRUE(K8Render_render3D(render, &content.params, &figures[0]->header, &content.place));
+        return flush();
+    };
     setFigure(0, [](K8FigureInfo& info) {
         info.frame = 500;
         info.blendMode = K8_BLEND_ALPHA;
     });
     figures[0]->info->loadedTextures[0] = content.textures[1];
     StageContent::setMode(content.textures[1], 0, content.textures[2]);
-    ASSERT_TRUE(K8Render_render3D(render, &content.params, &figures[0]->header, &content.place));
-    const std::vector<DrawnPart> drawn = flush();
+    const std::vector<DrawnPart> drawn = drawMesh();
     ASSERT_EQ(drawn.size(), 2u);
-    const DrawnPart& plain = drawn[0];
-    EXPECT_EQ(plain.unit(0), bindOf(content.textures[1]->header.object) + "MODULATE)");
-    EXPECT_EQ(plain.unit(1), bindOf(content.textures[2]->header.object) + "ADD)");
+    EXPECT_EQ(drawn[0].unit(0), bindOf(content.textures[1]->header.object) + "MODULATE)");
+    EXPECT_EQ(drawn[0].unit(1), bindOf(content.textures[2]->header.object) + "ADD)");
     EXPECT_EQ(drawn[1].unit(0), "");
-    EXPECT_EQ(plain.last("CullFace", "Color4f", "DepthMask"),
+    EXPECT_EQ(drawn[0].last("CullFace", "Color4f", "DepthMask"),
               "CullFace(BACK); Color4f(1, 1, 1, 0.247059); DepthMask(0)")
         << "half of it, at that time";
     EXPECT_EQ(facts(), before);
-}
 
-TEST_F(SceneTest, TexturesOfAPlainMeshGoToTheSubmeshesOfTheirNumbers) {
     qelMesh_setAppearance(reinterpret_cast<Mesh*>(figures[0]->header.object), 0, nullptr);
     setFigure(0, [&](K8FigureInfo& info) {
         info.loadedTextures = K8Allocator_allocArrayOf<K8Texture*>(host.get(), 2);
         std::copy_n(content.textures.begin(), 2, info.loadedTextures);
         info.loadedTextureCount = 2;
     });
-    ASSERT_TRUE(K8Render_render3D(render, &content.params, &figures[0]->header, &content.place));
-    const std::string glass = flush().at(0).unit(0);
-    EXPECT_EQ(glass, bindOf(content.textures[1]->header.object) + "MODULATE)");
+    const std::string glass = drawMesh().at(0).unit(0);
+    EXPECT_EQ(glass, bindOf(content.textures[1]->header.object) + "MODULATE)") << "textures go to their numbers";
 }
 
 // --- Failure ---
 
 TEST(SceneDrawing, EveryAllocationMayFail) {
-    for (const bool isEngine : {true, false}) {
-        int32_t failAt = 0;
-        for (bool failed = true; failed && !testing::Test::HasFailure(); ++failAt) {
-            SCOPED_TRACE((isEngine ? "engine allocation " : "host allocation ") + std::to_string(failAt));
-            glRecorder.reset();
-            CountingHeap heap;
-            CountingAllocator host;
-            {
-                StageContent content(host.get());
-                auto* root = reinterpret_cast<K8Group*>(loadHandle(SceneFile().encode(), host.get()));
-                K8Render* render = K8Render_create(nullptr, host.get());
-                content.bind(render);
-                AllocationCounter& counter = isEngine ? static_cast<AllocationCounter&>(heap) : host;
-                counter.failAfter(failAt);
-                bool drawn = K8Render_render3D(render, &content.params, &root->header, nullptr) &&
-                             K8Render_render3D(render, &content.params, &figuresOf(root)[1]->header, nullptr);
-                if (!drawn) counter.failAfter(kNeverFail);
-                drawn = StageContent::flush(render) && drawn;
-                failed = counter.hasFailed() || !drawn;
-                EXPECT_EQ(drawn, !failed);
-                if (failed) {
-                    EXPECT_EQ(K8ErrStorage_getErrorStatus(), K8_ERR_OUT_OF_MEMORY);
-                }
-                counter.failAfter(kNeverFail);
-                EXPECT_TRUE(K8Render_render3D(render, &content.params, &root->header, nullptr));
-                EXPECT_TRUE(StageContent::flush(render));
-                K8Render_destroy(render);
-                dispose(&root->header);
-            }
-            EXPECT_EQ(host.liveBlocks(), 0);
-            EXPECT_EQ(heap.liveBlocks(), 0);
-            EXPECT_TRUE(glRecorder.liveTextures.empty());
+    sweepAllocations([](K8Allocator* host, AllocationCounter& counter, int32_t failAt) {
+        StageContent content(host);
+        auto* root = reinterpret_cast<K8Group*>(loadHandle(SceneFile().encode(), host));
+        K8Render* render = K8Render_create(nullptr, host);
+        content.bind(render);
+        counter.failAfter(failAt);
+        bool drawn = K8Render_render3D(render, &content.params, &root->header, nullptr) &&
+                     K8Render_render3D(render, &content.params, &figuresOf(root)[1]->header, nullptr);
+        if (!drawn) counter.failAfter(kNeverFail);
+        drawn = StageContent::flush(render) && drawn;
+        const bool failed = counter.hasFailed() || !drawn;
+        EXPECT_EQ(drawn, !failed);
+        if (failed) {
+            EXPECT_EQ(K8ErrStorage_getErrorStatus(), K8_ERR_OUT_OF_MEMORY);
         }
-        EXPECT_GT(failAt, 5);
-    }
+        counter.failAfter(kNeverFail);
+        EXPECT_TRUE(K8Render_render3D(render, &content.params, &root->header, nullptr));
+        EXPECT_TRUE(StageContent::flush(render));
+        K8Render_destroy(render);
+        dispose(&root->header);
+        return failed;
+    });
 }
 
 }  // namespace

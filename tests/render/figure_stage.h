@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <array>
 #include <deque>
+#include <functional>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -213,3 +214,23 @@ protected:
     K8Render* render;
     std::deque<K8Transform> transforms;
 };
+
+// Runs scenario(host, counter, failAt) with its 0th, 1st, 2nd... allocation failing, of the engine and then of the host,
+// until one says that it did not reach the failure. The scenario arms the counter once it has set up.
+template <typename Scenario>
+void sweepAllocations(Scenario scenario) {
+    for (const bool isEngine : {true, false}) {
+        int32_t failAt = 0;
+        for (bool failed = true; failed && !testing::Test::HasFailure(); ++failAt) {
+            SCOPED_TRACE((isEngine ? "engine allocation " : "host allocation ") + std::to_string(failAt));
+            glRecorder.reset();
+            CountingHeap heap;
+            CountingAllocator host;
+            failed = scenario(host.get(), isEngine ? static_cast<AllocationCounter&>(heap) : host, failAt);
+            EXPECT_EQ(host.liveBlocks(), 0);
+            EXPECT_EQ(heap.liveBlocks(), 0);
+            EXPECT_TRUE(glRecorder.liveTextures.empty());
+        }
+        EXPECT_GT(failAt, 5) << "of each kind there are more";
+    }
+}
