@@ -39,110 +39,79 @@ protected:
 
     // Every part by a call of its own; parts in parentheses as one group.
     bool queueParts(const std::string& names) {
-        const auto queueOne = [&](K8Handle* handle) {
-            return K8Render_render3D(render, &content.params, handle, &content.place);
-        };
         bool ok = true;
         std::vector<K8Handle*> children;
-        bool isInside = false;
-        for (const char name : names) {
-            if (name == '(') {
-                isInside = true;
-            } else if (name == ')') {
-                K8Group* group = makeGroup(host.get(), std::exchange(children, {}));
-                ok = ok && queueOne(&group->header);
-                K8Group_destroy(group);
-                isInside = false;
-            } else if (isInside) {
-                children.push_back(parts[size_t(name)]);
-            } else {
-                ok = ok && queueOne(parts[size_t(name)]);
-            }
+        for (size_t i = 0; i < names.size(); ++i) {
+            const bool isGroup = names[i] == '(';
+            if (isGroup)
+                while (names[++i] != ')') children.push_back(parts[size_t(names[i])]);
+            K8Group* group = isGroup ? makeGroup(host.get(), std::exchange(children, {})) : nullptr;
+            K8Handle* handle = group ? &group->header : parts[size_t(names[i])];
+            ok = K8Render_render3D(render, &content.params, handle, &content.place) && ok;
+            K8Group_destroy(group);
         }
         return ok;
     }
     // What was drawn: names, and | where the depth buffer was cleared. A figure is F and counts once, a sprite is s.
-    static std::string drawnParts(const GlLines& lines) {
+    std::string flushParts(bool expected = true) {
+        glRecorder.draws.clear();
+        glRecorder.take();
+        EXPECT_EQ(StageContent::flush(render), expected);
+        EXPECT_EQ(render->context->head, nullptr);
+        EXPECT_FALSE(K8Render_graphics(render)->isBound);
         std::string all;
         size_t next = 0;
-        for (const std::string& line : lines) {
+        for (const std::string& line : glRecorder.take()) {
             if (line == "glClear(depth)") all += '|';
             if (!line.starts_with("glDraw")) continue;
             const GlDraw& draw = glRecorder.draws.at(next++);
-            const bool isImmediate = line.starts_with("glDrawArrays");
-            const bool isNamed = !draw.colors.empty() && draw.colors[0][0] == 0 && draw.colors[0][1] == 0;
-            if (isNamed)
+            if (!draw.colors.empty() && draw.colors[0][0] == 0 && draw.colors[0][1] == 0)
                 all += char(draw.colors[0][2]);
-            else if (isImmediate)
+            else if (line.starts_with("glDrawArrays"))
                 all += 's';
             else if (FigurePart(int(draw.positions[0][1]) / 100) == Body)
                 all += 'F';
         }
         return all;
     }
-    std::string flushParts(bool expected = true) {
-        glRecorder.draws.clear();
-        glRecorder.take();
-        EXPECT_EQ(StageContent::flush(render), expected);
-        lines = glRecorder.take();
-        EXPECT_EQ(render->context->head, nullptr);
-        EXPECT_FALSE(K8Render_graphics(render)->isBound);
-        return drawnParts(lines);
-    }
 
     std::array<K8Handle*, 128> parts{};
     std::vector<K8Handle*> owned;
-    GlLines lines;
 };
 
 TEST_F(FlushTest, PointsLinesAndSpritesComeAfterEverythingElse) {
-    struct Case {
-        const char* what;
-        const char* queued;
-        const char* drawn;
-    };
-    for (const Case& c : {
-             Case{"meshes in queue order", "tFqFt", "|tFqFt"},
-             Case{"deferred ones behind, over a cleared depth buffer", "pFt", "|Ft|p"},
-             Case{"each call clears the depth buffer", "plFs", "|F|p|l|s"},
-             Case{"but not the items of one call", "(pFl)", "|F|pl"},
-             Case{"equal items of two calls", "(ps)(ps)", "||ps|ps"},
-             Case{"opaque ones first, within a call", "(PsSp)", "||spPs"},
-             Case{"and only there", "Pp", "||P|p"},
+    for (const auto& [what, queued, drawn] : {
+             std::tuple{"meshes in queue order", "tFqFt", "|tFqFt"},
+             {"deferred ones behind, over a cleared depth buffer", "pFt", "|Ft|p"},
+             {"each call clears the depth buffer", "plFs", "|F|p|l|s"},
+             {"but not the items of one call", "(pFl)", "|F|pl"},
+             {"equal items of two calls", "(ps)(ps)", "||ps|ps"},
+             {"opaque ones first, within a call", "(PsSp)", "||spPs"},
+             {"and only there", "Pp", "||P|p"},
          }) {
-        ASSERT_TRUE(queueParts(c.queued)) << c.what;
-        EXPECT_EQ(flushParts(), c.drawn) << c.what;
+        ASSERT_TRUE(queueParts(queued)) << what;
+        EXPECT_EQ(flushParts(), drawn) << what;
     }
 }
 
 TEST_F(FlushTest, AFailureEndsTheFlush) {
     K8Figure_clearTmpData(reinterpret_cast<K8Figure*>(parts['o']));  // cannot be drawn, nor can e or x
+    reinterpret_cast<K8Primitive*>(parts['s'])->info->texture = content.textures[2];
+    const Object3D* texture = content.textures[2]->header.object;
     content.params.lightCount = 1;
-    struct Case {
-        const char* what;
-        const char* queued;
-        const char* drawn;
-    };
-    for (const Case& c : {Case{"without info", "ptoFl", "|t"}, Case{"without object", "FetF", "|F"},
-                          Case{"among the others", "pFxl", "|F|p"}, Case{"in one call", "(plxs)", "||pl"}}) {
-        ASSERT_TRUE(queueParts(c.queued)) << c.what;
-        EXPECT_EQ(flushParts(false), c.drawn) << c.what;
-        EXPECT_EQ(takeStatus(), K8_ERR_FAILURE) << c.what;
-        EXPECT_EQ(K8Render_graphics(render)->lightCount, 0) << c.what;
-        ASSERT_TRUE(queueParts("Fs")) << c.what;
-        EXPECT_EQ(flushParts(), "|F|s") << c.what;
-    }
-}
-
-TEST_F(FlushTest, NothingOfTheHostsIsKeptBeyondTheFlush) {
-    auto* sprite = reinterpret_cast<K8Primitive*>(parts['s']);
-    sprite->info->texture = content.textures[0];
-    const Object3D* texture = content.textures[0]->header.object;
-    for (const bool fails : {false, true}) {
-        ASSERT_TRUE(queueParts(fails ? "sx" : "s"));
-        EXPECT_EQ(texture->refCount, 2);
-        flushParts(!fails);
-        EXPECT_EQ(texture->refCount, 1);
+    for (const auto& [what, queued, drawn] : {std::tuple{"without info", "ptoFl", "|t"},
+                                              {"without object", "FetF", "|F"},
+                                              {"among the others", "pFxl", "|F|p"},
+                                              {"in one call", "(plxs)", "||pl"}}) {
+        ASSERT_TRUE(queueParts(queued)) << what;
+        EXPECT_EQ(flushParts(false), drawn) << what;
+        EXPECT_EQ(takeStatus(), K8_ERR_FAILURE) << what;
+        EXPECT_EQ(K8Render_graphics(render)->lightCount, 0) << what;
+        EXPECT_EQ(texture->refCount, 1) << what << ": nothing of the host's is kept";
+        ASSERT_TRUE(queueParts("Fs")) << what;
+        EXPECT_EQ(texture->refCount, 2) << what;
+        EXPECT_EQ(flushParts(), "|F|s") << what;
+        EXPECT_EQ(texture->refCount, 1) << what;
     }
 }
 
@@ -151,25 +120,24 @@ TEST_F(FlushTest, AlphaIsBlendedWhereTheListSaysSo) {
     EXPECT_TRUE(K8Render_CheckAlphaBlend(nullptr, &status));
     EXPECT_EQ(status, 1u);
     EXPECT_TRUE(K8Render_CheckAlphaBlend(nullptr, nullptr));
-    struct Case {
-        const char* what;
-        const char* queued;
-        bool blends;
-    };
     add('1', K8_PRIM_SPRITES, K8_BLEND_ADDITIVE, fixed(50));
     add('2', K8_PRIM_SPRITES, K8_BLEND_ADDITIVE, fixed(50) + 1);
     add('3', K8_PRIM_LINES, K8_BLEND_ADDITIVE, fixed(60));
     add('4', K8_PRIM_TRIANGLES, 16);  // no blend mode
     add('5', K8_PRIM_TRIANGLES << 24, K8_BLEND_ALPHA);
-    for (const Case& c :
-         {Case{"polygons that blend", "oF", true}, Case{"opaque primitives", "ptqs", false},
-          Case{"points and lines", "P3", false}, Case{"triangles", "5", true}, Case{"unknown mode", "4", false},
-          Case{"sprites", "S", true}, Case{"added sprites that are hidden", "1", false},
-          Case{"added sprites", "2", true}, Case{"in a group", "o(poS)", true}}) {
-        ASSERT_TRUE(queueParts(c.queued)) << c.what;
+    for (const auto& [what, queued, blends] : {std::tuple{"polygons that blend", "oF", true},
+                                               {"opaque primitives", "ptqs", false},
+                                               {"points and lines", "P3", false},
+                                               {"triangles", "5", true},
+                                               {"unknown mode", "4", false},
+                                               {"sprites", "S", true},
+                                               {"added sprites that are hidden", "1", false},
+                                               {"added sprites", "2", true},
+                                               {"in a group", "o(poS)", true}}) {
+        ASSERT_TRUE(queueParts(queued)) << what;
         status = 77;
-        EXPECT_EQ(K8Render_CheckAlphaBlend(render, &status), c.blends) << c.what;
-        EXPECT_EQ(status, 0u) << c.what;
+        EXPECT_EQ(K8Render_CheckAlphaBlend(render, &status), blends) << what;
+        EXPECT_EQ(status, 0u) << what;
         K8Render_clear3D(render);
     }
     for (const int16_t mode : {K8_BLEND_ALPHA, K8_BLEND_ADDITIVE}) {

@@ -76,26 +76,17 @@ TEST(FixedGeometry, NormalsKeepTheirDirection) {
     const int32_t normals[][3] = {{0, 0, 0},     {4096, 0, 0},        {1, -2, 3},
                                   {32768, 1, 0}, {70000, 1, -999999}, {INT32_MIN, INT32_MIN, INT32_MIN}};
     for (const auto& given : normals) {
-        int16_t out[6];
-        FixedGeometry_shortenNormals(given, 2, out);
+        int16_t sent[6];
+        FixedGeometry_shortenNormals(given, 2, sent);
         const double length = std::hypot(given[0], given[1], given[2]);
-        for (const int16_t* sent : {out, out + 3}) {
-            const double sentLength = std::hypot(sent[0], sent[1], sent[2]);
-            EXPECT_EQ(sentLength == 0, length == 0);
-            for (size_t k = 0; k < 3; ++k) {
-                EXPECT_NEAR(sent[k] * length, given[k] * sentLength, 1e-4 * length * sentLength);
-                EXPECT_TRUE(length >= 32768 || sent[k] == given[k]) << "short ones are exact";
-            }
+        const double sentLength = std::hypot(sent[0], sent[1], sent[2]);
+        EXPECT_EQ(sentLength == 0, length == 0);
+        for (size_t k = 0; k < 3; ++k) {
+            EXPECT_NEAR(sent[k] * length, given[k] * sentLength, 1e-4 * length * sentLength);
+            EXPECT_TRUE(length >= 32768 || sent[k] == given[k]) << "short ones are exact";
+            EXPECT_EQ(sent[3 + k], sent[k]) << "twice";
         }
     }
-}
-
-TEST(FixedGeometry, ColorsGetTheAlpha) {
-    const int32_t colors[] = {0x123456, -1};
-    uint8_t out[16];
-    FixedGeometry_expandColors(colors, 128, 2, out);
-    const uint8_t expected[16] = {0x12, 0x34, 0x56, 128, 0x12, 0x34, 0x56, 128, 255, 255, 255, 128, 255, 255, 255, 128};
-    EXPECT_TRUE(std::equal(out, out + 16, expected));
 }
 
 // --- Sprites ---
@@ -152,23 +143,24 @@ TEST_F(SpriteTest, SizesAndAnglesGiveTheseCorners) {
 }
 
 TEST_F(SpriteTest, WhatLiesOutsideTheDepthsIsLeftOut) {
-    struct Case {
-        bool perspective;
-        int32_t depth;  // behind a view that doubles it
-        bool isDrawn;
-    };
-    const Atrans3i view = {{4096, 0, 0, 0, 0, 4096, 0, 0, 0, 0, 4096 * 4, 0}};
+    const Atrans3i view = {{4096, 0, 0, 0, 0, 4096, 0, 0, 0, 0, 4096 * 4, 0}};  // doubles the depth
     K8RenderState_setViewTransform(&state, &view);
     const Record record = recordOf(4, 4, 0, kOwnDepth);
-    for (const Case& c : {Case{false, -16384, true}, Case{false, 16384, true}, Case{false, -16385, false},
-                          Case{false, 16385, false}, Case{true, 2, true}, Case{true, 1, false}, Case{true, -2, false},
-                          Case{true, 250, true}, Case{true, 251, false}, Case{true, 0, false}}) {
+    for (const auto& [perspective, depth, isDrawn] : {std::tuple{false, -16384, true},
+                                                      {false, 16384, true},
+                                                      {false, -16385, false},
+                                                      {false, 16385, false},
+                                                      {true, 2, true},
+                                                      {true, 1, false},
+                                                      {true, -2, false},
+                                                      {true, 250, true},
+                                                      {true, 251, false},
+                                                      {true, 0, false}}) {
         K8RenderState_setParallel(&state, kWidth, kHeight);
-        if (c.perspective) K8RenderState_setPerspectiveAngle(&state, 8, 1000, 1024);
-        const std::array<int32_t, 3> centre = {0, 0, c.depth};
+        if (perspective) K8RenderState_setPerspectiveAngle(&state, 8, 1000, 1024);
+        const int32_t centre[] = {0, 0, depth};
         SpriteShape shape;
-        EXPECT_EQ(SpriteGeometry_make(state, centre.data(), record.data(), &shape), c.isDrawn)
-            << c.perspective << ", " << c.depth;
+        EXPECT_EQ(SpriteGeometry_make(state, centre, record.data(), &shape), isDrawn) << perspective << ", " << depth;
     }
 }
 
@@ -195,18 +187,17 @@ TEST_F(SpriteTest, PixelsOfASpriteArePixelsOfTheScreen) {
         const double shrink = atOwnDepth ? 1 : double(near) / depth;  // from the pixels asked for to those covered
         const double turn = record[2] * 2 * pi / 4096;
         const double tolerance = shape.isPlaced ? shrink * 0.5 + 1e-3 : 3 * unit;
+        const double middle[] = {double(centre[1] + view.m[3]), double(-centre[0] + view.m[7])};
         for (size_t i = 0; i < 4; ++i) {
-            const double across = (i == 1 || i == 2 ? 0.5 : -0.5) * record[0];
-            const double down = (i < 2 ? -0.5 : 0.5) * record[1];
-            const double x = shrink * (across * std::cos(turn) - down * std::sin(turn));
-            const double y = shrink * (across * std::sin(turn) + down * std::cos(turn));
-            const double middleX = centre[1] + view.m[3], middleY = -centre[0] + view.m[7];
-            const double gotX = shape.isPlaced ? shape.corners[i][0] * double(shape.unitX) + shape.centre[0] - middleX
-                                               : shape.corners[i][0] - middleX;
-            const double gotY = shape.isPlaced ? shape.corners[i][1] * double(shape.unitY) + shape.centre[1] - middleY
-                                               : shape.corners[i][1] - middleY;
-            ASSERT_NEAR(gotX * unit, x, tolerance) << "round " << round << ", corner " << i;
-            ASSERT_NEAR(gotY * unit, y, tolerance) << "round " << round << ", corner " << i;
+            const double across = (i == 1 || i == 2 ? 0.5 : -0.5) * record[0], down = (i < 2 ? -0.5 : 0.5) * record[1];
+            const double expected[] = {across * std::cos(turn) - down * std::sin(turn),
+                                       across * std::sin(turn) + down * std::cos(turn)};
+            for (size_t k = 0; k < 2; ++k) {
+                double got = shape.corners[i][k];
+                if (shape.isPlaced) got = got * double(k ? shape.unitY : shape.unitX) + shape.centre[k];
+                ASSERT_NEAR((got - middle[k]) * unit, shrink * expected[k], tolerance)
+                    << "round " << round << ", corner " << i << ", axis " << k;
+            }
         }
     }
     EXPECT_GT(placed, 400);
@@ -216,41 +207,6 @@ TEST_F(SpriteTest, PixelsOfASpriteArePixelsOfTheScreen) {
 // --- What a camera sees ---
 
 using Vector = std::array<double, 3>;
-
-// A camera somewhere in the world, rotated but neither scaled nor sheared.
-struct PlacedCamera {
-    Held<Camera> camera{qelCamera_create()};
-    qelTransform place;
-
-    explicit PlacedCamera(std::mt19937& random) {
-        std::normal_distribution<double> normal;
-        const double q[4] = {normal(random), normal(random), normal(random), normal(random)};
-        const double s = 2 / (q[0] * q[0] + q[1] * q[1] + q[2] * q[2] + q[3] * q[3]);
-        const double x = q[0], y = q[1], z = q[2], w = q[3];
-        const double right[3] = {1 - s * (y * y + z * z), s * (x * y + z * w), s * (x * z - y * w)};
-        const double up[3] = {s * (x * y - z * w), 1 - s * (x * x + z * z), s * (y * z + x * w)};
-        const double back[3] = {s * (x * z + y * w), s * (y * z - x * w), 1 - s * (x * x + y * y)};
-        float elements[16] = {};
-        elements[15] = 1;
-        for (size_t row = 0; row < 3; ++row)
-            for (const auto& [column, value] :
-                 {std::pair{0, right[row]}, {1, up[row]}, {2, back[row]}, {3, 7 * normal(random)}})
-                elements[4 * row + size_t(column)] = float(value);
-        qelTransform_set_fl(&place, elements);
-    }
-    std::array<float, 3> toWorld(const Vector& p) const {
-        std::array<float, 3> out{};
-        for (size_t row = 0; row < 3; ++row)
-            out[row] = float(place.elements[4 * row] * p[0] + place.elements[4 * row + 1] * p[1] +
-                             place.elements[4 * row + 2] * p[2] + place.elements[4 * row + 3]);
-        return out;
-    }
-    ViewVolume volume() const {
-        ViewVolume volume;
-        qelViewVolume_set(&volume, camera, &place);
-        return volume;
-    }
-};
 
 constexpr double kNear = 2, kFar = 30, kAspect = 1.5;
 
@@ -273,21 +229,29 @@ constexpr float kUntouched = 12345;
 TEST(ViewVolume, AgreesWithDistancesInCameraSpace) {
     std::mt19937 random(3);
     std::uniform_real_distribution<double> side(-25, 25), depthOf(-40, 8), radiusOf(0, 9);
+    const Held<Camera> camera(qelCamera_create());
     for (const bool isPerspective : {true, false}) {
         int inside = 0, reaching = 0;
+        constexpr double kDegrees = 70, kSeenHeight = 20;
+        if (isPerspective)
+            qelCamera_setPerspective(camera, kDegrees, kAspect, kNear, kFar);
+        else
+            qelCamera_setParallel(camera, kSeenHeight, kAspect, kNear, kFar);
         for (int round = 0; round < 4000; ++round) {
-            const PlacedCamera placed(random);
-            constexpr double kDegrees = 70, kParallelHeight = 20;
-            if (isPerspective)
-                qelCamera_setPerspective(placed.camera, kDegrees, kAspect, kNear, kFar);
-            else
-                qelCamera_setParallel(placed.camera, kParallelHeight, kAspect, kNear, kFar);
-            const ViewVolume volume = placed.volume();
+            qelTransform place;
+            qelTransform_setIdentity(&place);
+            qelTransform_postTranslate(&place, float(side(random)), float(side(random)), float(side(random)));
+            qelTransform_postRotate(&place, float(10 * side(random)), float(side(random)), float(side(random)), 1);
+            ViewVolume volume;
+            qelViewVolume_set(&volume, camera, &place);
             const Vector p = {side(random), side(random), depthOf(random)};
+            std::array<float, 3> world;
+            for (size_t row = 0; row < 3; ++row) {
+                const float* m = place.elements + 4 * row;
+                world[row] = float(m[0] * p[0] + m[1] * p[1] + m[2] * p[2] + m[3]);
+            }
             const double radius = radiusOf(random);
-            const double outside =
-                isPerspective ? outsidePerspective(p, kDegrees) : outsideParallel(p, kParallelHeight);
-            const auto world = placed.toWorld(p);
+            const double outside = isPerspective ? outsidePerspective(p, kDegrees) : outsideParallel(p, kSeenHeight);
             if (std::abs(outside) > kMargin) {
                 ASSERT_EQ(qelViewVolume_containsPoint(&volume, world.data()), outside < 0);
                 inside += outside < 0;
@@ -312,10 +276,12 @@ TEST(ViewVolume, AgreesWithDistancesInCameraSpace) {
 }
 
 TEST(ViewVolume, AGenericCameraSeesEverything) {
-    std::mt19937 random(4);
-    const PlacedCamera placed(random);
-    qelCamera_setGeneric(placed.camera, &placed.place);
-    const ViewVolume volume = placed.volume();
+    const Held<Camera> camera(qelCamera_create());
+    qelTransform place;
+    qelTransform_setIdentity(&place);
+    qelCamera_setGeneric(camera, &place);
+    ViewVolume volume;
+    qelViewVolume_set(&volume, camera, &place);
     const float far[] = {1e9f, -1e9f, 1e9f};
     float depth = kUntouched;
     EXPECT_TRUE(qelViewVolume_containsPoint(&volume, far));
@@ -333,13 +299,11 @@ TEST(ViewVolume, AScaledCameraScalesItsBox) {
     qelTransform_postScale(&place, 10, 20, 30);
     ViewVolume volume;
     qelViewVolume_set(&volume, camera, &place);
-    struct Case {
-        float p[3];
-        bool isInside;
-    };
-    for (const Case& c : {Case{{9.9f, 19.9f, -29.9f}, true}, Case{{10.1f, 0, 0}, false}, Case{{0, -20.1f, 0}, false},
-                          Case{{0, 0, 30.1f}, false}})
-        EXPECT_EQ(qelViewVolume_containsPoint(&volume, c.p), c.isInside) << c.p[0] << " " << c.p[1] << " " << c.p[2];
+    for (const auto& [x, y, z, isInside] :
+         {std::tuple{9.9f, 19.9f, -29.9f, true}, {10.1f, 0, 0, false}, {0, -20.1f, 0, false}, {0, 0, 30.1f, false}}) {
+        const float p[] = {x, y, z};
+        EXPECT_EQ(qelViewVolume_containsPoint(&volume, p), isInside) << x << " " << y << " " << z;
+    }
 }
 
 }  // namespace
