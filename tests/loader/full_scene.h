@@ -2,12 +2,16 @@
 
 #include "tools/encode/m3g_encoder.h"
 
-// One object of every class, hung together, with values that no class has by itself.
+// One object of every class and of every form that a class has, hung together, with values that no class has by itself.
+// The header and the external reference, which are no objects of the scene, stand behind them all.
 struct FullScene {
     encode::M3gScene scene;
     encode::M3gRef sequence, controller, track, compositingMode, fog, polygonMode, material, image, texture, appearance,
         background, camera, light, positions, normals, colors, texCoords, vertices, strips, mesh, morphingMesh, bone,
         skeleton, skinnedMesh, sprite, group, world;
+    encode::M3gRef growing, fading, turning, genericCamera, perspectiveCamera, linearFog, twoTextures, blankImage,
+        indexedImage, greyImage, rgbaImage, start32, start8, start16, indices32, indices8, indices16, wideDeltas,
+        narrowDeltas, formMesh;
 
     FullScene() {
         using namespace encode;
@@ -114,8 +118,68 @@ struct FullScene {
                                        .cropWidth = -3,
                                        .cropHeight = 4});
         group = scene.add(M3gGroup{.children = {light, mesh}});
-        world = scene.add(M3gWorld{.children = {camera, morphingMesh, skinnedMesh, sprite, group},
+        addForms();
+        world = scene.add(M3gWorld{.children = {camera, morphingMesh, skinnedMesh, sprite, group, formGroup_},
                                    .activeCamera = camera,
                                    .background = background});
+        scene.add(M3gHeader{.author = "a"});
+        scene.add(M3gExternalReference{.name = "b"});
+    }
+
+private:
+    encode::M3gRef formGroup_;
+
+    encode::M3gRef addTrack(encode::M3gRef of, encode::M3gProperty property) {
+        return scene.add(encode::M3gAnimationTrack{.sequence = of, .controller = controller, .property = property});
+    }
+    encode::M3gRef addSprite(encode::M3gRef of) { return scene.add(encode::M3gSprite3D{.image = of}); }
+    encode::M3gRef addTexture(encode::M3gRef of) { return scene.add(encode::M3gTexture2D{.image = of}); }
+
+    void addForms() {
+        using namespace encode;
+        growing = scene.add(M3gKeyframeSequence{.encoding = M3gKeyframeEncoding::Quantised8,
+                                                .keyframes = {{0, {10, 1, 5}}, {4, {61, -1, 5}}}});
+        fading = scene.add(M3gKeyframeSequence{.encoding = M3gKeyframeEncoding::Quantised16,
+                                               .keyframes = {{0, {10}}, {4, {61}}},
+                                               .bias = {10},
+                                               .scale = {255}});
+        turning =
+            scene.add(M3gKeyframeSequence{.interpolation = M3gInterpolation::Slerp, .keyframes = {{0, {0, 0, 3, 4}}}});
+        const M3gRef grows = addTrack(growing, M3gProperty::Scale), fades = addTrack(fading, M3gProperty::Alpha),
+                     turns = addTrack(turning, M3gProperty::Orientation);
+        genericCamera = scene.add(M3gCamera{.projection = M3gProjection::Generic,
+                                            .matrix = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16}});
+        perspectiveCamera = scene.add(M3gCamera{.fieldOfView = 50, .aspectRatio = 2, .near = 3, .far = 4});
+        linearFog = scene.add(M3gFog{.near = 5, .far = 6});
+        blankImage = scene.add(M3gImage2D{.format = M3gImageFormat::Rgba, .isMutable = true, .width = 4, .height = 8});
+        indexedImage = scene.add(
+            M3gImage2D{.width = 4, .height = 1, .palette = {0xFF, 0x88, 0x88, 1, 2, 3}, .pixels = {0, 1, 1, 0}});
+        greyImage = scene.add(
+            M3gImage2D{.format = M3gImageFormat::LuminanceAlpha, .width = 1, .height = 2, .pixels = {1, 2, 3, 4}});
+        rgbaImage = scene.add(
+            M3gImage2D{.format = M3gImageFormat::Rgba, .width = 1, .height = 1, .pixels = {0x12, 0x34, 0x56, 0x78}});
+        const M3gRef blank = addTexture(blankImage), indexed = addTexture(indexedImage);
+        twoTextures = scene.add(M3gAppearance{.fog = linearFog, .textures = {blank, indexed}});
+        const M3gRef grey = addSprite(greyImage), rgba = addSprite(rgbaImage);
+
+        start32 = scene.add(M3gTriangleStripArray{.encoding = M3gStripEncoding::Start32, .start = 300, .strips = {4}});
+        start8 = scene.add(M3gTriangleStripArray{.start = 255, .strips = {4, 3}});
+        start16 = scene.add(M3gTriangleStripArray{.start = 300, .strips = {3}});
+        const std::vector<uint32_t> narrow = {9, 8, 7, 255}, wide = {9, 8, 7, 300};
+        indices32 =
+            scene.add(M3gTriangleStripArray{.encoding = M3gStripEncoding::Indices32, .indices = wide, .strips = {4}});
+        indices8 = scene.add(M3gTriangleStripArray{.indices = narrow, .strips = {4}});
+        indices16 = scene.add(M3gTriangleStripArray{.indices = wide, .strips = {4}});
+        wideDeltas =
+            scene.add(M3gVertexArray{.asDeltas = true, .values = {30000, 1, 0, -5536, -2, 0, 24464, -2, 32767}});
+        narrowDeltas =
+            scene.add(M3gVertexArray{.componentSize = 1, .asDeltas = true, .values = {200, 1, 0, 44, 3, 0, 250, 6, 9}});
+        const M3gRef deltas = scene.add(M3gVertexBuffer{.positions = {wideDeltas}, .colors = narrowDeltas});
+        formMesh = scene.add(
+            M3gMesh{.object = {.tracks = {grows, fades, turns}},
+                    .vertices = deltas,
+                    .submeshes = {{start32, twoTextures}, {start8}, {start16}, {indices32}, {indices8}, {indices16}}});
+        formGroup_ = scene.add(M3gGroup{.node = {.transform = {M3gComponents{{0, 0, 5}, {2, 2, 2}}}},
+                                        .children = {genericCamera, perspectiveCamera, grey, rgba, formMesh}});
     }
 };

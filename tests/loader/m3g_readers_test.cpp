@@ -125,8 +125,8 @@ TEST_F(M3gReaders, OtherNodes) {
     EXPECT_EQ(referencesOf(world),
               (std::vector<Object3D*>{parsed.at<Object3D>(full.camera), parsed.at<Object3D>(full.morphingMesh),
                                       parsed.at<Object3D>(full.skinnedMesh), parsed.at<Object3D>(full.sprite),
-                                      parsed.at<Object3D>(full.group), parsed.at<Object3D>(full.background),
-                                      parsed.at<Object3D>(full.camera)}));
+                                      parsed.at<Object3D>(full.group), parsed.at<Node>(full.formMesh)->parent,
+                                      parsed.at<Object3D>(full.background), parsed.at<Object3D>(full.camera)}));
     EXPECT_EQ(parsed.at<Group>(full.group)->children[0]->parent, parsed.at<Group>(full.group));
 }
 
@@ -160,97 +160,64 @@ TEST_F(M3gReaders, VerticesAndMeshes) {
     EXPECT_EQ(all(binding.firstVertex, binding.vertexCount, binding.weight), all(1, 2, 5));
 }
 
-// --- Forms of one class ---
+// --- The other forms of classes ---
 
-template <typename T>
-struct Single {
-    ParsedObjects parsed;
-    explicit Single(const M3gRecord& record) : parsed(encodeM3gObjects({.objects = {record}})) {}
-    const T* operator->() const { return parsed.ok() ? parsed.at<T>({0}) : nullptr; }
-};
-
-TEST(M3gReaderForms, CamerasAndFogs) {
-    const CountingHeap heap;
-    const M3gMatrix matrix = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16};
-    const Single<Camera> generic(M3gCamera{.projection = M3gProjection::Generic, .matrix = matrix});
+TEST_F(M3gReaders, CamerasAndFogs) {
+    const auto* generic = parsed.at<Camera>(full.genericCamera);
     EXPECT_EQ(generic->projectionType, ProjectionType::Generic);
-    EXPECT_EQ(std::to_array(generic->projection.elements), matrix);
-    const Single<Camera> perspective(M3gCamera{.fieldOfView = 50, .aspectRatio = 2, .near = 3, .far = 4});
-    EXPECT_EQ(perspective->projectionType, ProjectionType::Perspective);
-    EXPECT_EQ(perspective->fovyOrHeight, 50);
-    EXPECT_EQ(perspective->far, 4);
-    const Single<Fog> fog(M3gFog{.near = 5, .far = 6});
-    EXPECT_EQ(fog->mode, FogMode::Linear);
-    EXPECT_EQ(fog->near, 5);
-    EXPECT_EQ(fog->far, 6);
+    EXPECT_EQ(listed(generic->projection.elements, 16), all(1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16));
+    const auto* perspective = parsed.at<Camera>(full.perspectiveCamera);
+    EXPECT_EQ(all(perspective->projectionType, perspective->fovyOrHeight, perspective->far),
+              all(ProjectionType::Perspective, 50, 4));
+    const auto* fog = parsed.at<Fog>(full.linearFog);
+    EXPECT_EQ(all(fog->mode, fog->near, fog->far), all(FogMode::Linear, 5, 6));
 }
 
-TEST(M3gReaderForms, KeyframesOfEachEncoding) {
-    const CountingHeap heap;
-    for (const auto encoding : {M3gKeyframeEncoding::Quantised8, M3gKeyframeEncoding::Quantised16}) {
-        const Single<KeyframeSequence> sequence(M3gKeyframeSequence{
-            .encoding = encoding, .keyframes = {{0, {10, 1}}, {4, {61, -1}}}, .bias = {10, -1}, .scale = {255, 2}});
-        EXPECT_EQ(listed(sequence->values, 4), all(10, 1, 61, -1));
-        EXPECT_EQ(sequence->keyframes[1].time, 4);
-    }
-    const Single<KeyframeSequence> turn(
-        M3gKeyframeSequence{.interpolation = M3gInterpolation::Slerp, .keyframes = {{0, {0, 0, 3, 4}}}});
-    EXPECT_EQ(listed(turn->values, 4), all(0, 0, 0.6f, 0.8f));
+TEST_F(M3gReaders, KeyframesOfEachEncoding) {
+    const auto* growing = parsed.at<KeyframeSequence>(full.growing);
+    EXPECT_EQ(listed(growing->values, 6), all(10, 1, 5, 61, -1, 5));
+    EXPECT_EQ(growing->keyframes[1].time, 4);
+    const auto* fading = parsed.at<KeyframeSequence>(full.fading);
+    EXPECT_EQ(listed(fading->values, 2), all(10, 61));
+    EXPECT_EQ(fading->keyframes[1].time, 4);
+    EXPECT_EQ(listed(parsed.at<KeyframeSequence>(full.turning)->values, 4), all(0, 0, 0.6f, 0.8f));
 }
 
-TEST(M3gReaderForms, DeltasOfVerticesWrapAround) {
-    const CountingHeap heap;
-    const auto file = [](uint8_t size, std::vector<int32_t> values) {
-        EncodedFile encoded = encodeM3gObjects(
-            {.objects = {M3gVertexArray{
-                 .componentSize = size, .componentCount = 2, .asDeltas = true, .values = {0, 0, 0, 0, 0, 0}}}});
-        for (size_t i = 0; i < values.size(); ++i)
-            encoded.set(fieldOf({0}, "") + indexed("value", i), uint64_t(values[i]));
-        return encoded;
+TEST_F(M3gReaders, DeltasOfVerticesWrapAround) {
+    EXPECT_EQ(valuesOf<uint8_t>(parsed.at<VertexArray>(full.narrowDeltas)),
+              (std::vector<uint8_t>{200, 1, 0, 44, 3, 0, 250, 6, 9}));
+    EXPECT_EQ(valuesOf<int16_t>(parsed.at<VertexArray>(full.wideDeltas)),
+              (std::vector<int16_t>{30000, 1, 0, -5536, -2, 0, 24464, -2, 32767}));
+}
+
+TEST_F(M3gReaders, StripsOfEachEncoding) {
+    struct Implicit {
+        M3gRef strips;
+        int32_t first;
+        std::vector<double> lengths;
     };
-    const ParsedObjects narrow(file(1, {200, 1, 100, 2, -50, 3}));
-    EXPECT_EQ(valuesOf<uint8_t>(narrow.at<VertexArray>({0})), (std::vector<uint8_t>{200, 1, 44, 3, 250, 6}));
-    const ParsedObjects wide(file(2, {30000, 1, 30000, -3, 30000, 0}));
-    EXPECT_EQ(valuesOf<int16_t>(wide.at<VertexArray>({0})), (std::vector<int16_t>{30000, 1, -5536, -2, 24464, -2}));
-}
-
-TEST(M3gReaderForms, StripsOfEachEncoding) {
-    const CountingHeap heap;
-    using enum M3gStripEncoding;
-    for (const auto encoding : {Start32, Start8, Start16}) {
-        const uint32_t start = encoding == Start8 ? 255 : 300;
-        const Single<TriangleStripArray> strips(
-            M3gTriangleStripArray{.encoding = encoding, .start = start, .strips = {4, 3}});
+    for (const Implicit& c :
+         {Implicit{full.start32, 300, {4}}, Implicit{full.start8, 255, {4, 3}}, Implicit{full.start16, 300, {3}}}) {
+        const auto* strips = parsed.at<TriangleStripArray>(c.strips);
         EXPECT_EQ(strips->indices, nullptr);
-        EXPECT_EQ(strips->firstIndex, int32_t(start));
-        EXPECT_EQ(listed(strips->stripLengths, 2), all(4, 3));
+        EXPECT_EQ(strips->firstIndex, c.first);
+        EXPECT_EQ(listed(strips->stripLengths, size_t(strips->stripCount)), c.lengths);
     }
-    for (const auto encoding : {Indices32, Indices8, Indices16}) {
-        const uint16_t last = encoding == Indices8 ? 255 : 300;
-        const Single<TriangleStripArray> strips(
-            M3gTriangleStripArray{.encoding = encoding, .indices = {9, 8, 7, last}, .strips = {4}});
-        EXPECT_EQ(listed(strips->indices, 6), all(9, 8, 7, 7, 8, last));
-    }
+    for (const auto& [strips, last] :
+         {std::pair{full.indices32, 300}, std::pair{full.indices8, 255}, std::pair{full.indices16, 300}})
+        EXPECT_EQ(listed(parsed.at<TriangleStripArray>(strips)->indices, 6), all(9, 8, 7, 7, 8, last));
 }
 
-TEST(M3gReaderForms, ImagesOfEachKind) {
-    const CountingHeap heap;
-    const Single<Image2D> blank(
-        M3gImage2D{.format = M3gImageFormat::Rgba, .isMutable = true, .width = 2048, .height = 2});
-    EXPECT_EQ(blank->isMutable, 1);
-    EXPECT_EQ(blank->width, 2048);
-    EXPECT_EQ(blank->pixels[2048 * 2 * 4 - 1], 0xFF);
-    const Single<Image2D> direct(
-        M3gImage2D{.format = M3gImageFormat::LuminanceAlpha, .width = 1, .height = 2, .pixels = {1, 2, 3, 4}});
-    EXPECT_EQ(listed(direct->pixels, 4), all(1, 2, 3, 4));
-    EXPECT_EQ(direct->isMutable, 0);
-    const Single<Image2D> rgba(
-        M3gImage2D{.format = M3gImageFormat::Rgba, .width = 1, .height = 1, .pixels = {0x12, 0x34, 0x56, 0x78}});
+TEST_F(M3gReaders, ImagesOfEachKind) {
+    const auto* blank = parsed.at<Image2D>(full.blankImage);
+    EXPECT_EQ(all(blank->isMutable, blank->width, blank->height, blank->pixels[4 * 8 * 4 - 1]), all(1, 4, 8, 0xFF));
+    const auto* grey = parsed.at<Image2D>(full.greyImage);
+    EXPECT_EQ(listed(grey->pixels, 4), all(1, 2, 3, 4));
+    EXPECT_EQ(grey->isMutable, 0);
+    const auto* rgba = parsed.at<Image2D>(full.rgbaImage);
     EXPECT_EQ(rgba->pixels[0] | rgba->pixels[1] << 8, 0x1357);
-    std::vector<uint8_t> palette(256 * 3, 0x88);
-    palette[0] = 0xFF;
-    const Single<Image2D> indexed(M3gImage2D{.width = 3, .height = 1, .palette = palette, .pixels = {0, 255, 7}});
-    EXPECT_EQ(listed(indexed->pixels, 3), all(0, 255, 7));
+    const auto* indexed = parsed.at<Image2D>(full.indexedImage);
+    EXPECT_EQ(listed(indexed->pixels, 4), all(0, 1, 1, 0));
     EXPECT_EQ(indexed->paletteBlock[0] | indexed->paletteBlock[1] << 8, 0xFC51);
 }
 

@@ -79,13 +79,6 @@ TEST(LoaderStream, ARunPastTheEndLatchesAndConsumesNothing) {
     }
 }
 
-TEST(SegmentStream, ReadsFloatsByTheirBits) {
-    Streams streams({0x00, 0x00, 0xC0, 0xBF, 0x00, 0x00});
-    EXPECT_EQ(streams.segment.functions->readFloat32(&streams.segment), -1.5f);
-    EXPECT_EQ(streams.segment.functions->readFloat32(&streams.segment), 0.0f);
-    EXPECT_TRUE(hasError(&streams.segment));
-}
-
 TEST(SegmentStream, ReadsStringsUpToTheirTerminatorOrTheEnd) {
     struct Case {
         std::string bytes, text;
@@ -170,28 +163,6 @@ TEST(BitReader, ExtendsSignsAndReadsZerosBehindTheEnd) {
 }
 
 // --- What a load keeps ---
-
-TEST(LoaderContext, ATableThatCannotGrowKeepsWhatItHolds) {
-    sweepEngineAllocations(FailMode::Once, [](CountingHeap& heap) {
-        LoaderContext* context = LoaderContext_create();
-        std::array<Object3D, 41> objects;
-        for (Object3D& object : objects) {
-            if (!context) break;
-            if (!LoaderContext_append(context, &object)) {
-                EXPECT_TRUE(heap.hasFailed());
-                EXPECT_EQ(LoaderContext_getStatus(context), QEL_STATUS_OUT_OF_MEMORY);
-                EXPECT_TRUE(LoaderContext_append(context, &object)) << "memory is back";
-            }
-            const uint32_t last = context->objectCount - 1;
-            if (last % 3 == 0) LoaderContext_clearRootFlag(context, last);
-            for (uint32_t i = 0; i <= last; ++i) {
-                EXPECT_EQ(context->objects[i], &objects[i]);
-                EXPECT_EQ(context->rootFlags[i], i % 3 != 0);
-            }
-        }
-        LoaderContext_destroy(context);
-    });
-}
 
 TEST(LoaderContext, Refuses256ExternalNames) {
     CountingHeap heap;

@@ -1,10 +1,9 @@
-#include "tools/encode/m3g_encoder.h"
-
 #include <gmock/gmock.h>
 
 #include <set>
 #include <stdexcept>
 
+#include "tests/loader/full_scene.h"
 #include "tests/tools/literal_bytes.h"
 
 namespace encode {
@@ -12,182 +11,92 @@ namespace {
 
 const std::string kObject = "00000000 00000000 00000000";           // user id, no tracks, no user parameters
 const std::string kNode = kObject + "00 00  01 01 FF FFFFFFFF 00";  // no transform, drawn, picked, not aligned
+// Translation, scale, angle and axis; then a matrix.
+const std::string kComponents =
+    "01 0000803F 00000040 00004040  00008040 0000A040 0000C040  0000B442 00000000 00000000 00000040";
+const std::string kMoved = kComponents +
+                           "01 0000803F 00000000 00000000 0000E040  00000000 0000803F 00000000 00000041"
+                           "   00000000 00000000 0000803F 00001041  00000000 00000000 00000000 0000803F";
 
-// What stands between the length of one object and the type of the next.
+// What stands between the length of an object and the type of the next.
 ByteList bodyOf(const EncodedFile& file, const std::string& object) {
     const size_t begin = file.field(object + ".length").offset() + 4;
     const size_t length = file.get(object + ".length");
     return {file.bytes.begin() + ptrdiff_t(begin), file.bytes.begin() + ptrdiff_t(begin + length)};
 }
 
-struct Described {
-    M3gRecord record;
-    std::string bytes;
-};
-
-// Every class, each entry referring to earlier ones; object numbers count from 2.
-std::vector<Described> everyClass() {
-    const M3gRef vertices{0}, buffer{1}, strips{2}, fog{3}, mode{4}, polygons{5}, material{6}, image{7}, texture{8};
-    const M3gRef appearance{9}, sequence{10}, controller{11}, track{12}, camera{13}, background{14}, group{15};
-    const M3gRef mesh{17}, light{16};
-    return {
-        {M3gVertexArray{.componentSize = 1, .componentCount = 2, .values = {1, -1, 255, 3}},
-         kObject + "01 02 00 0200 01FF FF03"},
-        {M3gVertexBuffer{.defaultColor = 0x80112233,
-                         .positions = {vertices, 2, {1, 0, 0}},
-                         .colors = vertices,
-                         .texCoords = {{vertices, 0.5f}, {}}},
-         kObject + "11223380 02000000 0000803F 00000000 00000000 00000040 00000000 02000000 02000000"
-                   "02000000 00000000 00000000 00000000 0000003F  00000000 00000000 00000000 00000000 0000803F"},
-        {M3gTriangleStripArray{.indices = {0, 1, 2, 300}, .strips = {4}},
-         kObject + "82 04000000 0000 0100 0200 2C01 01000000 04000000"},
-        {M3gFog{.color = 0x010203, .mode = M3gFogMode::Exponential, .density = 2}, kObject + "010203 50 00000040"},
-        {M3gCompositingMode{.depthWrite = false,
-                            .blending = M3gBlending::AlphaAdd,
-                            .alphaThreshold = 7,
-                            .depthOffsetFactor = 1,
-                            .depthOffsetUnits = 2},
-         kObject + "01 00 01 01 41 07 0000803F 00000040"},
-        {M3gPolygonMode{.culling = M3gCulling::None,
-                        .shading = M3gShading::Flat,
-                        .winding = M3gWinding::Clockwise,
-                        .localCameraLighting = true},
-         kObject + "A2 A4 A9 00 01 00"},
-        {M3gMaterial{.ambient = 0x010203,
-                     .diffuse = 0x04050607,
-                     .emissive = 0x08090A,
-                     .specular = 0x0B0C0D,
-                     .shininess = 1,
-                     .vertexColorTracking = true},
-         kObject + "010203 05060704 08090A 0B0C0D 0000803F 01"},
-        {M3gImage2D{.format = M3gImageFormat::LuminanceAlpha,
-                    .width = 1,
-                    .height = 2,
-                    .palette = {1, 2, 3, 4},
-                    .pixels = {1, 0}},
-         kObject + "62 00 01000000 02000000 04000000 01020304 02000000 0100"},
-        {M3gTexture2D{.transform = {.components = M3gComponents{.translation = {1, 0, 0}, .angle = 2}},
-                      .image = image,
-                      .blendColor = 0x010203,
-                      .wrapT = M3gTextureWrap::Clamp,
-                      .levelFilter = M3gTextureFilter::Nearest,
-                      .imageFilter = M3gTextureFilter::Linear},
-         kObject + "01 0000803F 00000000 00000000  0000803F 0000803F 0000803F  00000040 00000000 00000000 0000803F"
-                   "00 09000000 010203 E3 F1 F0 D2 D1"},
-        {M3gAppearance{.layer = -1,
-                       .compositingMode = mode,
-                       .fog = fog,
-                       .polygonMode = polygons,
-                       .material = material,
-                       .textures = {{}, texture}},
-         kObject + "FF 06000000 05000000 07000000 08000000 02000000 00000000 0A000000"},
-        {M3gKeyframeSequence{.interpolation = M3gInterpolation::Step,
-                             .repeatMode = M3gRepeatMode::Loop,
-                             .validFirst = 1,
-                             .keyframes = {{0, {1, 0, 0}}, {5, {2, 0, 0}}}},
-         kObject + "B4 C1 00 05000000 01000000 01000000 03000000 02000000"
-                   "00000000 0000803F 00000000 00000000  05000000 00000040 00000000 00000000"},
-        {M3gAnimationController{.speed = 2,
-                                .weight = 0.5f,
-                                .activeStart = -1,
-                                .activeEnd = 3,
-                                .referenceSequenceTime = 1,
-                                .referenceWorldTime = -2},
-         kObject + "00000040 0000003F FFFFFFFF 03000000 0000803F FEFFFFFF"},
-        {M3gAnimationTrack{.sequence = sequence, .controller = controller, .property = M3gProperty::Visibility},
-         kObject + "0C000000 0D000000 14010000"},
-        {M3gCamera{.node = {.rendering = false, .alpha = 1, .scope = 2}, .fieldOfView = 1, .near = 2, .far = 4},
-         kObject + "00 00  00 01 01 02000000 00  32 0000803F 0000803F 00000040 00008040"},
-        {M3gBackground{.color = 0x80112233, .image = image, .modeY = M3gImageMode::Repeat, .cropY = -1},
-         kObject + "11223380 09000000 20 21 00000000 FFFFFFFF 01000000 02000000 01 01"},
-        {M3gGroup{.object = {.userId = 9, .tracks = {track}, .parameters = {{7, {0xAB}}}}, .children = {camera}},
-         "09000000 01000000 0E000000 01000000 07000000 01000000 AB" + kNode.substr(kObject.size()) +
-             "01000000 0F000000"},
-        {M3gLight{.node = {.alignment = M3gAlignment{.zTarget = M3gAlignmentTarget::ZAxis, .zReference = group}},
-                  .color = 0x010203,
-                  .mode = M3gLightMode::Spot,
-                  .intensity = 2,
-                  .spotAngle = 1,
-                  .spotExponent = 4},
-         kObject + "00 00 01 01 FF FFFFFFFF 01 94 90 11000000 00000000"
-                   "0000803F 00000000 00000000 010203 83 00000040 0000803F 00008040"},
-        {M3gMesh{.vertices = buffer, .submeshes = {{strips, appearance}, {strips}}},
-         kNode + "03000000 02000000 04000000 0B000000 04000000 00000000"},
-        {M3gMorphingMesh{.vertices = buffer, .submeshes = {{strips}}, .targets = {{buffer, 0.5f}}},
-         kNode + "03000000 01000000 04000000 00000000  01000000 03000000 0000003F"},
-        {M3gSkinnedMesh{.vertices = buffer,
-                        .submeshes = {{strips}},
-                        .skeleton = group,
-                        .bindings = {{.bone = camera, .firstVertex = 1, .vertexCount = 2, .weight = -3}}},
-         kNode + "03000000 01000000 04000000 00000000  11000000 01000000 0F000000 01000000 02000000 FDFFFFFF"},
-        {M3gSprite3D{.image = image, .appearance = appearance, .cropX = -1, .cropHeight = -2},
-         kNode + "09000000 0B000000 01 FFFFFFFF 00000000 01000000 FEFFFFFF"},
-        {M3gWorld{.children = {group, light, mesh}, .activeCamera = camera, .background = background},
-         kNode + "03000000 11000000 12000000 13000000 0F000000 10000000"},
+// Object numbers count from 2.
+TEST(M3gEncoder, WritesEveryFormOfEveryClass) {
+    const FullScene s;
+    const EncodedFile file = encodeM3gObjects(s.scene);
+    const std::pair<M3gRef, std::string> objects[] = {
+        {s.sequence,
+         "0C000000 00000000 00000000 B2 C1 00 84030000 01000000 02000000 03000000 03000000 0A000000 "
+         "0000803F 00000040 00004040 14000000 00008040 0000A040 0000C040 1E000000 0000E040 00000041 "
+         "000010C1"},
+        {s.controller, kObject + "00002040 0000403F FBFFFFFF 5A000000 00004841 F9FFFFFF"},
+        {s.track, kObject + "02000000 03000000 13010000"},
+        {s.compositingMode, kObject + "00 00 00 00 41 33 0000C03F 000000C0"},
+        {s.fog, kObject + "102030 50 0000803E"},
+        {s.polygonMode, kObject + "A1 A4 A9 01 01 01"},
+        {s.material, kObject + "010203 05060704 08090A 0B0C0D 00004841 01"},
+        {s.image, kObject + "63 00 02000000 01000000 00000000 06000000123456FF0000"},
+        {s.texture, kObject + kComponents +
+                        "01 0000803F 00000000 00000000 00000000 00000000 0000803F 00000000 00000000 00000000 00000000 "
+                        "0000803F 00000000 0000803F 00000040 00004040 00008040 09000000 ABCDEF E2 F0 F1 D1 D1"},
+        {s.appearance, kObject + "FD 05000000 06000000 07000000 08000000 02000000 00000000 0A000000"},
+        {s.background, kObject + "50607040 09000000 21 20 01000000 FEFFFFFF 03000000 04000000 00 00"},
+        {s.camera, kNode + "31 0000A040 0000C03F 000080C0 00002042"},
+        {s.light, "FEFFFFFF 01000000 04000000 02000000 07000000 03000000010203 08000000 00000000" + kMoved +
+                      "00 00 33 01000080 01 94 91 0D000000 00000000 0000003F 0000803E 00000040 334455 83 000040C0 "
+                      "0000F041 00008841"},
+        {s.normals, kObject + "01 03 00 0300 00 00 05 03 04 00 F7 00 00"},
+        {s.vertices, kObject +
+                         "22334411 0F000000 0000803F 00000040 00004040 0000003F 10000000 11000000 02000000 12000000 "
+                         "00008040 0000A040 00000000 00000040 12000000 0000C040 0000E040 00000000 00004040"},
+        {s.mesh, kNode + "13000000 02000000 14000000 0B000000 14000000 00000000"},
+        {s.morphingMesh, kNode + "13000000 01000000 14000000 00000000 02000000 13000000 0000803E 13000000 000000C0"},
+        {s.bone, kObject + kMoved + "01 01 FF FFFFFFFF 00 00000000"},
+        {s.skinnedMesh, kNode +
+                            "13000000 01000000 14000000 0B000000 18000000 02000000 17000000 01000000 02000000 05000000 "
+                            "18000000 00000000 01000000 06000000"},
+        {s.sprite, kNode + "09000000 0B000000 01 FFFFFFFF 02000000 FDFFFFFF 04000000"},
+        {s.group, kNode + "02000000 0E000000 15000000"},
+        {s.growing, kObject +
+                        "B0 C0 01 04000000 00000000 01000000 03000000 02000000 00002041 000080BF 0000A040 00004C42 "
+                        "00000040 00000000 00000000 00 FF 00 04000000 FF 00 00"},
+        {s.fading, kObject + "B0 C0 02 04000000 00000000 01000000 01000000 02000000 00002041 00007F43 00000000 0000 "
+                             "04000000 3333"},
+        {s.turning, kObject +
+                        "B1 C0 00 01000000 00000000 00000000 04000000 01000000 00000000 00000000 00000000 00004040 "
+                        "00008040"},
+        {s.genericCamera,
+         kNode + "30 0000803F 00000040 00004040 00008040 0000A040 0000C040 0000E040 00000041 00001041 00002041 "
+                 "00003041 00004041 00005041 00006041 00007041 00008041"},
+        {s.perspectiveCamera, kNode + "32 00004842 00000040 00004040 00008040"},
+        {s.linearFog, kObject + "000000 51 0000A040 0000C040"},
+        {s.blankImage, kObject + "64 01 04000000 08000000"},
+        {s.indexedImage, kObject + "63 00 04000000 01000000 06000000FF8888010203 0400000000010100"},
+        {s.greyImage, kObject + "62 00 01000000 02000000 00000000 0400000001020304"},
+        {s.rgbaImage, kObject + "64 00 01000000 01000000 00000000 0400000012345678"},
+        {s.start32, kObject + "00 2C010000 01000000 04000000"},
+        {s.start8, kObject + "01 FF 02000000 04000000 03000000"},
+        {s.start16, kObject + "02 2C01 01000000 03000000"},
+        {s.indices32, kObject + "80 04000000 09000000 08000000 07000000 2C010000 01000000 04000000"},
+        {s.indices8, kObject + "81 04000000 09 08 07 FF 01000000 04000000"},
+        {s.indices16, kObject + "82 04000000 0900 0800 0700 2C01 01000000 04000000"},
+        {s.wideDeltas, kObject + "02 03 01 0300 3075 0100 0000 3075 FDFF 0000 3075 0000 FF7F"},
+        {s.narrowDeltas, kObject + "01 03 01 0300 C8 01 00 64 02 00 CE 03 09"},
+        {s.world, kNode + "06000000 0D000000 16000000 19000000 1A000000 1B000000 38000000 0D000000 0C000000"},
     };
-}
-
-M3gScene sceneOf(const std::vector<Described>& described) {
-    M3gScene scene;
-    for (const Described& each : described) scene.add(each.record);
-    return scene;
-}
-
-TEST(M3gEncoder, WritesEveryClass) {
-    const std::vector<Described> described = everyClass();
-    const EncodedFile file = encodeM3gObjects(sceneOf(described));
     std::set<uint64_t> types;
-    for (size_t i = 0; i < described.size(); ++i) {
-        const std::string name = indexed("object", i);
+    for (const auto& [ref, bytes] : objects) {
+        const std::string name = indexed("object", ref.position);
         types.insert(file.get(name + ".type"));
-        EXPECT_EQ(file.get(name + ".type"), described[i].record.index());
-        EXPECT_EQ(bodyOf(file, name), hexBytes(described[i].bytes)) << name << " of type " << file.get(name + ".type");
+        EXPECT_EQ(file.get(name + ".type"), s.scene.objects[ref.position].index());
+        EXPECT_EQ(bodyOf(file, name), hexBytes(bytes)) << name << " of type " << file.get(name + ".type");
     }
     EXPECT_EQ(types.size(), 22u);
-}
-
-TEST(M3gEncoder, WritesTheOtherFormsOfClasses) {
-    const std::string sequence = kObject + "B0 C0";
-    const M3gMatrix matrix = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
-    const std::string matrixBytes =
-        "0000803F 00000000 00000000 00000000  00000000 0000803F 00000000 00000000"
-        "00000000 00000000 0000803F 00000000  00000000 00000000 00000000 0000803F";
-    using enum M3gStripEncoding;
-    const std::vector<Described> forms = {
-        {M3gCamera{.node = {.transform = {.matrix = matrix}}, .projection = M3gProjection::Generic},
-         kObject + "00 01" + matrixBytes + "01 01 FF FFFFFFFF 00 30" + matrixBytes},
-        {M3gFog{.near = 1, .far = 2}, kObject + "000000 51 0000803F 00000040"},
-        {M3gImage2D{.isMutable = true, .width = 3, .height = 4}, kObject + "63 01 03000000 04000000"},
-        {M3gImage2D{.width = 1, .height = 1, .pixels = {1, 2, 3}},
-         kObject + "63 00 01000000 01000000 00000000 03000000 010203"},
-        {M3gTriangleStripArray{.encoding = Start32, .start = 1, .strips = {3}},
-         kObject + "00 01000000 01000000 03000000"},
-        {M3gTriangleStripArray{.start = 1, .strips = {3, 4}}, kObject + "01 01 02000000 03000000 04000000"},
-        {M3gTriangleStripArray{.start = 256, .strips = {3}}, kObject + "02 0001 01000000 03000000"},
-        {M3gTriangleStripArray{.encoding = Indices32, .indices = {1, 2, 3}, .strips = {3}},
-         kObject + "80 03000000 01000000 02000000 03000000 01000000 03000000"},
-        {M3gTriangleStripArray{.indices = {1, 2, 255}, .strips = {3}},
-         kObject + "81 03000000 01 02 FF 01000000 03000000"},
-        {M3gKeyframeSequence{.encoding = M3gKeyframeEncoding::Quantised8,
-                             .duration = 9,
-                             .validLast = 0,
-                             .keyframes = {{0, {1, 5}}, {4, {3, 5}}, {6, {2, 5}}}},
-         sequence + "01 09000000 00000000 00000000 02000000 03000000 0000803F 0000A040 00000040 00000000"
-                    "00000000 00 00  04000000 FF 00  06000000 80 00"},
-        {M3gKeyframeSequence{.encoding = M3gKeyframeEncoding::Quantised16,
-                             .keyframes = {{0, {1}}, {4, {4}}},
-                             .bias = {0},
-                             .scale = {4}},
-         sequence + "02 04000000 00000000 01000000 01000000 02000000 00000000 00008040"
-                    "00000000 0040  04000000 FFFF"},
-        {M3gVertexArray{.componentSize = 1, .componentCount = 1, .asDeltas = true, .values = {200, 44}},
-         kObject + "01 01 01 0200 C8 64"},
-        {M3gVertexArray{.componentCount = 2, .asDeltas = true, .values = {1, -32768, 3, 32767}},
-         kObject + "02 02 01 0200 0100 0080 0200 FFFF"},
-    };
-    const EncodedFile file = encodeM3gObjects(sceneOf(forms));
-    for (size_t i = 0; i < forms.size(); ++i)
-        EXPECT_EQ(bodyOf(file, indexed("object", i)), hexBytes(forms[i].bytes)) << indexed("form", i);
 }
 
 TEST(M3gEncoder, WritesSectionsAndPackages) {

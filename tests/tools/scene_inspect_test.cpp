@@ -6,7 +6,7 @@
 #include <random>
 
 #include "k8.h"
-#include "tools/encode/m3g_encoder.h"
+#include "tests/loader/full_scene.h"
 #include "tools/inspect/content_reader.h"
 
 namespace {
@@ -35,83 +35,13 @@ std::string problemOf(const Bytes& bytes) {
     }
 }
 
-// Every class, and the fields that a class has only in some cases.
-struct RichScene {
-    M3gScene scene;
-    M3gRef image, appearance, bone, skeleton, skinned, world;
-};
-
-RichScene richScene() {
-    RichScene rich;
-    M3gScene& s = rich.scene;
-    s.add(M3gHeader{.author = "a"});
-    s.add(M3gExternalReference{.name = "b"});
-    const M3gRef sequence =
-        s.add(M3gKeyframeSequence{.keyframes = {{0, {0, 0, 0}}, {500, {1, 2, 3}}, {900, {0, 1, 0}}}});
-    const M3gRef turning = s.add(M3gKeyframeSequence{.interpolation = M3gInterpolation::Slerp,
-                                                     .encoding = M3gKeyframeEncoding::Quantised8,
-                                                     .keyframes = {{0, {0, 0, 0, 1}}, {9, {0, 1, 0, 0}}}});
-    const M3gRef fading =
-        s.add(M3gKeyframeSequence{.encoding = M3gKeyframeEncoding::Quantised16, .keyframes = {{0, {1}}}});
-    const M3gRef controller = s.add(M3gAnimationController{});
-    const auto track = [&](M3gRef of, M3gProperty property) {
-        return s.add(M3gAnimationTrack{.sequence = of, .controller = controller, .property = property});
-    };
-    const M3gRef moves = track(sequence, M3gProperty::Translation), grows = track(sequence, M3gProperty::Scale);
-    const M3gRef turns = track(turning, M3gProperty::Orientation), fades = track(fading, M3gProperty::Alpha);
-
-    rich.image = s.add(M3gImage2D{.width = 2, .height = 2, .palette = {0, 0, 0, 9, 9, 9}, .pixels = {0, 1, 1, 0}});
-    const M3gRef blank = s.add(M3gImage2D{.format = M3gImageFormat::Rgba, .isMutable = true, .width = 4, .height = 8});
-    const M3gRef texture = s.add(M3gTexture2D{.image = blank, .levelFilter = M3gTextureFilter::Nearest});
-    const M3gRef turned =
-        s.add(M3gTexture2D{.transform = {.components = M3gComponents{.angle = 30}}, .image = rich.image});
-    rich.appearance = s.add(M3gAppearance{.compositingMode = s.add(M3gCompositingMode{}),
-                                          .fog = s.add(M3gFog{.mode = M3gFogMode::Exponential}),
-                                          .polygonMode = s.add(M3gPolygonMode{}),
-                                          .material = s.add(M3gMaterial{.object = {.tracks = {fades}}}),
-                                          .textures = {texture, turned}});
-    const M3gRef positions = s.add(M3gVertexArray{.values = {0, 0, 0, 10, 0, 0, 0, 20, 0}});
-    const M3gRef colors =
-        s.add(M3gVertexArray{.componentSize = 1, .asDeltas = true, .values = {0, 0, 0, 255, 9, 9, 0, 1, 2}});
-    const M3gRef corners = s.add(M3gVertexArray{.componentCount = 2, .values = {0, 0, 1, 0, 0, 1}});
-    const M3gRef buffer = s.add(
-        M3gVertexBuffer{.positions = {positions, 0.5f, {1, 0, 0}},
-                        .normals = s.add(M3gVertexArray{.componentSize = 1, .values = {0, 0, 1, 0, 0, 1, 0, 0, 1}}),
-                        .colors = colors,
-                        .texCoords = {{corners}, {corners}}});
-    const M3gRef listed = s.add(M3gTriangleStripArray{.indices = {0, 1, 2}, .strips = {3}});
-    const M3gRef consecutive = s.add(M3gTriangleStripArray{.start = 0, .strips = {3}});
-
-    const M3gNode shifted = {.transform = {.components = M3gComponents{.translation = {0, 0, 5}, .scale = {2, 2, 2}}}};
-    const M3gRef camera = s.add(M3gCamera{});
-    const M3gRef light = s.add(
-        M3gLight{.node = {.alignment = M3gAlignment{.zTarget = M3gAlignmentTarget::Origin, .zReference = camera}}});
-    const M3gRef mesh =
-        s.add(M3gMesh{.object = {.userId = 7, .tracks = {moves, grows, turns}, .parameters = {{1, {1, 2}}}},
-                      .node = shifted,
-                      .vertices = buffer,
-                      .submeshes = {{listed, rich.appearance}, {consecutive}}});
-    const M3gRef morphing =
-        s.add(M3gMorphingMesh{.vertices = buffer, .submeshes = {{listed}}, .targets = {{buffer, 1}}});
-    rich.bone = s.add(M3gGroup{.node = shifted});
-    rich.skeleton = s.add(M3gGroup{.children = {rich.bone}});
-    rich.skinned = s.add(M3gSkinnedMesh{.vertices = buffer,
-                                        .submeshes = {{listed, rich.appearance}},
-                                        .skeleton = rich.skeleton,
-                                        .bindings = {{.bone = rich.bone, .vertexCount = 2}}});
-    const M3gRef sprite = s.add(M3gSprite3D{.image = rich.image, .appearance = rich.appearance});
-    const M3gRef background = s.add(M3gBackground{.image = rich.image});
-    const M3gRef group =
-        s.add(M3gGroup{.node = {.transform = {.matrix = M3gMatrix{1, 0, 0, 100, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1}}},
-                       .children = {mesh, light, sprite}});
-    rich.world = s.add(M3gWorld{
-        .children = {group, morphing, rich.skinned, camera}, .activeCamera = camera, .background = background});
-    s.sections = {1, s.objects.size() - 2, 1};
-    return rich;
+void expectAgreement(const Bytes& bytes) {
+    const std::string problem = problemOf(bytes);
+    ASSERT_EQ(problem.empty(), libraryTakes(bytes)) << problem;
 }
 
 TEST(SceneInspector, AgreesWithTheLibraryOnEveryField) {
-    const EncodedFile good = encodeScenePackage(richScene().scene);
+    const EncodedFile good = encodeScenePackage(FullScene().scene);
     ASSERT_EQ(problemOf(good.bytes), "");
     ASSERT_TRUE(libraryTakes(good.bytes));
     std::mt19937 random(3);
@@ -133,12 +63,9 @@ TEST(SceneInspector, AgreesWithTheLibraryOnEveryField) {
 }
 
 TEST(SceneInspector, AgreesWithTheLibraryOnEveryLength) {
-    const Bytes good = encodeScenePackage(richScene().scene).bytes;
-    for (size_t length = 1; length < good.size(); ++length) {
-        const Bytes cut(good.begin(), good.begin() + ptrdiff_t(length));
-        const std::string problem = problemOf(cut);
-        ASSERT_EQ(problem.empty(), libraryTakes(cut)) << "cut to " << length << ": " << problem;
-    }
+    const Bytes good = encodeScenePackage(FullScene().scene).bytes;
+    for (size_t length = 1; length < good.size(); ++length)
+        ASSERT_NO_FATAL_FAILURE(expectAgreement(Bytes(good.begin(), good.begin() + ptrdiff_t(length)))) << length;
 }
 
 template <typename Record>
@@ -181,16 +108,16 @@ M3gScene morphOfOneStrip(uint32_t submeshCount, uint32_t targetCount, const std:
 }
 
 M3gScene withBone(const M3gTransform& transform) {
-    RichScene rich = richScene();
-    recordOf<M3gGroup>(rich.scene, rich.bone).node.transform = transform;
-    return rich.scene;
+    FullScene full;
+    recordOf<M3gGroup>(full.scene, full.bone).node.transform = transform;
+    return full.scene;
 }
 
-M3gScene withSubmeshes(uint32_t count) {  // of two textures each
-    RichScene rich = richScene();
-    std::vector<M3gSubmesh>& submeshes = recordOf<M3gSkinnedMesh>(rich.scene, rich.skinned).submeshes;
-    submeshes.assign(count, submeshes[0]);
-    return rich.scene;
+M3gScene withTwoTextures(uint32_t count) {  // on that many submeshes
+    FullScene full;
+    std::vector<M3gSubmesh>& submeshes = recordOf<M3gMesh>(full.scene, full.formMesh).submeshes;
+    submeshes.resize(5 + count, {full.strips, full.twoTextures});
+    return full.scene;
 }
 
 TEST(SceneInspector, AgreesWithTheLibraryOnWhatNoFieldDecides) {
@@ -202,8 +129,8 @@ TEST(SceneInspector, AgreesWithTheLibraryOnWhatNoFieldDecides) {
         {"cannot be inverted", withBone({.components = M3gComponents{.scale = {1, 0, 1}, .angle = 40}})},
         {"cannot be inverted", withBone({.matrix = M3gMatrix{1, 2, 3, 0, 1, 2, 3, 0, 0, 0, 1, 0, 0, 0, 0, 1}})},
         {"", withBone({.components = M3gComponents{.scale = {1, 1e-30f, 1}, .angle = 40}})},
-        {"", withSubmeshes(32)},
-        {"66 textures", withSubmeshes(33)},
+        {"", withTwoTextures(32)},
+        {"66 textures", withTwoTextures(33)},
         {"", blankImages(1)},
         {"the blank image takes", blankImages(2)},
         {"", spritesOverOneImage(4)},
@@ -227,32 +154,33 @@ TEST(SceneInspector, AgreesWithTheLibraryOnWhatNoFieldDecides) {
 }
 
 TEST(SceneInspector, TellsWhatTheSceneHolds) {
-    const RichScene rich = richScene();
-    const inspect::SceneSummary scene = inspect::inspectScene(encodeScenePackage(rich.scene).bytes);
+    FullScene full;
+    full.scene.sections = {1, full.scene.objects.size() - 1};
+    const inspect::SceneSummary scene = inspect::inspectScene(encodeScenePackage(full.scene).bytes);
     EXPECT_EQ(scene.header->author, "a");
     EXPECT_THAT(scene.externalReferences, testing::ElementsAre("b"));
-    EXPECT_EQ(scene.sections.size(), 3u);
+    ASSERT_EQ(scene.sections.size(), 2u);
     EXPECT_EQ(scene.sections[1].objectCount, scene.objects.size() - 1);
 
     std::string tree;
     for (const inspect::SceneTreeNode& node : inspect::treeOf(scene))
         tree += std::string(node.depth, ' ') + nameOf(scene.at(node.number).type()) + "\n";
     EXPECT_EQ(tree,
-              "World\n Group\n  Mesh\n  Light\n  Sprite3D\n MorphingMesh\n SkinnedMesh\n  Group\n   Group\n Camera\n");
+              "World\n Camera\n MorphingMesh\n SkinnedMesh\n  Group\n   Group\n Sprite3D\n Group\n  Light\n  Mesh\n"
+              " Group\n  Camera\n  Camera\n  Sprite3D\n  Sprite3D\n  Mesh\n");
 
-    // The header and the external reference have no number.
-    const auto numberOf = [](M3gRef ref) { return ref.position - 2 + inspect::kFirstSceneNumber; };
-    EXPECT_EQ(scene.world, numberOf(rich.world));
-    const auto& skinned = std::get<inspect::SceneSkinnedMesh>(scene.at(numberOf(rich.skinned)).content);
-    EXPECT_EQ(skinned.skeleton, numberOf(rich.skeleton));
-    EXPECT_EQ(skinned.submeshes[0].appearance, numberOf(rich.appearance));
-    EXPECT_EQ(scene.at(skinned.skeleton).node->parent, numberOf(rich.skinned));
+    const auto numberOf = [](M3gRef ref) { return ref.position + inspect::kFirstSceneNumber; };
+    EXPECT_EQ(scene.world, numberOf(full.world));
+    const auto& skinned = std::get<inspect::SceneSkinnedMesh>(scene.at(numberOf(full.skinnedMesh)).content);
+    EXPECT_EQ(skinned.skeleton, numberOf(full.skeleton));
+    EXPECT_EQ(skinned.submeshes[0].appearance, numberOf(full.appearance));
+    EXPECT_EQ(scene.at(skinned.skeleton).node->parent, numberOf(full.skinnedMesh));
     EXPECT_EQ(std::get<inspect::SceneVertexBuffer>(scene.at(skinned.vertices).content).vertexCount, 3u);
-    EXPECT_EQ(std::get<inspect::SceneImage>(scene.at(numberOf(rich.image)).content).paletteEntries, 2u);
+    EXPECT_EQ(std::get<inspect::SceneImage>(scene.at(numberOf(full.indexedImage)).content).paletteEntries, 2u);
 
-    // Positions 1..6, 0..10, 0: one mesh doubles them, 5 nearer, and its group moves them by 100.
-    EXPECT_EQ(scene.least, (std::array<double, 3>{1, 0, 0}));
-    EXPECT_EQ(scene.greatest, (std::array<double, 3>{112, 20, 5}));
+    // Most meshes stand at 1..51, -48..2, 3..153, a sprite at 0; the mesh with deltas is twice as large and 5 nearer.
+    EXPECT_EQ(scene.least, (std::array<double, 3>{-2 * 5536, -48, 0}));
+    EXPECT_EQ(scene.greatest, (std::array<double, 3>{2 * 30000, 2, 2 * 32767 + 5}));
 }
 
 }  // namespace
