@@ -10,7 +10,6 @@
 namespace {
 
 using Values = std::vector<int32_t>;
-using Point = std::array<double, 3>;
 
 struct Shape {
     uint32_t type, params;
@@ -21,27 +20,25 @@ struct Shape {
     bool perspectiveCorrection = false;
 };
 
-// F numbers from -2.5 to 2.5 that look like none other.
-Values scatter(size_t count, int32_t seed = 0) {
-    Values values(count);
-    for (size_t i = 0; i < count; ++i) values[i] = int32_t((int64_t(i) + seed) * 7919 % 20011) - 10005;
-    return values;
-}
-
-constexpr uint32_t kCorners[] = {0, 1, 2, 3, 4, 1};  // by type
+// What the arrays of a shape are made of, by index.
+float numberAt(size_t index) { return float(index % 89); }
 
 // A shape whose arrays are as long as they have to be.
 Shape makeShape(uint32_t type, uint32_t params, uint32_t count) {
     Shape shape = {type, params};
     for (int32_t kind = 0; kind < 5; ++kind) {
         const int32_t each = K8Primitive_getLength(type, params, kind);
-        shape.values[size_t(kind)] = scatter(each < 0 ? size_t(-each) : size_t(each) * count, 1000 * kind);
+        Values& values = shape.values[size_t(kind)];
+        for (size_t i = 0; i < (each < 0 ? size_t(-each) : size_t(each) * count); ++i)
+            values.push_back(kind == K8_PRIM_POSITIONS        ? fixed(numberAt(i) + 0.75)
+                             : kind == K8_PRIM_NORMALS        ? int32_t(numberAt(i) + 1)
+                             : kind == K8_PRIM_TEXTURE_COORDS ? fixed(numberAt(i))
+                                                              : int32_t(0x010203 * (i + 1) & 0xFFFFFF));
     }
-    for (int32_t& color : shape.values[K8_PRIM_COLORS]) color &= 0xFFFFFF;
     Values& records = shape.values[K8_PRIM_SPRITE_PARAMS];
     for (size_t i = 0; i < records.size(); i += 8) {  // 8 x 4 units, in texels of their own
-        const double n = double(i / 8 % 100);
-        const Values record = {fixed(9) - 1, fixed(4.5), 0, fixed(n), fixed(1) + 1, fixed(7.9), fixed(-0.1), 0};
+        const Values record = {fixed(9) - 1, fixed(4.5), 0,           fixed(double(i / 8)),
+                               fixed(1) + 1, fixed(7.9), fixed(-0.1), 0};
         std::ranges::copy(record, records.begin() + ptrdiff_t(i));
     }
     return shape;
@@ -51,20 +48,12 @@ std::vector<float> rgba(int32_t color, int alpha) {
     return {float(color >> 16 & 255), float(color >> 8 & 255), float(color & 255), float(alpha)};
 }
 
-Point pointOf(const Values& values, size_t index) {
-    return {values[3 * index] / 4096.0, values[3 * index + 1] / 4096.0, values[3 * index + 2] / 4096.0};
-}
-
-void expectNear(const std::vector<float>& actual, const Point& expected, size_t count = 3) {
-    for (size_t i = 0; i < count; ++i)
-        ASSERT_NEAR(actual[i], expected[i], 1e-4 * std::max(1.0, std::abs(expected[i]))) << "component " << i;
-}
-
 class PrimitiveTest : public FigureTest {
 protected:
     PrimitiveTest() {
-        K8Transform_rotate(&content.place, fixed(1), fixed(2), fixed(3), fixed(30));
+        K8Transform_translate(&content.place, fixed(1.75), fixed(-0.25), fixed(0.5));  // and ten units away
         K8Transform_scale(&content.place, fixed(1), fixed(1.5), fixed(1));
+        content.params.projection = K8_PROJECTION_PARALLEL;
         content.params.screenWidth = 16;
         content.params.screenHeight = 12;
         encode::BmpImage image = {.width = 8, .height = 4, .palette = {{}, {9, 8, 7}}};
@@ -103,9 +92,10 @@ protected:
         return !StageContent::flush(render) && glRecorder.draws.empty() && takeStatus() == K8_ERR_FAILURE;
     }
 
-    // Where something that stands there before the viewer, in the K8 frame, is seen in a parallel view.
-    Point seen(const Point& p) const {
-        return {p[0] * 2 / content.params.screenWidth, -p[1] * 2 / content.params.screenHeight, p[2]};
+    // Of something that stands there before the viewer, in the K8 frame, in a parallel view.
+    void expectSeen(const std::vector<float>& corner, float x, float y) const {
+        EXPECT_NEAR(corner[0], x * 2 / content.params.screenWidth, 1e-3);
+        EXPECT_NEAR(corner[1], -y * 2 / content.params.screenHeight, 1e-3);
     }
 
     K8Texture* wide;  // of 8 x 4 texels
@@ -115,45 +105,37 @@ protected:
 
 class FacesTest : public PrimitiveTest {
 protected:
-    static uint32_t cornersOf(const Shape& shape) { return kCorners[shape.type > 5 ? shape.type >> 24 : shape.type]; }
-
-    void expectVertices(const Shape& shape, const GlDraw& drawn, uint32_t firstFace = 0) const {
-        const uint32_t corners = cornersOf(shape);
-        const std::vector<uint32_t> order =
-            corners == 3 ? std::vector<uint32_t>{0, 1, 2} : std::vector<uint32_t>{0, 1, 3, 3, 1, 2};
-        const Values &normals = shape.values[K8_PRIM_NORMALS], &colors = shape.values[K8_PRIM_COLORS],
-                     &texels = shape.values[K8_PRIM_TEXTURE_COORDS];
-        ASSERT_EQ(drawn.normals.empty(), normals.empty());
+    void expectVertices(const Shape& shape, const GlDraw& drawn, bool areQuads, size_t firstFace = 0) const {
+        const Values& colors = shape.values[K8_PRIM_COLORS];
+        ASSERT_EQ(drawn.normals.empty(), shape.values[K8_PRIM_NORMALS].empty());
         ASSERT_EQ(drawn.colors.empty(), colors.empty());
-        ASSERT_EQ(drawn.lookups[0].empty(), texels.empty());
+        ASSERT_EQ(drawn.lookups[0].empty(), shape.values[K8_PRIM_TEXTURE_COORDS].empty());
         const size_t step = drawn.positions.size() > 1000 ? 997 : 1;
         for (size_t i = 0; i < drawn.positions.size(); i += step) {
             SCOPED_TRACE("drawn vertex " + std::to_string(i));
-            const size_t face = firstFace + i / order.size(), vertex = face * corners + order[i % order.size()];
-            const Point p = pointOf(shape.values[K8_PRIM_POSITIONS], vertex);
-            Point at;
-            for (size_t k = 0; k < 3; ++k) {
-                const float* row = content.place.elements + 4 * k;
-                at[k] = row[0] * p[0] + row[1] * p[1] + row[2] * p[2] + row[3];
-            }
+            constexpr size_t kQuad[] = {0, 1, 3, 3, 1, 2};
+            const size_t face = firstFace + i / (areQuads ? 6 : 3);
+            const size_t vertex = areQuads ? face * 4 + kQuad[i % 6] : firstFace * 3 + i;
             if (content.params.projection == K8_PROJECTION_PARALLEL) {
-                expectNear(drawn.corners[i], seen(at), 2);
-                ASSERT_NEAR(drawn.corners[i][2], at[2] / 16384 - 1, 2e-5);
+                expectSeen(drawn.corners[i], numberAt(3 * vertex) + 2.5f,
+                           1.5f * (numberAt(3 * vertex + 1) + 0.75f) - 0.25f);
+                EXPECT_NEAR(drawn.corners[i][2], (numberAt(3 * vertex + 2) + 11.25f) / 16384 - 1, 1e-6);
             }
-            if (!normals.empty()) {
-                const bool perVertex = (shape.params & 0x300) == K8_PRIM_NORMAL_PER_VERTEX;
-                const Point given = pointOf(normals, perVertex ? vertex : face);
-                const std::vector<float>& sent = drawn.normals[i];
-                const double ratio = std::hypot(sent[0], sent[1], sent[2]) / std::hypot(given[0], given[1], given[2]);
-                expectNear(sent, {given[0] * ratio, given[1] * ratio, given[2] * ratio});
+            if (!drawn.normals.empty()) {
+                const size_t normal = 3 * ((shape.params & 0x300) == K8_PRIM_NORMAL_PER_VERTEX ? vertex : face);
+                EXPECT_EQ(drawn.normals[i],
+                          (std::vector{numberAt(normal) + 1, numberAt(normal + 1) + 1, numberAt(normal + 2) + 1}));
             }
             if (!colors.empty()) {
-                ASSERT_EQ(drawn.colors[i], rgba(colors[shape.params & K8_PRIM_COLOR_PER_SET ? 0 : face],
+                EXPECT_EQ(drawn.colors[i], rgba(colors[shape.params & K8_PRIM_COLOR_PER_SET ? 0 : face],
                                                 shape.blendMode == K8_BLEND_ALPHA ? 128 : 255));
             }
-            if (!texels.empty())
-                expectNear(drawn.lookups[0][i], {texels[2 * vertex] / 4096.0 / (shape.texture ? 8 : 1),
-                                                 texels[2 * vertex + 1] / 4096.0 / (shape.texture ? 4 : 1), 0});
+            if (!drawn.lookups[0].empty()) {
+                const float width = shape.texture ? 8 : 1, height = shape.texture ? 4 : 1;
+                EXPECT_EQ(drawn.lookups[0][i],
+                          (std::vector{numberAt(2 * vertex) / width, numberAt(2 * vertex + 1) / height, 0.0f}));
+            }
+            if (HasFailure()) return;
         }
     }
 
@@ -205,7 +187,7 @@ TEST_F(FacesTest, EveryCombinationDrawsWhatItSays) {
             const std::vector<DrawnPart> drawn = draw(shape);
             ASSERT_EQ(drawn.size(), 1u);
             EXPECT_EQ(drawn[0].draw.positions.size(), round % 2 ? 18u : 9u);
-            expectVertices(shape, drawn[0].draw);
+            expectVertices(shape, drawn[0].draw, round % 2);
             expectState(shape, drawn[0], replaces);
             const std::string unit = drawn[0].unit(0);
             EXPECT_EQ(unit.substr(unit.find(';') + 1), !textured  ? ""
@@ -221,7 +203,6 @@ TEST_F(FacesTest, SetsOfMoreThanAVertexArrayHoldsComeInParts) {
     struct Case {
         uint32_t type, params, count, inFirst;
     };
-    content.params.projection = K8_PROJECTION_PARALLEL;
     for (const Case& c : {Case{K8_PRIM_TRIANGLES, 0x200 | K8_PRIM_COLOR_PER_SET, 21846, 21845},
                           Case{K8_PRIM_QUADS, 0x300 | K8_PRIM_TEXTURE_PER_VERTEX, 2 * 16383 + 1, 16383}}) {
         SCOPED_TRACE("type " + std::to_string(c.type));
@@ -235,8 +216,8 @@ TEST_F(FacesTest, SetsOfMoreThanAVertexArrayHoldsComeInParts) {
         ASSERT_EQ(glRecorder.draws.size(), (c.count + c.inFirst - 1) / c.inFirst);
         uint32_t first = 0;
         for (const GlDraw& part : glRecorder.draws) {
-            expectVertices(shape, part, first);
-            first += uint32_t(part.positions.size()) / (cornersOf(shape) == 3 ? 3 : 6);
+            expectVertices(shape, part, c.type == K8_PRIM_QUADS, first);
+            first += uint32_t(part.positions.size()) / (c.type == K8_PRIM_QUADS ? 6 : 3);
             EXPECT_TRUE(first % c.inFirst == 0 || first == c.count);
         }
         EXPECT_EQ(first, c.count);
@@ -262,47 +243,35 @@ const CommandKind kCommandKinds[] = {
 
 class CommandsTest : public PrimitiveTest {
 protected:
-    CommandsTest() { K8Transform_translate(&content.place, fixed(1.75), fixed(-0.25), fixed(0.5)); }
-
-    static Shape makeCommand(const CommandKind& kind, uint32_t count) {
-        Shape shape = makeShape(kind.type, kind.params, count);
-        for (int32_t& value : shape.values[K8_PRIM_POSITIONS]) value *= 2;  // far enough apart for whole units
-        return shape;
-    }
     static int32_t colorOf(const Shape& shape, size_t primitive) {
         return shape.values[K8_PRIM_COLORS][shape.params & K8_PRIM_COLOR_PER_SET ? 0 : primitive];
     }
 
-    // Everything that a command draws of the primitives from `first` on, opaque.
+    // Everything that a command draws of the primitives from `first` on, opaque. Positions are cut to whole units.
     void expectDrawn(const Shape& shape, const CommandKind& kind, const GlDraw& drawn, size_t first) const {
-        static constexpr double kOffsets[][2] = {{-4, -2}, {4, -2}, {-4, 2}, {-4, 2}, {4, -2}, {4, 2}};
+        static constexpr float kOffsets[][2] = {{-4, -2}, {4, -2}, {-4, 2}, {-4, 2}, {4, -2}, {4, 2}};
         EXPECT_TRUE(drawn.call.starts_with(kind.call)) << drawn.call;
-        for (size_t i = 0; i < drawn.positions.size(); ++i) {
+        for (size_t i = 0; i < drawn.positions.size() && !HasFailure(); ++i) {
             SCOPED_TRACE("drawn vertex " + std::to_string(i));
             const size_t primitive = first + i / kind.drawnVertices;
-            const Point p = pointOf(shape.values[K8_PRIM_POSITIONS],
-                                    kind.areSprites() ? primitive : first * kind.drawnVertices + i);
-            Point at;
-            for (size_t k = 0; k < 3; ++k) {
-                const float* row = content.place.elements + 4 * k;
-                at[k] = std::floor(row[3]);  // cut to a whole number downwards, a matrix element to F toward zero
-                for (size_t j = 0; j < 3; ++j) at[k] += std::trunc(double(row[j]) * 4096) / 4096 * std::floor(p[j]);
-                if (kind.areSprites()) at[k] = std::floor(at[k] + 0.5) + (k < 2 ? kOffsets[i % 6][k] : 0);
-            }
+            const size_t vertex = 3 * (kind.areSprites() ? primitive : first * kind.drawnVertices + i);
+            const float x = numberAt(vertex) + 1, y = 1.5f * numberAt(vertex + 1) - 1, z = numberAt(vertex + 2) + 10;
+            if (kind.areSprites())  // about a whole centre
+                expectSeen(drawn.corners[i], x + kOffsets[i % 6][0], std::floor(y + 0.5f) + kOffsets[i % 6][1]);
+            else
+                expectSeen(drawn.corners[i], x, y);
+            EXPECT_NEAR(drawn.corners[i][2], z / 65536, 1e-6);
             if (!kind.areSprites()) {
-                ASSERT_EQ(drawn.colors.at(i), rgba(colorOf(shape, primitive), 255));
+                EXPECT_EQ(drawn.colors.at(i), rgba(colorOf(shape, primitive), 255));
             }
-            expectNear(drawn.corners[i], seen(at), 2);
-            ASSERT_NEAR(drawn.corners[i][2], at[2] / 65536, 2e-5);
         }
     }
 };
 
 TEST_F(CommandsTest, StandOnWholeUnitsAndComeInPartsOf255) {
-    content.params.projection = K8_PROJECTION_PARALLEL;
     for (const CommandKind& kind : kCommandKinds) {
         SCOPED_TRACE(kind.call);
-        const Shape shape = makeCommand(kind, 600);
+        const Shape shape = makeShape(kind.type, kind.params, 600);
         size_t first = 0;
         for (const DrawnPart& part : draw(shape)) {
             EXPECT_EQ(part.draw.positions.size(), std::min(600 - first, size_t(255)) * kind.drawnVertices);
@@ -329,7 +298,7 @@ TEST_F(CommandsTest, BlendAsFarAsTheSizeLetsThem) {
           Case{K8_BLEND_ADDITIVE, 204801, add, 255}, Case{7, 1, replace, 255}}) {
         for (const CommandKind& kind : kCommandKinds) {
             SCOPED_TRACE(testing::Message() << kind.call << ", blend mode " << c.blendMode << ", size " << c.size);
-            Shape shape = makeCommand(kind, 2);
+            Shape shape = makeShape(kind.type, kind.params, 2);
             shape.blendMode = c.blendMode;
             shape.size = c.size;
             const std::vector<DrawnPart> drawn = draw(shape);
@@ -353,7 +322,7 @@ TEST_F(CommandsTest, OnlySpritesShowTheTexture) {
         for (const CommandKind& kind : kCommandKinds) {
             for (K8Texture* given : {static_cast<K8Texture*>(nullptr), wide}) {
                 const bool shows = given && kind.areSprites();
-                Shape shape = makeCommand(kind, 3);
+                Shape shape = makeShape(kind.type, kind.params, 3);
                 if (kind.areSprites()) shape.params |= alphaTest;
                 shape.texture = given;
                 const DrawnPart part = draw(shape).at(0);
@@ -388,7 +357,7 @@ TEST_F(CommandsTest, ProjectionsAreCutToTheirRanges) {
         content.params.nearDistance = fixed(c.near);
         content.params.farDistance = fixed(c.far);
         content.params.verticalAngle = fixed(c.angle);
-        draw(makeCommand(kCommandKinds[0], 1));
+        draw(makeShape(K8_PRIM_POINTS, K8_PRIM_COLOR_PER_SET, 1));
         SCOPED_TRACE(testing::Message() << c.kind << ", " << c.near << " to " << c.far << ", " << c.angle
                                         << " degrees");
         EXPECT_EQ(render->context->renderState.projection, c.expected);
@@ -444,7 +413,7 @@ TEST_F(PrimitiveTest, WhatDoesNotFitTogetherCannotBeDrawn) {
             EXPECT_TRUE(drawFails(with(shape, [&](Shape& s) { s.params = wrong; }))) << "params " << wrong;
         for (const uint32_t wrong : {0u, 6u, 0x3000001u})
             EXPECT_TRUE(drawFails(with(shape, [&](Shape& s) { s.type = wrong; }))) << "type " << wrong;
-        EXPECT_TRUE(draw(with(shape, [](Shape& s) { s.values = {scatter(2)}; })).empty()) << "no whole primitive";
+        EXPECT_TRUE(draw(with(shape, [](Shape& s) { s.values = {Values(2)}; })).empty()) << "no whole primitive";
         const Shape more = with(shape, [](Shape& s) { s.values[0].insert(s.values[0].end(), 2, 0); });
         EXPECT_EQ(draw(more).at(0).draw.positions.size(), drawn[0].draw.positions.size());
     }
