@@ -998,9 +998,9 @@ K8_API bool qelSkinnedMesh_pickMultiple(qelSkinnedMesh *mesh, float ox, float oy
  * as much at twice the size. What is farther apart may be taken to touch, too; steps below 1/4096 never touch.
  * Stores error status 0 first, even when it succeeds, unlike all others. Null objects give 0. The answer is also 0 when
  * memory runs out (K8_ERR_OUT_OF_MEMORY, or K8_ERR_FAILURE when already the first blocks cannot be had), when neither
- * object has an allocator, when a group contains itself or has more than 16384 figures and primitives, or when to
- * compare all that overlaps would take longer than several seconds (K8_ERR_FAILURE). Memory comes from objectA's
- * allocator, or else from objectB's, and is given back. */
+ * object has an allocator, when a group contains itself or has more than 16384 figures and primitives, when a mesh has
+ * more than 1048576 triangles, or when to compare all that overlaps would take longer than several seconds
+ * (K8_ERR_FAILURE). Memory comes from objectA's allocator, or else from objectB's, and is given back. */
 K8_API int32_t K8Util_getCrossStatus(const K8Handle *objectA, const K8Transform *transformA, const K8Handle *objectB,
                                      const K8Transform *transformB);
 

@@ -15,12 +15,20 @@
 
 constexpr float kFigureUnit = 1.0f / 64.0f;
 
+// Comparing takes up to 200 bytes per triangle, and submeshes that share one strip are as many triangles as one likes.
+// Eight times what a closed surface over 65536 vertices has.
+constexpr uint64_t kMaxMeshTriangles = 1 << 20;
+
 // --- Vertices ---
 
-static bool hasMovedBones(const FigureMesh* figure) {
+// Asking the bones takes time whenever a figure is reached; blending its vertices only the first time.
+static bool hasMovedBones(const FigureMesh* figure, CollisionWork* work) {
+    constexpr uint32_t kBonesPerStep = 64;
     const BlendPlan* plan = figure->blendPlan;
-    return plan && std::ranges::any_of(std::span(plan->usedBones, plan->usedCount),
-                                       [&](uint16_t bone) { return figure->bones.bones[bone].changed; });
+    if (!plan) return false;
+    work->steps += plan->usedCount / kBonesPerStep;
+    return std::ranges::any_of(std::span(plan->usedBones, plan->usedCount),
+                               [&](uint16_t bone) { return figure->bones.bones[bone].changed; });
 }
 
 static uint32_t nodeCount(Group* root) {
@@ -32,11 +40,12 @@ static uint32_t nodeCount(Group* root) {
     return count;
 }
 
-// Skinning walks the skeleton, moved or not, and what moved costs its vertices.
+// Skinning walks the skeleton, moved or not, whose nodes may lie anywhere in memory, and what moved costs its vertices.
 static uint64_t skinningSteps(const SkinnedMesh* mesh) {
+    constexpr uint64_t kStepsPerNode = 4;
     const VertexArray* positions = mesh->vertexBuffer ? mesh->vertexBuffer->positions : nullptr;
     uint64_t steps = positions ? uint32_t(mesh->boneCount + positions->vertexCount / 8) : 0;
-    if (mesh->skeleton) steps += nodeCount(mesh->skeleton) / 2;
+    if (mesh->skeleton) steps += kStepsPerNode * nodeCount(mesh->skeleton);
     return steps;
 }
 
@@ -46,7 +55,7 @@ static CollisionResult verticesOf(CollisionSet* set, Mesh* mesh, VertexBuffer** 
     *out = mesh->vertexBuffer;
     if (mesh->classId == ClassId::FigureMesh) {
         auto* figure = static_cast<FigureMesh*>(mesh);
-        if (hasMovedBones(figure)) _Figure_blendVertices(figure);
+        if (hasMovedBones(figure, set->work)) _Figure_blendVertices(figure);
         *out = figure->skinnedBuffer;
     } else if (mesh->classId == ClassId::SkinnedMesh) {
         auto* skinned = static_cast<SkinnedMesh*>(mesh);
@@ -141,12 +150,15 @@ CollisionResult CollisionSet_addMeshParts(CollisionSet* set, Mesh* mesh) {
     const CollisionResult result = verticesOf(set, mesh, &buffer);
     if (result != CollisionResult::Ok || !canBeRead(mesh, buffer)) return result;
     const qelTransform decode = decodeTransform(mesh, buffer);
+    uint64_t triangleCount = 0;
     for (const TriangleStripArray* strips : std::span(mesh->indexBuffers, size_t(mesh->submeshCount))) {
         if (CollisionSet_isTooLarge(set)) return CollisionResult::Failed;
         CollisionPart* part = CollisionSet_addPart(set);
         if (!part) return CollisionResult::OutOfMemory;
         setPart(part, strips, buffer->positions, decode);
         set->work->steps += part->triangleCount / 8;
+        triangleCount += part->triangleCount;
+        if (triangleCount > kMaxMeshTriangles) return CollisionResult::Failed;
         if (mesh->classId == ClassId::FigureMesh)
             qelTransform_postScale(&part->place, kFigureUnit, kFigureUnit, kFigureUnit);
     }

@@ -72,10 +72,16 @@ static Candidates choose(const PlacedRecord& from, int32_t shift, const Collisio
 
 // --- Pairs ---
 
+// What it takes to prepare a triangle, and to ask of two whose boxes overlap whether they cross: half of what it takes
+// when every edge reaches the other's plane, which is more than most do.
+constexpr uint64_t kStepsPerTriangle = 2, kStepsPerCrossing = 2;
+constexpr uint32_t kBoxTestsPerStep = 32;
+
 static CrossTriangle* triangleAt(const Candidates& side, uint32_t i) {
     CrossTriangle* triangle = &side.triangles[i];
     Candidate* candidate = &side.list[i];
     if (candidate->isSet) return triangle;
+    side.work->steps += kStepsPerTriangle;
     const uint32_t* corners = side.from->corners[candidate->triangle];
     for (int corner = 0; corner < 3; ++corner)
         for (int axis = 0; axis < 3; ++axis)
@@ -87,17 +93,21 @@ static CrossTriangle* triangleAt(const Candidates& side, uint32_t i) {
 
 static bool pairCrosses(const Candidates& a, uint32_t i, const Candidates& b, uint32_t j) {
     if (!CollisionBox_overlap(a.list[i].box, b.list[j].box)) return false;
-    ++a.work->steps;
+    a.work->steps += kStepsPerCrossing;
     return CrossTriangle_cross(triangleAt(a, i), triangleAt(b, j));
 }
 
-static bool searchAllPairs(const Candidates& a, const Candidates& b) {
-    for (uint32_t i = 0; i < a.count && !CollisionWork_isSpent(*a.work); ++i) {
-        a.work->steps += b.count / 32;
-        for (uint32_t j = 0; j < b.count; ++j)
-            if (pairCrosses(a, i, b, j)) return true;
+// Like searchTrees, false when there was too much to do.
+static bool searchAllPairs(const Candidates& a, const Candidates& b, bool* out) {
+    uint32_t tested = 0;
+    for (uint32_t i = 0; i < a.count && !*out; ++i) {
+        if (CollisionWork_isSpent(*a.work)) return false;
+        tested += b.count;
+        a.work->steps += tested / kBoxTestsPerStep;
+        tested %= kBoxTestsPerStep;
+        for (uint32_t j = 0; j < b.count && !*out; ++j) *out = pairCrosses(a, i, b, j);
     }
-    return false;
+    return true;
 }
 
 // --- Trees ---
@@ -219,7 +229,7 @@ static bool leavesCross(const SearchSide& a, uint32_t leafA, const SearchSide& b
 
 // Goes down both trees at once, each time into the node with more below it. Pairs of nodes count as work too: of two
 // contents that interlock, all may overlap down to the leaves, and no leaves.
-static bool searchTrees(const SearchSide& a, const SearchSide& b) {
+static bool searchTrees(const SearchSide& a, const SearchSide& b, bool* out) {
     struct NodePair {
         BoxTreeNode a, b;
     };
@@ -239,10 +249,11 @@ static bool searchTrees(const SearchSide& a, const SearchSide& b) {
                 pair.b = BoxTree_left(pair.b);
                 continue;
             }
-            if (leavesCross(a, pair.a.firstLeaf, b, pair.b.firstLeaf)) return true;
+            *out = leavesCross(a, pair.a.firstLeaf, b, pair.b.firstLeaf);
         }
+        if (*out || openCount == 0) return true;
         a.candidates.work->steps += ++tested % kTestsPerStep == 0;
-        if (openCount == 0 || CollisionWork_isSpent(*a.candidates.work)) return false;
+        if (CollisionWork_isSpent(*a.candidates.work)) return false;
         pair = open[--openCount];
     }
 }
@@ -269,10 +280,10 @@ static SearchMemory allocMemory(const Candidates& a, const Candidates& b, K8Allo
     return memory;
 }
 
-static bool searchWithTrees(const Candidates& a, const Candidates& b, uint8_t* block) {
+static bool searchWithTrees(const Candidates& a, const Candidates& b, uint8_t* block, bool* out) {
     a.work->steps += a.count + b.count;
     const CandidateTree treeA = makeTree(a, block), treeB = makeTree(b, block + totalOf(treeBytesOf(a)));
-    return searchTrees({a, treeA}, {b, treeB});
+    return searchTrees({a, treeA}, {b, treeB}, out);
 }
 
 static CollisionResult search(Candidates* a, Candidates* b, K8Allocator* allocator, bool* out) {
@@ -283,9 +294,10 @@ static CollisionResult search(Candidates* a, Candidates* b, K8Allocator* allocat
     work->limit = work->steps + std::min(allowed, kMaxPairSteps);
     a->triangles = reinterpret_cast<CrossTriangle*>(memory.block);
     b->triangles = a->triangles + a->count;
-    *out = memory.hasTrees ? searchWithTrees(*a, *b, memory.block + memory.triangleBytes) : searchAllPairs(*a, *b);
+    const bool hasEnded = memory.hasTrees ? searchWithTrees(*a, *b, memory.block + memory.triangleBytes, out)
+                                          : searchAllPairs(*a, *b, out);
     K8Allocator_free(allocator, memory.block);
-    return *out || !CollisionWork_isSpent(*work) ? CollisionResult::Ok : CollisionResult::Failed;
+    return hasEnded ? CollisionResult::Ok : CollisionResult::Failed;
 }
 
 CollisionResult PairSearch_run(const PlacedRecord& a, const PlacedRecord& b, int32_t shift, K8Allocator* allocator,

@@ -5,6 +5,8 @@
 
 #include "bench/plain_cross.h"
 #include "frame/error_status.h"
+#include "query/record_crossing.h"
+#include "scene/group.h"
 #include "scene/morphing_mesh.h"
 #include "scene/skinned_mesh.h"
 #include "tests/query/cross_objects.h"
@@ -161,7 +163,7 @@ TEST_F(CrossStatus, AGroupThatContainsItselfEnds) {
     children[1] = children[2] = flat;
 }
 
-// Each of 14 levels names the one below it twice: a few hundred bytes that stand for 16384 records on either side, which
+// Each of 14 levels names the one below it twice: a few hundred bytes that stand for 16384 records on either side. They
 // overlap without crossing.
 TEST_F(CrossStatus, ASmallTreeOfManyWaysIsGivenUp) {
     K8Handle* group = flat;
@@ -179,6 +181,128 @@ TEST_F(CrossStatus, DeepGroupsNeedNoStack) {
     EXPECT_EQ(K8Util_getCrossStatus(group, nullptr, flat, nullptr), 0);  // nearly two units away from where it began
     EXPECT_EQ(K8Util_getCrossStatus(group, nullptr, group, make.moved(0, 0, 0)), 0);
     EXPECT_EQ(K8Util_getCrossStatus(group, nullptr, flat, make.moved(1.8f, 0, 0)), 1);
+}
+
+// --- Work ---
+
+static Mesh* meshOfSharedStrip(const MeshShape& shape, size_t submeshCount) {
+    Result result;
+    VertexBuffer* buffer = makeVertexBuffer(shape);
+    const std::vector<TriangleStripArray*> strips(submeshCount, makeIndexBuffers(shape)[0]);
+    Mesh* mesh = qelMesh_create(buffer, strips.data(), nullptr, int32_t(submeshCount), &result);
+    qelObject3D_unref(buffer);
+    qelObject3D_unref(strips[0]);
+    return mesh;
+}
+
+// Submeshes multiply a strip for eight bytes each; the memory to compare them would follow.
+TEST_F(CrossStatus, AMeshOfTooManyTrianglesIsGivenUp) {
+    MeshShape shape = {.positions = std::vector<int16_t>(3 * 65535, 900), .submeshes = {}, .strips = {65535}};
+    std::ranges::copy(kFlat, shape.positions.begin());
+    K8Handle* nail = make.primitive(K8_PRIM_TRIANGLES, {0, 0, -40, 9, 9, 40, 9, 0, 40});
+    EXPECT_EQ(K8Util_getCrossStatus(nail, nullptr, make.figure(meshOfSharedStrip(shape, 16)), nullptr), 1);
+    EXPECT_EQ(K8Util_getCrossStatus(nail, nullptr, make.figure(meshOfSharedStrip(shape, 17)), nullptr), 0);
+    EXPECT_EQ(K8ErrStorage_getErrorStatus(), K8_ERR_FAILURE);
+}
+
+struct GatheredSet {
+    GatheredSet(K8Allocator* allocator, CollisionWork* work, const K8Handle* object)
+        : set{.allocator = allocator, .work = work, .records = {}, .parts = {}} {
+        K8Transform* place = K8Transform_create(nullptr, allocator);
+        EXPECT_EQ(CollisionSet_gather(&set, object, place), CollisionResult::Ok);
+        K8Transform_destroy(place);
+    }
+    ~GatheredSet() { CollisionSet_release(&set); }
+    GatheredSet(const GatheredSet&) = delete;
+    GatheredSet& operator=(const GatheredSet&) = delete;
+
+    CollisionSet set;
+};
+
+static FigureMesh* figureOfBoneChain(uint32_t boneCount) {
+    std::mt19937 random(5);
+    encode::MbFigure figure = randomFigure(random, {.vertexCount = 6, .boneCount = boneCount});
+    for (size_t b = 0; b < boneCount; ++b) figure.bones[b].parent = int32_t(b) - 1;
+    return loadFigure(figure);
+}
+
+static SkinnedMesh* meshOfLargeSkeleton(uint32_t nodeCount) {
+    const MeshShape shape = {.positions = kFlat, .submeshes = {{0, 1, 2}}};
+    Result result;
+    VertexBuffer* base = makeVertexBuffer(shape);
+    TriangleStripArray* indices = makeIndexBuffers(shape)[0];
+    Group* skeleton = qelGroup_create();
+    for (uint32_t i = 1; i < nodeCount; ++i) {
+        Group* node = qelGroup_create();
+        qelGroup_addChild(skeleton, node);
+        qelObject3D_unref(node);
+    }
+    SkinnedMesh* mesh = qelSkinnedMesh_create(base, &indices, nullptr, skeleton, 1, &result);
+    qelSkinnedMesh_addTransform(mesh, skeleton, 1, 0, 3);
+    for (Object3D* object : std::initializer_list<Object3D*>{base, indices, skeleton}) qelObject3D_unref(object);
+    return mesh;
+}
+
+// A tree may reach the same thing a million times: what takes time each time has to count each time.
+TEST_F(CrossStatus, GatheringCountsWhatItReads) {
+    struct Case {
+        const char* name;
+        K8Handle* object;
+        uint64_t leastSteps;
+    };
+    const MeshShape strip = {.positions = std::vector<int16_t>(3 * 65535), .submeshes = {}, .strips = {65535}};
+    std::vector<std::vector<int32_t>> submeshes(1000, {0, 1, 2});
+    submeshes.push_back({0, 1, 3});
+    const Case cases[] = {
+        {"bones that did not move", make.figure(figureOfBoneChain(3000)), 2500 / 64},
+        {"a skeleton that did not move", make.figure(meshOfLargeSkeleton(1000)), 4 * 1000},
+        {"triangles", make.figure(meshOfSharedStrip(strip, 2)), 2 * (65533 / 8)},
+        {"submeshes that end in a bad index", make.mesh({.positions = kFlat, .submeshes = submeshes}), 1001},
+        {"values that no primitive uses", make.primitive(K8_PRIM_LINES, std::vector<int32_t>(96000), 1), 3000},
+    };
+    for (const Case& each : cases) {
+        SCOPED_TRACE(each.name);
+        CollisionWork work{};
+        GatheredSet first(allocator.get(), &work, each.object);
+        const uint64_t before = work.steps;
+        GatheredSet again(allocator.get(), &work, each.object);
+        EXPECT_GE(work.steps - before, each.leastSteps);
+    }
+}
+
+// Upright triangles on either side of the plane x + y = 0. Their boxes all overlap.
+static MeshShape stackOnOneSide(int16_t side, int32_t count) {
+    MeshShape shape = {.positions = {}, .submeshes = {{}}};
+    for (int32_t i = 0; i < 3 * count; ++i) {
+        const auto x = int16_t(i % 3 == 0 ? -90 : 90), low = int16_t(i % 3 == 2 ? 300 : -300);
+        const auto gap = int16_t(side * (4 + i / 3 % 16));
+        for (const int16_t value : {int16_t(x + gap), int16_t(gap - x), low}) shape.positions.push_back(value);
+        shape.submeshes[0].push_back(i);
+    }
+    return shape;
+}
+
+TEST_F(CrossStatus, SearchingCountsThePairsItTests) {
+    struct Counts {
+        int32_t a, b;
+    };
+    for (const Counts& count : {Counts{20, 3000}, Counts{3000, 20}, Counts{300, 300}}) {
+        SCOPED_TRACE(testing::Message() << count.a << " by " << count.b);
+        CollisionWork work{};
+        GatheredSet a(allocator.get(), &work, make.mesh(stackOnOneSide(-1, count.a)));
+        GatheredSet b(allocator.get(), &work, make.mesh(stackOnOneSide(1, count.b)));
+        CrossingScratch scratch{};
+        scratch.allocator = allocator.get();
+        scratch.work = &work;
+        const uint64_t before = work.steps;
+        bool cross;
+        EXPECT_EQ(CollisionRecord_cross(&scratch, a.set, a.set.records.records, b.set, b.set.records.records, &cross),
+                  CollisionResult::Ok);
+        CrossingScratch_release(&scratch);
+        EXPECT_FALSE(cross);
+        EXPECT_GE(work.steps - before, 2 * uint64_t(count.a * count.b + count.a + count.b));
+        EXPECT_LE(work.steps - before, 4 * uint64_t(count.a * count.b));
+    }
 }
 
 // --- Meshes that move ---
