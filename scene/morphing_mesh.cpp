@@ -56,8 +56,8 @@ static VertexArray*& arrayOf(VertexBuffer* buffer, Attribute attribute) {
     return buffer->texCoords[1];
 }
 
-static VertexArray* carriedBy(VertexBuffer* target, Attribute attribute) {
-    return attribute == Attribute::TexCoords1 && target->isLaidOver ? nullptr : arrayOf(target, attribute);
+static VertexArray* carriedBy(VertexBuffer* buffer, Attribute attribute) {
+    return attribute == Attribute::TexCoords1 && buffer->isLaidOver ? nullptr : arrayOf(buffer, attribute);
 }
 
 static bool sameShapes(VertexBuffer* a, VertexBuffer* b) {
@@ -280,10 +280,10 @@ static uint32_t morphDefaultColor(const MorphingMesh* mesh) {
     return color;
 }
 
-// All targets carry the same attributes, each in the shape that the base buffer has it.
+// All targets carry the same attributes, each in the shape in which the base buffer carries it.
 static bool targetsMatch(const MorphingMesh* mesh) {
     for (const Attribute attribute : kAttributes) {
-        const VertexArray* base = arrayOf(mesh->vertexBuffer, attribute);
+        const VertexArray* base = carriedBy(mesh->vertexBuffer, attribute);
         const bool areCarried = carriedBy(mesh->morphTargets[0], attribute) != nullptr;
         for (VertexBuffer* target : targetsOf(mesh)) {
             const VertexArray* array = carriedBy(target, attribute);

@@ -4,6 +4,7 @@
 #include <memory>
 #include <random>
 
+#include "render/figure_parameters.h"
 #include "tests/scene/held.h"
 #include "tests/support/counting_heap.h"
 
@@ -163,6 +164,23 @@ TEST(MorphingMesh, FollowsTheShapeOfItsBaseAndRefusesUnlikeTargets) {
     EXPECT_EQ(qelMorphingMesh_update(mesh), QEL_STATUS_ILLEGAL_STATE)
         << "what the buffer was remade for has yet to come";
     EXPECT_EQ(mesh->morphedBuffer->positions, nullptr);
+}
+
+// What a base was given to draw with is nothing that its targets could carry, whether or not it was drawn yet.
+TEST(MorphingMesh, DoesNotMorphCoordinatesThatAreLaidOver) {
+    const Held base(makeBuffer<int8_t>({0, 0, 0})), target(makeBuffer<int8_t>({10, 0, 0}));
+    const Held own(makeArray<int8_t>(2, {4, 5})), others(makeArray<int8_t>(2, {6, 9}));
+    qelVertexBuffer_setTexCoords(base, 0, own, 1, nullptr);
+    Result result;
+    const Held mesh(makeMorphing(base, {target}, &result));
+    for (const bool isDrawn : {false, true}) {
+        if (isDrawn) K8FigureParameters_ensureSecondCoordinates(base);
+        qelVertexBuffer_setTexCoords(target, 1, others, 1, nullptr);
+        EXPECT_EQ(qelMorphingMesh_morph(mesh), QEL_STATUS_ILLEGAL_STATE) << isDrawn;
+        qelVertexBuffer_setTexCoords(target, 1, nullptr, 1, nullptr);
+        EXPECT_EQ(qelMorphingMesh_morph(mesh), QEL_STATUS_OK) << isDrawn;
+    }
+    EXPECT_EQ(valuesOf<int8_t>(mesh->morphedBuffer->texCoords[1]), (std::vector<int8_t>{4, 5}));
 }
 
 TEST(MorphingMesh, DuplicateMorphsIntoItsOwnBuffer) {
