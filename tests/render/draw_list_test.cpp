@@ -19,27 +19,25 @@ using DrawListTest = FigureTest;
 TEST_F(DrawListTest, RefusesWhatItCannotQueue) {
     K8Light* bare = K8Light_create(nullptr, host.get());  // without loaded info
     K8Light* lights[] = {content.lights[0], bare, nullptr};
-    K8RenderParams lit = content.params, notLit = content.params;
+    const K8RenderParams plain = content.params;
+    K8RenderParams lit = plain, notLit = plain;
     lit.lights = lights;
     lit.lightCount = 2;
     notLit.lights = lights + 2;
     notLit.lightCount = 1;
-    K8Handle* figure = &content.figure->header;
-    struct Case {
-        const char* what;
-        K8Render* handle;
-        const K8RenderParams* params;
-        K8Handle* object;
-    };
-    for (const Case& c :
-         {Case{"no handle", nullptr, &content.params, figure}, Case{"no block", render, nullptr, figure},
-          Case{"no object", render, &content.params, nullptr},
-          Case{"a light", render, &content.params, &content.lights[0]->header},
-          Case{"a light without info", render, &lit, figure}, Case{"no light", render, &notLit, figure}}) {
-        EXPECT_FALSE(K8Render_render3D(c.handle, c.params, c.object, nullptr)) << c.what;
-        EXPECT_EQ(takeStatus(), K8_ERR_FAILURE) << c.what;
-        EXPECT_EQ(render->context->head, nullptr) << c.what;
-        EXPECT_EQ(render->context->queuedCalls, 0u) << c.what;
+    K8Handle *figure = &content.figure->header, *light = &content.lights[0]->header;
+    for (const auto& [what, handle, params, object] :
+         {std::tuple<const char*, K8Render*, const K8RenderParams*, K8Handle*>{"no handle", nullptr, &plain, figure},
+          {"no block", render, nullptr, figure},
+          {"no object", render, &plain, nullptr},
+          {"a light", render, &plain, light},
+          {"a light without info", render, &lit, figure},
+          {"no light", render, &notLit, figure}}) {
+        SCOPED_TRACE(what);
+        EXPECT_FALSE(K8Render_render3D(handle, params, object, nullptr));
+        EXPECT_EQ(takeStatus(), K8_ERR_FAILURE);
+        EXPECT_EQ(render->context->head, nullptr);
+        EXPECT_EQ(render->context->queuedCalls, 0u);
     }
     K8Light_destroy(bare);
 }
@@ -157,26 +155,7 @@ TEST_F(DrawListTest, EqualLightsAreCollectedOnce) {
     }
 }
 
-// --- Camera and place ---
-
-TEST_F(DrawListTest, FiguresAreTurnedToOpenGLAxesAndScaled) {
-    K8Transform *view = moved(0, 0, 0), *turned = moved(0, 0, 0);
-    const int32_t position[] = {fixed(1), fixed(2), fixed(30)}, look[] = {0, 0, fixed(-1)}, up[] = {0, fixed(1), 0};
-    K8Transform_lookAt(view, position, look, up);
-    content.params.viewingTransform = view;
-    turned->elements[5] = turned->elements[10] = -1;
-    K8Transform_rotate(&content.place, fixed(1), fixed(1), 0, fixed(20));
-    for (K8Transform* place : {&content.place, static_cast<K8Transform*>(nullptr)}) {  // null: at the origin
-        ASSERT_TRUE(K8Render_render3D(render, &content.params, &content.figure->header, place));
-        EXPECT_EQ(flush().size(), 2u);
-        const K8Transform expected = product({turned, view, place ? place : moved(0, 0, 0)});
-        for (size_t i = 0; i < 12; ++i) {
-            const float element = expected.elements[i] / (i % 4 == 3 ? 1 : 64);
-            EXPECT_NEAR(glRecorder.modelView.top[i % 4 * 4 + i / 4], element, 1e-5 * std::max(0.01f, std::abs(element)))
-                << "row " << i / 4 << ", column " << i % 4;
-        }
-    }
-}
+// --- Camera ---
 
 TEST_F(DrawListTest, TheBlockSaysHowItIsSeen) {
     using Numbers = std::array<double, 5>;  // x, y, z, what z adds to w, what is added to z
@@ -187,34 +166,27 @@ TEST_F(DrawListTest, TheBlockSaysHowItIsSeen) {
     const Numbers parallel = {2 / (120 * aspect), 2.0 / 120, -2.0 / 32768, 0, -1};
     // What the camera refuses leaves it so.
     const Numbers fromAngle = perspective(1 / std::tan(37.5 / 180 * std::numbers::pi), aspect, 2, 60);
-    struct Case {
-        const char* what;
-        int16_t kind;
-        uint16_t width, height;
-        double near, far, degrees;
-        Numbers expected;
-    };
-    for (const Case& c : {
-             Case{"parallel", 1, 160, 120, 0, 0, 0, parallel},
-             Case{"from the screen's size", 2, 160, 120, 4, 50, 0, perspective(4.0 / 60, aspect, 4, 50)},
-             Case{"from an angle, shaped like the target", 3, 100, 10, 2, 60, 75, fromAngle},
-             Case{"no kind", 0, 160, 120, 3, 50, 60, fromAngle},
-             Case{"parallel without width", 1, 0, 120, 3, 50, 60, fromAngle},
-             Case{"size, near behind", 2, 160, 120, -3, 50, 60, fromAngle},
-             Case{"angle, far behind", 3, 160, 120, 3, -50, 60, fromAngle},
-             Case{"angle 180", 3, 160, 120, 3, 50, 180, fromAngle},
+    for (const auto& [what, kind, width, height, near, far, degrees, expected] : {
+             std::tuple{"parallel", 1, 160, 120, 0, 0, 0, parallel},
+             {"from the screen's size", 2, 160, 120, 4, 50, 0, perspective(4.0 / 60, aspect, 4, 50)},
+             {"from an angle, shaped like the target", 3, 100, 10, 2, 60, 75, fromAngle},
+             {"no kind", 0, 160, 120, 3, 50, 60, fromAngle},
+             {"parallel without width", 1, 0, 120, 3, 50, 60, fromAngle},
+             {"size, near behind", 2, 160, 120, -3, 50, 60, fromAngle},
+             {"angle, far behind", 3, 160, 120, 3, -50, 60, fromAngle},
+             {"angle 180", 3, 160, 120, 3, 50, 180, fromAngle},
          }) {
-        content.params.projection = c.kind;
-        content.params.screenWidth = c.width;
-        content.params.screenHeight = c.height;
-        content.params.nearDistance = fixed(c.near);
-        content.params.farDistance = fixed(c.far);
-        content.params.verticalAngle = fixed(c.degrees);
-        EXPECT_EQ(queueAndFlush().size(), 2u) << c.what;
+        content.params.projection = int16_t(kind);
+        content.params.screenWidth = uint16_t(width);
+        content.params.screenHeight = uint16_t(height);
+        content.params.nearDistance = fixed(near);
+        content.params.farDistance = fixed(far);
+        content.params.verticalAngle = fixed(degrees);
+        EXPECT_EQ(queueAndFlush().size(), 2u) << what;
         const GlRecorder::Matrix& m = glRecorder.projection.top;
         const float actual[] = {m[0], m[5], m[10], m[11], m[14]};
         for (size_t i = 0; i < 5; ++i)
-            EXPECT_NEAR(actual[i], c.expected[i], 1e-5 * std::abs(c.expected[i])) << c.what << ", number " << i;
+            EXPECT_NEAR(actual[i], expected[i], 1e-5 * std::abs(expected[i])) << what << ", number " << i;
     }
     content.params.farDistance = content.params.nearDistance;
     content.params.verticalAngle = fixed(60);
@@ -224,39 +196,35 @@ TEST_F(DrawListTest, TheBlockSaysHowItIsSeen) {
 // --- Parts and poses ---
 
 TEST_F(DrawListTest, PatternsComeFromTheActionOrFromTheInfo) {
-    struct Case {
-        const char* what;
-        bool hasAction;
-        uint32_t action, hostPattern;
-        std::vector<FigurePart> parts;
-    };
-    for (const Case& c : {
-             Case{"never chosen", false, 0, 0, {Body, Badge}},
-             Case{"bit 31, no action", false, 0x80000000, 0b11, {Body, Badge, Glass, Flag, Patch}},
-             Case{"as the last flush left it", false, 0, 0, {Body, Badge, Glass, Flag, Patch}},
-             Case{"the action's", true, 0, 0b10, {Body, Badge, Glass, Patch}},
-             Case{"bit 31 over the action", true, 0x80000000, 0b10, {Body, Badge, Flag}},
-             Case{"an action that does not exist", true, 9, 0b01, {Body, Badge, Flag}},
-         }) {
+    using Parts = std::vector<FigurePart>;
+    for (const auto& [what, hasAction, action, hostPattern, parts] :
+         {std::tuple{"never chosen", false, 0u, 0u, Parts{Body, Badge}},
+          {"bit 31, no action", false, 0x80000000, 0b11, {Body, Badge, Glass, Flag, Patch}},
+          {"as the last flush left it", false, 0, 0, {Body, Badge, Glass, Flag, Patch}},
+          {"the action's", true, 0, 0b10, {Body, Badge, Glass, Patch}},
+          {"bit 31 over the action", true, 0x80000000, 0b10, {Body, Badge, Flag}},
+          {"an action that does not exist", true, 9, 0b01, {Body, Badge, Flag}}}) {
         content.set([&](K8FigureInfo& info) {
-            info.action = c.action;
-            info.loadedAction = c.hasAction ? content.actions : nullptr;
+            info.action = action;
+            info.loadedAction = hasAction ? content.actions : nullptr;
         });
-        ASSERT_TRUE(K8Figure_setPattern(content.figure, c.hostPattern));
-        std::vector<FigurePart> parts;
-        for (const DrawnPart& drawn : queueAndFlush()) parts.push_back(drawn.part);
-        std::ranges::sort(parts);
-        EXPECT_EQ(parts, c.parts) << c.what;
+        ASSERT_TRUE(K8Figure_setPattern(content.figure, hostPattern));
+        Parts drawnParts;
+        for (const DrawnPart& drawn : queueAndFlush()) drawnParts.push_back(drawn.part);
+        std::ranges::sort(drawnParts);
+        EXPECT_EQ(drawnParts, parts) << what;
     }
 }
 
 TEST_F(DrawListTest, TwoItemsOfOneFigureHaveTheirOwnPoses) {
-    content.set([&](K8FigureInfo& info) { info.loadedAction = content.actions; });
+    std::vector<float> places;
     for (const int32_t frame : {0, 5, 10, 2}) {
-        content.set([&](K8FigureInfo& info) { info.frame = frame << 16; });
+        content.set([&](K8FigureInfo& info) {
+            info.loadedAction = content.actions;
+            info.frame = frame << 16;
+        });
         ASSERT_TRUE(queue());
     }
-    std::vector<float> places;
     for (const DrawnPart& drawn : flush())
         if (drawn.part == Body) places.push_back(drawn.draw.positions[0][0] + 64);
     EXPECT_EQ(places, (std::vector<float>{0, 320, 640, 128}));
@@ -273,53 +241,45 @@ TEST_F(DrawListTest, BlendingIsTheFiguresOrElseThePartsOwn) {
                       alphaAdd = "BlendFunc(SRC_ALPHA, ONE); DepthMask(0)", add = "BlendFunc(ONE, ONE); DepthMask(0)",
                       modulate = "BlendFunc(DST_COLOR, ZERO); DepthMask(0)";
     const std::array asItIs = {replace, replace, alpha, add}, modulating = {modulate, replace, alpha, add};
-    struct Case {
-        const char* what;
-        int16_t mode;
-        std::array<std::string, 4> blending;  // of body and patch, badge, glass, flag
-    };
-    for (const Case& c :
-         {Case{"alpha", K8_BLEND_ALPHA, {alpha, alpha, alpha, alpha}}, Case{"unknown counts as none", 33, asItIs},
-          Case{"additive", K8_BLEND_ADDITIVE, {alphaAdd, alphaAdd, alphaAdd, alphaAdd}},
-          Case{"none: as it was", K8_BLEND_NONE, asItIs},
-          Case{"modulating, which no polygon can ask for", K8_BLEND_NONE, modulating},
-          Case{"alpha in its place", K8_BLEND_ALPHA, {alpha, alpha, alpha, alpha}},
-          Case{"modulating again", K8_BLEND_NONE, modulating}}) {
-        if (c.blending == modulating) {
+    for (const auto& [what, mode, blending] :  // of body and patch, badge, glass, flag
+         {std::tuple{"alpha", int16_t(K8_BLEND_ALPHA), std::array{alpha, alpha, alpha, alpha}},
+          {"unknown counts as none", 33, asItIs},
+          {"additive", K8_BLEND_ADDITIVE, {alphaAdd, alphaAdd, alphaAdd, alphaAdd}},
+          {"none: as it was", K8_BLEND_NONE, asItIs},
+          {"modulating, which no polygon can ask for", K8_BLEND_NONE, modulating},
+          {"alpha in its place", K8_BLEND_ALPHA, {alpha, alpha, alpha, alpha}},
+          {"modulating again", K8_BLEND_NONE, modulating}}) {
+        if (blending == modulating) {
             qelCompositingMode_setBlending(bodyMode, int32_t(Blending::Modulate));
             qelCompositingMode_setDepthTestEnable(bodyMode, false);
         }
-        content.set([&](K8FigureInfo& info) { info.blendMode = c.mode; });
+        content.set([blendMode = mode](K8FigureInfo& info) { info.blendMode = blendMode; });
         const std::vector<DrawnPart> drawn = queueAndFlush();
-        EXPECT_EQ(drawn.size(), 5u) << c.what;
+        EXPECT_EQ(drawn.size(), 5u) << what;
         for (const DrawnPart& part : drawn) {
-            const std::string& expected = c.blending[part.part == Patch ? Body : part.part];
-            EXPECT_EQ(part.last("BlendFunc", "DepthMask"), expected) << c.what << ", part " << part.part;
-            EXPECT_EQ(part.has("BLEND"), expected != replace) << c.what << ", part " << part.part;
-            EXPECT_TRUE(part.has("DEPTH_TEST")) << c.what << ", part " << part.part;
+            SCOPED_TRACE(std::string(what) + ", part " + std::to_string(part.part));
+            const std::string& expected = blending[part.part == Patch ? Body : part.part];
+            EXPECT_EQ(part.last("BlendFunc", "DepthMask"), expected);
+            EXPECT_EQ(part.has("BLEND"), expected != replace);
+            EXPECT_TRUE(part.has("DEPTH_TEST"));
         }
     }
 }
 
 TEST_F(DrawListTest, TransparencyFadesWhatBlends) {
-    struct Case {
-        int32_t percent;  // F
-        int16_t mode;
-        int alpha;  // of 255
-        const char* diffuse;
-    };
-    for (const Case& c :
-         {Case{fixed(100), K8_BLEND_ALPHA, 254, "0.996078"}, Case{fixed(50), K8_BLEND_ALPHA, 127, "0.498039"},
-          Case{fixed(1), K8_BLEND_ADDITIVE, 2, "0.00784314"}, Case{fixed(-7), K8_BLEND_ALPHA, 0, "0"},
-          Case{fixed(50), K8_BLEND_NONE, 255, "1"}}) {
+    for (const auto& [percent, mode, alpha, diffuse] : {std::tuple{fixed(100), K8_BLEND_ALPHA, 254.0f, "0.996078"},
+                                                        {fixed(50), K8_BLEND_ALPHA, 127.0f, "0.498039"},
+                                                        {fixed(1), K8_BLEND_ADDITIVE, 2.0f, "0.00784314"},
+                                                        {fixed(-7), K8_BLEND_ALPHA, 0.0f, "0"},
+                                                        {fixed(50), K8_BLEND_NONE, 255.0f, "1"}}) {
         content.set([&](K8FigureInfo& info) {
-            info.transparency = c.percent;
-            info.blendMode = c.mode;
+            info.transparency = percent;
+            info.blendMode = int16_t(mode);
         });
         const std::vector<DrawnPart> drawn = queueAndFlush();
         EXPECT_EQ(firstOf(drawn, Body).last("Materialfv(DIFFUSE"),
-                  "Materialfv(DIFFUSE, {1, 1, 1, " + std::string(c.diffuse) + "})");
-        EXPECT_EQ(firstOf(drawn, Badge).draw.colors[0], (std::vector<float>{200, 100, 50, float(c.alpha)}));
+                  std::string("Materialfv(DIFFUSE, {1, 1, 1, ") + diffuse + "})");
+        EXPECT_EQ(firstOf(drawn, Badge).draw.colors[0], (std::vector<float>{200, 100, 50, alpha}));
     }
 }
 
@@ -329,43 +289,38 @@ TEST_F(DrawListTest, EveryPartHasTheTextureOfItsSlot) {
     // In the order of their uploads.
     const std::string firstOn = "BindTexture(1); TexEnvf(MODE, MODULATE)",
                       secondOn = "BindTexture(2); TexEnvf(MODE, MODULATE)";
-    struct Case {
-        const char* what;
-        std::vector<K8Texture*> slots;
-        K8TextureInfo firstInfo;
-        std::string body, bodyMap, glass;
-    };
     queueAndFlush();  // uploads the two textures, in the order of the parts
-    for (const Case& c : {
-             Case{"modulated", {first, second}, {}, firstOn, "", secondOn},
-             Case{"a second map that is not switched on", {first, second}, {0, 7, map}, firstOn, "", secondOn},
-             Case{"exchanged", {second, first}, {}, secondOn, "", firstOn},
-             Case{"fewer than slots", {second}, {}, secondOn, "", ""},
-             Case{"more than slots", {first, second, map}, {}, firstOn, "", secondOn},
-             Case{"replacing, with a map",
-                  {first, second},
-                  {1, 1, map},
-                  "BindTexture(1); TexEnvf(MODE, REPLACE)",
-                  "BindTexture(3); TexEnvf(MODE, ADD)",
-                  secondOn},
-         }) {
-        K8Texture_setTmpData(first, &c.firstInfo);
-        content.setTextures(c.slots);
+    using Textures = std::vector<K8Texture*>;
+    for (const auto& [what, slots, firstInfo, body, bodyMap, glass] :
+         {std::tuple{"modulated", Textures{first, second}, K8TextureInfo{}, firstOn, "", secondOn},
+          {"a second map that is not switched on", {first, second}, {0, 7, map}, firstOn, "", secondOn},
+          {"exchanged", {second, first}, {}, secondOn, "", firstOn},
+          {"fewer than slots", {second}, {}, secondOn, "", ""},
+          {"more than slots", {first, second, map}, {}, firstOn, "", secondOn},
+          {"replacing, with a map",
+           {first, second},
+           {1, 1, map},
+           "BindTexture(1); TexEnvf(MODE, REPLACE)",
+           "BindTexture(3); TexEnvf(MODE, ADD)",
+           secondOn}}) {
+        SCOPED_TRACE(what);
+        K8Texture_setTmpData(first, &firstInfo);
+        content.setTextures(slots);
         const std::vector<DrawnPart> drawn = queueAndFlush();
-        ASSERT_EQ(drawn.size(), 4u) << c.what;
+        ASSERT_EQ(drawn.size(), 4u);
         for (const FigurePart part : {Body, Patch}) {
             const DrawnPart& drawnPart = firstOf(drawn, part);
-            EXPECT_EQ(drawnPart.unit(0), c.body) << c.what;
-            EXPECT_EQ(drawnPart.unit(1), c.bodyMap) << c.what;
-            if (c.bodyMap.empty()) continue;
+            EXPECT_EQ(drawnPart.unit(0), body);
+            EXPECT_EQ(drawnPart.unit(1), bodyMap);
+            if (!*bodyMap) continue;
             EXPECT_EQ(drawnPart.draw.lookups[1], drawnPart.draw.lookups[0]) << "the coordinates of the first";
             EXPECT_EQ(drawnPart.draw.lookups[1].back()[0], part == Body ? 1 : 0) << "scaled from texels";
         }
-        EXPECT_EQ(firstOf(drawn, Glass).unit(0), c.glass) << c.what;
-        EXPECT_EQ(firstOf(drawn, Glass).unit(1), "") << c.what;
-        EXPECT_EQ(firstOf(drawn, Badge).unit(0), "") << c.what << ": a colour polygon";
+        EXPECT_EQ(firstOf(drawn, Glass).unit(0), glass);
+        EXPECT_EQ(firstOf(drawn, Glass).unit(1), "");
+        EXPECT_EQ(firstOf(drawn, Badge).unit(0), "") << "a colour polygon";
         for (K8Texture* texture : {first, second, map})
-            EXPECT_EQ(texture->header.object->refCount, 1) << c.what << ": the slots are empty again";
+            EXPECT_EQ(texture->header.object->refCount, 1) << "the slots are empty again";
     }
 }
 
@@ -388,15 +343,16 @@ TEST_F(DrawListTest, TheSecondFlushSendsAndAllocatesNothingNew) {
 
     heap.failAfter(kNeverFail);
     host.failAfter(kNeverFail);
+    const auto expectCalls = [this](const char* what, int32_t ofHeap, int32_t ofHost) {
+        EXPECT_EQ(heap.calls(), ofHeap) << what;
+        EXPECT_EQ(host.calls(), ofHost) << what;
+    };
     ASSERT_TRUE(queue());
-    EXPECT_EQ(heap.calls(), 3 + 1) << "duplicates of lights and fog";
-    EXPECT_EQ(host.calls(), 2 + 1) << "the arrays of lights, and the textures of the copy";
+    expectCalls("duplicates of lights and fog, the arrays of lights, the textures of the copy", 3 + 1, 2 + 1);
     ASSERT_TRUE(queue());
-    EXPECT_EQ(heap.calls(), 4 + 1) << "the lights are those of the first";
-    EXPECT_EQ(host.calls(), 3 + 1);
+    expectCalls("the lights are those of the first", 4 + 1, 3 + 1);
     EXPECT_TRUE(StageContent::flush(render));
-    EXPECT_EQ(heap.calls(), 4 + 1);
-    EXPECT_EQ(host.calls(), 3 + 1);
+    expectCalls("a flush", 4 + 1, 3 + 1);
 }
 
 }  // namespace

@@ -62,31 +62,26 @@ TEST_F(ImageDrawTest, ABackgroundImageIsDrawnOverItsColor) {
 }
 
 TEST_F(ImageDrawTest, TheCropFillsTheTarget) {
-    struct Case {
-        const char* what;
-        PixelRect crop;
-        ImageMode mode;
-        Shown shown;  // all 0: nothing
-    };
     constexpr auto border = ImageMode::Border, repeat = ImageMode::Repeat;
     const Held<Image2D> image = makeImage(ImageFormat::Rgb, 8, 16);
     const Held<Background> background = makeBackground(image);
-    for (const Case& c : {
-             Case{"part", {2, 4, 4, 8}, border, {0, 0, 64, 48, 2, 4, 6, 12}},
-             Case{"border left and top", {-8, -16, 16, 32}, border, {32, 24, 64, 48, 0, 0, 8, 16}},
-             Case{"border right and bottom", {4, 8, 8, 16}, border, {0, 0, 32, 24, 4, 8, 8, 16}},
-             Case{"all border", {8, 0, 4, 4}, border, {}},
-             Case{"empty crop", {0, 0, 0, 16}, border, {}},
-             Case{"repeated", {-4, -8, 32, 64}, repeat, {0, 0, 64, 48, 4, 8, 36, 72}},
-             Case{"repeated far away", {8003, 0, 8, 16}, repeat, {0, 0, 64, 48, 3, 0, 11, 16}},
-             Case{"empty and repeated", {0, 0, 8, 0}, repeat, {}},
+    for (const auto& [what, crop, mode, shown] : {
+             // all 0: nothing
+             std::tuple{"part", PixelRect{2, 4, 4, 8}, border, Shown{0, 0, 64, 48, 2, 4, 6, 12}},
+             {"border left and top", {-8, -16, 16, 32}, border, {32, 24, 64, 48, 0, 0, 8, 16}},
+             {"border right and bottom", {4, 8, 8, 16}, border, {0, 0, 32, 24, 4, 8, 8, 16}},
+             {"all border", {8, 0, 4, 4}, border, {}},
+             {"empty crop", {0, 0, 0, 16}, border, {}},
+             {"repeated", {-4, -8, 32, 64}, repeat, {0, 0, 64, 48, 4, 8, 36, 72}},
+             {"repeated far away", {8003, 0, 8, 16}, repeat, {0, 0, 64, 48, 3, 0, 11, 16}},
+             {"empty and repeated", {0, 0, 8, 0}, repeat, {}},
          }) {
-        qelBackground_setCrop(background, c.crop.x, c.crop.y, c.crop.width, c.crop.height);
-        qelBackground_setImageMode(background, int32_t(c.mode), int32_t(c.mode));
+        qelBackground_setCrop(background, crop.x, crop.y, crop.width, crop.height);
+        qelBackground_setImageMode(background, int32_t(mode), int32_t(mode));
         glRecorder.draws.clear();
         EXPECT_EQ(qelGLBackend_clear(backend, kClearColor, background), QEL_STATUS_OK);
-        ASSERT_EQ(glRecorder.draws.size(), c.shown == Shown{} ? 0u : 1u) << c.what;
-        if (c.shown != Shown{}) expectShown(c.shown, 8, 16, c.what);
+        ASSERT_EQ(glRecorder.draws.size(), shown == Shown{} ? 0u : 1u) << what;
+        if (shown != Shown{}) expectShown(shown, 8, 16, what);
     }
     EXPECT_EQ(glRecorder.uploads.size(), 1u) << "with both sides a power of two, modes do not matter to the image";
 }
@@ -183,9 +178,9 @@ protected:
         Result result;
         return Held<Sprite3D>(qelSprite3D_create(scaled, image, appearance, &result));
     }
-    std::string drawSprite(Sprite3D* sprite, float x, float y, float z, Result expected = QEL_STATUS_OK) {
+    std::string drawSprite(Sprite3D* sprite, float z = -1, Result expected = QEL_STATUS_OK) {
         qelTransform place = identity;
-        qelTransform_postTranslate(&place, x, y, z);
+        qelTransform_postTranslate(&place, 0, 0, z);
         qelTransform_postScale(&place, 1, 2, 1);
         glRecorder.draws.clear();
         glRecorder.take();
@@ -199,42 +194,37 @@ protected:
 };
 
 TEST_F(SpriteTest, CropsCoverPixelsOrTheUnitSquare) {
-    struct Case {
-        const char* what;
-        bool scaled;
-        PixelRect crop;
-        Shown shown;  // with the sprite in the middle of the target at a distance of 2
-    };
+    // In the middle of the target at a distance of 2.
     // The unit square, twice as high as wide, takes 3 x 32 / 2 = 48 by 2 x 4 x 24 / 2 = 96 pixels there.
-    for (const Case& c : {
-             Case{"pixel for pixel", false, {0, 0, 8, 4}, {28, 22, 36, 26, 0, 0, 8, 4}},
-             Case{"a mirrored part", false, {2, 1, -4, -2}, {34, 25, 30, 23, 2, 1, 6, 3}},
-             Case{"beyond the left and top", false, {-4, -2, 8, 4}, {32, 24, 36, 26, 0, 0, 4, 2}},
-             Case{"beyond the right, mirrored", false, {4, 0, -8, 4}, {36, 22, 32, 26, 4, 0, 8, 4}},
-             Case{"odd sides stay on pixels", false, {0, 0, 7, 3}, {29, 22, 36, 25, 0, 0, 7, 3}},
-             Case{"scaled part", true, {6, 0, 4, 4}, {8, -24, 32, 72, 6, 0, 8, 4}},
-             Case{"scaled and mirrored", true, {0, 0, -8, 4}, {56, -24, 8, 72, 0, 0, 8, 4}},
+    for (const auto& [what, scaled, crop, shown] : {
+             std::tuple{"pixel for pixel", false, PixelRect{0, 0, 8, 4}, Shown{28, 22, 36, 26, 0, 0, 8, 4}},
+             {"a mirrored part", false, {2, 1, -4, -2}, {34, 25, 30, 23, 2, 1, 6, 3}},
+             {"beyond the left and top", false, {-4, -2, 8, 4}, {32, 24, 36, 26, 0, 0, 4, 2}},
+             {"beyond the right, mirrored", false, {4, 0, -8, 4}, {36, 22, 32, 26, 4, 0, 8, 4}},
+             {"odd sides stay on pixels", false, {0, 0, 7, 3}, {29, 22, 36, 25, 0, 0, 7, 3}},
+             {"scaled part", true, {6, 0, 4, 4}, {8, -24, 32, 72, 6, 0, 8, 4}},
+             {"scaled and mirrored", true, {0, 0, -8, 4}, {56, -24, 8, 72, 0, 0, 8, 4}},
          }) {
-        const Held<Sprite3D> sprite = makeSprite(c.scaled);
-        qelSprite3D_setCrop(sprite, c.crop.x, c.crop.y, c.crop.width, c.crop.height);
-        drawSprite(sprite, 0, 0, -2);
-        ASSERT_EQ(glRecorder.draws.size(), 1u) << c.what;
-        expectShown(c.shown, 8, 4, c.what);
-        for (const auto& corner : glRecorder.draws[0].corners) EXPECT_NEAR(corner[2], 0.25f, 1e-6) << c.what;
+        const Held<Sprite3D> sprite = makeSprite(scaled);
+        qelSprite3D_setCrop(sprite, crop.x, crop.y, crop.width, crop.height);
+        drawSprite(sprite, -2);
+        ASSERT_EQ(glRecorder.draws.size(), 1u) << what;
+        expectShown(shown, 8, 4, what);
+        for (const auto& corner : glRecorder.draws[0].corners) EXPECT_NEAR(corner[2], 0.25f, 1e-6) << what;
     }
 }
 
 TEST_F(SpriteTest, WhatCannotBeSeenSendsNothing) {
     const Held<Sprite3D> sprite = makeSprite(true);
-    EXPECT_EQ(drawSprite(sprite, 0, 0, 1), "") << "behind the camera";
-    EXPECT_EQ(drawSprite(sprite, 0, 0, 0), "") << "at the camera";
+    EXPECT_EQ(drawSprite(sprite, 1), "") << "behind the camera";
+    EXPECT_EQ(drawSprite(sprite, 0), "") << "at the camera";
     qelSprite3D_setCrop(sprite, 8, 0, 4, 4);
-    EXPECT_EQ(drawSprite(sprite, 0, 0, -1), "") << "crop beside the image";
+    EXPECT_EQ(drawSprite(sprite), "") << "crop beside the image";
     qelSprite3D_setCrop(sprite, 0, 0, 0, 4);
-    EXPECT_EQ(drawSprite(sprite, 0, 0, -1), "") << "empty crop";
+    EXPECT_EQ(drawSprite(sprite), "") << "empty crop";
     const Held<Sprite3D> bare = makeSprite(true);
     qelSprite3D_setAppearance(bare, nullptr);
-    EXPECT_EQ(drawSprite(bare, 0, 0, -1), "") << "no appearance";
+    EXPECT_EQ(drawSprite(bare), "") << "no appearance";
 }
 
 TEST_F(SpriteTest, StateFollowsTheAppearanceAndIsPutBack) {
@@ -244,10 +234,10 @@ TEST_F(SpriteTest, StateFollowsTheAppearanceAndIsPutBack) {
     qelAppearance_setFog(appearance, fog);
     const Held<Sprite3D> sprite = makeSprite(true);
     alphaFactor = 0.5f;
-    expectAll(drawSprite(sprite, 0, 0, -1), {"Enable(FOG)", "Disable(LIGHTING)", "MODE, REPLACE", "Color4f(1, 1, 1, 1)",
-                                             "Disable(CULL_FACE)", "TEXTURE_WRAP_S, CLAMP_TO_EDGE"});
+    expectAll(drawSprite(sprite), {"Enable(FOG)", "Disable(LIGHTING)", "MODE, REPLACE", "Color4f(1, 1, 1, 1)",
+                                   "Disable(CULL_FACE)", "TEXTURE_WRAP_S, CLAMP_TO_EDGE"});
     qelCompositingMode_setBlending(mode, int32_t(Blending::Alpha));
-    expectAll(drawSprite(sprite, 0, 0, -1), {"Enable(BLEND)", "MODE, MODULATE", "Color4f(1, 1, 1, 0.498039)"});
+    expectAll(drawSprite(sprite), {"Enable(BLEND)", "MODE, MODULATE", "Color4f(1, 1, 1, 0.498039)"});
     for (const GlRecorder::MatrixStack* stack :
          {&glRecorder.modelView, &glRecorder.projection, &glRecorder.textureMatrix[0]})
         EXPECT_TRUE(stack->saved.empty());
@@ -257,15 +247,15 @@ TEST_F(SpriteTest, StateFollowsTheAppearanceAndIsPutBack) {
 
 TEST_F(SpriteTest, AnotherImageTakesTheTexture) {
     const Held<Sprite3D> sprite = makeSprite(false);
-    drawSprite(sprite, 0, 0, -1);
-    EXPECT_EQ(drawSprite(sprite, 0, 0, -1).find("TexImage"), std::string::npos);
+    drawSprite(sprite);
+    EXPECT_EQ(drawSprite(sprite).find("TexImage"), std::string::npos);
     const Held<Image2D> odd = makeImage(ImageFormat::Luminance, 5, 3);
     qelSprite3D_setImage(sprite, odd);
-    expectAll(drawSprite(sprite, 0, 0, -1),
+    expectAll(drawSprite(sprite),
               {"DeleteTextures(1)", "GenTextures(2)", "TexImage2D(0, LUMINANCE, 8, 4, 0, LUMINANCE, UNSIGNED_BYTE)"});
     qelImage2D_touch(odd);
     glRecorder.uploadsUntilOutOfMemory = 0;
-    EXPECT_EQ(drawSprite(sprite, 0, 0, 1), "") << "not in sight";
-    drawSprite(sprite, 0, 0, -1, QEL_STATUS_OUT_OF_MEMORY);
-    expectAll(drawSprite(sprite, 0, 0, -1), {"TexImage"});
+    EXPECT_EQ(drawSprite(sprite, 1), "") << "not in sight";
+    drawSprite(sprite, -1, QEL_STATUS_OUT_OF_MEMORY);
+    expectAll(drawSprite(sprite), {"TexImage"});
 }
