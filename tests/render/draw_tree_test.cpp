@@ -109,17 +109,14 @@ TEST_F(DrawTreeTest, LightsStandWhereTheirGroupsPutThem) {
     content.params.viewingTransform = moved(1, 2, 3);
     content.params.lightCount = 1;
     content.setLight(2, {{fixed(3), fixed(-4), fixed(5)}, {0, 0, fixed(-1)}});
-    content.setLight(3, {{0, 0, 0}, {0, 0, fixed(1)}});
     K8Light_clearTmpData(content.lights[4]);
     K8Light gone;
     K8Light_destroy(K8Light_create(&gone, host.get()));
     gone.header.classId = K8_CLASS_LIGHT;
-    K8Transform* outer = moved(0, 5, 0);
+    K8Transform *outer = moved(0, 5, 0), *inner = moved(-1, 0, 4);
     K8Transform_rotate(outer, 0, 0, fixed(1), fixed(90));
-    K8Transform* inner = moved(-1, 0, 4);
-    K8Group* lit = makeGroup({&content.lights[2]->header, &content.lights[4]->header, &content.lights[0]->header,
-                              &gone.header, &content.lights[3]->header},
-                             inner);
+    K8Group* lit = makeGroup(
+        {&content.lights[2]->header, &content.lights[4]->header, &content.lights[0]->header, &gone.header}, inner);
     ASSERT_TRUE(queueTree(makeGroup(
         {&content.figure->header, &content.lights[1]->header, &lit->header, &lit->header, &content.figure->header},
         outer)));
@@ -128,11 +125,8 @@ TEST_F(DrawTreeTest, LightsStandWhereTheirGroupsPutThem) {
     EXPECT_TRUE(queued[0]->lightsChanged) << "lights behind it in the tree count too";
     EXPECT_FALSE(queued[1]->lightsChanged);
     const K8Transform above = product({content.params.viewingTransform, &content.place, outer}),
-                      below = product({&above, inner});
-    K8Transform placed = below, turned = below;
-    K8Transform_translate(&placed, fixed(3), fixed(-4), fixed(5));
-    K8Transform_rotate(&turned, fixed(1), 0, 0, fixed(180));
-    const K8Transform* expected[] = {content.params.viewingTransform, &above, &placed, &turned};
+                      placed = product({&above, inner, moved(3, -4, 5)});
+    const K8Transform* expected[] = {content.params.viewingTransform, &above, &placed};
     ASSERT_EQ(queued[0]->lightCount, int32_t(std::size(expected))) << "each once, and none that cannot shine";
     for (uint32_t i = 0; i < std::size(expected); ++i) {
         EXPECT_EQ(queued[0]->lights[i]->color, i + 1);
@@ -140,29 +134,21 @@ TEST_F(DrawTreeTest, LightsStandWhereTheirGroupsPutThem) {
     }
 }
 
-// Digits are lights; "kept" are those of the item by slot.
 TEST_F(DrawTreeTest, ShallowLightsDisplaceDeepOnes) {
-    struct Case {
-        const char* what;
-        uint16_t blockLights;
-        const char* tree;
-        std::string kept;
-    };
-    for (const Case& c : {
-             Case{"the first eight of a group", 0, "F0123456789", "01234567"},
-             Case{"a deeper one is dropped", 0, "F01234567(8)", "01234567"},
-             Case{"the last of a group yields", 0, "F(01234567)89", "01234598"},
-             Case{"the deepest yields first", 0, "F(((0))1234567)89", "81234569"},
-             Case{"of as deep ones that of the later group", 0, "F((9)0123456()7)8", "80123456"},
-             Case{"a dropped one met again higher up", 0, "F(0123456)(7)(8)8", "01234568"},
-             Case{"and stay", 8, "F89", "01234567"},
-         }) {
-        content.params.lightCount = c.blockLights;
-        ASSERT_TRUE(queueTree(parse(c.tree)));
+    for (const auto& [what, blockLights, tree, kept] :  // by slot
+         {std::tuple{"the first eight of a group", 0, "F0123456789", "01234567"},
+          {"a deeper one is dropped", 0, "F01234567(8)", "01234567"},
+          {"the last of a group yields", 0, "F(01234567)89", "01234598"},
+          {"the deepest yields first", 0, "F(((0))1234567)89", "81234569"},
+          {"of as deep ones that of the later group", 0, "F((9)0123456()7)8", "80123456"},
+          {"a dropped one met again higher up", 0, "F(0123456)(7)(8)8", "01234568"},
+          {"and stay", 8, "F89", "01234567"}}) {
+        content.params.lightCount = uint16_t(blockLights);
+        ASSERT_TRUE(queueTree(parse(tree)));
         const DrawItem* item = items().at(0);
-        std::string kept;
-        for (int32_t i = 0; i < item->lightCount; ++i) kept += char('0' + item->lights[i]->color - 1);
-        EXPECT_EQ(kept, c.kept) << c.what;
+        std::string lights;
+        for (int32_t i = 0; i < item->lightCount; ++i) lights += char('0' + item->lights[i]->color - 1);
+        EXPECT_EQ(lights, kept) << what;
         K8Render_clear3D(render);
     }
 }
@@ -247,19 +233,16 @@ TEST_F(DrawTreeTest, WalksOfTreesThatAreTooLargeEnd) {
     K8Group* tooDeep = makeGroup({&deep->header});
     K8Group* cycle = makeGroup({&content.figure->header, nullptr});
     cycle->info->childHandles[1] = &cycle->header;
-    struct Case {
-        const char* what;
-        K8Group* root;
-        int32_t status;
-    };
     for (int round = 0; round < 2; ++round) {  // no record is lost
-        for (const Case& c :
-             {Case{"all children", widest, kNoStatus}, Case{"one more", tooWide, K8_ERR_FAILURE},
-              Case{"all groups", doubled, kNoStatus}, Case{"one more", tooMany, K8_ERR_FAILURE},
-              Case{"as deep as it goes", deep, kNoStatus}, Case{"one level more", tooDeep, K8_ERR_OUT_OF_MEMORY},
-              Case{"a group that contains itself", cycle, K8_ERR_OUT_OF_MEMORY}}) {
-            EXPECT_EQ(queueTree(c.root), c.status == kNoStatus) << c.what;
-            EXPECT_EQ(takeStatus(), c.status) << c.what;
+        for (const auto& [what, root, status] : {std::tuple{"all children", widest, kNoStatus},
+                                                 {"a child more", tooWide, K8_ERR_FAILURE},
+                                                 {"all groups", doubled, kNoStatus},
+                                                 {"a group more", tooMany, K8_ERR_FAILURE},
+                                                 {"as deep as it goes", deep, kNoStatus},
+                                                 {"a level more", tooDeep, K8_ERR_OUT_OF_MEMORY},
+                                                 {"a group that contains itself", cycle, K8_ERR_OUT_OF_MEMORY}}) {
+            EXPECT_EQ(queueTree(root), status == kNoStatus) << what;
+            EXPECT_EQ(takeStatus(), status) << what;
         }
         EXPECT_EQ(items().size(), 1u) << "the figure at the end of the deep chain";
         EXPECT_EQ(flush().size(), 2u);

@@ -27,34 +27,35 @@ int64_t backFrom(const FixedGrid& grid, std::span<const int16_t> placed, size_t 
 }
 
 TEST(FixedGrid, IsTheFinestThatHoldsEverything) {
-    struct Case {
-        int32_t least, greatest;
-        uint32_t shift;
-        int64_t origin;
-    };
     // The origin is the roundest where 0 is too far.
-    for (const Case& c :
-         {Case{0, 0, 0, 0}, Case{-32768, 32767, 0, 0}, Case{0, 32768, 0, 32768}, Case{-32769, 0, 0, -16384},
-          Case{0, 65536, 1, 32768}, Case{0, 131070, 1, 32768}, Case{1, 131073, 2, 32768},
-          Case{-0x12345678, -0x12345678 + 30000, 0, -0x12340000},
-          Case{INT32_MAX - 65535, INT32_MAX, 0, int64_t(INT32_MAX) - INT16_MAX},
-          Case{INT32_MIN, INT32_MIN + 65536, 1, 32768 - (int64_t(1) << 30)}, Case{INT32_MIN, INT32_MAX, 17, 0}}) {
-        SCOPED_TRACE(std::to_string(c.least) + " to " + std::to_string(c.greatest));
+    for (const auto& [least, greatest, shift, origin] :
+         {std::tuple<int32_t, int32_t, uint32_t, int64_t>{0, 0, 0, 0},
+          {-32768, 32767, 0, 0},
+          {0, 32768, 0, 32768},
+          {-32769, 0, 0, -16384},
+          {0, 65536, 1, 32768},
+          {0, 131070, 1, 32768},
+          {1, 131073, 2, 32768},
+          {-0x12345678, -0x12345678 + 30000, 0, -0x12340000},
+          {INT32_MAX - 65535, INT32_MAX, 0, int64_t(INT32_MAX) - INT16_MAX},
+          {INT32_MIN, INT32_MIN + 65536, 1, 32768 - (int64_t(1) << 30)},
+          {INT32_MIN, INT32_MAX, 17, 0}}) {
+        SCOPED_TRACE(std::to_string(least) + " to " + std::to_string(greatest));
         for (size_t axis = 0; axis < 3; ++axis) {
-            Values vectors(9, int32_t((int64_t(c.least) + c.greatest) / 2));
-            vectors[axis] = c.greatest;
-            vectors[3 + axis] = c.least;
+            Values vectors(9, int32_t((int64_t(least) + greatest) / 2));
+            vectors[axis] = greatest;
+            vectors[3 + axis] = least;
             const FixedGrid grid = FixedGrid_fit(vectors, 3);
-            EXPECT_EQ(grid.shift, c.shift);
-            EXPECT_EQ(grid.origin[axis], c.origin);
+            EXPECT_EQ(grid.shift, shift);
+            EXPECT_EQ(grid.origin[axis], origin);
             std::array<int16_t, 9> placed;
             FixedGrid_place(grid, vectors, 3, placed.data());
             for (size_t i = 0; i < 9; ++i)
-                EXPECT_LE(std::abs(backFrom(grid, placed, i) - vectors[i]), int64_t(1) << c.shift >> 1) << i;
+                EXPECT_LE(std::abs(backFrom(grid, placed, i) - vectors[i]), int64_t(1) << shift >> 1) << i;
             float bias[3];
             FixedGrid_bias(grid, bias);
-            EXPECT_EQ(FixedGrid_scale(grid), std::ldexp(1.0f, int(c.shift) - 12));
-            EXPECT_EQ(bias[axis], float(std::ldexp(double(c.origin), int(c.shift) - 12)));
+            EXPECT_EQ(FixedGrid_scale(grid), std::ldexp(1.0f, int(shift) - 12));
+            EXPECT_EQ(bias[axis], float(std::ldexp(double(origin), int(shift) - 12)));
         }
     }
 }
@@ -111,34 +112,33 @@ constexpr Record recordOf(int32_t width, int32_t height, int32_t angle = 0, int3
 }
 
 TEST_F(SpriteTest, SizesAndAnglesGiveTheseCorners) {
-    const auto pixels = [](RenderState*) {};
-    const auto flat = [](RenderState* s) { K8RenderState_setParallel(s, 80, 240); };  // 2 and 1/2 pixels a unit
-    struct Case {
-        const char* what;
-        std::function<void(RenderState*)> project;
-        std::array<int32_t, 3> centre;
-        Record record;
-        std::array<Corner, 4> corners;
-    };
-    // clang-format off
-    for (const Case& c : {
-             Case{"odd sizes lose their half", pixels, {0, 0, 0}, recordOf(7, 1), {{{-3, 0}, {3, 0}, {3, 0}, {-3, 0}}}},
-             Case{"back", pixels, {0, 0, 0}, recordOf(8, 4, -1024), {{{-2, 4}, {-2, -4}, {2, -4}, {2, 4}}}},
-             Case{"an eighth", pixels, {0, 0, 0}, recordOf(20, 10, 512), {{{-3, -11}, {11, 3}, {3, 11}, {-11, -3}}}},
-             Case{"parallel", flat, {0, 0, 0}, recordOf(8, 4, 0, 1), {{{-2, -4}, {2, -4}, {2, 4}, {-2, 4}}}},
-             Case{"as far as 16 bits go", pixels, {32767, -32768, 0}, recordOf(8, INT32_MAX),
-                  {{{32763, -32768}, {32767, -32768}, {32767, 32767}, {32763, 32767}}}},
-             Case{"low 16 bits", pixels, {0x30001, 0xFFFE, 65536}, recordOf(8, 4), {{{-3, -4}, {5, -4}, {5, 0}, {-3, 0}}}}}) {
-        // clang-format on
-        c.project(&state);
+    using Corners = std::array<Corner, 4>;
+    for (const auto& [what, shownWidth, shownHeight, centre, record, corners] :
+         {std::tuple{"odd sizes lose their half", kWidth, kHeight, std::array{0, 0, 0}, recordOf(7, 1),
+                     Corners{{{-3, 0}, {3, 0}, {3, 0}, {-3, 0}}}},
+          {"back", kWidth, kHeight, {0, 0, 0}, recordOf(8, 4, -1024), {{{-2, 4}, {-2, -4}, {2, -4}, {2, 4}}}},
+          {"an eighth", kWidth, kHeight, {0, 0, 0}, recordOf(20, 10, 512), {{{-3, -11}, {11, 3}, {3, 11}, {-11, -3}}}},
+          {"2 and 1/2 pixels a unit", 80, 240, {0, 0, 0}, recordOf(8, 4, 0, 1), {{{-2, -4}, {2, -4}, {2, 4}, {-2, 4}}}},
+          {"as far as 16 bits go",
+           kWidth,
+           kHeight,
+           {32767, -32768, 0},
+           recordOf(8, INT32_MAX),
+           {{{32763, -32768}, {32767, -32768}, {32767, 32767}, {32763, 32767}}}},
+          {"low 16 bits",
+           kWidth,
+           kHeight,
+           {0x30001, 0xFFFE, 65536},
+           recordOf(8, 4),
+           {{{-3, -4}, {5, -4}, {5, 0}, {-3, 0}}}}}) {
+        K8RenderState_setParallel(&state, shownWidth, shownHeight);
         SpriteShape shape;
-        ASSERT_TRUE(SpriteGeometry_make(state, c.centre.data(), c.record.data(), &shape)) << c.what;
-        EXPECT_FALSE(shape.isPlaced) << c.what;
+        ASSERT_TRUE(SpriteGeometry_make(state, centre.data(), record.data(), &shape)) << what;
+        EXPECT_FALSE(shape.isPlaced) << what;
         for (size_t i = 0; i < 4; ++i) {
-            EXPECT_EQ((Corner{shape.corners[i][0], shape.corners[i][1]}), c.corners[i]) << c.what << ", corner " << i;
-            EXPECT_EQ(shape.corners[i][2], int16_t(c.centre[2])) << c.what;
+            EXPECT_EQ((Corner{shape.corners[i][0], shape.corners[i][1]}), corners[i]) << what << ", corner " << i;
+            EXPECT_EQ(shape.corners[i][2], int16_t(centre[2])) << what;
         }
-        K8RenderState_setParallel(&state, kWidth, kHeight);
     }
 }
 

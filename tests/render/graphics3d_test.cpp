@@ -113,26 +113,20 @@ TEST(Graphics3D, TheLightListGrowsAndHoldsItsLights) {
 
 // Light i, counted from 1, stands on the x axis and is coloured by its number.
 TEST_F(GraphicsTest, TheEightNearestOfTheLightsThatTakePartAreUsed) {
-    struct Case {
-        const char* what;
-        std::vector<float> places;
-        std::vector<uint32_t> slots;
-        float modelX = 0;
-    };
-    for (const Case& c : {
-             Case{"eight, however far", {900, 1, 5, 2, 2, 2, 2, 9999}, {1, 2, 3, 4, 5, 6, 7, 8}},
-             Case{"the ninth takes the farthest one's slot", {1, 2, 3, 90, 5, 6, 7, 8, 4}, {1, 2, 3, 9, 5, 6, 7, 8}},
-             Case{
-                 "of equally far ones the later slot yields", {1, 50, 3, 4, -50, 6, 7, 8, 9}, {1, 2, 3, 4, 9, 6, 7, 8}},
-             Case{"against its equal the ninth yields", {1, 2, 3, 4, 5, 6, 7, 50, -50}, {1, 2, 3, 4, 5, 6, 7, 8}},
-             Case{"one after the other", {20, 30, 1, 1, 1, 1, 1, 1, 25, 2, 3}, {11, 10, 3, 4, 5, 6, 7, 8}},
-             Case{"seen from the model", {1, 2, 3, 90, 5, 6, 7, 8, 4}, {9, 2, 3, 4, 5, 6, 7, 8}, 80},
-         }) {
+    using Places = std::vector<float>;
+    using Slots = std::vector<uint32_t>;
+    for (const auto& [what, modelX, places, slots] :
+         {std::tuple{"eight, however far", 0.0f, Places{900, 1, 5, 2, 2, 2, 2, 9999}, Slots{1, 2, 3, 4, 5, 6, 7, 8}},
+          {"the farthest one's slot is taken", 0, {1, 2, 3, 90, 5, 6, 7, 8, 4}, {1, 2, 3, 9, 5, 6, 7, 8}},
+          {"of equally far ones the later", 0, {1, 50, 3, 4, -50, 6, 7, 8, 9}, {1, 2, 3, 4, 9, 6, 7, 8}},
+          {"the ninth yields to its equal", 0, {1, 2, 3, 4, 5, 6, 7, 50, -50}, {1, 2, 3, 4, 5, 6, 7, 8}},
+          {"one by one", 0, {20, 30, 1, 1, 1, 1, 1, 1, 25, 2, 3}, {11, 10, 3, 4, 5, 6, 7, 8}},
+          {"seen from the model", 80, {1, 2, 3, 90, 5, 6, 7, 8, 4}, {9, 2, 3, 4, 5, 6, 7, 8}}}) {
         qelGraphics3D_resetLights(graphics);
-        for (size_t i = 0; i < c.places.size(); ++i) addLight(uint32_t(i + 1), c.places[i]);
-        const qelTransform model = translation(c.modelX, 0, 0);
+        for (size_t i = 0; i < places.size(); ++i) addLight(uint32_t(i + 1), places[i]);
+        const qelTransform model = translation(modelX, 0, 0);
         names(makeMesh(1), &model);
-        EXPECT_EQ(lightsInUse(), c.slots) << c.what;
+        EXPECT_EQ(lightsInUse(), slots) << what;
     }
     qelGraphics3D_resetLights(graphics);
     glRecorder.take();

@@ -103,24 +103,6 @@ protected:
         }
     }
 
-    // A list of nothing but one kind of leaf takes more of its records than any list of a frame.
-    void fillPools() {
-        Scene& scene = *scenes[0];
-        K8Texture* const* textures = scene.content.textures.data();
-        std::vector<K8Handle*> kinds = {&scene.content.figure->header};
-        for (K8Primitive* primitive : scene.primitives) {
-            primitive->info->texture = textures[0];
-            kinds.push_back(&primitive->header);
-        }
-        scene.content.setMode(textures[0], 0, textures[2]);
-        scene.content.setTextures({textures[0], textures[0]});
-        scene.content.set([&](K8FigureInfo& info) { info.loadedAction = scene.content.actions; });
-        for (K8Handle* kind : kinds) {
-            for (uint32_t i = 0; i <= kMostCalls; ++i) EXPECT_TRUE(queueTree(scene, std::vector(kMostLeaves, kind)));
-            EXPECT_TRUE(StageContent::flush(render));
-        }
-    }
-
     // With everything that the host loaded gone, and only the context left.
     int64_t bytesWithoutScenes() {
         for (std::unique_ptr<Scene>& scene : scenes) scene.reset();
@@ -139,7 +121,6 @@ protected:
 };
 
 TEST_F(LongRun, LeavesNoMemoryBehind) {
-    fillPools();
     for (uint32_t frame = 0; frame < kWarmUpFrames; ++frame) runFrame();
     const int64_t warm = bytesWithoutScenes();
     for (uint32_t frame = kWarmUpFrames; frame < kFrames && !HasFailure(); ++frame) runFrame();

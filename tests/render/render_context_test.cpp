@@ -78,39 +78,35 @@ TEST_F(RenderContextTest, AllContextsShareOneGraphics3D) {
 TEST_F(RenderContextTest, DrawsWhereBindAndFlushRectangleMeet) {
     constexpr int32_t kMin = INT32_MIN, kMax = INT32_MAX;
     K8Primitive* point = makePrimitive(host.get(), K8_PRIM_POINTS, 0);
-    struct Case {
-        const char* what;
-        PixelRect bound, flushed;
-        std::string cleared, drawn;  // empty: nothing is drawn
-    };
-    for (const Case& c : {
-             Case{"crossing", {50, 0, 50, 120}, {0, 50, 160, 20}, "50, 50, 50, 20", "50, 50, 50, 20"},
-             Case{"over the edges", {-20, -20, 500, 500}, {-5, -9, 50, 19}, "0, 110, 45, 10", "0, 110, 45, 10"},
-             Case{"everything there is", {kMin, kMin, kMax, kMax}, {0, 0, kMax, kMax}, "", ""},
-             Case{"far", {0, 0, kMax, kMax}, {1, 2, kMax, kMax}, "1, -1928, 2047, 2046", "1, 0, 159, 118"},
-             Case{"missed", {0, 0, 50, 50}, {50, 0, 50, 50}, "", ""},
-             Case{"empty bind rectangle", {0, 0, 0, 50}, {0, 0, 160, 120}, "", ""},
-             Case{"negative flush size", {0, 0, 160, 120}, {50, 50, -10, 10}, "", ""},
+    for (const auto& [what, b, f, cleared, drawn] : {
+             // drawn empty: nothing is
+             std::tuple{"crossing", PixelRect{50, 0, 50, 120}, PixelRect{0, 50, 160, 20}, "50, 50, 50, 20",
+                        std::string("50, 50, 50, 20")},
+             {"over the edges", {-20, -20, 500, 500}, {-5, -9, 50, 19}, "0, 110, 45, 10", "0, 110, 45, 10"},
+             {"everything there is", {kMin, kMin, kMax, kMax}, {0, 0, kMax, kMax}, "", ""},
+             {"far", {0, 0, kMax, kMax}, {1, 2, kMax, kMax}, "1, -1928, 2047, 2046", "1, 0, 159, 118"},
+             {"missed", {0, 0, 50, 50}, {50, 0, 50, 50}, "", ""},
+             {"empty bind rectangle", {0, 0, 0, 50}, {0, 0, 160, 120}, "", ""},
+             {"negative flush size", {0, 0, 160, 120}, {50, 50, -10, 10}, "", ""},
          }) {
-        const PixelRect &b = c.bound, &f = c.flushed;
+        SCOPED_TRACE(what);
         ASSERT_TRUE(K8Render_bind(render, this, 160, 120, 160, b.x, b.y, b.width, b.height));
         ASSERT_TRUE(queue());
         ASSERT_TRUE(K8Render_render3D(render, &content.params, &point->header, nullptr));
         glRecorder.take();
-        EXPECT_TRUE(K8Render_flush(render, f.x, f.y, f.width, f.height)) << c.what;
-        EXPECT_EQ(render->context->head, nullptr) << c.what;
+        EXPECT_TRUE(K8Render_flush(render, f.x, f.y, f.width, f.height));
+        EXPECT_EQ(render->context->head, nullptr);
         const std::string sent = brief(glRecorder.take());
-        EXPECT_EQ(sent.empty(), c.drawn.empty()) << c.what;
-        if (c.drawn.empty()) continue;
+        EXPECT_EQ(sent.empty(), drawn.empty());
+        if (drawn.empty()) continue;
         // The depth is cleared at the beginning and before the pass of points.
-        const std::string clear = "Clear(depth)", drawn = "Viewport(0, 0, 160, 120); Scissor(" + c.drawn + ")";
+        const std::string clear = "Clear(depth)", scissor = "Scissor(" + drawn + ")";
         const size_t first = sent.find(clear), second = sent.find(clear, first + 1);
-        ASSERT_NE(second, std::string::npos) << c.what;
-        EXPECT_LT(sent.find("Scissor(" + c.cleared + ")"), first) << c.what;
-        EXPECT_LT(sent.find(drawn, first), second) << c.what;
-        EXPECT_EQ(sent.substr(sent.rfind("Scissor(", second), c.drawn.size() + 9), "Scissor(" + c.drawn + ")")
-            << c.what;
-        EXPECT_EQ(sent.find("ClearColor"), std::string::npos) << c.what;
+        ASSERT_NE(second, std::string::npos);
+        EXPECT_LT(sent.find(std::string("Scissor(") + cleared + ")"), first);
+        EXPECT_LT(sent.find("Viewport(0, 0, 160, 120); " + scissor, first), second);
+        EXPECT_EQ(sent.substr(sent.rfind("Scissor(", second), scissor.size()), scissor);
+        EXPECT_EQ(sent.find("ClearColor"), std::string::npos);
     }
     K8Primitive_destroy(point);
     EXPECT_EQ(takeStatus(), kNoStatus);

@@ -106,7 +106,31 @@ constexpr std::array<size_t, 3> kAnyMode = {1, 1, 1}, kNoMode = {1, 0, 0}, kRepl
 class RandomQueue {
 public:
     RandomQueue(const Mixture& mixture, uint32_t seed) : mixture_(mixture), random_(seed) {
-        for (size_t i = 0; i < mixture.appearances; ++i) addAppearance();
+        const size_t n = mixture.components;
+        std::vector<Held<CompositingMode>> modes[3];  // as in modeShare
+        std::vector<Held<Fog>> fogs(n);
+        std::vector<Held<PolygonMode>> polygonModes(n);
+        std::vector<Held<Material>> materials(n);
+        modes[0].resize(n);
+        for (size_t i = 0; i < n; ++i) {
+            for (const Blending blending : {Blending::Replace, Blending::Alpha}) {
+                auto& mode = modes[blending == Blending::Replace ? 1 : 2].emplace_back(qelCompositingMode_create());
+                qelCompositingMode_setBlending(mode, int32_t(blending));
+            }
+            if (i == 0 && n > 1) continue;
+            fogs[i] = Held<Fog>(qelFog_create());
+            polygonModes[i] = Held<PolygonMode>(qelPolygonMode_create());
+            materials[i] = Held<Material>(qelMaterial_create());
+        }
+        std::discrete_distribution<size_t> share(mixture.modeShare.begin(), mixture.modeShare.end());
+        for (size_t i = 0; i < mixture.appearances; ++i) {
+            Appearance* appearance = appearances_.emplace_back(qelAppearance_create());
+            qelAppearance_setCompositingMode(appearance, modes[share(random_)][random_() % n]);
+            qelAppearance_setFog(appearance, fogs[random_() % n]);
+            qelAppearance_setPolygonMode(appearance, polygonModes[random_() % n]);
+            qelAppearance_setMaterial(appearance, materials[random_() % n]);
+            qelAppearance_setLayer(appearance, int32_t(random_() % mixture.layers) - int32_t(mixture.layers / 2));
+        }
     }
 
     // What the library and the plain scan make of the same entries. An insertion that fails is repeated.
@@ -130,34 +154,6 @@ public:
     }
 
 private:
-    // Number `choice` of the components of a kind, all made when first asked for; null is the first of several.
-    template <typename T>
-    T* choose(std::vector<Held<T>>& pool, T* (*create)()) {
-        const size_t choice = random_() % mixture_.components;
-        if (pool.empty()) pool.resize(mixture_.components);
-        if (choice == 0 && mixture_.components > 1) return nullptr;
-        if (!pool[choice]) pool[choice] = Held<T>(create());
-        return pool[choice];
-    }
-    CompositingMode* chooseMode() {
-        std::discrete_distribution<size_t> share(mixture_.modeShare.begin(), mixture_.modeShare.end());
-        const size_t kind = share(random_);
-        if (kind == 0) return nullptr;
-        auto& pool = kind == 1 ? opaqueModes_ : blendedModes_;
-        while (pool.size() < mixture_.components) {
-            qelCompositingMode_setBlending(pool.emplace_back(qelCompositingMode_create()),
-                                           int32_t(kind == 1 ? Blending::Replace : Blending::Alpha));
-        }
-        return pool[random_() % pool.size()];
-    }
-    void addAppearance() {
-        Appearance* appearance = appearances_.emplace_back(qelAppearance_create());
-        qelAppearance_setCompositingMode(appearance, chooseMode());
-        qelAppearance_setFog(appearance, choose(fogs_, qelFog_create));
-        qelAppearance_setPolygonMode(appearance, choose(polygonModes_, qelPolygonMode_create));
-        qelAppearance_setMaterial(appearance, choose(materials_, qelMaterial_create));
-        qelAppearance_setLayer(appearance, int32_t(random_() % mixture_.layers) - int32_t(mixture_.layers / 2));
-    }
     const Appearance* pickAppearance() {
         if (mixture_.sprites && random_() % mixture_.sprites == 0) return nullptr;
         return appearances_[random_() % appearances_.size()];
@@ -169,10 +165,6 @@ private:
 
     const Mixture& mixture_;
     std::mt19937 random_;
-    std::vector<Held<CompositingMode>> opaqueModes_, blendedModes_;
-    std::vector<Held<Fog>> fogs_;
-    std::vector<Held<PolygonMode>> polygonModes_;
-    std::vector<Held<Material>> materials_;
     std::vector<Held<Appearance>> appearances_;
     std::vector<Plain> plain_;
 };
