@@ -1,5 +1,5 @@
 // Operations on Atrans3i, the 3x4 integer matrix in which figures are posed, beside the exported ones of k8.h. All of
-// them wrap around in 32 bits and round halves up.
+// them wrap around in 32 bits; products with vectors, rolls and scales round halves up.
 #pragma once
 
 #include "k8.h"

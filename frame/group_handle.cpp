@@ -25,9 +25,12 @@ static GroupRecord* recordOf(K8Group* handle) { return reinterpret_cast<GroupRec
 // Releases what the record owns and zeroes it. What the record to come names again stays.
 static void clearRecord(K8Group* handle, const K8GroupInfo* next) {
     K8GroupInfo* info = handle->info;
-    if (!next || next->childHandles != info->childHandles)
-        K8Allocator_free(handle->header.allocator, info->childHandles);
-    if (!next || next->childData != info->childData) K8Allocator_free(handle->header.allocator, info->childData);
+    const auto isGivenUp = [next](K8Handle** array) {
+        return !next || (array != next->childHandles && array != next->childData);
+    };
+    if (isGivenUp(info->childHandles)) K8Allocator_free(handle->header.allocator, info->childHandles);
+    if (info->childData != info->childHandles && isGivenUp(info->childData))
+        K8Allocator_free(handle->header.allocator, info->childData);
     K8Transform* own = recordOf(handle)->ownTransform;
     const bool keepsOwn = next && next->transform == own;
     if (!keepsOwn) K8Transform_destroy(own);

@@ -25,13 +25,15 @@ static bool namesArray(const K8PrimitiveInfo& info, const int32_t* array) {
     return false;
 }
 
-// Forgets the texture and releases the arrays. An array that the record to come names again stays.
+// Forgets the texture and releases the arrays, each once. An array that the record to come names again stays.
 static void clearRecord(K8Primitive* handle, const K8PrimitiveInfo* next) {
     K8PrimitiveInfo* info = handle->info;
     info->texture = nullptr;
     for (int32_t*& values : info->values) {
-        if (!next || !namesArray(*next, values)) K8Allocator_free(handle->header.allocator, values);
+        int32_t* array = values;
         values = nullptr;
+        if (namesArray(*info, array) || (next && namesArray(*next, array))) continue;
+        K8Allocator_free(handle->header.allocator, array);
     }
 }
 

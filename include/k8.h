@@ -101,7 +101,8 @@ struct K8Allocator {
 /* The library's own allocator over the process heap. Its blocks come zero-filled and a negative size yields null;
  * bytes that a realloc adds are not cleared. Empty until the first MALK8_touchMA. The engine takes everything that
  * no handle owns from this object, through its table pointer: a host that wants to watch or limit the engine's
- * memory exchanges that pointer, after touching, while nothing is allocated. */
+ * memory exchanges that pointer, after touching, while nothing is allocated. Blocks of its own alloc, and of realloc
+ * for a null block, must then be zero-filled, too. */
 K8_API extern K8Allocator MALK8_malc;
 
 /* Makes MALK8_malc usable. Call it once before passing &MALK8_malc to a create function; later calls do nothing. */
@@ -511,7 +512,7 @@ typedef struct K8PrimitiveInfo {
     uint32_t primitiveCount;       /* drawing goes by the number of positions */
     uint32_t counts[5];            /* values in each array: whole primitives, all arrays for as many as there are
                                     * positions of. Drawing a primitive with shorter arrays fails */
-    int32_t *values[5];            /* owned arrays, through the handle's allocator */
+    int32_t *values[5];            /* owned arrays, through the handle's allocator; one may serve several kinds */
 } K8PrimitiveInfo;
 
 typedef struct K8Primitive {

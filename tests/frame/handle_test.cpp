@@ -153,6 +153,39 @@ TEST(FigureHandle, SettingItsInfoAgainReleasesTheArraysOfTheFirst) {
     K8Figure_destroy(figure);
 }
 
+TEST(GroupAndPrimitiveHandles, ReleaseAnArrayOnceWhoeverNamesIt) {
+    CountingAllocator host;
+    K8Group group;
+    K8Group_create(&group, host.get());
+    K8GroupInfo groupInfo = {};
+    groupInfo.childHandles = hostArray<K8Handle*>(host, 1);
+    groupInfo.childData = hostArray<K8Handle*>(host, 2);
+    EXPECT_TRUE(K8Group_setTmpData(&group, &groupInfo));
+    groupInfo.childHandles = groupInfo.childData;  // what a load made is what is drawn
+    for (int again = 0; again < 2; ++again) {
+        EXPECT_TRUE(K8Group_setTmpData(&group, &groupInfo));
+        EXPECT_EQ(host.liveBlocks(), 2) << "the record and the second array";
+        groupInfo.childData = nullptr;
+    }
+    groupInfo.childData = groupInfo.childHandles;
+    EXPECT_TRUE(K8Group_setTmpData(&group, &groupInfo));
+    K8Group_destroy(&group);
+    EXPECT_EQ(host.liveBlocks(), 0);
+
+    K8Primitive primitive;
+    K8Primitive_create(&primitive, host.get());
+    K8PrimitiveInfo info = {};
+    info.values[K8_PRIM_POSITIONS] = info.values[K8_PRIM_NORMALS] = hostArray<int32_t>(host, 9);  // a ball's
+    EXPECT_TRUE(K8Primitive_setTmpData(&primitive, &info));
+    info.values[K8_PRIM_POSITIONS] = hostArray<int32_t>(host, 9);
+    EXPECT_TRUE(K8Primitive_setTmpData(&primitive, &info));
+    EXPECT_EQ(host.liveBlocks(), 3);
+    info.values[K8_PRIM_NORMALS] = info.values[K8_PRIM_POSITIONS];
+    EXPECT_TRUE(K8Primitive_setTmpData(&primitive, &info));
+    EXPECT_EQ(host.liveBlocks(), 2);
+    K8Primitive_destroy(&primitive);
+}
+
 TEST(GroupHandle, OwnsTheTransformOfTheLoaderAlone) {
     struct Case {
         const char* what;
