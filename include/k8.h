@@ -237,7 +237,8 @@ typedef struct K8TextureInfo {
 struct K8Texture {
     K8Handle header; /* wraps a Texture2D */
     K8TextureInfo *info;
-    uint8_t keepsBlending; /* set by the loader on textures of a scene: drawing keeps their own blending */
+    uint8_t keepsBlending; /* set by the loader on textures of a scene: only figures that wrap a qelFigureMesh change
+                            * their blending */
 };
 
 K8_API K8Texture *K8Texture_create(K8Texture *memory, K8Allocator *allocator);
@@ -304,8 +305,8 @@ K8_API int32_t K8Figure_getNumPatterns(const K8Figure *handle);
 /* Chooses which patterns are drawn while bit 31 of the info's `action` is set.
  * pattern   bit k shows pattern k + 1; pattern 0 is always drawn. Kept shifted left by one, so bit 31 is lost
  * Returns true when the pattern was taken; a figure that wraps a mesh of a scene takes only what shifts to 0. Fails
- * with false for a null handle, a handle without object or without loaded info; nothing is changed then. Allocates
- * nothing. */
+ * with false for a null handle, a handle without object, and a qelFigureMesh without loaded info; nothing is changed
+ * then. Allocates nothing. */
 K8_API bool K8Figure_setPattern(K8Figure *handle, uint32_t pattern);
 
 /* The number of bones; 0 for null and for anything that is not a qelFigureMesh. */
