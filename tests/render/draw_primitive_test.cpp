@@ -200,27 +200,26 @@ TEST_F(FacesTest, EveryCombinationDrawsWhatItSays) {
 }
 
 TEST_F(FacesTest, SetsOfMoreThanAVertexArrayHoldsComeInParts) {
-    struct Case {
-        uint32_t type, params, count, inFirst;
-    };
-    for (const Case& c : {Case{K8_PRIM_TRIANGLES, 0x200 | K8_PRIM_COLOR_PER_SET, 21846, 21845},
-                          Case{K8_PRIM_QUADS, 0x300 | K8_PRIM_TEXTURE_PER_VERTEX, 2 * 16383 + 1, 16383}}) {
-        SCOPED_TRACE("type " + std::to_string(c.type));
-        Shape shape = makeShape(c.type, c.params, c.count);
+    for (const auto& [type, params, count, inFirst] :
+         {std::tuple{K8_PRIM_TRIANGLES, 0x200 | K8_PRIM_COLOR_PER_SET, 21846u, 21845u},
+          {K8_PRIM_QUADS, 0x300 | K8_PRIM_TEXTURE_PER_VERTEX, 2 * 16383 + 1, 16383}}) {
+        SCOPED_TRACE(type);
+        const bool areQuads = type == K8_PRIM_QUADS;
+        Shape shape = makeShape(uint32_t(type), uint32_t(params), count);
         shape.texture = wide;
         ASSERT_TRUE(queue(shape));
         glRecorder.draws.clear();
         const int64_t before = heap.liveBytes();
         ASSERT_TRUE(StageContent::flush(render));
         EXPECT_LT(heap.peakBytes() - before, 65535 * 30) << "bytes: not two meshes at a time";
-        ASSERT_EQ(glRecorder.draws.size(), (c.count + c.inFirst - 1) / c.inFirst);
+        ASSERT_EQ(glRecorder.draws.size(), (count + inFirst - 1) / inFirst);
         uint32_t first = 0;
         for (const GlDraw& part : glRecorder.draws) {
-            expectVertices(shape, part, c.type == K8_PRIM_QUADS, first);
-            first += uint32_t(part.positions.size()) / (c.type == K8_PRIM_QUADS ? 6 : 3);
-            EXPECT_TRUE(first % c.inFirst == 0 || first == c.count);
+            expectVertices(shape, part, areQuads, first);
+            first += uint32_t(part.positions.size()) / (areQuads ? 6 : 3);
+            EXPECT_TRUE(first % inFirst == 0 || first == count);
         }
-        EXPECT_EQ(first, c.count);
+        EXPECT_EQ(first, count);
     }
 }
 
@@ -246,37 +245,31 @@ protected:
     static int32_t colorOf(const Shape& shape, size_t primitive) {
         return shape.values[K8_PRIM_COLORS][shape.params & K8_PRIM_COLOR_PER_SET ? 0 : primitive];
     }
-
-    // Everything that a command draws of the primitives from `first` on, opaque. Positions are cut to whole units.
-    void expectDrawn(const Shape& shape, const CommandKind& kind, const GlDraw& drawn, size_t first) const {
-        static constexpr float kOffsets[][2] = {{-4, -2}, {4, -2}, {-4, 2}, {-4, 2}, {4, -2}, {4, 2}};
-        EXPECT_TRUE(drawn.call.starts_with(kind.call)) << drawn.call;
-        for (size_t i = 0; i < drawn.positions.size() && !HasFailure(); ++i) {
-            SCOPED_TRACE("drawn vertex " + std::to_string(i));
-            const size_t primitive = first + i / kind.drawnVertices;
-            const size_t vertex = 3 * (kind.areSprites() ? primitive : first * kind.drawnVertices + i);
-            const float x = numberAt(vertex) + 1, y = 1.5f * numberAt(vertex + 1) - 1, z = numberAt(vertex + 2) + 10;
-            if (kind.areSprites())  // about a whole centre
-                expectSeen(drawn.corners[i], x + kOffsets[i % 6][0], std::floor(y + 0.5f) + kOffsets[i % 6][1]);
-            else
-                expectSeen(drawn.corners[i], x, y);
-            EXPECT_NEAR(drawn.corners[i][2], z / 65536, 1e-6);
-            if (!kind.areSprites()) {
-                EXPECT_EQ(drawn.colors.at(i), rgba(colorOf(shape, primitive), 255));
-            }
-        }
-    }
 };
 
 TEST_F(CommandsTest, StandOnWholeUnitsAndComeInPartsOf255) {
+    constexpr float kOffsets[][2] = {{-4, -2}, {4, -2}, {-4, 2}, {-4, 2}, {4, -2}, {4, 2}};
     for (const CommandKind& kind : kCommandKinds) {
         SCOPED_TRACE(kind.call);
         const Shape shape = makeShape(kind.type, kind.params, 600);
         size_t first = 0;
         for (const DrawnPart& part : draw(shape)) {
-            EXPECT_EQ(part.draw.positions.size(), std::min(600 - first, size_t(255)) * kind.drawnVertices);
+            EXPECT_TRUE(part.draw.call.starts_with(kind.call));
             EXPECT_FALSE(part.has("LIGHTING"));
-            expectDrawn(shape, kind, part.draw, first);
+            ASSERT_EQ(part.draw.positions.size(), std::min(600 - first, size_t(255)) * kind.drawnVertices);
+            for (size_t i = 0; i < part.draw.positions.size() && !HasFailure(); ++i) {
+                const size_t primitive = first + i / kind.drawnVertices;
+                const size_t vertex = 3 * (kind.areSprites() ? primitive : first * kind.drawnVertices + i);
+                float x = numberAt(vertex) + 1, y = 1.5f * numberAt(vertex + 1) - 1;  // cut to whole units
+                if (kind.areSprites()) {                                              // about a whole centre
+                    x += kOffsets[i % 6][0];
+                    y = std::floor(y + 0.5f) + kOffsets[i % 6][1];
+                } else {
+                    EXPECT_EQ(part.draw.colors.at(i), rgba(colorOf(shape, primitive), 255));
+                }
+                expectSeen(part.draw.corners[i], x, y);
+                EXPECT_NEAR(part.draw.corners[i][2], (numberAt(vertex + 2) + 10) / 65536, 1e-6) << i;
+            }
             first += part.draw.positions.size() / kind.drawnVertices;
         }
         EXPECT_EQ(first, 600u);
@@ -284,32 +277,29 @@ TEST_F(CommandsTest, StandOnWholeUnitsAndComeInPartsOf255) {
 }
 
 TEST_F(CommandsTest, BlendAsFarAsTheSizeLetsThem) {
-    struct Case {
-        int16_t blendMode;
-        int32_t size;
-        const char* blending;  // empty: hidden
-        int alpha;
-    };
     const char *replace = "BlendFunc(ONE, ZERO); DepthMask(1)", *add = "BlendFunc(ONE, ONE); DepthMask(0)",
-               *half = "BlendFunc(SRC_ALPHA, ONE_MINUS_SRC_ALPHA); DepthMask(0)";
-    for (const Case& c :
-         {Case{K8_BLEND_NONE, 0, replace, 255}, Case{K8_BLEND_ALPHA, 0, "", 0}, Case{K8_BLEND_ALPHA, -1, half, 128},
-          Case{K8_BLEND_ADDITIVE, -204801, "", 0}, Case{K8_BLEND_ADDITIVE, 204800, "", 0},
-          Case{K8_BLEND_ADDITIVE, 204801, add, 255}, Case{7, 1, replace, 255}}) {
+               *half = "BlendFunc(SRC_ALPHA, ONE_MINUS_SRC_ALPHA); DepthMask(0)", *hidden = "";
+    for (const auto& [blendMode, size, blending, alpha] : {std::tuple{int16_t(K8_BLEND_NONE), 0, replace, 255},
+                                                           {K8_BLEND_ALPHA, 0, hidden, 0},
+                                                           {K8_BLEND_ALPHA, -1, half, 128},
+                                                           {K8_BLEND_ADDITIVE, -204801, hidden, 0},
+                                                           {K8_BLEND_ADDITIVE, 204800, hidden, 0},
+                                                           {K8_BLEND_ADDITIVE, 204801, add, 255},
+                                                           {7, 1, replace, 255}}) {
         for (const CommandKind& kind : kCommandKinds) {
-            SCOPED_TRACE(testing::Message() << kind.call << ", blend mode " << c.blendMode << ", size " << c.size);
+            SCOPED_TRACE(testing::Message() << kind.call << ", blend mode " << blendMode << ", size " << size);
             Shape shape = makeShape(kind.type, kind.params, 2);
-            shape.blendMode = c.blendMode;
-            shape.size = c.size;
+            shape.blendMode = blendMode;
+            shape.size = size;
             const std::vector<DrawnPart> drawn = draw(shape);
-            ASSERT_EQ(drawn.size(), *c.blending ? 1u : 0u);
+            ASSERT_EQ(drawn.size(), *blending ? 1u : 0u);
             if (drawn.empty()) continue;
-            EXPECT_EQ(drawn[0].last("BlendFunc", "DepthMask"), c.blending);
+            EXPECT_EQ(drawn[0].last("BlendFunc", "DepthMask"), blending);
             if (kind.areSprites())
                 EXPECT_EQ(drawn[0].last("Color4f"),
-                          c.alpha == 128 ? "Color4f(1, 1, 1, 0.501961)" : "Color4f(1, 1, 1, 1)");
+                          alpha == 128 ? "Color4f(1, 1, 1, 0.501961)" : "Color4f(1, 1, 1, 1)");
             else
-                EXPECT_EQ(drawn[0].draw.colors.back(), rgba(colorOf(shape, 1), c.alpha));
+                EXPECT_EQ(drawn[0].draw.colors.back(), rgba(colorOf(shape, 1), alpha));
         }
     }
 }
@@ -334,13 +324,13 @@ TEST_F(CommandsTest, OnlySpritesShowTheTexture) {
                 // Of the last sprite; cut to texels of an eighth of the width.
                 EXPECT_EQ(part.draw.lookups[0][12], (std::vector<float>{s / 8, 1.0f / 8, 0}));
                 EXPECT_EQ(part.draw.lookups[0][17], (std::vector<float>{7.0f / 8, -1.0f / 8, 0}));
-                EXPECT_EQ(texture->wrapS, TextureWrap::Clamp);
-                EXPECT_EQ(texture->wrapT, TextureWrap::Clamp);
-                EXPECT_EQ(texture->levelFilter, TextureFilter::BaseLevel);
-                EXPECT_EQ(texture->imageFilter, TextureFilter::Nearest);
             }
         }
     }
+    EXPECT_EQ(texture->wrapS, TextureWrap::Clamp);
+    EXPECT_EQ(texture->wrapT, TextureWrap::Clamp);
+    EXPECT_EQ(texture->levelFilter, TextureFilter::BaseLevel);
+    EXPECT_EQ(texture->imageFilter, TextureFilter::Nearest);
     EXPECT_EQ(texture->refCount, 1) << "nothing holds it beyond the flush";
 }
 

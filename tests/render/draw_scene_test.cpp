@@ -13,82 +13,74 @@
 
 namespace {
 
+using namespace encode;
+
 // The scene's submeshes by their first vertex, which stands at 100 times as many units, in layers of that order.
 enum ScenePart { Plain = 1, Glass, Morphing, Skinned, InSkeleton };
 
 class SceneFile {
 public:
-    encode::EncodedFile encode() {
-        const encode::M3gRef first = texture(10), second = texture(20), map = texture(30), third = texture(40);
-        const encode::M3gRef plain = mesh(
-            encode::M3gMesh{.object = {.tracks = {fading()}},
-                            .vertices = vertices(Plain),
-                            .submeshes = {{strip(), appearance(Plain, {first})}, {strip(3), appearance(Glass, {})}}});
-        const encode::M3gRef morphBase = vertices(Morphing);
-        const encode::M3gRef morphing =
-            mesh(encode::M3gMorphingMesh{.node = {.alpha = 204},
-                                         .vertices = morphBase,
-                                         .submeshes = {{strip(), appearance(Morphing, {second, map})}},
-                                         .targets = {{vertices(Morphing), 0.5f}, {morphBase, 0.5f}}});
-        const encode::M3gRef inSkeleton = mesh(encode::M3gMesh{
-            .vertices = vertices(InSkeleton), .submeshes = {{strip(), appearance(InSkeleton, {first})}}});
-        const encode::M3gRef skeleton = add(encode::M3gGroup{.children = {inSkeleton}});
-        const encode::M3gRef skinned =
-            mesh(encode::M3gSkinnedMesh{.vertices = vertices(Skinned),
-                                        .submeshes = {{strip(), appearance(Skinned, {third})}},
-                                        .skeleton = skeleton,
-                                        .bindings = {{skeleton, 0, 6, 1}}});
-        const encode::M3gRef lamp = add(encode::M3gLight{.color = 0x0000FF});
-        const encode::M3gRef group = add(encode::M3gGroup{.children = {lamp, morphing}});
-        add(encode::M3gWorld{.children = {plain, group, add(encode::M3gLight{.color = 0x00FF00}), skinned}});
+    EncodedFile encode() {
+        const M3gRef first = texture(10), second = texture(20), map = texture(30), third = texture(40);
+        const M3gRef plain =
+            add(M3gMesh{.object = {.tracks = {fading()}},
+                        .vertices = vertices(Plain),
+                        .submeshes = {{strip(), appearance(Plain, {first})}, {strip(3), appearance(Glass, {})}}});
+        const M3gRef morphBase = vertices(Morphing);
+        const M3gRef morphing = add(M3gMorphingMesh{.node = {.alpha = 204},
+                                                    .vertices = morphBase,
+                                                    .submeshes = {{strip(), appearance(Morphing, {second, map})}},
+                                                    .targets = {{vertices(Morphing), 0.5f}, {morphBase, 0.5f}}});
+        const M3gRef inSkeleton =
+            add(M3gMesh{.vertices = vertices(InSkeleton), .submeshes = {{strip(), appearance(InSkeleton, {first})}}});
+        const M3gRef skeleton = add(M3gGroup{.children = {inSkeleton}});
+        const M3gRef skinned = add(M3gSkinnedMesh{.vertices = vertices(Skinned),
+                                                  .submeshes = {{strip(), appearance(Skinned, {third})}},
+                                                  .skeleton = skeleton,
+                                                  .bindings = {{skeleton, 0, 6, 1}}});
+        const M3gRef lamp = add(M3gLight{.color = 0x0000FF});
+        const M3gRef group = add(M3gGroup{.children = {lamp, morphing}});
+        add(M3gWorld{.children = {plain, group, add(M3gLight{.color = 0x00FF00}), skinned}});
         return encodeScenePackage(scene_);
     }
 
 private:
-    encode::M3gRef add(encode::M3gRecord record) { return scene_.add(std::move(record)); }
-    template <typename Record>
-    encode::M3gRef mesh(Record record) {
-        return add(record);
-    }
-    encode::M3gRef texture(uint8_t gray) {
-        const encode::M3gRef image = add(encode::M3gImage2D{.width = 1, .height = 1, .pixels = {gray, gray, gray}});
-        encode::M3gTexture2D texture = {.image = image, .blending = encode::M3gTextureBlending::Decal};
-        texture.transform.components = encode::M3gComponents{.scale = {3, 3, 3}};
+    M3gRef add(M3gRecord record) { return scene_.add(std::move(record)); }
+    M3gRef texture(uint8_t gray) {
+        const M3gRef image = add(M3gImage2D{.width = 1, .height = 1, .pixels = {gray, gray, gray}});
+        M3gTexture2D texture = {.image = image, .blending = M3gTextureBlending::Decal};
+        texture.transform.components = M3gComponents{.scale = {3, 3, 3}};
         return add(texture);
     }
     // Two triangles; the second begins at the height of the next part.
-    encode::M3gRef vertices(int part) {
-        encode::M3gVertexArray positions, texels{.componentCount = 2};
+    M3gRef vertices(int part) {
+        M3gVertexArray positions, texels{.componentCount = 2};
         for (int triangle = 0; triangle < 2; ++triangle)
             for (const auto& [x, y] : {std::pair{0, 0}, std::pair{9, 1}, std::pair{0, 9}}) {
                 positions.values.insert(positions.values.end(), {x, 100 * (part + triangle) + y, 0});
                 texels.values.insert(texels.values.end(), {x, y});
             }
-        return add(encode::M3gVertexBuffer{
+        return add(M3gVertexBuffer{
             .defaultColor = 0x80FFFFFF, .positions = {add(positions)}, .texCoords = {{add(texels), 0.125f}}});
     }
-    encode::M3gRef strip(uint32_t start = 0) {
-        return add(encode::M3gTriangleStripArray{.start = start, .strips = {3}});
-    }
-    encode::M3gRef appearance(int part, std::vector<encode::M3gRef> textures) {
-        encode::M3gCompositingMode mode;
-        if (part == Glass) mode = {.depthWrite = false, .blending = encode::M3gBlending::Alpha};
-        return add(
-            encode::M3gAppearance{.layer = int8_t(part),
-                                  .compositingMode = add(mode),
-                                  .fog = add(encode::M3gFog{.color = 0x123456}),
-                                  .polygonMode = add(encode::M3gPolygonMode{.culling = encode::M3gCulling::Front}),
-                                  .textures = std::move(textures)});
+    M3gRef strip(uint32_t start = 0) { return add(M3gTriangleStripArray{.start = start, .strips = {3}}); }
+    M3gRef appearance(int part, std::vector<M3gRef> textures) {
+        M3gCompositingMode mode;
+        if (part == Glass) mode = {.depthWrite = false, .blending = M3gBlending::Alpha};
+        return add(M3gAppearance{.layer = int8_t(part),
+                                 .compositingMode = add(mode),
+                                 .fog = add(M3gFog{.color = 0x123456}),
+                                 .polygonMode = add(M3gPolygonMode{.culling = M3gCulling::Front}),
+                                 .textures = std::move(textures)});
     }
     // Alpha falls from 1 to 0 in a second.
-    encode::M3gRef fading() {
-        const encode::M3gRef sequence = add(encode::M3gKeyframeSequence{.keyframes = {{0, {1}}, {1000, {0}}}});
-        const encode::M3gRef controller = add(encode::M3gAnimationController{});
-        return add(encode::M3gAnimationTrack{
-            .sequence = sequence, .controller = controller, .property = encode::M3gProperty::Alpha});
+    M3gRef fading() {
+        const M3gRef sequence = add(M3gKeyframeSequence{.keyframes = {{0, {1}}, {1000, {0}}}});
+        const M3gRef controller = add(M3gAnimationController{});
+        return add(M3gAnimationTrack{.sequence = sequence, .controller = controller, .property = M3gProperty::Alpha});
     }
 
-    encode::M3gScene scene_;
+    M3gScene scene_;
 };
 
 std::vector<K8Figure*> figuresOf(K8Group* root) {
@@ -123,7 +115,7 @@ protected:
     }
     // A texture without palette.
     K8Texture* loadDirect() {
-        encode::BmpImage image = {.width = 8, .height = 8, .bitsPerPixel = 24};
+        BmpImage image = {.width = 8, .height = 8, .bitsPerPixel = 24};
         image.pixels.assign(64, {1, 2, 3});
         return reinterpret_cast<K8Texture*>(loadHandle(encodeBmp(image), host.get()));
     }

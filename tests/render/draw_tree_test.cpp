@@ -3,7 +3,7 @@
 
 #include "frame/k8_transform.h"
 #include "scene/light.h"
-#include "tests/render/primitive_parts.h"
+#include "tests/render/figure_stage.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
 // The order in which a flush draws what is queued, and what blends in it.
 #include "scene/appearance.h"
-#include "tests/render/primitive_parts.h"
+#include "tests/render/figure_stage.h"
 
 namespace {
 

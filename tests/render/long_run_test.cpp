@@ -3,7 +3,7 @@
 #include <random>
 
 #include "render/texture_upload.h"
-#include "tests/render/primitive_parts.h"
+#include "tests/render/figure_stage.h"
 #include "tests/support/null_gl.h"
 
 namespace {

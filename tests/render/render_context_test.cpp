@@ -4,7 +4,7 @@
 #include <functional>
 
 #include "render/gl_state.h"
-#include "tests/render/primitive_parts.h"
+#include "tests/render/figure_stage.h"
 
 namespace {
 
