@@ -81,33 +81,6 @@ TEST_F(RenderStateTest, RefusesCommandsThatSayNothing) {
     EXPECT_FALSE(K8RenderState_flush(&state)) << "not bound";
 }
 
-TEST_F(RenderStateTest, VerticesAreExpandedFromTheArrays) {
-    const std::vector<int32_t> positions = ramp32(24, 65536 - 8), texels = ramp32(16, -3);
-    const std::vector<int32_t> colors = ramp32(8, int32_t(0xAA102030));
-    K8RenderState_setTexture(&state, texture);
-    for (const auto& [word, call, vertices, verticesPerColor] :
-         {std::tuple{command(kCommandLines, 2, kCommandColorPerSet), "glDrawArrays(GL_LINES, 0, 4)",
-                     std::vector{0, 1, 2, 3}, 9},
-          {command(kCommandQuads, 2, kCommandColorPerPrimitive | kCommandTexturePerVertex),
-           "glDrawArrays(GL_TRIANGLES, 0, 12)",
-           {0, 1, 3, 3, 1, 2, 4, 5, 7, 7, 5, 6},
-           4}}) {
-        EXPECT_TRUE(K8RenderState_render(&state, word, {positions, {}, texels, colors})) << call;
-        const GlDraw draw = flush().at(0).draw;
-        EXPECT_EQ(draw.call, call);
-        for (size_t i = 0; i < vertices.size(); ++i) {
-            const auto vertex = float(vertices[i]), color = float(vertices[i] / verticesPerColor);
-            EXPECT_EQ(draw.positions.at(i), (std::vector{3 * vertex - 8, 3 * vertex - 7, 3 * vertex - 6})) << call;
-            EXPECT_EQ(draw.colors.at(i), (std::vector{16.0f, 32.0f, 48 + color, 255.0f})) << call;
-            if (!(word & kCommandTextureMask)) continue;
-            EXPECT_EQ(draw.texCoords[0].at(i), (std::vector{2 * vertex - 3, 2 * vertex - 2})) << call;
-        }
-    }
-    const std::vector<int32_t> corners(255 * 12);
-    EXPECT_TRUE(K8RenderState_render(&state, command(kCommandQuads, 255), {corners, {}, {}, {}}));
-    EXPECT_EQ(flush().at(0).draw.call, "glDrawArrays(GL_TRIANGLES, 0, 1530)");
-}
-
 // Where a unit is many pixels: drawn in entries of their own, between which the others keep their turn.
 TEST_F(RenderStateTest, SmallSpritesAreDrawnToTheHalfPixel) {
     K8RenderState_setPerspectiveAngle(&state, 1, 100, 1024);  // 80 pixels a unit at depth 1, 20 at 4
