@@ -72,9 +72,9 @@ static Candidates choose(const PlacedRecord& from, int32_t shift, const Collisio
 
 // --- Pairs ---
 
-// What it takes to prepare a triangle, and to ask of two whose boxes overlap whether they cross: half of what it takes
-// when every edge reaches the other's plane, which is more than most do.
-constexpr uint64_t kStepsPerTriangle = 2, kStepsPerCrossing = 2;
+// What it takes to prepare a triangle, and to find that two whose boxes overlap do not cross although every edge reaches
+// the other's plane.
+constexpr uint64_t kStepsPerTriangle = 2, kStepsPerCrossing = 3;
 constexpr uint32_t kBoxTestsPerStep = 32;
 
 static CrossTriangle* triangleAt(const Candidates& side, uint32_t i) {

@@ -300,7 +300,7 @@ TEST_F(CrossStatus, SearchingCountsThePairsItTests) {
                   CollisionResult::Ok);
         CrossingScratch_release(&scratch);
         EXPECT_FALSE(cross);
-        EXPECT_GE(work.steps - before, 2 * uint64_t(count.a * count.b + count.a + count.b));
+        EXPECT_GE(work.steps - before, uint64_t(3 * count.a * count.b + 2 * (count.a + count.b)));
         EXPECT_LE(work.steps - before, 4 * uint64_t(count.a * count.b));
     }
 }
