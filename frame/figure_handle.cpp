@@ -3,12 +3,14 @@
 #include "frame/handle.h"
 #include "scene/figure_mesh.h"
 
+static bool isFigure(const K8Figure* handle) { return K8Handle_isOf(handle, K8_CLASS_FIGURE); }
+
 K8Figure* K8Figure_create(K8Figure* memory, K8Allocator* allocator) {
     return static_cast<K8Figure*>(K8Handle_create(memory, allocator, sizeof(K8Figure), K8_CLASS_FIGURE));
 }
 
 void K8Figure_destroy(K8Figure* handle) {
-    if (!handle) return;
+    if (!isFigure(handle)) return K8Object3D_destroy(reinterpret_cast<K8Handle*>(handle));
     K8Figure_clearTmpData(handle);
     K8Handle_destroy(&handle->header, sizeof *handle);
 }
@@ -24,7 +26,7 @@ static void clearRecord(K8Figure* handle, const K8FigureInfo* next) {
 }
 
 bool K8Figure_setTmpData(K8Figure* handle, const K8FigureInfo* info) {
-    if (!handle || !info) return K8ErrStorage_fail();
+    if (!isFigure(handle) || !info) return K8ErrStorage_fail();
     const K8FigureInfo record = *info;  // `info` may be the handle's own
     if (handle->info) clearRecord(handle, &record);
     auto* own = static_cast<K8FigureInfo*>(K8Handle_ensureInfo(&handle->header, handle->info, sizeof record));
@@ -35,19 +37,19 @@ bool K8Figure_setTmpData(K8Figure* handle, const K8FigureInfo* info) {
 }
 
 void K8Figure_clearTmpData(K8Figure* handle) {
-    if (!handle || !handle->info) return;
+    if (!isFigure(handle) || !handle->info) return;
     clearRecord(handle, nullptr);
     K8Allocator_free(handle->header.allocator, handle->info);
     handle->info = nullptr;
 }
 
 void K8Figure_clearLoadedInfo(K8Figure* handle) {
-    if (handle && handle->info) clearRecord(handle, nullptr);
+    if (isFigure(handle) && handle->info) clearRecord(handle, nullptr);
 }
 
 // The loaded info, or null with the failure stored.
 static const K8FigureInfo* requireInfo(const K8Figure* handle) {
-    const K8FigureInfo* info = handle ? handle->info : nullptr;
+    const K8FigureInfo* info = isFigure(handle) ? handle->info : nullptr;
     if (!info) K8ErrStorage_fail();
     return info;
 }
@@ -84,12 +86,14 @@ static FigureMesh* figureMeshOf(const K8Figure* handle) {
 }
 
 bool K8Figure_canChangeAction(const K8Figure* figure, const K8ActionTable* actionTable) {
-    if (!figure || !actionTable || !figure->header.object || !actionTable->header.object) return K8ErrStorage_fail();
+    if (!isFigure(figure) || !K8Handle_isOf(actionTable, K8_CLASS_ACTION_TABLE) || !figure->header.object ||
+        !actionTable->header.object)
+        return K8ErrStorage_fail();
     return figureMeshOf(figure) && actionTable->header.object->classId == ClassId::ActTable;
 }
 
 int32_t K8Figure_getNumPatterns(const K8Figure* handle) {
-    if (!handle || !handle->header.object) {
+    if (!isFigure(handle) || !handle->header.object) {
         K8ErrStorage_fail();
         return 0;
     }
@@ -98,7 +102,7 @@ int32_t K8Figure_getNumPatterns(const K8Figure* handle) {
 }
 
 bool K8Figure_setPattern(K8Figure* handle, uint32_t pattern) {
-    if (!handle || !handle->header.object) return K8ErrStorage_fail();
+    if (!isFigure(handle) || !handle->header.object) return K8ErrStorage_fail();
     const uint32_t shifted = pattern << 1;
     if (!figureMeshOf(handle)) return shifted == 0 || K8ErrStorage_fail();
     if (!handle->info) return K8ErrStorage_fail();  // the pattern has nowhere to go
@@ -107,6 +111,6 @@ bool K8Figure_setPattern(K8Figure* handle, uint32_t pattern) {
 }
 
 int32_t K8Figure_getNumBones(const K8Figure* handle) {
-    const FigureMesh* figure = handle ? figureMeshOf(handle) : nullptr;
+    const FigureMesh* figure = isFigure(handle) ? figureMeshOf(handle) : nullptr;
     return figure ? int32_t(figure->bones.boneCount) : 0;
 }

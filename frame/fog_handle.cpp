@@ -3,6 +3,8 @@
 #include "frame/handle.h"
 #include "scene/fog.h"
 
+static bool isFog(const K8Fog* handle) { return K8Handle_isOf(handle, K8_CLASS_FOG); }
+
 K8Fog* K8Fog_create(K8Fog* memory, K8Allocator* allocator) {
     auto* handle = static_cast<K8Fog*>(K8Handle_create(memory, allocator, sizeof(K8Fog), K8_CLASS_FOG));
     if (!handle) return nullptr;
@@ -14,10 +16,11 @@ K8Fog* K8Fog_create(K8Fog* memory, K8Allocator* allocator) {
 }
 
 void K8Fog_destroy(K8Fog* handle) {
-    if (handle) K8Handle_destroy(&handle->header, sizeof *handle);
+    if (!isFog(handle)) return K8Object3D_destroy(reinterpret_cast<K8Handle*>(handle));
+    K8Handle_destroy(&handle->header, sizeof *handle);
 }
 
-static Fog* fogOf(K8Fog* handle) { return handle ? static_cast<Fog*>(handle->header.object) : nullptr; }
+static Fog* fogOf(K8Fog* handle) { return isFog(handle) ? static_cast<Fog*>(handle->header.object) : nullptr; }
 
 void K8Fog_setMode(K8Fog* handle, int32_t mode) {
     if (Fog* fog = fogOf(handle)) qelFog_setMode(fog, mode);

@@ -4,12 +4,16 @@
 #include "frame/error_status.h"
 #include "frame/handle.h"
 
+static bool isGroup(const K8Group* handle) {
+    return K8Handle_isOf(handle, K8_CLASS_GROUP) || K8Handle_isOf(handle, K8_CLASS_SCENE_GROUP);
+}
+
 K8Group* K8Group_create(K8Group* memory, K8Allocator* allocator) {
     return static_cast<K8Group*>(K8Handle_create(memory, allocator, sizeof(K8Group), K8_CLASS_GROUP));
 }
 
 void K8Group_destroy(K8Group* handle) {
-    if (!handle) return;
+    if (!isGroup(handle)) return K8Object3D_destroy(reinterpret_cast<K8Handle*>(handle));
     K8Group_clearTmpData(handle);
     K8Handle_destroy(&handle->header, sizeof *handle);
 }
@@ -38,7 +42,7 @@ static void clearRecord(K8Group* handle, const K8GroupInfo* next) {
 }
 
 bool K8Group_setTmpData(K8Group* handle, const K8GroupInfo* info) {
-    if (!handle || !info) return K8ErrStorage_fail();
+    if (!isGroup(handle) || !info) return K8ErrStorage_fail();
     const K8GroupInfo record = *info;  // `info` may be the handle's own
     if (handle->info) clearRecord(handle, &record);
     auto* own = static_cast<K8GroupInfo*>(K8Handle_ensureInfo(&handle->header, handle->info, sizeof(GroupRecord)));
@@ -55,12 +59,12 @@ K8Transform* K8Group_makeOwnTransform(K8Group* handle) {
 }
 
 void K8Group_clearTmpData(K8Group* handle) {
-    if (!handle || !handle->info) return;
+    if (!isGroup(handle) || !handle->info) return;
     clearRecord(handle, nullptr);
     K8Allocator_free(handle->header.allocator, handle->info);
     handle->info = nullptr;
 }
 
 void K8Group_clearLoadedInfo(K8Group* handle) {
-    if (handle && handle->info) clearRecord(handle, nullptr);
+    if (isGroup(handle) && handle->info) clearRecord(handle, nullptr);
 }

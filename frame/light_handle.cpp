@@ -4,6 +4,8 @@
 #include "frame/handle.h"
 #include "scene/light.h"
 
+static bool isLight(const K8Light* handle) { return K8Handle_isOf(handle, K8_CLASS_LIGHT); }
+
 K8Light* K8Light_create(K8Light* memory, K8Allocator* allocator) {
     auto* handle = static_cast<K8Light*>(K8Handle_create(memory, allocator, sizeof(K8Light), K8_CLASS_LIGHT));
     if (!handle) return nullptr;
@@ -15,13 +17,13 @@ K8Light* K8Light_create(K8Light* memory, K8Allocator* allocator) {
 }
 
 void K8Light_destroy(K8Light* handle) {
-    if (!handle) return;
+    if (!isLight(handle)) return K8Object3D_destroy(reinterpret_cast<K8Handle*>(handle));
     K8Light_clearTmpData(handle);
     K8Handle_destroy(&handle->header, sizeof *handle);
 }
 
 bool K8Light_setTmpData(K8Light* handle, const K8LightInfo* info) {
-    if (!handle || !info) return K8ErrStorage_fail();
+    if (!isLight(handle) || !info) return K8ErrStorage_fail();
     auto* own = static_cast<K8LightInfo*>(K8Handle_ensureInfo(&handle->header, handle->info, sizeof *info));
     if (!own) return false;
     *own = *info;
@@ -30,12 +32,14 @@ bool K8Light_setTmpData(K8Light* handle, const K8LightInfo* info) {
 }
 
 void K8Light_clearTmpData(K8Light* handle) {
-    if (!handle || !handle->info) return;
+    if (!isLight(handle) || !handle->info) return;
     K8Allocator_free(handle->header.allocator, handle->info);
     handle->info = nullptr;
 }
 
-static Light* lightOf(K8Light* handle) { return handle ? static_cast<Light*>(handle->header.object) : nullptr; }
+static Light* lightOf(K8Light* handle) {
+    return isLight(handle) ? static_cast<Light*>(handle->header.object) : nullptr;
+}
 
 void K8Light_setMode(K8Light* handle, int32_t mode) {
     if (Light* light = lightOf(handle)) qelLight_setMode(light, mode);

@@ -9,12 +9,14 @@ constexpr uint32_t kColorBits = 0xC00;
 constexpr uint32_t kTextureBits = 0x3000;
 constexpr uint32_t kSpriteBits = kTextureBits | K8_PRIM_ALPHA_TEST | 0x3;  // all that a sprite may have
 
+static bool isPrimitive(const K8Primitive* handle) { return K8Handle_isOf(handle, K8_CLASS_PRIMITIVE); }
+
 K8Primitive* K8Primitive_create(K8Primitive* memory, K8Allocator* allocator) {
     return static_cast<K8Primitive*>(K8Handle_create(memory, allocator, sizeof(K8Primitive), K8_CLASS_PRIMITIVE));
 }
 
 void K8Primitive_destroy(K8Primitive* handle) {
-    if (!handle) return;
+    if (!isPrimitive(handle)) return K8Object3D_destroy(reinterpret_cast<K8Handle*>(handle));
     K8Primitive_clearTmpData(handle);
     K8Handle_destroy(&handle->header, sizeof *handle);
 }
@@ -38,7 +40,7 @@ static void clearRecord(K8Primitive* handle, const K8PrimitiveInfo* next) {
 }
 
 bool K8Primitive_setTmpData(K8Primitive* handle, const K8PrimitiveInfo* info) {
-    if (!handle || !info) return K8ErrStorage_fail();
+    if (!isPrimitive(handle) || !info) return K8ErrStorage_fail();
     const K8PrimitiveInfo record = *info;  // `info` may be the handle's own
     if (handle->info) clearRecord(handle, &record);
     auto* own = static_cast<K8PrimitiveInfo*>(K8Handle_ensureInfo(&handle->header, handle->info, sizeof record));
@@ -49,14 +51,14 @@ bool K8Primitive_setTmpData(K8Primitive* handle, const K8PrimitiveInfo* info) {
 }
 
 void K8Primitive_clearTmpData(K8Primitive* handle) {
-    if (!handle || !handle->info) return;
+    if (!isPrimitive(handle) || !handle->info) return;
     clearRecord(handle, nullptr);
     K8Allocator_free(handle->header.allocator, handle->info);
     handle->info = nullptr;
 }
 
 void K8Primitive_clearLoadedInfo(K8Primitive* handle) {
-    if (handle && handle->info) clearRecord(handle, nullptr);
+    if (isPrimitive(handle) && handle->info) clearRecord(handle, nullptr);
 }
 
 uint32_t K8Primitive_plainType(uint32_t type) { return (type & 0xFFFFFF) == 0 ? type >> 24 : type; }

@@ -196,7 +196,9 @@ typedef struct K8Handle {
  *                                use. Returns false for null arguments and when memory runs out
  *   clearTmpData (handle)        releases the loaded info and the arrays it owns. Ignores null and handles without
  *                                loaded info
- *   clearLoadedInfo (handle)     releases the arrays and zeroes the record but keeps it */
+ *   clearLoadedInfo (handle)     releases the arrays and zeroes the record but keeps it
+ * All functions of a family take a handle of another one, such as the loader makes of bytes that hold something else
+ * than was hoped for, as null; destroy destroys it as what it is. */
 
 /* The handle's class id; null fails with 0. */
 K8_API int32_t K8Object3D_getClassId(const K8Handle *handle);

@@ -114,6 +114,43 @@ TEST(Handles, OperationsOnAnyHandle) {
     EXPECT_EQ(K8Object3D_getTime(nullptr), 0);
 }
 
+TEST(Handles, OfAnotherFamilyCountAsNull) {
+    CountingHeap heap;
+    CountingAllocator host;
+    for (const Family& family : families()) {
+        SCOPED_TRACE(family.name);
+        const auto isOther = [&](int16_t classId) { return classId != family.classId; };
+        // No larger than a header: the address sanitizer sees whoever looks for more.
+        auto* header = static_cast<K8Handle*>(family.create(nullptr, host.get()));
+        auto* handle = static_cast<K8Handle*>(host.get()->functions->alloc(host.get(), sizeof(K8Handle)));
+        *handle = *header;
+        handle->ownBlock = handle;
+        K8ErrStorage_setErrorStatus(kUntouched);
+        if (isOther(K8_CLASS_FIGURE)) {
+            auto* figure = reinterpret_cast<K8Figure*>(handle);
+            const K8FigureInfo info = {};
+            EXPECT_FALSE(K8Figure_setTmpData(figure, &info));
+            K8Figure_clearTmpData(figure);
+            EXPECT_EQ(K8Figure_getLoadedTextures(figure), nullptr);
+            EXPECT_EQ(K8Figure_getNumPatterns(figure), 0);
+            EXPECT_EQ(K8ErrStorage_getErrorStatus(), K8_ERR_FAILURE);
+        }
+        if (isOther(K8_CLASS_LIGHT)) K8Light_setColor(reinterpret_cast<K8Light*>(handle), 0);
+        if (isOther(K8_CLASS_FOG)) K8Fog_setMode(reinterpret_cast<K8Fog*>(handle), 80);
+        if (isOther(K8_CLASS_GROUP)) K8Group_clearLoadedInfo(reinterpret_cast<K8Group*>(handle));
+        if (isOther(K8_CLASS_ACTION_TABLE)) {
+            EXPECT_EQ(K8ActionTable_getNumActions(reinterpret_cast<K8ActionTable*>(handle)), 0);
+        }
+        host.get()->functions->free(host.get(), handle);
+        if (isOther(K8_CLASS_PRIMITIVE))
+            K8Primitive_destroy(reinterpret_cast<K8Primitive*>(header));
+        else
+            K8Texture_destroy(reinterpret_cast<K8Texture*>(header));
+    }
+    EXPECT_EQ(host.liveBlocks(), 0);
+    EXPECT_EQ(heap.liveBlocks(), 0);
+}
+
 template <typename T>
 T* hostArray(CountingAllocator& host, int count) {
     return static_cast<T*>(host.get()->functions->alloc(host.get(), int32_t(sizeof(T)) * count));
