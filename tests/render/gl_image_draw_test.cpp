@@ -215,14 +215,13 @@ TEST_F(SpriteTest, CropsCoverPixelsOrTheUnitSquare) {
 }
 
 TEST_F(SpriteTest, WhatCannotBeSeenSendsNothing) {
-    const Held<Sprite3D> sprite = makeSprite(true);
+    const Held<Sprite3D> sprite = makeSprite(true), bare = makeSprite(true);
     EXPECT_EQ(drawSprite(sprite, 1), "") << "behind the camera";
     EXPECT_EQ(drawSprite(sprite, 0), "") << "at the camera";
     qelSprite3D_setCrop(sprite, 8, 0, 4, 4);
     EXPECT_EQ(drawSprite(sprite), "") << "crop beside the image";
     qelSprite3D_setCrop(sprite, 0, 0, 0, 4);
     EXPECT_EQ(drawSprite(sprite), "") << "empty crop";
-    const Held<Sprite3D> bare = makeSprite(true);
     qelSprite3D_setAppearance(bare, nullptr);
     EXPECT_EQ(drawSprite(bare), "") << "no appearance";
 }

@@ -171,92 +171,71 @@ TEST_F(RenderContextTest, TheTextureLimitRefusesWhatExceedsIt) {
 
 // The life of a context around a lit, foggy tree of everything that can be drawn, step by step. A step that fails has
 // reported that memory ran out and left things as they were, and succeeds when it is tried again.
-class Life {
-public:
-    explicit Life(K8Allocator* allocator) : content_(allocator), allocator_(allocator) {
-        content_.setMode(content_.textures[0], 0, content_.textures[2]);
-        content_.setTextures({content_.textures[0], content_.textures[1]});
-        content_.params.lightCount = 3;
-        content_.params.fog = content_.fog;
-        content_.set([&](K8FigureInfo& info) {
-            info.loadedAction = content_.actions;
-            info.blendMode = K8_BLEND_ALPHA;
-        });
-        std::vector<K8Handle*> leaves = {&content_.lights[5]->header, &content_.figure->header};
-        for (const uint32_t type : {K8_PRIM_POINTS, K8_PRIM_LINES, K8_PRIM_TRIANGLES, K8_PRIM_QUADS, K8_PRIM_SPRITES})
-            leaves.push_back(own(makePrimitive(allocator, type, 0, K8_BLEND_ALPHA)));
-        reinterpret_cast<K8Primitive*>(leaves.back())->info->texture = content_.textures[2];
-        tree_ = own(makeGroup(allocator, {own(makeGroup(allocator, leaves, &content_.place))}));
-    }
-    ~Life() {
-        K8Render_destroy(render_);
-        for (K8Handle* handle : owned_) K8Object3D_destroy(handle);
-    }
-
-    // counter fails on its own; recover ends that.
-    void run(AllocationCounter& counter) {
-        const std::function<bool()> steps[] = {
-            [this] { return (render_ = K8Render_create(nullptr, allocator_)) != nullptr; },
-            [this] { return bind(); },
-            [this] { return queue(); },
-            [this] { return flushOrQueueAgain(); },
-        };
-        for (const auto& step : steps) {
-            const bool before = counter.hasFailed();
-            K8ErrStorage_setErrorStatus(77);
-            if (step()) {
-                EXPECT_EQ(counter.hasFailed(), before) << "a failure went unnoticed";
-                continue;
-            }
-            EXPECT_NE(counter.hasFailed(), before);
-            EXPECT_EQ(K8ErrStorage_getErrorStatus(), K8_ERR_OUT_OF_MEMORY);
-            hasFailed = true;
-            counter.failAfter(kNeverFail);
-            EXPECT_TRUE(step());
-        }
-        EXPECT_EQ(glRecorder.draws.size(), 4u + 5u);
-    }
-    bool hasFailed = false;
-
-private:
-    template <typename Handle>
-    K8Handle* own(Handle* handle) {
-        return owned_.emplace_back(&handle->header);
-    }
-    bool bind() {
-        const bool isBound = content_.bind(render_);
-        EXPECT_EQ(render_->header.object != nullptr, isBound);
-        return isBound;
-    }
-    bool queue() {
-        const bool queued = K8Render_render3D(render_, &content_.params, tree_, nullptr);
-        EXPECT_EQ(render_->context->head != nullptr, queued);
-        EXPECT_EQ(render_->context->queuedCalls, queued ? 1u : 0u);
+bool failsInItsLife(K8Allocator* host, AllocationCounter& counter, int32_t failAt, FailMode mode) {
+    StageContent content(host);
+    content.setMode(content.textures[0], 0, content.textures[2]);
+    content.setTextures({content.textures[0], content.textures[1]});
+    content.params.lightCount = 3;
+    content.params.fog = content.fog;
+    content.set([&](K8FigureInfo& info) {
+        info.loadedAction = content.actions;
+        info.blendMode = K8_BLEND_ALPHA;
+    });
+    std::vector<K8Handle*> leaves = {&content.lights[5]->header, &content.figure->header};
+    for (const uint32_t type : {K8_PRIM_POINTS, K8_PRIM_LINES, K8_PRIM_TRIANGLES, K8_PRIM_QUADS, K8_PRIM_SPRITES})
+        leaves.push_back(&makePrimitive(host, type, 0, K8_BLEND_ALPHA)->header);
+    reinterpret_cast<K8Primitive*>(leaves.back())->info->texture = content.textures[2];
+    K8Group *inner = makeGroup(host, leaves, &content.place), *tree = makeGroup(host, {&inner->header});
+    K8Render* render = nullptr;
+    const auto queue = [&] {
+        const bool queued = K8Render_render3D(render, &content.params, &tree->header, nullptr);
+        EXPECT_EQ(render->context->head != nullptr, queued);
+        EXPECT_EQ(render->context->queuedCalls, queued ? 1u : 0u);
         return queued;
+    };
+    const std::function<bool()> steps[] = {
+        [&] { return (render = K8Render_create(nullptr, host)) != nullptr; },
+        [&] {
+            const bool isBound = content.bind(render);
+            EXPECT_EQ(render->header.object != nullptr, isBound);
+            return isBound;
+        },
+        queue,
+        [&] {
+            EXPECT_TRUE(render->context->head || queue()) << "a failed flush has emptied the list";
+            glRecorder.draws.clear();
+            const bool flushed = StageContent::flush(render);
+            EXPECT_EQ(render->context->head, nullptr);
+            return flushed;
+        },
+    };
+    bool hasFailed = false;
+    counter.failAfter(failAt, mode);
+    for (const auto& step : steps) {
+        const bool before = counter.hasFailed();
+        K8ErrStorage_setErrorStatus(77);
+        if (step()) {
+            EXPECT_EQ(counter.hasFailed(), before) << "a failure went unnoticed";
+            continue;
+        }
+        EXPECT_NE(counter.hasFailed(), before);
+        EXPECT_EQ(K8ErrStorage_getErrorStatus(), K8_ERR_OUT_OF_MEMORY);
+        hasFailed = true;
+        counter.failAfter(kNeverFail);
+        EXPECT_TRUE(step());
     }
-    // A failed flush has emptied the list.
-    bool flushOrQueueAgain() {
-        EXPECT_TRUE(render_->context->head || queue());
-        glRecorder.draws.clear();
-        const bool flushed = StageContent::flush(render_);
-        EXPECT_EQ(render_->context->head, nullptr);
-        return flushed;
-    }
-
-    StageContent content_;
-    K8Allocator* allocator_;
-    std::vector<K8Handle*> owned_;
-    K8Handle* tree_;
-    K8Render* render_ = nullptr;
-};
+    EXPECT_EQ(glRecorder.draws.size(), 4u + 5u);
+    K8Render_destroy(render);
+    for (size_t i = 2; i < leaves.size(); ++i) K8Object3D_destroy(leaves[i]);
+    K8Group_destroy(inner);
+    K8Group_destroy(tree);
+    return hasFailed;
+}
 
 TEST(RenderContext, EveryAllocationMayFail) {
     for (const FailMode mode : {FailMode::Once, FailMode::FromThenOn})
         sweepAllocations([mode](K8Allocator* host, AllocationCounter& counter, int32_t failAt) {
-            Life life(host);
-            counter.failAfter(failAt, mode);
-            life.run(counter);
-            return life.hasFailed;
+            return failsInItsLife(host, counter, failAt, mode);
         });
 }
 

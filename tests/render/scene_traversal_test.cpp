@@ -198,7 +198,7 @@ TEST_F(TraversalTest, ASkinnedMeshIsDrawnWithWhatHangsInItsSkeleton) {
 TEST_F(TraversalTest, WhoseGroupIsInViewIsNotCulled) {
     usePerspective();
     const Skinned skinned(1);
-    const Held<Mesh> hat = makeMesh(2), mesh = makeMesh(3), below = makeMesh(4);
+    const Held<Mesh> hat = makeMesh(2), mesh = makeMesh(3, Blending::Alpha), below = makeMesh(4);
     qelGroup_addChild(skinned.skeleton, hat);
     const Held<Group> inner = groupOf({below}), root = groupOf({skinned.mesh, mesh, inner});
     for (Node* node : std::vector<Node*>{skinned.skeleton, mesh, inner}) move(node, 25, 0, 0);

@@ -48,30 +48,22 @@ TEST_F(UploadTest, TheFirstBindingUploadsAndLaterOnesOnlyBind) {
 }
 
 TEST_F(UploadTest, EveryFormHasItsCallAndItsCharge) {
-    struct Case {
-        ImageFormat format;
-        std::string direct, palette;
-        size_t paletteBytes;
-        uint32_t directCharge, paletteCharge;  // of 16 x 16
-    };
-    for (const Case& c : {
-             Case{ImageFormat::Alpha, "ALPHA, UNSIGNED_BYTE", "RGBA8_OES, 8, 8, 0, 1088", 1024, 256, 1024},
-             Case{ImageFormat::Luminance, "LUMINANCE, UNSIGNED_BYTE", "RGB8_OES, 8, 8, 0, 832", 768, 256, 768},
-             Case{ImageFormat::LuminanceAlpha, "LUMINANCE_ALPHA, UNSIGNED_BYTE", "RGBA8_OES, 8, 8, 0, 1088", 1024, 512,
-                  1024},
-             Case{ImageFormat::Rgb, "RGB, UNSIGNED_SHORT_5_6_5", "R5_G6_B5_OES, 8, 8, 0, 576", 512, 512, 512},
-             Case{ImageFormat::Rgba, "RGBA, UNSIGNED_SHORT_4_4_4_4", "RGBA4_OES, 8, 8, 0, 576", 512, 512, 512},
-         }) {
-        const Held<Image2D> direct = makeImage(c.format, 8, 8), palettized = makePaletteImage(c.format, 8, 8);
-        const std::string name = c.direct.substr(0, c.direct.find(','));
-        EXPECT_EQ(upload(makeTexture(direct)), "TexImage2D(0, " + name + ", 8, 8, 0, " + c.direct + ")");
-        EXPECT_EQ(upload(makeTexture(palettized)), "CompressedTexImage2D(0, PALETTE8_" + c.palette + ")");
+    for (const auto& [format, direct, palette, paletteBytes, charge] :  // charges are of 16 x 16, without palette
+         {std::tuple{ImageFormat::Alpha, "ALPHA, UNSIGNED_BYTE", "RGBA8_OES, 8, 8, 0, 1088", 1024u, 256u},
+          {ImageFormat::Luminance, "LUMINANCE, UNSIGNED_BYTE", "RGB8_OES, 8, 8, 0, 832", 768, 256},
+          {ImageFormat::LuminanceAlpha, "LUMINANCE_ALPHA, UNSIGNED_BYTE", "RGBA8_OES, 8, 8, 0, 1088", 1024, 512},
+          {ImageFormat::Rgb, "RGB, UNSIGNED_SHORT_5_6_5", "R5_G6_B5_OES, 8, 8, 0, 576", 512, 512},
+          {ImageFormat::Rgba, "RGBA, UNSIGNED_SHORT_4_4_4_4", "RGBA4_OES, 8, 8, 0, 576", 512, 512}}) {
+        const Held<Image2D> plain = makeImage(format, 8, 8), palettized = makePaletteImage(format, 8, 8);
+        const std::string call = direct, name = call.substr(0, call.find(','));
+        EXPECT_EQ(upload(makeTexture(plain)), "TexImage2D(0, " + name + ", 8, 8, 0, " + call + ")");
+        EXPECT_EQ(upload(makeTexture(palettized)), std::string("CompressedTexImage2D(0, PALETTE8_") + palette + ")");
         const std::vector<uint8_t>& bytes = glRecorder.uploads.back().bytes;
-        ASSERT_EQ(bytes.size(), c.paletteBytes + 64);
-        EXPECT_EQ(std::vector(bytes.begin() + long(c.paletteBytes), bytes.end()), ramp(64)) << c.palette;
-        EXPECT_EQ(qelTextures_accountingSize(makeImage(c.format, 16, 16)), c.directCharge) << name;
-        EXPECT_EQ(qelTextures_accountingSize(makePaletteImage(c.format, 16, 16)), c.paletteCharge) << name;
-        EXPECT_EQ(qelTextures_accountingSize(makeImage(c.format, 1, 1)), 128u) << "the least";
+        ASSERT_EQ(bytes.size(), paletteBytes + 64);
+        EXPECT_EQ(std::vector(bytes.begin() + paletteBytes, bytes.end()), ramp(64)) << palette;
+        EXPECT_EQ(qelTextures_accountingSize(makeImage(format, 16, 16)), charge) << name;
+        EXPECT_EQ(qelTextures_accountingSize(makePaletteImage(format, 16, 16)), paletteBytes) << name;
+        EXPECT_EQ(qelTextures_accountingSize(makeImage(format, 1, 1)), 128u) << "the least";
     }
     Result result;
     const std::vector<uint8_t> indices = ramp(64), palette = ramp(1024);
