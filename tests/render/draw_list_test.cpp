@@ -4,7 +4,6 @@
 #include <cmath>
 #include <numbers>
 
-#include "frame/k8_transform.h"
 #include "scene/appearance.h"
 #include "scene/compositing_mode.h"
 #include "scene/figure_mesh.h"

@@ -108,7 +108,8 @@ protected:
         EXPECT_TRUE(K8Render_render3D(render, &content.params, &root->header, &content.place));
         return flush();
     }
-    void setFigure(size_t index, const std::function<void(K8FigureInfo&)>& change) {
+    template <typename Change>
+    void setFigure(size_t index, Change change) {
         K8FigureInfo info = *figures[index]->info;
         change(info);
         EXPECT_TRUE(K8Figure_setTmpData(figures[index], &info));

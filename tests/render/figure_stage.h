@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <array>
 #include <deque>
-#include <functional>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -24,9 +23,9 @@ constexpr int32_t fixed(double value) { return int32_t(value * 4096); }
 // The submeshes, told apart by the height of their vertices: hundreds of model units.
 enum FigurePart : int { Body, Badge, Glass, Flag, Patch };
 
-// Body: a lit, textured square, (-64, 0) to (64, 64). Badge: an opaque colour triangle. Glass (pattern 1): half transparent,
-// with the second texture. Flag (pattern 2): an added colour triangle, two-sided. Patch (pattern 1): looks like the body and
-// shares its appearance.
+// Body: a lit, textured square, (-64, 0) to (64, 64). Badge: an opaque colour triangle. Glass (pattern 1): half
+// transparent, with the second texture. Flag (pattern 2): an added colour triangle, two-sided. Patch (pattern 1): looks
+// like the body and shares its appearance.
 inline encode::MbFigure stageFigure() {
     encode::MbFigure figure;
     const auto addVertex = [&figure](int x, int y) {
@@ -215,8 +214,8 @@ protected:
     std::deque<K8Transform> transforms;
 };
 
-// Runs scenario(host, counter, failAt) with its 0th, 1st, 2nd... allocation failing, of the engine and then of the host,
-// until one says that it did not reach the failure. The scenario arms the counter once it has set up.
+// Runs scenario(host, counter, failAt) with its 0th, 1st, 2nd... allocation failing, of the engine and then of the
+// host, until one says that it did not reach the failure. The scenario arms the counter once it has set up.
 template <typename Scenario>
 void sweepAllocations(Scenario scenario) {
     for (const bool isEngine : {true, false}) {

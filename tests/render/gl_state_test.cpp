@@ -221,45 +221,39 @@ TEST_F(StateTest, LightingNeedsAMaterialAndColorsThatATextureDoesNotReplace) {
 
 TEST_F(StateTest, AlphaFadesWithTheNodeWhereBlendingIsOn) {
     enum : uint32_t { kMaterial = 1, kTracking = 2, kColors = 4, kReplaced = 8 };
-    struct Case {
-        const char* what;
-        Blending blending;
-        float factor;
-        uint32_t parts;
-        const char *color, *diffuse;  // what is sent, if anything
-    };
     const char *half = "Color4f(1, 1, 1, 0.498039)", *halfDiffuse = "Materialfv(DIFFUSE, {0.8, 0.8, 0.8, 0.498039})";
     const Held<Image2D> image = makeImage(ImageFormat::Rgb, 8, 8);
     const Held<Texture2D> texture = makeTexture(image);
     qelTexture2D_setBlending(texture, int32_t(TextureBlending::Replace));
-    for (const Case& c : {
-             Case{"opaque", Blending::Replace, 0.5f, kColors, "Color4f(1, 1, 1, 1)", ""},
-             Case{"default colour", Blending::Alpha, 0.5f, 0, half, ""},
-             Case{"truncated factor", Blending::Add, 0.99999f, 0, "Color4f(1, 1, 1, 0.996078)", ""},
-             Case{"factor 0", Blending::Alpha, 0, 0, "Color4f(1, 1, 1, 0)", ""},
-             Case{"material hides colours", Blending::AlphaAdd, 0.5f, kMaterial | kColors, "", halfDiffuse},
-             Case{"colours", Blending::Alpha, 0.5f, kColors, half, ""},
-             Case{"tracked", Blending::Alpha, 0.5f, kMaterial | kTracking | kColors, half, halfDiffuse},
-             Case{"tracked default colour", Blending::Alpha, 0.5f, kMaterial | kTracking, half, halfDiffuse},
-             Case{"replaced by a texture without alpha", Blending::Alpha, 0.5f, kMaterial | kReplaced,
-                  "Color4f(0.8, 0.8, 0.8, 0.498039)", halfDiffuse},
+    for (const auto& [what, blending, factor, parts, color, diffuse] : {
+             // what is sent, if anything
+             std::tuple{"opaque", Blending::Replace, 0.5f, uint32_t(kColors), "Color4f(1, 1, 1, 1)", ""},
+             {"default colour", Blending::Alpha, 0.5f, 0, half, ""},
+             {"truncated factor", Blending::Add, 0.99999f, 0, "Color4f(1, 1, 1, 0.996078)", ""},
+             {"factor 0", Blending::Alpha, 0, 0, "Color4f(1, 1, 1, 0)", ""},
+             {"material hides colours", Blending::AlphaAdd, 0.5f, kMaterial | kColors, "", halfDiffuse},
+             {"colours", Blending::Alpha, 0.5f, kColors, half, ""},
+             {"tracked", Blending::Alpha, 0.5f, kMaterial | kTracking | kColors, half, halfDiffuse},
+             {"tracked default colour", Blending::Alpha, 0.5f, kMaterial | kTracking, half, halfDiffuse},
+             {"replaced by a texture without alpha", Blending::Alpha, 0.5f, kMaterial | kReplaced,
+              "Color4f(0.8, 0.8, 0.8, 0.498039)", halfDiffuse},
          }) {
-        SCOPED_TRACE(c.what);
+        SCOPED_TRACE(what);
         Square square;
-        square.setCompositing(c.blending);
-        square.alphaFactor = c.factor;
-        if (c.parts & kColors) square.setColors();
-        if (c.parts & kMaterial) qelMaterial_setVertexColorTrackingEnable(square.setMaterial(), c.parts & kTracking);
-        if (c.parts & kReplaced) square.setTexture(0, texture);
+        square.setCompositing(blending);
+        square.alphaFactor = factor;
+        if (parts & kColors) square.setColors();
+        if (parts & kMaterial) qelMaterial_setVertexColorTrackingEnable(square.setMaterial(), parts & kTracking);
+        if (parts & kReplaced) square.setTexture(0, texture);
         qelGLBackend_bind(backend, kWidth, kHeight);
         const GlLines lines = draw(square);
-        EXPECT_EQ(brief(only(lines, "glColor4f")), c.color);
-        EXPECT_EQ(brief(only(lines, "GL_DIFFUSE")), c.diffuse);
+        EXPECT_EQ(brief(only(lines, "glColor4f")), color);
+        EXPECT_EQ(brief(only(lines, "GL_DIFFUSE")), diffuse);
         const GlDraw::Vectors& colors = glRecorder.draws.back().colors;
-        const bool hasColors = c.parts & kColors && (c.parts & kTracking || !(c.parts & kMaterial));
+        const bool hasColors = parts & kColors && (parts & kTracking || !(parts & kMaterial));
         ASSERT_EQ(colors.size(), hasColors ? 4u : 0u);
         if (!hasColors) continue;
-        EXPECT_EQ(colors[1][3], c.blending == Blending::Replace ? 128 : 64);
+        EXPECT_EQ(colors[1][3], blending == Blending::Replace ? 128 : 64);
     }
 }
 
@@ -352,34 +346,31 @@ TEST_F(StateTest, ColorsBecomeFourBytesOnce) {
 
 TEST_F(StateTest, IndicesBeyondAnyArrayInUseDrawNothing) {
     enum { kNone, kNormals, kColors, kTexCoords, kUnusedTexCoords };
-    struct Case {
-        const char* what;
-        bool isList;
-        int32_t lastVertex, shortArray;  // which has three vertices
-        bool fits;
-    };
     const Held<Image2D> image = makeImage(ImageFormat::Rgb, 8, 8);
     const Held<Texture2D> texture = makeTexture(image);
-    for (const Case& c :
-         {Case{"strip fits", false, 3, kNone, true}, Case{"strip reaches out", false, 4, kNone, false},
-          Case{"list reaches out", true, 4, kNone, false}, Case{"within short normals", true, 2, kNormals, true},
-          Case{"short normals", true, 3, kNormals, false}, Case{"short colours", false, 3, kColors, false},
-          Case{"short coordinates", true, 3, kTexCoords, false},
-          Case{"short coordinates that nothing uses", true, 3, kUnusedTexCoords, true}}) {
+    const auto few = makeArray<int8_t>(3, std::vector<int8_t>(9, 5));  // for three vertices
+    for (const auto& [what, isList, lastVertex, shortArray, fits] :
+         {std::tuple{"strip fits", false, 3, kNone, true},
+          {"strip reaches out", false, 4, kNone, false},
+          {"list reaches out", true, 4, kNone, false},
+          {"within short normals", true, 2, kNormals, true},
+          {"short normals", true, 3, kNormals, false},
+          {"short colours", false, 3, kColors, false},
+          {"short coordinates", true, 3, kTexCoords, false},
+          {"short coordinates that nothing uses", true, 3, kUnusedTexCoords, true}}) {
         Square square;
         Result result;
         int32_t length = 3;
-        int32_t indices[] = {0, 1, c.lastVertex};
+        int32_t indices[] = {0, 1, lastVertex};
         square.strip = Held<TriangleStripArray>(
-            c.isList ? qelTriangleStripArray_createExplicit(&length, 1, indices, 3, true, &result)
-                     : qelTriangleStripArray_createImplicit(c.lastVertex - 2, &length, 1, true, &result));
-        const auto few = makeArray<int8_t>(3, std::vector<int8_t>(9, 5));
-        if (c.shortArray == kNormals) qelVertexBuffer_setNormals(square.buffer, few);
-        if (c.shortArray == kColors) qelVertexBuffer_setColors(square.buffer, few);
-        if (c.shortArray >= kTexCoords) qelVertexBuffer_setTexCoords(square.buffer, 0, few, 1, nullptr);
-        if (c.shortArray == kTexCoords) qelAppearance_setTexture(square.appearance, 0, texture);
+            isList ? qelTriangleStripArray_createExplicit(&length, 1, indices, 3, true, &result)
+                   : qelTriangleStripArray_createImplicit(lastVertex - 2, &length, 1, true, &result));
+        if (shortArray == kNormals) qelVertexBuffer_setNormals(square.buffer, few);
+        if (shortArray == kColors) qelVertexBuffer_setColors(square.buffer, few);
+        if (shortArray >= kTexCoords) qelVertexBuffer_setTexCoords(square.buffer, 0, few, 1, nullptr);
+        if (shortArray == kTexCoords) qelAppearance_setTexture(square.appearance, 0, texture);
         glRecorder.draws.clear();
-        EXPECT_EQ(tryDraw(square), c.fits ? QEL_STATUS_OK : QEL_STATUS_ILLEGAL_STATE) << c.what;
-        EXPECT_EQ(glRecorder.draws.size(), c.fits ? 1u : 0u) << c.what;
+        EXPECT_EQ(tryDraw(square), fits ? QEL_STATUS_OK : QEL_STATUS_ILLEGAL_STATE) << what;
+        EXPECT_EQ(glRecorder.draws.size(), fits ? 1u : 0u) << what;
     }
 }
