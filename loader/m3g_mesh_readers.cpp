@@ -125,15 +125,26 @@ static void accountForSkinning(M3gReader* reader, const VertexBuffer* base) {
         reader, 2 * byteCountOf(base->positions) + byteCountOf(base->normals) + vertexCount * kTablesPerVertex);
 }
 
-// The tables take time for every vertex of every binding, however few of them are kept; a bone is looked for among all.
+static uint64_t depthOf(const Node* node) {
+    uint64_t depth = 0;
+    while ((node = node->parent)) ++depth;
+    return depth;
+}
+
+// The tables take time for every vertex of every binding, however few of them are kept; a bone is looked for among all,
+// and for its first binding the transforms up to the mesh are multiplied.
 static void readBinding(M3gReader* reader, SkinnedMesh* mesh) {
+    constexpr uint64_t kWorkPerLevel = 64;  // a product takes as long as so many vertices
     Node* bone = M3gReader_readNodeReference(reader);
     const int32_t firstVertex = readInt32(reader->stream), vertexCount = readInt32(reader->stream);
     const int32_t weight = readInt32(reader->stream);
-    M3gReader_deriveWork(reader, uint64_t(mesh->boneCount));
+    const int32_t boneCount = mesh->boneCount;
+    M3gReader_deriveWork(reader, uint64_t(boneCount));
     if (!M3gReader_isIntact(reader)) return;
     M3gReader_require(reader, qelSkinnedMesh_addTransform(mesh, bone, weight, firstVertex, vertexCount));
-    if (M3gReader_isIntact(reader)) M3gReader_deriveBytes(reader, uint64_t(vertexCount));
+    if (!M3gReader_isIntact(reader)) return;
+    if (mesh->boneCount > boneCount) M3gReader_deriveWork(reader, kWorkPerLevel * depthOf(bone));
+    M3gReader_deriveBytes(reader, uint64_t(vertexCount));
 }
 
 static void readBindings(M3gReader* reader, SkinnedMesh* mesh) {

@@ -136,6 +136,19 @@ ByteList bonesAtEveryDepth(uint32_t bindingCount) {
     return finish(s.scene, {s.scene.add(mesh)});
 }
 
+// Skinned meshes that hang on each other's skeletons, each bound to all groups below it.
+ByteList skinsOnSkins(uint32_t count) {
+    SharedMesh s(3);
+    Refs bones, children;
+    for (uint32_t i = 0; i < count; ++i) {
+        bones.push_back(s.scene.add(M3gGroup{.children = children}));
+        M3gSkinnedMesh mesh{.vertices = s.vertices, .submeshes = {{s.strips, {}}}, .skeleton = bones.back()};
+        for (const M3gRef bone : bones) mesh.bindings.push_back({bone, 0, 1, 1});
+        children = {s.scene.add(mesh)};
+    }
+    return finish(s.scene, children);
+}
+
 Refs addTracks(M3gScene& scene, uint32_t count, M3gProperty property, const std::vector<float>& values) {
     const M3gRef sequence = scene.add(M3gKeyframeSequence{.keyframes = {{0, values}}});
     const M3gRef controller = scene.add(M3gAnimationController{});
@@ -187,7 +200,9 @@ std::vector<HostileFile> hostileScenes() {
             {"lights at every depth", lightsAtEveryDepth(), true},
             {"weights of many targets", weightsOfManyTargets(1000, 50), true},
             {"weights of too many targets", weightsOfManyTargets(200000, 900), false},
-            {"bones at every depth", bonesAtEveryDepth(30000), true}};
+            {"bones at every depth", bonesAtEveryDepth(30000), true},
+            {"skins on skins", skinsOnSkins(100), true},
+            {"too many skins on skins", skinsOnSkins(400), false}};
 }
 
 TEST(HostileScenes, CostWhatTheirSizeJustifies) {
