@@ -7,7 +7,8 @@
 
 static uint32_t halved(uint32_t side) { return std::max(side / 2, 1u); }
 
-// A chain with its block laid out: the palette, then the levels from `firstLevel` (the base being 0) down to a single texel.
+// A chain with its block laid out: the palette, then the levels from `firstLevel` (the base being 0) down to a single
+// texel.
 static MipmapChain* createChain(const Texture2D* texture, const Image2D* image, uint32_t firstLevel,
                                 uint32_t texelBytes, uint32_t paletteBytes) {
     const auto lastLevel = uint32_t(std::max(texture->widthLog2, texture->heightLog2));
@@ -52,8 +53,8 @@ MipmapChain* qelMipmaps_duplicate(const MipmapChain* chain) {
 
 // --- Direct formats ---
 
-// A texel whose components are averaged all at once: a texel and its copy kShift bits further up, masked by kMask, hold every
-// component once, with at least two free bits above it for the sum of four.
+// A texel whose components are averaged all at once: a texel and its copy kShift bits further up, masked by kMask, hold
+// every component once, with at least two free bits above it for the sum of four.
 template <typename TexelWord, uint32_t kShift, uint32_t kMask>
 struct TexelFormat {
     using Texel = TexelWord;
@@ -89,7 +90,8 @@ static bool buildDirect(Texture2D* texture, const Image2D* image) {
     using Texel = typename Format::Texel;
     MipmapChain* chain = createChain(texture, image, 1, sizeof(Texel), 0);
     if (!chain) return false;
-    // A mutable RGB or RGBA image that nothing was set in has wider pixels, but all its bytes are 0xFF: it reads as white.
+    // A mutable RGB or RGBA image that nothing was set in has wider pixels, but all its bytes are 0xFF: it reads as
+    // white.
     const auto* above = reinterpret_cast<const Texel*>(image->pixels);
     uint32_t width = uint32_t(image->width), height = uint32_t(image->height);
     for (uint32_t i = 0; i < chain->levelCount; ++i, width = halved(width), height = halved(height)) {
