@@ -9,10 +9,12 @@
  * files, windows or threads, reads no environment, and takes all memory from allocator objects.
  *
  * Numbers
- *   F number   signed 20.12 fixed point in an int32_t, 4096 is 1.0; the real number of the K8 interface
+ *   F number   signed 20.12 fixed point in an int32_t, 4096 is 1.0; the real number of the K8 interface; K8_F(1.5)
+ *              makes one of a constant
  *   J number   a 32-bit IEEE float; the real number of the qel interface
  *   angle      1/4096 of a turn where it is called an integer angle, otherwise degrees
- *   frame      16.16 fixed point in an int32_t: the whole frame in the upper half; negative positions count as 0
+ *   frame      16.16 fixed point in an int32_t: the whole frame in the upper half; negative positions count as 0. Times
+ *              of scenes are whole milliseconds instead
  *   colour     0xRRGGBB or 0xAARRGGBB
  *
  * Frames of reference
@@ -23,12 +25,16 @@
  *   A K8 function that fails returns null, false or 0 and stores an error status, which K8ErrStorage_getErrorStatus
  *   reads. The status is sticky: success never clears it, so look at it only after a failure. "Fails" below means:
  *   stores K8_ERR_FAILURE and returns the failure value. Running out of memory stores K8_ERR_OUT_OF_MEMORY instead.
+ *   The status does not tell why content is refused; the k8 program does: `k8 check FILE`.
  *   qel functions return a result code or write one through a `result` pointer, which may not be null.
  *
  * Ownership
  *   A create or load function hands its result to the host, who gives it back with the matching destroy. A handle
  *   holds one reference to the engine object it wraps, and engine objects live as long as something refers to them.
  *   Unless a comment says otherwise pointer arguments are borrowed for the call.
+ *   Textures, and scenes with textures in them, belong to the OpenGL ES context in which they were drawn: destroy them
+ *   while it is current. In another context textures of that one may be deleted in their place; without any their
+ *   memory stays with the context.
  *
  * Threads
  *   None are created and nothing is locked: use the library from one thread at a time, the one whose context is
@@ -55,6 +61,10 @@
 extern "C" {
 #endif
 
+/* 1.0 as an F number, and a number constant as one, cut toward zero. K8Math_J2F does so at run time. */
+#define K8_ONE 4096
+#define K8_F(x) ((int32_t)(K8_ONE * (x)))
+
 /* ---- Error status ------------------------------------------------------------------------------------------------ */
 
 enum {
@@ -73,7 +83,8 @@ enum {
     QEL_STATUS_ARITHMETIC = 6          /* impossible, for example inverting a singular matrix */
 };
 
-/* Stores the error status and returns it. A host may call it to clear the status before a call. */
+/* Stores the error status and returns it. To see whether anything failed since, store a value that no function does,
+ * for example -1: the 0 of K8_ERR_FAILURE is also what the status is before any failure. */
 K8_API int32_t K8ErrStorage_setErrorStatus(int32_t status);
 
 /* The code of the most recent failure of a K8 function, 0 before the first. */
@@ -110,8 +121,10 @@ K8_API void MALK8_touchMA(void);
 
 /* ---- Engine objects ---------------------------------------------------------------------------------------------- */
 
-/* Engine objects are opaque here. qelObject3D is the base of all the others: a pointer to one may be cast to
- * qelObject3D *. */
+/* Engine objects are opaque here. They come with handles, mostly from K8Loader_loadObject, and are reached as the
+ * `object` of a handle: to be looked at (class ids, the parts of a mesh, poses of actions), for picking, and with the
+ * matrices that this takes. No function builds a mesh; geometry of the host's own goes into K8Primitive handles.
+ * qelObject3D is the base of all the others: a pointer to one may be cast to qelObject3D *. */
 typedef struct qelObject3D qelObject3D;
 typedef struct qelActTable qelActTable;
 typedef struct qelFigureMesh qelFigureMesh; /* also a qelMesh */
@@ -206,7 +219,7 @@ K8_API int32_t K8Object3D_getClassId(const K8Handle *handle);
 /* Destroys a handle of any family. Ignores null and unknown class ids. */
 K8_API void K8Object3D_destroy(K8Handle *handle);
 
-/* The frame position in the loaded info of a figure or group, 0 when it has none or for the other families; null and
+/* The member `frame` in the loaded info of a figure or group, 0 when it has none or for the other families; null and
  * unknown class ids fail with 0. */
 K8_API int32_t K8Object3D_getTime(const K8Handle *handle);
 
@@ -244,6 +257,8 @@ struct K8Texture {
 };
 
 K8_API K8Texture *K8Texture_create(K8Texture *memory, K8Allocator *allocator);
+
+/* Call it while the OpenGL ES context in which the texture was drawn is current. */
 K8_API void K8Texture_destroy(K8Texture *handle);
 
 /* Copies the record, overwriting an existing one. The second map stays the host's. */
@@ -259,13 +274,24 @@ enum {
     K8_BLEND_ADDITIVE = 64 /* source added to destination, weighted by its alpha but in points, lines and sprites */
 };
 
+/* To animate a figure, hand it a changed copy of its info:
+ *   K8FigureInfo info = *figure->info;
+ *   info.frame = position;
+ *   K8Figure_setTmpData(figure, &info);
+ * Textures and actions that were loaded by themselves are attached in the same way, through the figure's allocator a:
+ *   info.loadedTextures = a->functions->alloc(a, 2 * sizeof *info.loadedTextures);
+ *   info.loadedTextures[0] = skin, info.loadedTextures[1] = clothes, info.loadedTextureCount = 2;
+ *   info.loadedAction = table; */
 typedef struct K8FigureInfo {
-    int32_t frame;                 /* frame position at which the figure is posed when drawn */
+    int32_t frame;                 /* frame position at which the figure is posed when drawn. Behind the end of the
+                                    * action its last pose holds: what repeats takes the position modulo
+                                    * K8ActionTable_getMaxFrame. Milliseconds for a mesh of a scene */
     uint8_t perspectiveCorrection; /* 1: ask for perspective-correct texturing */
     int16_t blendMode;             /* K8_BLEND_... */
     int32_t transparency;          /* opacity in percent, F number (409600 is opaque); counts where something blends */
     uint8_t canChangeTextures;
-    uint32_t action;             /* bits 0-30: the action to pose; bit 31: draw `pattern`, not the action's patterns */
+    uint32_t action;             /* bits 0-30: the action to pose; one that does not exist leaves the last pose. Bit
+                                  * 31: draw `pattern`, not the action's patterns */
     uint32_t pattern;            /* the mask as K8Figure_setPattern stores it: the host's mask shifted left by one */
     uint16_t loadedTextureCount; /* entries of `loadedTextures` */
     K8Texture **loadedTextures;  /* owned array, through the handle's allocator; the textures in it are not owned.
@@ -368,7 +394,7 @@ K8_API void K8Transform_transVector(const K8Transform *transform, const int32_t 
 /* ---- Groups ------------------------------------------------------------------------------------------------------ */
 
 typedef struct K8GroupInfo {
-    int32_t frame;             /* frame position */
+    int32_t frame;             /* of a scene: its time in whole milliseconds, no 16.16 number. Other groups carry it */
     K8Transform *transform;    /* applied to the children; may be null. Owned on groups that the loader made, else the
                                 * host's */
     uint16_t childHandleCount; /* entries of `childHandles` */
@@ -402,7 +428,8 @@ enum { K8_LIGHT_AMBIENT = 128, K8_LIGHT_DIRECTIONAL = 129, K8_LIGHT_OMNI = 130, 
 /* Where a light stands and which way it shines. F numbers, in the frame that the light's transforms start from: those
  * of the parameter block, or of the groups that it is in. After them the axes are OpenGL's: y up and z towards the
  * viewer, not turned like the drawn objects are. A light that shines along the view, away from the viewer, has the
- * direction (0, 0, -4096). A zero direction counts as that default. */
+ * direction (0, 0, -4096). A zero direction counts as that default. The viewing transform is one of the transforms, for
+ * lights of the block as for those in groups: K8RenderParams tells how to give a light that stands in the world. */
 typedef struct K8LightInfo {
     int32_t position[3];
     int32_t direction[3];
@@ -589,7 +616,15 @@ enum {
 };
 
 /* How a call of K8Render_render3D is seen and lit. Members that make no projection (another kind, a size, near or far
- * distance that is not above 0, an angle out of range) leave the camera as the item before left it. */
+ * distance that is not above 0, an angle out of range) leave the camera as the item before left it.
+ * Light i is placed by V T P, with V the viewing transform, T its light transform and P its position and direction. Of
+ * what is drawn the y and z axes are turned after that, of lights they are not. So position and direction are those of
+ * the world that V looks at where T is V^-1 S V, with S the scale (1, -1, -1):
+ *   K8Transform_createT(&t, allocator, v->elements);
+ *   K8Transform_invert(&t);
+ *   K8Transform_scale(&t, K8_ONE, -K8_ONE, -K8_ONE);
+ *   K8Transform_multiply(&t, v);
+ * T changes with V. A group with this transform, queued without another, does the same for the lights in it. */
 typedef struct K8RenderParams {
     int16_t projection;   /* K8_PROJECTION_... */
     uint16_t screenWidth; /* pixels */
@@ -600,8 +635,9 @@ typedef struct K8RenderParams {
                                     * lines and sprites the opening over the width of the surface */
     K8Transform *viewingTransform; /* world to view, for example from K8Transform_lookAt; null: identity */
     uint16_t lightCount;           /* only the first K8Render_getMaxLights() count */
-    K8Light **lights;              /* each with loaded info */
-    K8Transform **lightTransforms; /* one entry per light, which may be null; the array itself may be null */
+    K8Light **lights;              /* each with loaded info. Without any, what is lit is black: see K8Render_render3D */
+    K8Transform **lightTransforms; /* one entry per light, which may be null; the array itself may be null. `transform`
+                                    * of K8Render_render3D does not place these lights */
     K8Fog *fog;                    /* for objects that bring no fog of their own; may be null */
 } K8RenderParams;
 
@@ -638,6 +674,8 @@ K8_API bool K8Render_bind(K8Render *handle, void *target, int32_t width, int32_t
  * afterwards.
  * object      a figure, a primitive, a group or a scene group
  * transform   object to world; null: identity. Figure vertices are in 1/64 of a unit
+ * What is lit comes out black without a light, but for what a material emits: polygons of a figure that are made to be
+ * lit, primitives with normals, meshes of a scene with a material. An ambient light is enough to see the first two.
  * A group is walked depth first. Each of its figures and primitives becomes an item of the list, placed by the
  * transforms above it; a group that several groups contain is drawn in each. Null children and handles of other
  * families are passed over, but
@@ -661,8 +699,8 @@ K8_API bool K8Render_bind(K8Render *handle, void *target, int32_t width, int32_t
  *   fog        that of the call, or none, takes the place of the scene's
  * What handles put in place of the scene's is put back after the draw; what the animation writes stays. Cameras and the
  * background of a scene are not used.
- * A figure of a scene can also be queued by itself: its mesh is then animated to the figure's own frame position, and
- * entry j of `loadedTextures` is for the j-th submesh that came with a texture.
+ * A figure of a scene can also be queued by itself: its mesh is then animated to the figure's own `frame`, milliseconds
+ * as well, and entry j of `loadedTextures` is for the j-th submesh that came with a texture.
  * Fails with false, queueing nothing, for null arguments (but transform), for a light of the block without loaded info,
  * for a handle of another class, and for a tree of more than 65535 groups or 1048576 children, each counted as often as
  * it is met. Fails with K8_ERR_OUT_OF_MEMORY also when the list would hold more than 2048 items and when groups are
@@ -855,7 +893,7 @@ K8_API void _Figure_blendVertices(qelFigureMesh *figure);
 
 /* ---- Engine objects: meshes and appearances ---------------------------------------------------------------------- */
 
-/* A zero-filled array of integer vertex attributes, one reference.
+/* A zero-filled array of integer vertex attributes, one reference. No function here fills it or gives it to a mesh.
  * vertexCount 1..65535, componentCount 2..4, componentSize 1 or 2 bytes
  * Null with ILLEGAL_ARGUMENT or OUT_OF_MEMORY in `result`. */
 K8_API qelVertexArray *qelVertexArray_create(int32_t vertexCount, int32_t componentCount, int32_t componentSize,
@@ -951,7 +989,9 @@ K8_API qelRayIntersection *qelRayIntersectionArray_getRayIntersection(const qelR
  *             qelSkinnedMesh_pick. Morphing and skinned meshes are deformed first, by the weights and bones they have;
  *             figures are as they were posed last
  * ox, oy, oz  origin of the ray, dx, dy, dz its direction, of any length but 0. In the mesh's own coordinates: the
- *             node's transform is not applied. The positions of a figure are in 1/64 of a unit
+ *             node's transform is not applied. The positions of a figure are in 1/64 of a unit, so a ray of the world
+ *             gets there by the inverse of what the figure is drawn with, scaled by 1/64; distances along it stay the
+ *             same. Where the nodes of a scene stand no function tells: rays for their meshes need to be known there
  * record      changed by hits only, and only by those that are not farther than the hit it has (at distance 0: none).
  *             Initialise it before each pick, or hand it along a row of meshes for the nearest hit of all. Null asks
  *             whether there is any hit
@@ -992,9 +1032,14 @@ K8_API bool qelSkinnedMesh_pickMultiple(qelSkinnedMesh *mesh, float ox, float oy
  *                         nor has a mesh with an index beyond its vertices
  * transformA, transformB  object to a space that both share; null: identity. Equal transforms change nothing
  * Figures are as they were posed last, whatever patterns they show; their vertices count as in drawing, in 1/64 of a
- * unit, those of primitives as the F numbers' raw words, which must stay within 26 bits. Skinned meshes follow their
- * skeletons, morphing meshes have their base shape. Meshes of a scene are placed by their own transforms and those of
- * handles, not by the nodes above them in the scene. Triangles that lie in one plane do not touch.
+ * unit, those of primitives as the F numbers' raw words, which must stay within 26 bits. So a figure takes the
+ * transform that it is drawn with, a primitive that transform scaled by 1/4096, and a tree with both in it is asked
+ * about object by object:
+ *   K8Transform place = *drawnAt;
+ *   K8Transform_scale(&place, 1, 1, 1);
+ * Skinned meshes follow their skeletons, morphing meshes have their base shape. Meshes of a scene are placed by their
+ * own transforms and those of handles, not by the nodes above them in the scene. Triangles that lie in one plane do not
+ * touch.
  * The answer is computed with 10 significant bits per coordinate of an object and 16 for both together: what is nearer
  * than that resolves may be taken to touch or not. Coordinates wrap around 131072 steps from the middle between the two
  * placements, where a step is the smaller one of the two objects: 1/64 unit, so 2048 units, for figures less than 16
