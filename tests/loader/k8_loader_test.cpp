@@ -4,33 +4,26 @@
 
 namespace {
 
-ByteList figureFile() { return encode::smallFigure().bytes; }
-ByteList tableFile() { return encode::smallTable().bytes; }
-ByteList textureFile() { return encode::smallTexture().bytes; }
+using namespace encode;
 
 TEST(K8Loader, MakesOneHandleWithItsRecord) {
     CountingHeap heap;
     CountingAllocator host;
     K8ErrStorage_setErrorStatus(77);
-    auto* figure = reinterpret_cast<K8Figure*>(load(figureFile(), host.get()));
-    auto* table = reinterpret_cast<K8ActionTable*>(load(tableFile(), host.get()));
-    auto* texture = reinterpret_cast<K8Texture*>(load(textureFile(), host.get()));
+    auto* figure = reinterpret_cast<K8Figure*>(load(smallFigure().bytes, host.get()));
+    auto* table = reinterpret_cast<K8ActionTable*>(load(smallTable().bytes, host.get()));
+    auto* texture = reinterpret_cast<K8Texture*>(load(smallTexture().bytes, host.get()));
     EXPECT_EQ(K8ErrStorage_getErrorStatus(), 77) << "success leaves the status alone";
     ASSERT_TRUE(figure && table && texture);
     EXPECT_EQ(host.liveBlocks(), 5) << "a table has no record";
-    EXPECT_EQ(figure->header.classId, K8_CLASS_FIGURE);
-    EXPECT_EQ(figure->header.object->refCount, 1);
-    EXPECT_EQ(figure->info->transparency, 409600);
-    EXPECT_EQ(figure->info->canChangeTextures, 1);
-    EXPECT_EQ(figure->info->canChangeAction, 1);
-    EXPECT_EQ(figure->info->loadedTextureCount, 0);
-    EXPECT_EQ(figure->info->loadedTextures, nullptr);
-    EXPECT_EQ(figure->info->loadedAction, nullptr);
-    EXPECT_EQ(figure->info->textureIndices, nullptr);
     EXPECT_EQ(K8ActionTable_getMaxFrame(table, 0), 3 << 16);
-    EXPECT_EQ(texture->header.classId, K8_CLASS_TEXTURE);
-    EXPECT_EQ(texture->keepsBlending, 0);
-    EXPECT_EQ(texture->info->hasSecondMap, 0);
+    const K8FigureInfo& info = *figure->info;
+    EXPECT_EQ(all(figure->header.classId, figure->header.object->refCount, info.transparency, info.canChangeTextures,
+                  info.canChangeAction, info.loadedTextureCount),
+              all(K8_CLASS_FIGURE, 1, 409600, 1, 1, 0));
+    EXPECT_TRUE(!info.loadedTextures && !info.loadedAction && !info.textureIndices);
+    EXPECT_EQ(all(texture->header.classId, texture->keepsBlending, texture->info->hasSecondMap),
+              all(K8_CLASS_TEXTURE, 0, 0));
     EXPECT_EQ(texture->info->secondMap, nullptr);
     const auto* object = static_cast<Texture2D*>(texture->header.object);
     EXPECT_EQ(object->image->refCount, 1) << "held by the texture alone";
@@ -43,7 +36,7 @@ TEST(K8Loader, MakesOneHandleWithItsRecord) {
 TEST(K8Loader, RefusesWhatIsNoContent) {
     MALK8_touchMA();
     qelStatus_set(QEL_STATUS_OK);  // an exhaustion of long ago would show in what fails before it allocates
-    const ByteList figure = figureFile();
+    const ByteList figure = smallFigure().bytes;
     struct Case {
         const char* what;
         int32_t size;
@@ -67,12 +60,9 @@ TEST(K8Loader, RefusesWhatIsNoContent) {
 // --- Every kind of content ---
 
 std::vector<ByteList> everyContent() {
-    return {figureFile(),
-            tableFile(),
-            textureFile(),
-            encode::encodeK8(everyRecord()).bytes,
-            encode::encodeK8(onlyObjects()).bytes,
-            encode::encodeScenePackage(FullScene().scene).bytes};
+    return {smallFigure().bytes,           smallTable().bytes,
+            smallTexture().bytes,          encodeK8(everyRecord()).bytes,
+            encodeK8(onlyObjects()).bytes, encodeScenePackage(FullScene().scene).bytes};
 }
 
 TEST(K8Loader, TruncatedContentFailsAndLeavesNothing) {

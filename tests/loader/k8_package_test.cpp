@@ -22,29 +22,34 @@ std::vector<K8Handle*> childrenOf(const K8Handle* group) {
 }
 
 TEST(K8Package, BuildsATreeAndListsEveryHandleWithItsRoot) {
-    const Loaded loaded(encodeK8(everyRecord()));
+    K8Package package = everyRecord();
+    package.groups[2].children[0].transform = {1, 0, 0, 1.0f / 3, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
+    package.groups[3].children.push_back({.isGroup = true, .index = 1});
+    package.groups.push_back({});
+    const Loaded loaded(encodeK8(package));
     ASSERT_NE(loaded.root, nullptr);
     std::vector<int> classIds;
     for (size_t i = 0; loaded.made(i); ++i) classIds.push_back(loaded.made(i)->classId);
     EXPECT_EQ(classIds, (std::vector<int>{K8_CLASS_FIGURE, K8_CLASS_TEXTURE, K8_CLASS_ACTION_TABLE, K8_CLASS_LIGHT,
                                           K8_CLASS_FOG, K8_CLASS_FOG, K8_CLASS_PRIMITIVE, K8_CLASS_PRIMITIVE,
-                                          K8_CLASS_GROUP, K8_CLASS_GROUP, K8_CLASS_GROUP}));
-    K8Handle *first = loaded.made(RecordCount), *second = loaded.made(RecordCount + 1),
-             *unused = loaded.made(RecordCount + 2);
+                                          K8_CLASS_GROUP, K8_CLASS_GROUP, K8_CLASS_GROUP, K8_CLASS_GROUP}));
+    const std::array groups = {loaded.root, loaded.made(RecordCount), loaded.made(RecordCount + 1),
+                               loaded.made(RecordCount + 2), loaded.made(RecordCount + 3)};
     using Handles = std::vector<K8Handle*>;
-    EXPECT_EQ(childrenOf(loaded.root), (Handles{first, loaded.made(Spot), loaded.made(Figure)}));
-    EXPECT_EQ(childrenOf(first), (Handles{second, loaded.made(Quads), second}));
-    EXPECT_EQ(childrenOf(second), Handles{loaded.made(Figure)});
-    EXPECT_EQ(childrenOf(unused), Handles());
-    for (const K8Handle* group : {first, second, unused}) EXPECT_EQ(as<K8Group>(group)->info->childData, nullptr);
-    for (const K8Handle* group : {loaded.root, first, second, unused}) {
+    EXPECT_EQ(childrenOf(groups[0]), (Handles{groups[1], groups[2], loaded.made(Haze)}));
+    EXPECT_EQ(childrenOf(groups[1]), (Handles{loaded.made(Figure), loaded.made(Spot)}));
+    EXPECT_EQ(childrenOf(groups[2]), (Handles{groups[3], loaded.made(Sprites)}));
+    EXPECT_EQ(childrenOf(groups[3]), (Handles{groups[1], groups[1]}));
+    EXPECT_EQ(childrenOf(groups[4]), Handles());
+    for (const K8Handle* group : groups) {
         EXPECT_EQ(group->object, nullptr);
         EXPECT_EQ(as<K8Group>(group)->info->flag, 1);
-        EXPECT_EQ(as<K8Group>(group)->info->transform != nullptr, group == first);
+        EXPECT_EQ(as<K8Group>(group)->info->transform != nullptr, group == groups[1] || group == groups[3]);
+        EXPECT_EQ(as<K8Group>(group)->info->childData != nullptr, group == groups[0]);
     }
     std::array<float, 16> elements;
-    K8Transform_getAll(as<K8Group>(first)->info->transform, elements.data());
-    EXPECT_EQ(elements, matrixAt(1365 / 4096.0f)) << "a third, in 20.12";
+    K8Transform_getAll(as<K8Group>(groups[3])->info->transform, elements.data());
+    EXPECT_EQ(elements[3], 1365 / 4096.0f) << "a third, in 20.12";
 }
 
 TEST(K8Package, LinksFiguresWithTheirTexturesAndActions) {
@@ -82,12 +87,12 @@ TEST(K8Package, SetsLightsFogsAndPrimitives) {
     EXPECT_EQ(all(haze->mode, haze->color, haze->near, haze->far), all(FogMode::Linear, 0x010203, 2, 30));
 
     const K8PrimitiveInfo& quads = *as<K8Primitive>(loaded.made(Quads))->info;
-    EXPECT_EQ(all(quads.type, quads.params, quads.primitiveCount, quads.reserved, quads.size), all(4, 0x300, 1, 1, 0));
+    EXPECT_EQ(all(quads.type, quads.params, quads.primitiveCount, quads.reserved, quads.size),
+              all(4 << 24, 0x311, 1, 1, 0));
     EXPECT_EQ(quads.texture, nullptr);
     std::vector<std::vector<int32_t>> values;
     for (size_t i = 0; i < 5; ++i) values.push_back({quads.values[i], quads.values[i] + quads.counts[i]});
     EXPECT_EQ(values, (std::vector<std::vector<int32_t>>{{1, -2}, {3}, {}, {4}, {5, 6, 7}}));
-    EXPECT_EQ(as<K8Primitive>(loaded.made(Sprites))->info->type, 5u << 24) << "as the file has it";
 }
 
 TEST(K8Package, AnyRecordMayBeTheFirst) {
@@ -142,8 +147,8 @@ TEST(K8Package, RefusesBrokenPackages) {
     const char* const changes =
         "version=0x200 version=1 objectSizeLimit=0x80001 objectSizeLimit=-1 objectCount=1024 groupCount=1024 "
         "objectCount=9 objectCount=0&groupCount=0 group[3].childCount=1024 group[1].child[1]=0x8005 "
-        "group[1].child[1]=8 group[1].child[0]=0x4004 group[0].child[0]=0xC004 group[2].child[0]=0x4002 "
-        "group[2].child[0]=0x4001 group[2].child[0]=0x4000 object[3].header=0xF9000034 "
+        "group[1].child[1]=8 group[1].child[0]=0x4004 group[0].child[0]=0xC004 group[1].child[0]=0x4001 "
+        "group[1].child[0]=0x4003 group[1].child[0]=0x4000 object[3].header=0xF9000034 "
         "object[7].header=0xFD000000 object[7].header+=1 object[3].header=0xFB000033 object[3].mode=0x7F000000 "
         "object[3].mode=0x84000000 object[5].header=0xFC00000B object[4].mode=0x4F000000 "
         "object[5].mode=0x52000000 object[6].type=6 object[6].params=0x100 object[6].count=0 "

@@ -6,8 +6,8 @@
 
 #include "k8.h"
 #include "samples/penguin/penguin.h"
+#include "tests/loader/small_files.h"
 #include "tests/support/dispose.h"
-#include "tests/tools/small_package.h"
 #include "tools/inspect/action_inspector.h"
 #include "tools/inspect/content_reader.h"
 #include "tools/inspect/figure_inspector.h"
@@ -87,9 +87,8 @@ TEST(Inspectors, AgreeWithTheLibraryOnImages) {
 }
 
 TEST(Inspectors, AgreeWithTheLibraryOnPackages) {
-    compareOnVariants(encodeK8(encode::smallPackage()).bytes, inspect::inspectPackage, 8000);
-    encode::K8Package onlyObjects = encode::smallPackage();
-    onlyObjects.groups.clear();
+    compareOnVariants(encodeK8(encode::everyRecord()).bytes, inspect::inspectPackage, 8000);
+    encode::K8Package onlyObjects = encode::onlyObjects();
     onlyObjects.trailer = {1, 2, 3};
     compareOnVariants(encodeK8(onlyObjects).bytes, inspect::inspectPackage, 3000);
 }
@@ -117,20 +116,20 @@ TEST(PackageInspector, SaysWhatIsWrongAndWhere) {
         const char* at;  // the field at the problem's offset
         const char* problem;
     };
-    const encode::EncodedFile good = encodeK8(encode::smallPackage());
+    const encode::EncodedFile good = encodeK8(encode::everyRecord());
     const Case cases[] = {
         {"version", 2, "version", "the version is 2, expected 0 (a package of objects)"},
-        {"group[1].child[0]", 6, "group[1].child[0]", "a child's object index is 6, expected less than 6"},
+        {"group[1].child[0]", 8, "group[1].child[0]", "a child's object index is 8, expected less than 8"},
         {"group[1].child[0]", 0x8001, "group[1].child[0]", "a child entry is of kind 2, expected 0, 1 or 3"},
         {"group[1].child[1]", 0x4003, "group[1].childCount", "group 1 is its own ancestor"},
-        {"object[1].actionTable", 3, "object[1].actionTable",
-         "object 1, a figure: the action table is object 3, a texture"},
-        {"object[1].texture[2]", 4, "object[1].texture[2]", "object 1, a figure: a texture is object 4, a light"},
-        {"object[1].vertexCount", 30000, "object[1].vertexCount",
-         "object 1, a figure: vertexCount is 30000, expected at most 21845"},
-        {"object[5].count", 0, "object[5].count", "object 5, a primitive: the count is 0, expected at least 1"},
-        {"object[5].valueCount[3]", 1, nullptr,
-         "object 5, a primitive: the record ends where a value (4 bytes) was expected"},
+        {"object[0].actionTable", 1, "object[0].actionTable",
+         "object 0, a figure: the action table is object 1, a texture"},
+        {"object[0].texture[2]", 3, "object[0].texture[2]", "object 0, a figure: a texture is object 3, a light"},
+        {"object[0].vertexCount", 30000, "object[0].vertexCount",
+         "object 0, a figure: vertexCount is 30000, expected at most 21845"},
+        {"object[7].count", 0, "object[7].count", "object 7, a primitive: the count is 0, expected at least 1"},
+        {"object[7].valueCount[3]", 1, nullptr,
+         "object 7, a primitive: the record ends where a value (4 bytes) was expected"},
     };
     for (const Case& c : cases) {
         encode::EncodedFile file = good;

@@ -8,7 +8,7 @@
 #include <fstream>
 #include <nlohmann/json.hpp>
 
-#include "tests/tools/small_package.h"
+#include "tests/loader/small_files.h"
 #include "tools/encode/m3g_encoder.h"
 #include "tools/k8/bounds.h"
 #include "tools/k8/check_command.h"
@@ -45,6 +45,17 @@ private:
 
 ContentInfo infoOf(const EncodedFile& file) { return {"it", file.bytes.size(), inspect::inspectContent(file.bytes)}; }
 
+// What programs are told at a JSON pointer.
+struct Told {
+    const char* pointer;
+    nlohmann::ordered_json value;
+};
+void expectTold(const ContentInfo& info, const std::vector<Told>& expected) {
+    const auto json = nlohmann::ordered_json::parse(jsonOf(info));
+    for (const auto& [pointer, value] : expected)
+        EXPECT_EQ(json.at(nlohmann::ordered_json::json_pointer(pointer)), value) << pointer;
+}
+
 // Group 0 holds group 1 twice, and so on: the last stands in 2^n places.
 K8Package doublings(int count) {
     K8Package package;
@@ -58,16 +69,16 @@ K8Package doublings(int count) {
 }
 
 TEST(Info, DrawsGroupsAsATree) {
-    EXPECT_THAT(textOf(infoOf(encodeK8(smallPackage()))),
+    EXPECT_THAT(textOf(infoOf(encodeK8(everyRecord()))),
                 HasSubstr("    group 0 (root)\n"
                           "    ├─ group 1 at (100, 0, 0), turned or scaled\n"
-                          "    │  ├─ object 1: figure\n"
-                          "    │  └─ object 4: light\n"
+                          "    │  ├─ object 0: figure\n"
+                          "    │  └─ object 3: light\n"
                           "    ├─ group 2\n"
                           "    │  ├─ group 3 at (0, -50, 0)\n"
                           "    │  │  └─ group 1 at (100, 0, 0), turned or scaled, as above\n"
-                          "    │  └─ object 5: primitive\n"
-                          "    └─ object 0: fog\n"));
+                          "    │  └─ object 7: primitive\n"
+                          "    └─ object 5: fog\n"));
     EXPECT_LT(textOf(infoOf(encodeK8(doublings(100)))).size(), 50000u) << "a shared group is drawn once";
 }
 
@@ -91,34 +102,29 @@ TEST(Info, KeepsDeepTreesWithinTheLine) {
 }
 
 TEST(Info, TellsProgramsAllItTellsPeople) {
-    const auto json = nlohmann::ordered_json::parse(jsonOf(infoOf(encodeK8(smallPackage()))));
-    struct Case {
-        const char* pointer;
-        nlohmann::ordered_json value;
-    };
-    const Case cases[] = {
+    const Told expected[] = {
         {"/kind", "package"},
         {"/groups/0/children/1", {{"group", 2}}},
         {"/groups/1/transform/3", 100.0},
         {"/groups/2/transform", nullptr},
-        {"/objects/1/kind", "figure"},
-        {"/objects/1/actionTable", 2},
-        {"/objects/1/textures", {3, nullptr, 3}},
-        {"/objects/1/vertexCount", 3},
-        {"/objects/1/box/greatest", {1.0, 1.0, 0.0}},
-        {"/objects/1/bones/0", {{"parent", -1}, {"vertexCount", 2}}},
-        {"/objects/1/patterns/1/colorTriangles", 1},
+        {"/objects/0/kind", "figure"},
+        {"/objects/0/actionTable", 2},
+        {"/objects/0/textures", {1, nullptr, 1}},
+        {"/objects/0/vertexCount", 3},
+        {"/objects/0/box/greatest", {1.0, 1.0, 0.0}},
+        {"/objects/0/bones/0", {{"parent", -1}, {"vertexCount", 2}}},
+        {"/objects/0/patterns/1/colorTriangles", 1},
         {"/objects/2/actions/0", {{"frameCount", 3}, {"tracks", {{"unchanged", 1}}}, {"patternKeys", 1}}},
-        {"/objects/3/paddedSide", 4},
-        {"/objects/4/color", "ff8000"},
-        {"/objects/0/far", 20.0},
-        {"/objects/5/valueCounts/spriteParameters", 8},
+        {"/objects/1/paddedSide", 4},
+        {"/objects/3/color", "123456"},
+        {"/objects/5/far", 30.0},
+        {"/objects/7/valueCounts/spriteParameters", 8},
     };
-    for (const Case& c : cases)
-        EXPECT_EQ(json.at(nlohmann::ordered_json::json_pointer(c.pointer)), c.value) << c.pointer;
+    expectTold(infoOf(encodeK8(everyRecord())), {std::begin(expected), std::end(expected)});
 }
 
-// A triangle that rises within 2 seconds, and a light.
+// A group, twice as large, with a light and two triangles, 4 along x and y: one that is not to be picked, and behind it
+// one that rises within 2 seconds.
 EncodedFile smallScene() {
     M3gScene s;
     const M3gRef sequence = s.add(M3gKeyframeSequence{.keyframes = {{0, {0, 0, 0}}, {2000, {0, 9, 0}}}});
@@ -127,12 +133,16 @@ EncodedFile smallScene() {
     const M3gRef corners = s.add(M3gVertexArray{.values = {0, 0, 0, 4, 0, 0, 0, 4, 0}});
     const M3gRef buffer = s.add(M3gVertexBuffer{.positions = {corners}});
     const M3gRef strips = s.add(M3gTriangleStripArray{.strips = {3}});
-    const M3gRef mesh = s.add(M3gMesh{.object = {.userId = 5, .tracks = {track}},
-                                      .node = {.transform = {.components = M3gComponents{.translation = {1, 0, 0}}}},
-                                      .vertices = buffer,
-                                      .submeshes = {{strips}}});
-    const M3gRef light = s.add(M3gLight{.color = 0x00FF80});
-    const M3gRef group = s.add(M3gGroup{.children = {mesh, light}});
+    const M3gRef appearance = s.add(M3gAppearance{});
+    const auto at = [](float x, float z, float scale) {
+        return M3gNode{.transform = {M3gComponents{{x, 0, z}, {scale, scale, scale}}}};
+    };
+    M3gMesh front = {.node = at(0, 5, 1), .vertices = buffer, .submeshes = {{strips, appearance}}}, mesh = front;
+    front.node.picking = false;
+    mesh.object = {.userId = 5, .tracks = {track}};
+    mesh.node = at(1, 0, 1);
+    const M3gRef first = s.add(front), second = s.add(mesh), light = s.add(M3gLight{.color = 0x00FF80});
+    const M3gRef group = s.add(M3gGroup{.node = at(0, -20, 2), .children = {first, second, light}});
     s.add(M3gWorld{.children = {group}});
     return encodeScenePackage(s);
 }
@@ -140,39 +150,36 @@ EncodedFile smallScene() {
 TEST(Info, TellsWhatScenesHold) {
     const ContentInfo info = infoOf(smallScene());
     EXPECT_THAT(textOf(info),
-                AllOf(HasSubstr("it: scene package, "), HasSubstr("(1, 0, 0) to (5, 4, 0)"),
-                      HasSubstr("    World 11\n"
-                                "    └─ Group 10\n"
-                                "       ├─ Mesh 8, user id 5: 3 vertices, 1 triangle in 1 submesh; at (1, 0, 0)\n"
-                                "       └─ Light 9\n"),
-                      HasSubstr("    Mesh 8: Translation, 2 keyframes in 2000 ms, linear\n"),
-                      HasSubstr(", vertices object 6, submeshes [strips object 7]\n"),
+                AllOf(HasSubstr("it: scene package, "), HasSubstr("(0, 0, -20) to (10, 8, -10)"),
+                      HasSubstr("       ├─ Mesh 10, user id 5: 3 vertices, 1 triangle in 1 submesh; at (1, 0, 0)\n"
+                                "       └─ Light 11\n"),
+                      HasSubstr("    Mesh 10: Translation, 2 keyframes in 2000 ms, linear\n"),
+                      HasSubstr(", vertices object 6, submeshes [strips object 7,\n    appearance object 8]\n"),
                       HasSubstr("    mode directional, colour 00ff80, intensity 1\n")));
-    const auto json = nlohmann::ordered_json::parse(jsonOf(info));
-    struct Case {
-        const char* pointer;
-        nlohmann::ordered_json value;
-    };
-    for (const Case& c : {Case{"/world", 11}, Case{"/box/greatest", {5.0, 4.0, 0.0}}, Case{"/objects/0/number", 2},
-                          Case{"/objects/6/class", "Mesh"}, Case{"/objects/6/translation", {1.0, 0.0, 0.0}},
-                          Case{"/objects/6/tracks/0", 4}, Case{"/objects/6/submeshes/0/appearance", nullptr},
-                          Case{"/objects/7/color", "00ff80"}, Case{"/objects/7/spotAngle", 45.0}})
-        EXPECT_EQ(json.at(nlohmann::ordered_json::json_pointer(c.pointer)), c.value) << c.pointer;
+    expectTold(info, {{"/world", 13},
+                      {"/box/greatest", {10.0, 8.0, -10.0}},
+                      {"/objects/0/number", 2},
+                      {"/objects/8/class", "Mesh"},
+                      {"/objects/8/translation", {1.0, 0.0, 0.0}},
+                      {"/objects/8/tracks/0", 4},
+                      {"/objects/8/submeshes/0/appearance", 8},
+                      {"/objects/9/color", "00ff80"},
+                      {"/objects/9/spotAngle", 45.0}});
 }
 
 TEST(Check, SaysWhatIsWrongAndWhere) {
-    EncodedFile file = encodeK8(smallPackage());
+    EncodedFile file = encodeK8(everyRecord());
     const TemporaryFile good(file.bytes);
     EXPECT_TRUE(checkFile(good.path()).isGood);
     EXPECT_EQ(checkFile(good.path()).line, good.path() + ": good package");
 
-    const size_t offset = file.field("object[1].bone[0].parent").offset();
-    file.set("object[1].bone[0].parent", 1);
+    const size_t offset = file.field("object[0].bone[0].parent").offset();
+    file.set("object[0].bone[0].parent", 1);
     const TemporaryFile broken(file.bytes);
     EXPECT_FALSE(checkFile(broken.path()).isGood);
     EXPECT_EQ(checkFile(broken.path()).line,
               broken.path() + ": at offset " + std::to_string(offset) +
-                  ": object 1, a figure: a bone's parent is 1, expected -1 or less than 1");
+                  ": object 0, a figure: a bone's parent is 1, expected -1 or less than 1");
 
     EXPECT_FALSE(checkFile("/nowhere").isGood);
     EXPECT_EQ(checkFile("/nowhere").line, "/nowhere: cannot be read");
@@ -190,7 +197,7 @@ TEST(Check, HasTheLibraryLoadWhatLooksGood) {
 }
 
 TEST(Extent, HoldsEverythingWhereItsGroupsPutIt) {
-    const ContentInfo info = infoOf(encodeK8(smallPackage()));
+    const ContentInfo info = infoOf(encodeK8(everyRecord()));
     const Extent extent = extentOf(std::get<inspect::PackageSummary>(info.summary));
     EXPECT_THAT(extent.box.least, ElementsAre(-5, -50, -5)) << "a sprite of 6 x 8, the figure 50 further down";
     EXPECT_THAT(extent.box.greatest, ElementsAre(100, 12, 5));
@@ -199,7 +206,7 @@ TEST(Extent, HoldsEverythingWhereItsGroupsPutIt) {
 }
 
 TEST(StageContent, IsAPackageOrTheFilesOfAFigure) {
-    const TemporaryFile package(encodeK8(smallPackage()).bytes), figure(smallFigure().bytes), table(smallTable().bytes),
+    const TemporaryFile package(encodeK8(everyRecord()).bytes), figure(smallFigure().bytes), table(smallTable().bytes),
         texture(smallTexture().bytes);
     StageContent content = loadStageContent({package.path()});
     EXPECT_EQ(content.figures.size(), 1u);
@@ -228,28 +235,8 @@ TEST(StageContent, CanBeAScene) {
     EXPECT_EQ(&content.scene->header, content.root);
     EXPECT_EQ(content.sceneMilliseconds, 2000);
     EXPECT_TRUE(content.extent.hasLights);
-    EXPECT_THAT(content.extent.box.greatest, ElementsAre(5, 4, 0));
+    EXPECT_THAT(content.extent.box.greatest, ElementsAre(10, 8, -10));
     EXPECT_THROW(loadStageContent({scene.path(), scene.path()}), std::runtime_error);
-}
-
-// A mesh of one triangle, 4 along x and y, in a group; and one before it that is not to be picked.
-EncodedFile placedScene() {
-    M3gScene s;
-    const M3gRef corners = s.add(M3gVertexArray{.values = {0, 0, 0, 4, 0, 0, 0, 4, 0}});
-    const M3gRef buffer = s.add(M3gVertexBuffer{.positions = {corners}});
-    const M3gRef strips = s.add(M3gTriangleStripArray{.strips = {3}});
-    const M3gRef appearance = s.add(M3gAppearance{});
-    const auto at = [](float x, float y, float z, float scale) {
-        return M3gNode{
-            .transform = {.components = M3gComponents{.translation = {x, y, z}, .scale = {scale, scale, scale}}}};
-    };
-    M3gNode unpickable = at(0, 0, 5, 1);
-    unpickable.picking = false;
-    const M3gRef front = s.add(M3gMesh{.node = unpickable, .vertices = buffer, .submeshes = {{strips, appearance}}});
-    const M3gRef mesh = s.add(M3gMesh{.node = at(1, 0, 0, 1), .vertices = buffer, .submeshes = {{strips, appearance}}});
-    const M3gRef group = s.add(M3gGroup{.node = at(0, 0, -20, 2), .children = {front, mesh}});
-    s.add(M3gWorld{.children = {group}});
-    return encodeScenePackage(s);
 }
 
 struct Loaded {
@@ -262,7 +249,7 @@ struct Loaded {
 };
 
 TEST(Pick, FindsFiguresWhereTheirGroupsPutThem) {
-    const Loaded package(encodeK8(smallPackage())), figure(smallFigure()), scene(placedScene());
+    const Loaded package(encodeK8(everyRecord())), figure(smallFigure()), scene(smallScene());
     struct Case {
         const Loaded& content;
         Ray ray;
@@ -274,16 +261,16 @@ TEST(Pick, FindsFiguresWhereTheirGroupsPutThem) {
     const Case cases[] = {
         {figure, {{0.25, 0.5, -3, 0, 0, 2}}, "the figure", 3, {0.25, 0.5, 0}, {0, 0, -1}, {2.25, 4.5}},
         {figure, {{0.25, 0.5, 3, 0, 0, -1}}, "", 0, {}, {}, {}},  // from behind
-        {package, {{90, 1, -0.5, 4, 0, 0}}, "object 1 in groups 0/1", 10, {100, 1, -0.5}, {-1, 0, 0}, {2.25, 4.5}},
+        {package, {{90, 1, -0.5, 4, 0, 0}}, "object 0 in groups 0/1", 10, {100, 1, -0.5}, {-1, 0, 0}, {2.25, 4.5}},
         {package,
          {{90, -49, -0.5, 4, 0, 0}},
-         "object 1 in groups 0/2/3/1",
+         "object 0 in groups 0/2/3/1",
          10,
          {100, -49, -0.5},
          {-1, 0, 0},
          {2.25, 4.5}},
         {package, {{0, 7, 10, 0, 0, -1}}, "", 0, {}, {}, {}},  // through a sprite
-        {scene, {{3, 1, 0, 0, 0, -1}}, "Mesh 7", 20, {3, 1, -20}, {}, {}},
+        {scene, {{3, 1, 0, 0, 0, -1}}, "Mesh 10", 20, {3, 1, -20}, {}, {}},
         {scene, {{1, 1, 0, 0, 0, -1}}, "", 0, {}, {}, {}},
     };
     for (const Case& c : cases) {
@@ -328,7 +315,7 @@ TEST(Cross, TakesContentWhereItIsDrawn) {
     package.groups = {
         {{{.isGroup = true, .index = 1, .transform = {{1, 0, 0, 5, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1}}}}},
         {{{.index = 0}}}};
-    const Loaded primitive(encodeK8(package)), scene(placedScene()), figure(smallFigure());
+    const Loaded primitive(encodeK8(package)), scene(smallScene()), figure(smallFigure());
     struct Case {
         const Loaded& first;
         CrossPlace place;  // of the figure: 1 along x and y
@@ -339,8 +326,8 @@ TEST(Cross, TakesContentWhereItIsDrawn) {
         {primitive, {.at = {8, -0.25, 0.5}, .turnDegrees = 90}, ""},
         {primitive, {.at = {8, -0.25, 0.5}, .turnDegrees = 80, .scale = 30}, ""},
         {primitive, {.at = {4, -0.25, 0.5}, .turnDegrees = 30, .scale = 4}, "object 0 in groups 0/1"},
-        {scene, {.at = {3, 1, -19.5}, .turnDegrees = 90}, "Mesh 7"},
-        {scene, {.at = {1, 1, -9.5}, .turnDegrees = 90}, "Mesh 6"},
+        {scene, {.at = {3, 1, -19.5}, .turnDegrees = 90}, "Mesh 10"},
+        {scene, {.at = {1, 1, -9.5}, .turnDegrees = 90}, "Mesh 9"},
         {scene, {.at = {3, 1, 0.5}, .turnDegrees = 90}, ""},
     };
     for (const Case& c : cases) {

@@ -1,62 +1,41 @@
-#include "tools/encode/k8_encoder.h"
-
 #include <gtest/gtest.h>
 
 #include <functional>
 #include <stdexcept>
 
+#include "tests/loader/small_files.h"
 #include "tests/tools/literal_bytes.h"
 
 namespace encode {
 namespace {
 
-// A file as a record holds it: what it says does not matter to the package.
-EncodedFile madeUpFile(uint8_t first) {
-    ByteWriter writer;
-    writer.putU8("first", first);
-    writer.putU16("second", 0xBBAA);
-    return writer.take();
-}
-
-K8Package everyRecord() {
-    K8Package package;
-    package.objects = {
-        K8FigureRecord{.model = madeUpFile(0x4D), .actionTable = 2, .textures = {1, 0}},
-        K8TextureRecord{madeUpFile(0x42)},
-        K8ActionTableRecord{madeUpFile(0x54)},
-        K8LightRecord{.mode = 130, .color = 0x123456, .position = {1, 2, 4}, .attenuation = {1, 0.5f, 0}},
-        K8FogRecord{.mode = 80, .color = 0xABCDEF, .density = 0.5f},
-        K8FogRecord{.mode = 81, .color = 1, .near = 1, .far = 2},
-        K8PrimitiveRecord{.type = 1, .params = 0x400, .count = 1, .values = {{{4096, -1, 0}, {}, {0xFF8000}, {}, {}}}}};
-    const std::array<float, 16> shift = {1, 0, 0, 2, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
-    package.groups = {{{{.isGroup = true, .index = 1, .transform = shift}, {.index = 3}}},
-                      {{{.isGroup = true, .index = 2}, {.index = 6}}},
-                      {}};
-    package.trailer = {0xEE};
-    return package;
-}
-
 TEST(K8Encoder, WritesEveryRecord) {
-    const EncodedFile file = encodeK8(everyRecord());
-    EXPECT_EQ(file.bytes, hexBytes("4B38 0000 00000800 0700 0300"
-                                   "0200 01C0 0000803F 00000000 00000000 00000040  00000000 0000803F 00000000 00000000"
-                                   "          00000000 00000000 0000803F 00000000  00000000 00000000 00000000 0000803F"
-                                   "     0300"
-                                   "0200 0240 0600"
-                                   "0000"
-                                   "0B0000FE 0200 0200 0100 0000 4DAABB"
-                                   "030000FD 42AABB"
-                                   "030000FF 54AABB"
-                                   "340000FB 0000803F 00000040 00008040  00000000 00000000 000080BF"
-                                   "         0000803F 0000003F 00000000  56341282 0000803F 00003442 00000000"
-                                   "0C0000FC EFCDAB50 0000003F 00000000"
-                                   "0C0000FC 01000051 0000803F 00000040"
-                                   "240000FA 01000000 00040000 0100 0300 0000 0100 0000 0000"
-                                   "         00100000 FFFFFFFF 00000000 0080FF00"
-                                   "EE"));
-    EXPECT_EQ(file.get("object[1].second"), 0xBBAAu) << "the fields of a file keep their names";
-    EXPECT_EQ(file.get("object[6].value[2][0]"), 0xFF8000u);
-    EXPECT_EQ(file.get("group[0].child[0].m[3]"), 0x40000000u);
+    K8Package package = everyRecord();
+    package.trailer = {0xEE};
+    const EncodedFile file = encodeK8(package);
+    const std::string turned =
+        "01C0 00000000 00000000 00000040 0000C842  00000000 00000040 00000000 00000000"
+        "     000000C0 00000000 00000000 00000000  00000000 00000000 00000000 0000803F";
+    const std::string moved =
+        "03C0 0000803F 00000000 00000000 00000000  00000000 0000803F 00000000 000048C2"
+        "     00000000 00000000 0000803F 00000000  00000000 00000000 00000000 0000803F";
+    const ByteList groups = hexBytes("4B38 0000 00000800 0800 0400" + std::string("0300") + turned +
+                                     "0240 0500  0200 0000 0300  0200" + moved + "0700  0100" + turned);
+    EXPECT_EQ(file.bytes,
+              groups + hexBytes("810000FE 0200 0300 0100 0000 0100") + smallFigure().bytes +  //
+                  hexBytes("460000FD") + smallTexture().bytes + hexBytes("3B0000FF") + smallTable().bytes +
+                  hexBytes("340000FB 0000803F 000000C0 0000003F  00000000 ABAAAA3E 000080BF"
+                           "         0000003F 0000803E 00000040  56341283 0000C03F 0000F041 00000041"
+                           "0C0000FC EFCDAB50 0000403F 00000000"
+                           "0C0000FC 03020151 00000040 0000F041"
+                           "300000FA 00000004 11030000 0100 0200 0100 0000 0100 0300"
+                           "         01000000 FEFFFFFF  03000000  04000000  05000000 06000000 07000000"
+                           "400000FA 05000000 00100000 0100 0300 0000 0000 0000 0800"
+                           "         00000000 00700000 00000000  00600000 00800000") +
+                  ByteList(24) + ByteList{0xEE});
+    EXPECT_EQ(file.get("object[1].height"), 2u) << "the fields of a file keep their names";
+    EXPECT_EQ(file.get("object[7].value[0][1]"), 7u * 4096);
+    EXPECT_EQ(file.get("group[0].child[0].m[3]"), 0x42C80000u);
 }
 
 TEST(K8Encoder, RefusesWhatAReaderWould) {
@@ -81,8 +60,8 @@ TEST(K8Encoder, RefusesWhatAReaderWould) {
         {"1025 objects", [](K8Package& p) { p.objects.resize(1025, K8FogRecord{}); }},
         {"1025 groups", [](K8Package& p) { p.groups.resize(1025); }},
         {"1025 children", [](K8Package& p) { p.groups[2].children.resize(1025); }},
-        {"a child beyond the objects", place(2, {.index = 7})},
-        {"a child beyond the groups", place(2, {.isGroup = true, .index = 3})},
+        {"a child beyond the objects", place(2, {.index = 8})},
+        {"a child beyond the groups", place(2, {.isGroup = true, .index = 4})},
         {"a placed object", place(2, {.index = 3, .transform = std::array<float, 16>{}})},
         {"its own child", place(2, {.isGroup = true, .index = 2})},
         {"its own ancestor", place(2, {.isGroup = true, .index = 0})},
