@@ -139,10 +139,9 @@ static bool reserveBones(SkinnedMesh* mesh, int32_t capacity) {
     constexpr uint32_t kBytesPerBone = 2 * kSkinMatrixWords * sizeof(int32_t);  // for positions and for normals
     if (!growArray(mesh->bones, capacity) || !growArray(mesh->restTransforms, capacity)) return false;
     auto* matrices = static_cast<int32_t*>(qelAllocArray(uint32_t(capacity), kBytesPerBone));
-    auto* done = qelAllocArrayOf<uint8_t>(uint32_t(capacity));
-    if (!matrices || !done) {
+    auto* done = matrices ? qelAllocArrayOf<uint8_t>(uint32_t(capacity)) : nullptr;
+    if (!done) {
         qelFree(matrices);
-        qelFree(done);
         return false;
     }
     // Both hold nothing between two passes.

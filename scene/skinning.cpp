@@ -59,8 +59,9 @@ static bool allocTables(SkinnedMesh* mesh, int32_t vertexCount) {
     mesh->maxInfluences = std::min(largestCoverage(bindingsOf(mesh), counts), kMaxInfluences);
     std::ranges::fill(counts, 0);
     mesh->vertexWeights = qelAllocArrayOf<int32_t>(uint32_t(vertexCount * mesh->maxInfluences));
+    if (!mesh->vertexWeights) return false;
     mesh->vertexBones = qelAllocArrayOf<int32_t>(uint32_t(vertexCount * mesh->maxInfluences));
-    return mesh->vertexWeights && mesh->vertexBones;
+    return mesh->vertexBones != nullptr;
 }
 
 // A later binding of the same bone takes the place of the earlier one; a vertex with all the bones it can have gives up

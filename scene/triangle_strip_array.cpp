@@ -109,9 +109,8 @@ TriangleStripArray* qelTriangleStripArray_createExplicit(int32_t* stripLengths, 
     TriangleStripArray* array = createEmpty();
     if (!array) return nullptr;
     array->indices = static_cast<uint16_t*>(qelAllocArray(triangleCount, 3 * sizeof(uint16_t)));
-    auto* listLength = copy ? qelAllocArrayOf<int32_t>(1) : stripLengths;
+    auto* listLength = array->indices && copy ? qelAllocArrayOf<int32_t>(1) : stripLengths;
     if (!array->indices || !listLength) {
-        if (copy) qelFree(listLength);
         qelObject3D_unref(array);
         return nullptr;
     }
@@ -138,7 +137,7 @@ Object3D* qelTriangleStripArray_duplicate(const TriangleStripArray* array) {
     copy->stripLengths = nullptr;
     copy->indices = nullptr;
     copy->stripLengths = copyLengths({array->stripLengths, size_t(array->stripCount)});
-    if (array->indices) copy->indices = qelAllocArrayOf<uint16_t>(uint32_t(array->indexCount));
+    if (copy->stripLengths && array->indices) copy->indices = qelAllocArrayOf<uint16_t>(uint32_t(array->indexCount));
     if (!copy->stripLengths || (array->indices && !copy->indices)) {
         qelObject3D_unref(copy);
         return nullptr;

@@ -1,9 +1,9 @@
 #include "scene/skinned_mesh.h"
 
 #include <cmath>
-#include <memory>
 #include <random>
 
+#include "frame/error_status.h"
 #include "scene/appearance.h"
 #include "scene/duplicate.h"
 #include "scene/material.h"
@@ -49,17 +49,19 @@ struct Skinned {
     int passes;
 };
 
+using Triple = std::array<int32_t, 3>;
+
 static int64_t rowTimes(const Matrix& m, size_t row, const int32_t* v) {
     int64_t sum = 0;
     for (size_t k = 0; k < 3; ++k) sum = wrapped(sum + wrapped(int64_t(fixed(m[4 * row + k])) * v[k]));
     return sum;
 }
 
-static std::array<int32_t, 3> skinPosition(const Model& model, float scale, const int32_t* v,
-                                           const std::vector<Influence>& influences) {
+static Triple skinPosition(const Model& model, float scale, const int32_t* v,
+                           const std::vector<Influence>& influences) {
     Matrix toUnits = translation(model.bias[0] / scale, model.bias[1] / scale, model.bias[2] / scale);
     toUnits[15] = 1 / scale;
-    std::array<int32_t, 3> out;
+    Triple out;
     for (size_t row = 0; row < 3; ++row) {
         int64_t sum = 0;
         for (const Influence& influence : influences) {
@@ -72,9 +74,8 @@ static std::array<int32_t, 3> skinPosition(const Model& model, float scale, cons
     return out;
 }
 
-static std::array<int32_t, 3> skinNormal(const Model& model, const int32_t* v,
-                                         const std::vector<Influence>& influences) {
-    std::array<int32_t, 3> out;
+static Triple skinNormal(const Model& model, const int32_t* v, const std::vector<Influence>& influences) {
+    Triple out;
     for (size_t row = 0; row < 3; ++row) {
         int64_t sum = 0;
         for (const Influence& influence : influences) {
@@ -98,15 +99,11 @@ static Skinned skin(const Model& model) {
     std::vector<int32_t> base = model.positions;
     for (size_t i = 0; i < model.influences.size(); ++i) {
         if (model.influences[i].empty()) continue;
-        const std::array<int32_t, 3> p = skinPosition(model, out.scale, &base[3 * i], model.influences[i]);
-        int32_t largest = 0;
-        bool overflows = false;
-        for (const int32_t component : p) {
-            largest = std::max(largest, std::abs(component));
-            overflows |= component > model.positionMax || component < -model.positionMax - 1;
-        }
+        const Triple p = skinPosition(model, out.scale, &base[3 * i], model.influences[i]);
         std::copy(p.begin(), p.end(), out.positions.begin() + std::ptrdiff_t(3 * i));
-        if (!overflows) continue;
+        const auto [low, high] = std::minmax({p[0], p[1], p[2]});
+        if (high <= model.positionMax && low >= -model.positionMax - 1) continue;
+        const int32_t largest = std::max(std::abs(low), std::abs(high));
         out.scale = float(largest) * out.scale * (model.positionMax == 127 ? 0.01f : 0.00004f);
         for (size_t k = 0; k < base.size(); ++k)
             base[k] = int32_t(std::round(float(model.positions[k]) * model.scale / out.scale));
@@ -116,7 +113,7 @@ static Skinned skin(const Model& model) {
     }
     for (size_t i = 0; i < model.influences.size() && !model.normals.empty(); ++i) {
         if (model.influences[i].empty()) continue;
-        const std::array<int32_t, 3> n = skinNormal(model, &model.normals[3 * i], model.influences[i]);
+        const Triple n = skinNormal(model, &model.normals[3 * i], model.influences[i]);
         std::copy(n.begin(), n.end(), out.normals.begin() + std::ptrdiff_t(3 * i));
     }
     return out;
@@ -130,6 +127,12 @@ static void setMatrix(Node* node, const Matrix& m) {
     ASSERT_EQ(qelTransformable_setTransform(node, &t), kOk);
 }
 
+template <typename T>
+static void setPositions(VertexBuffer* buffer, const std::vector<T>& values, float scale = 1) {
+    const Held array(makeArray<T>(3, values));
+    qelVertexBuffer_setPositions(buffer, array, scale, nullptr);
+}
+
 // A chain of bones under the skeleton, and a mesh over a buffer, with a material so that normals are skinned. Nothing
 // of it may be there when memory has run out.
 struct Puppet {
@@ -138,35 +141,42 @@ struct Puppet {
         qelAppearance_setMaterial(appearance, material);
         Group* parent = skeleton;
         for (size_t i = 0; i < boneCount; ++i) {
-            bones.push_back(std::make_unique<Held<Group>>(qelGroup_create()));
-            if (!bones.back()->get() || qelGroup_addChild(parent, *bones.back()) != kOk) return;
-            parent = *bones.back();
+            const Held bone(qelGroup_create());
+            if (!bone.get() || qelGroup_addChild(parent, bone) != kOk) return;
+            bones.push_back(parent = bone);
         }
         TriangleStripArray* const strips[] = {triangle};
         Appearance* const appearances[] = {appearance};
         mesh = qelSkinnedMesh_create(buffer, strips, appearances, skeleton, 1, &result);
     }
     ~Puppet() { qelObject3D_unref(mesh); }
-    Group* bone(size_t i) const { return *bones[i]; }
+    Group* bone(size_t i) const { return bones[i]; }
     VertexArray* positions() const { return mesh->skinnedBuffer->positions; }
+    template <typename T>
+    std::vector<T> skinned(bool withNormals = true) const {
+        EXPECT_EQ(qelSkinnedMesh_skin(mesh, withNormals), kOk);
+        return valuesOf<T>(positions());
+    }
+    Result bind(Node* to, int32_t first = 0, int32_t count = 1, int32_t weight = 1) const {
+        return qelSkinnedMesh_addTransform(mesh, to, weight, first, count);
+    }
 
     Held<VertexBuffer> buffer;
     Held<TriangleStripArray> triangle{makeTriangle()};
     Held<Appearance> appearance{qelAppearance_create()};
     Held<Material> material{qelMaterial_create()};
     Held<Group> skeleton{qelGroup_create()};
-    std::vector<std::unique_ptr<Held<Group>>> bones;
+    std::vector<Group*> bones;  // held by their parents
     Result result = -1;
     SkinnedMesh* mesh = nullptr;
 };
 
 static std::vector<int32_t> integersOf(const VertexArray* array) {
-    if (array->componentSize == 1) {
-        const std::vector<int8_t> values = valuesOf<int8_t>(array);
-        return {values.begin(), values.end()};
-    }
-    const std::vector<int16_t> values = valuesOf<int16_t>(array);
-    return {values.begin(), values.end()};
+    std::vector<int32_t> values;
+    for (int32_t i = 0; i < array->vertexCount * array->componentCount; ++i)
+        values.push_back(array->componentSize == 1 ? static_cast<const int8_t*>(array->data)[i]
+                                                   : static_cast<const int16_t*>(array->data)[i]);
+    return values;
 }
 
 static VertexArray* makeTriples(bool isByte, const std::vector<int32_t>& values) {
@@ -223,7 +233,7 @@ static void bindVertices(const Puppet& puppet, Model* model) {
         for (size_t k = 0; k < count; ++k) {
             const size_t bone = (vertex / 4 + k) % kBoneCount;
             const int32_t weight = int32_t(1 + (vertex * 7 + k * 5) % 11);
-            ASSERT_EQ(qelSkinnedMesh_addTransform(puppet.mesh, puppet.bone(bone), weight, int32_t(vertex), 1), kOk);
+            ASSERT_EQ(puppet.bind(puppet.bone(bone), int32_t(vertex), 1, weight), kOk);
             model->influences[vertex].push_back({bone, weight});
         }
         int32_t sum = 0;
@@ -285,21 +295,16 @@ TEST(SkinnedMesh, ComputesVerticesInIntegers) {
 }
 
 TEST(SkinnedMesh, StaysInTheScaleThatItHadToEnlarge) {
-    Puppet puppet(makeBuffer<int8_t>({100, 0, 0, 50, 0, -20}, 1, {0, 0, 0}));
-    const auto skinned = [&] {
-        EXPECT_EQ(qelSkinnedMesh_skin(puppet.mesh, true), kOk);
-        return valuesOf<int8_t>(puppet.positions());
-    };
-    qelSkinnedMesh_addTransform(puppet.mesh, puppet.bone(0), 1, 0, 1);
+    using Bytes = std::vector<int8_t>;
+    const Puppet puppet(makeBuffer<int8_t>({100, 0, 0, 50, 0, -20}, 1, {0, 0, 0}));
+    puppet.bind(puppet.bone(0));
     qelTransformable_setTranslation(puppet.bone(0), 100, 0, 0);
-    EXPECT_EQ(skinned(), (std::vector<int8_t>{100, 0, 0, 25, 0, -10}));
+    EXPECT_EQ(puppet.skinned<int8_t>(), (Bytes{100, 0, 0, 25, 0, -10}));
     EXPECT_EQ(puppet.mesh->skinnedBuffer->positionScale, 2);
     qelTransformable_setTranslation(puppet.bone(0), 0, 0, 0);
-    EXPECT_EQ(skinned(), (std::vector<int8_t>{50, 0, 0, 25, 0, -10}));
-
-    const Held smaller(makeArray<int8_t>(3, {1, 2, 3, 4, 5, 6}));  // other positions begin in their own
-    qelVertexBuffer_setPositions(puppet.buffer, smaller, 0.5f, nullptr);
-    EXPECT_EQ(skinned(), (std::vector<int8_t>{1, 2, 3, 4, 5, 6}));
+    EXPECT_EQ(puppet.skinned<int8_t>(), (Bytes{50, 0, 0, 25, 0, -10}));
+    setPositions<int8_t>(puppet.buffer, {1, 2, 3, 4, 5, 6}, 0.5f);  // other positions begin in their own
+    EXPECT_EQ(puppet.skinned<int8_t>(), (Bytes{1, 2, 3, 4, 5, 6}));
     EXPECT_EQ(puppet.mesh->skinnedBuffer->positionScale, 0.5f);
 }
 
@@ -309,7 +314,7 @@ TEST(SkinnedMesh, EndsOnScalesThatNeverFit) {
             SCOPED_TRACE(testing::Message() << scale << ", " << shift);
             Puppet puppet(makeBuffer<int8_t>({100, -100, 3}, scale, {5, 6, NAN}));
             ASSERT_EQ(puppet.result, kOk);
-            qelSkinnedMesh_addTransform(puppet.mesh, puppet.bone(0), 1, 0, 1);
+            puppet.bind(puppet.bone(0));
             qelTransformable_setTranslation(puppet.bone(0), shift, shift, 1);
             qelTransformable_setScale(puppet.bone(0), 40, 1, 1);
             const Result first = qelSkinnedMesh_skin(puppet.mesh, true);
@@ -363,60 +368,57 @@ TEST(SkinningKernel, Sse2GivesTheBitsOfPlainIntegers) {
 
 // --- Influences ---
 
-static std::vector<std::pair<int32_t, int32_t>> influencesOf(const SkinnedMesh* mesh, int32_t vertex) {
-    std::vector<std::pair<int32_t, int32_t>> influences;
-    for (int32_t k = 0; k < mesh->vertexInfluenceCount[vertex]; ++k)
-        influences.push_back({mesh->vertexBones[vertex * mesh->maxInfluences + k],
-                              mesh->vertexWeights[vertex * mesh->maxInfluences + k]});
+using Pairs = std::vector<std::pair<int32_t, int32_t>>;
+
+static Pairs influencesOf(const SkinnedMesh* mesh, int32_t vertex) {
+    Pairs influences;
+    const int32_t first = vertex * mesh->maxInfluences;
+    for (int32_t k = first; k < first + mesh->vertexInfluenceCount[vertex]; ++k)
+        influences.push_back({mesh->vertexBones[k], mesh->vertexWeights[k]});
     return influences;
 }
 
 TEST(SkinnedMesh, KeepsTheThreeStrongestBonesInOrder) {
-    using Pairs = std::vector<std::pair<int32_t, int32_t>>;
     struct Case {
         const char* what;
         Pairs bindings;  // bone, weight
         Pairs table;     // bone as numbered by first use, weight of 4096
     };
-    for (const Case& c : {
-             Case{"one", {{2, 7}}, {{0, 4096}}},
-             Case{"a later binding of the same bone", {{0, 9}, {1, 1}, {0, 3}}, {{0, 3072}, {1, 1024}}},
-             Case{"the first weaker one goes", {{0, 5}, {1, 1}, {2, 3}, {3, 2}}, {{0, 2048}, {3, 819}, {2, 1228}}},
-             Case{"none is weaker", {{0, 5}, {1, 5}, {2, 5}, {3, 5}}, {{0, 1365}, {1, 1365}, {2, 1365}}},
-             Case{"a fourth, known", {{0, 5}, {1, 1}, {2, 3}, {1, 8}}, {{0, 1280}, {1, 2048}, {2, 768}}},
-             Case{"weights beyond 32 bits together", {{0, INT32_MAX}, {1, INT32_MAX}}, {{0, 2048}, {1, 2048}}},
-         }) {
+    for (const Case& c :
+         {Case{"one", {{2, 7}}, {{0, 4096}}},
+          Case{"a later binding of the same bone", {{0, 9}, {1, 1}, {0, 3}}, {{0, 3072}, {1, 1024}}},
+          Case{"the first weaker one goes", {{0, 5}, {1, 1}, {2, 3}, {3, 2}}, {{0, 2048}, {3, 819}, {2, 1228}}},
+          Case{"none is weaker", {{0, 5}, {1, 5}, {2, 5}, {3, 5}}, {{0, 1365}, {1, 1365}, {2, 1365}}},
+          Case{"a fourth, known", {{0, 5}, {1, 1}, {2, 3}, {1, 8}}, {{0, 1280}, {1, 2048}, {2, 768}}},
+          Case{"sum beyond 32 bits", {{0, INT32_MAX}, {1, INT32_MAX}}, {{0, 2048}, {1, 2048}}}}) {
         SCOPED_TRACE(c.what);
         Puppet puppet(makeBuffer<int8_t>(std::vector<int8_t>(9)), 4);
         for (const auto& [bone, weight] : c.bindings)
-            ASSERT_EQ(qelSkinnedMesh_addTransform(puppet.mesh, puppet.bone(size_t(bone)), weight, 1, 1), kOk);
+            ASSERT_EQ(puppet.bind(puppet.bone(size_t(bone)), 1, 1, weight), kOk);
         ASSERT_EQ(qelSkinnedMesh_skin(puppet.mesh, true), kOk);
-        EXPECT_EQ(influencesOf(puppet.mesh, 0), Pairs());
-        EXPECT_EQ(influencesOf(puppet.mesh, 1), c.table);
-        EXPECT_EQ(influencesOf(puppet.mesh, 2), Pairs());
+        for (const int32_t vertex : {0, 1, 2})
+            EXPECT_EQ(influencesOf(puppet.mesh, vertex), vertex == 1 ? c.table : Pairs());
     }
 }
 
 TEST(SkinnedMesh, GivesUpForGoodOnBindingsPastTheLastVertexOrBeyondUse) {
     Puppet puppet(makeBuffer<int8_t>({1, 2, 3, 4, 5, 6})), crowded(makeBuffer<int8_t>(std::vector<int8_t>(3 * 65535)));
-    EXPECT_EQ(qelSkinnedMesh_addTransform(puppet.mesh, puppet.bone(0), 1, 1, 2), kOk)
-        << "not compared with the vertices yet";
+    EXPECT_EQ(puppet.bind(puppet.bone(0), 1, 2), kOk) << "not compared with the vertices yet";
     EXPECT_EQ(qelSkinnedMesh_skin(puppet.mesh, true), QEL_STATUS_ILLEGAL_STATE);
-    const Held longer(makeArray<int8_t>(3, std::vector<int8_t>(9)));
-    qelVertexBuffer_setPositions(puppet.buffer, longer, 1, nullptr);
+    setPositions(puppet.buffer, std::vector<int8_t>(9));
     EXPECT_EQ(qelSkinnedMesh_skin(puppet.mesh, true), QEL_STATUS_ILLEGAL_STATE);
 
-    for (int32_t i = 0; i < 256; ++i) qelSkinnedMesh_addTransform(crowded.mesh, crowded.bone(0), 1, 0, 65535);
-    qelSkinnedMesh_addTransform(crowded.mesh, crowded.bone(0), 1, 0, 256);
+    for (int32_t i = 0; i < 256; ++i) crowded.bind(crowded.bone(0), 0, 65535);
+    crowded.bind(crowded.bone(0), 0, 256);
     EXPECT_EQ(qelSkinnedMesh_skin(crowded.mesh, true), kOk) << "2^24 vertices covered";
-    qelSkinnedMesh_addTransform(crowded.mesh, crowded.bone(0), 1, 0, 1);
+    crowded.bind(crowded.bone(0));
     EXPECT_EQ(qelSkinnedMesh_skin(crowded.mesh, true), QEL_STATUS_ILLEGAL_STATE);
 }
 
 TEST(SkinnedMesh, ChecksBindingsInOrder) {
     Puppet puppet(makeBuffer<int8_t>({1, 2, 3}), 1);
-    const Held outside(qelGroup_create()), flat(qelGroup_create());
-    qelGroup_addChild(puppet.skeleton, flat);
+    const Held outside(qelGroup_create());
+    Group* flat = addTo(puppet.skeleton.get(), qelGroup_create());
     qelTransformable_setScale(flat, 0, 1, 1);
     struct Case {
         const char* what;
@@ -424,20 +426,18 @@ TEST(SkinnedMesh, ChecksBindingsInOrder) {
         int32_t weight, first, count;
         Result result;
     };
-    for (const Case& c : {Case{"no weight", nullptr, 0, -1, 1, QEL_STATUS_ILLEGAL_ARGUMENT},
-                          Case{"no vertices", nullptr, 1, -1, 0, QEL_STATUS_ILLEGAL_ARGUMENT},
-                          Case{"before the start", nullptr, 1, -1, 1, QEL_STATUS_INDEX_OUT_OF_RANGE},
-                          Case{"past 65535", nullptr, 1, 65535, 1, QEL_STATUS_INDEX_OUT_OF_RANGE},
-                          Case{"sum wraps", nullptr, 1, 1, INT32_MAX, QEL_STATUS_INDEX_OUT_OF_RANGE},
-                          Case{"null", nullptr, 1, 0, 1, QEL_STATUS_NULL_POINTER},
-                          Case{"no parent", outside, 1, 0, 1, QEL_STATUS_ILLEGAL_ARGUMENT},
-                          Case{"not in the skeleton", puppet.mesh, 1, 0, 1, QEL_STATUS_ILLEGAL_ARGUMENT},
-                          Case{"no inverse", flat, 1, 0, 1, QEL_STATUS_ARITHMETIC},
-                          Case{"the skeleton itself", puppet.skeleton, 1, 0, 1, kOk},
-                          Case{"up to 65535", puppet.bone(0), 1, 65534, 1, kOk}}) {
+    constexpr Result kBad = QEL_STATUS_ILLEGAL_ARGUMENT, kIndex = QEL_STATUS_INDEX_OUT_OF_RANGE;
+    for (const Case& c :
+         {Case{"no weight", nullptr, 0, -1, 1, kBad}, Case{"no vertices", nullptr, 1, -1, 0, kBad},
+          Case{"before the start", nullptr, 1, -1, 1, kIndex}, Case{"past 65535", nullptr, 1, 65535, 1, kIndex},
+          Case{"sum wraps", nullptr, 1, 1, INT32_MAX, kIndex}, Case{"null", nullptr, 1, 0, 1, QEL_STATUS_NULL_POINTER},
+          Case{"no parent", outside, 1, 0, 1, kBad}, Case{"not in the skeleton", puppet.mesh, 1, 0, 1, kBad},
+          Case{"no inverse", flat, 1, 0, 1, QEL_STATUS_ARITHMETIC},
+          Case{"the skeleton itself", puppet.skeleton, 1, 0, 1, kOk},
+          Case{"up to 65535", puppet.bone(0), 1, 65534, 1, kOk}}) {
         SCOPED_TRACE(c.what);
         const int32_t bindings = puppet.mesh->bindingCount, bones = puppet.mesh->boneCount;
-        EXPECT_EQ(qelSkinnedMesh_addTransform(puppet.mesh, c.bone, c.weight, c.first, c.count), c.result);
+        EXPECT_EQ(puppet.bind(c.bone, c.first, c.count, c.weight), c.result);
         EXPECT_EQ(puppet.mesh->bindingCount, bindings + (c.result == kOk));
         EXPECT_EQ(puppet.mesh->boneCount, bones + (c.result == kOk));
     }
@@ -447,10 +447,9 @@ TEST(SkinnedMesh, ChecksBindingsInOrder) {
 
 TEST(SkinnedMesh, RecomputesOnlyVerticesWhoseBonesMoved) {
     Puppet puppet(makeBuffer<int16_t>({10, 0, 0, 20, 0, 0, 30, 0, 0}), 2);
-    const Held sibling(qelGroup_create());
-    qelGroup_addChild(puppet.skeleton, sibling);
-    qelSkinnedMesh_addTransform(puppet.mesh, puppet.bone(1), 1, 0, 1);
-    qelSkinnedMesh_addTransform(puppet.mesh, sibling, 1, 1, 1);
+    Group* sibling = addTo(puppet.skeleton.get(), qelGroup_create());
+    puppet.bind(puppet.bone(1), 0);
+    puppet.bind(sibling, 1);
     ASSERT_EQ(qelSkinnedMesh_skin(puppet.mesh, true), kOk);
     EXPECT_EQ(puppet.mesh->maxInfluences, 1);
     auto* out = static_cast<int16_t*>(puppet.positions()->data);
@@ -472,16 +471,11 @@ TEST(SkinnedMesh, RecomputesOnlyVerticesWhoseBonesMoved) {
     }
     const int16_t base[] = {1, 2, 3};
     qelVertexArray_set16(puppet.buffer->positions, 0, 1, base);
-    ASSERT_EQ(qelSkinnedMesh_skin(puppet.mesh, true), kOk);
-    EXPECT_EQ(valuesOf<int16_t>(puppet.positions()), (std::vector<int16_t>{11, 2, 3, 30, 0, 0, 30, 0, 0}))
-        << "a change of the base";
-    qelSkinnedMesh_addTransform(puppet.mesh, puppet.bone(1), 1, 2, 1);
-    ASSERT_EQ(qelSkinnedMesh_skin(puppet.mesh, true), kOk);
-    EXPECT_EQ(valuesOf<int16_t>(puppet.positions())[6], 40)
-        << "bound to a bone that had moved by 10 since it was first bound";
+    EXPECT_EQ(puppet.skinned<int16_t>(), (std::vector<int16_t>{11, 2, 3, 30, 0, 0, 30, 0, 0})) << "of another base";
+    puppet.bind(puppet.bone(1), 2);
+    EXPECT_EQ(puppet.skinned<int16_t>()[6], 40) << "bound to a bone that had moved by 10 since it was first bound";
     qelTransformable_setTranslation(puppet.bone(1), 1, 0, 0);
-    ASSERT_EQ(qelSkinnedMesh_skin(puppet.mesh, true), kOk);
-    EXPECT_EQ(valuesOf<int16_t>(puppet.positions())[6], 41);
+    EXPECT_EQ(puppet.skinned<int16_t>()[6], 41);
 }
 
 TEST(SkinnedMesh, FollowsABaseThatChanges) {
@@ -490,22 +484,17 @@ TEST(SkinnedMesh, FollowsABaseThatChanges) {
     qelVertexBuffer_setColors(puppet.buffer, colors);
     qelVertexBuffer_setTexCoords(puppet.buffer, 1, coords, 0.25f, nullptr);
     qelTransformable_setTranslation(puppet.skeleton, 9, 9, 9);
-    ASSERT_EQ(qelSkinnedMesh_skin(puppet.mesh, true), kOk);
-    EXPECT_EQ(valuesOf<int8_t>(puppet.positions()), (std::vector<int8_t>{1, 2, 3})) << "bound to no bone";
+    EXPECT_EQ(puppet.skinned<int8_t>(), (std::vector<int8_t>{1, 2, 3})) << "bound to no bone";
     EXPECT_EQ(puppet.mesh->skinnedBuffer->colors, colors.get());
     EXPECT_EQ(puppet.mesh->skinnedBuffer->texCoords[1], coords.get());
     EXPECT_EQ(puppet.mesh->skinnedBuffer->texCoordScale[1], 0.25f);
-    qelTransformable_setTranslation(puppet.skeleton, 0, 0, 0);
-    qelSkinnedMesh_addTransform(puppet.mesh, puppet.bone(0), 1, 0, 1);
+    puppet.bind(puppet.bone(0));
     qelTransformable_setTranslation(puppet.bone(0), 10, 0, 0);
-    ASSERT_EQ(qelSkinnedMesh_skin(puppet.mesh, true), kOk);
     for (const int32_t vertexCount : {40, 2}) {
         std::vector<int16_t> values(size_t(vertexCount) * 3, 7);
-        const Held longer(makeArray<int16_t>(3, values));
-        qelVertexBuffer_setPositions(puppet.buffer, longer, 1, nullptr);
-        ASSERT_EQ(qelSkinnedMesh_skin(puppet.mesh, true), kOk);
+        setPositions(puppet.buffer, values);
         values[0] = 17;
-        EXPECT_EQ(valuesOf<int16_t>(puppet.positions()), values);
+        EXPECT_EQ(puppet.skinned<int16_t>(), values);
     }
     qelVertexBuffer_setPositions(puppet.buffer, nullptr, 1, nullptr);
     ASSERT_EQ(qelSkinnedMesh_skin(puppet.mesh, true), kOk);
@@ -516,39 +505,38 @@ TEST(SkinnedMesh, LeavesTheSkeletonOfAMeshOnItsBonesAlone) {
     Puppet outer(makeBuffer<int8_t>({1, 2, 3})), inner(makeBuffer<int8_t>({1, 2, 3}));
     ASSERT_EQ(qelGroup_addChild(outer.bone(0), inner.mesh), kOk);
     for (const Puppet* puppet : {&outer, &inner}) {
-        qelSkinnedMesh_addTransform(puppet->mesh, puppet->bone(0), 1, 0, 1);
+        puppet->bind(puppet->bone(0));
         ASSERT_EQ(qelSkinnedMesh_skin(puppet->mesh, true), kOk);
     }
     qelTransformable_setTranslation(outer.bone(0), 40, 0, 0);
-    ASSERT_EQ(qelSkinnedMesh_skin(inner.mesh, true), kOk);
-    EXPECT_EQ(valuesOf<int8_t>(inner.positions()), (std::vector<int8_t>{1, 2, 3}));
-    ASSERT_EQ(qelSkinnedMesh_skin(outer.mesh, true), kOk);
-    EXPECT_EQ(valuesOf<int8_t>(outer.positions()), (std::vector<int8_t>{41, 2, 3}));
+    EXPECT_EQ(inner.skinned<int8_t>(), (std::vector<int8_t>{1, 2, 3}));
+    EXPECT_EQ(outer.skinned<int8_t>(), (std::vector<int8_t>{41, 2, 3}));
 }
 
 TEST(SkinnedMesh, SkinsNormalsForMaterialsOnRequestAndCatchesUp) {
     Puppet puppet(makeBuffer<int8_t>({1, 2, 3}));
     const Held normals(makeArray<int8_t>(3, {127, 0, 0}));
     qelVertexBuffer_setNormals(puppet.buffer, normals);
-    qelSkinnedMesh_addTransform(puppet.mesh, puppet.bone(0), 1, 0, 1);
-    qelTransformable_setOrientation(puppet.bone(0), 90, 0, 0, 1);
+    puppet.bind(puppet.bone(0));
     const std::vector<int8_t> atRest = {127, 0, 0}, turned = {0, 127, 0};
     struct Step {
         const char* what;
+        float degrees;
         bool hasMaterial, withNormals;
         const std::vector<int8_t>& normals;
     };
-    for (const Step& step : {Step{"no material", false, true, atRest}, Step{"not asked for", true, false, atRest},
-                             Step{"the bone does not move again", true, true, turned}}) {
+    for (const Step& step : {Step{"no material", 90, false, true, atRest},
+                             {"not asked for", 90, true, false, atRest},
+                             {"the bone does not move again", 90, true, true, turned},
+                             {"moved back, not asked for", 0, true, false, turned},
+                             {"asked for", 0, true, true, atRest}}) {
         SCOPED_TRACE(step.what);
         qelAppearance_setMaterial(puppet.appearance, step.hasMaterial ? puppet.material.get() : nullptr);
+        if (puppet.bone(0)->orientationAngle != step.degrees)
+            qelTransformable_setOrientation(puppet.bone(0), step.degrees, 0, 0, 1);
         ASSERT_EQ(qelSkinnedMesh_skin(puppet.mesh, step.withNormals), kOk);
         EXPECT_EQ(valuesOf<int8_t>(puppet.mesh->skinnedBuffer->normals), step.normals);
     }
-    qelTransformable_setOrientation(puppet.bone(0), 0, 0, 0, 1);
-    ASSERT_EQ(qelSkinnedMesh_skin(puppet.mesh, false), kOk);
-    ASSERT_EQ(qelSkinnedMesh_skin(puppet.mesh, true), kOk);
-    EXPECT_EQ(valuesOf<int8_t>(puppet.mesh->skinnedBuffer->normals), atRest);
 }
 
 // --- Life ---
@@ -556,78 +544,77 @@ TEST(SkinnedMesh, SkinsNormalsForMaterialsOnRequestAndCatchesUp) {
 TEST(SkinnedMesh, OwnsItsSkeleton) {
     const Held world(qelWorld_create());
     const Held root(qelGroup_create()), free(qelGroup_create());
-    Group* parented = addTo(root, qelGroup_create());
+    Group* parented = addTo(root.get(), qelGroup_create());
     Puppet puppet(makeBuffer<int8_t>({1, 2, 3}));
     EXPECT_EQ(puppet.skeleton->parent, puppet.mesh);
     EXPECT_EQ(referencesOf(puppet.mesh).back(), puppet.skeleton.get());
+    EXPECT_EQ(qelGroup_removeChild(puppet.bone(0), nullptr), QEL_STATUS_ILLEGAL_ARGUMENT);
     puppet.skeleton->userId = 5;
     EXPECT_EQ(puppet.mesh->find(puppet.mesh, 5), puppet.skeleton.get());
-    EXPECT_EQ(qelGroup_removeChild(puppet.bone(0), nullptr), QEL_STATUS_ILLEGAL_ARGUMENT);
 
+    constexpr Result kBad = QEL_STATUS_ILLEGAL_ARGUMENT;
     TriangleStripArray* const strips[] = {puppet.triangle};
-    struct Case {
-        const char* what;
-        Group* skeleton;
-        Result result;
-    };
-    for (const Case& c :
-         {Case{"none", nullptr, QEL_STATUS_NULL_POINTER}, Case{"a world", world, QEL_STATUS_ILLEGAL_ARGUMENT},
-          Case{"has a parent", parented, QEL_STATUS_ILLEGAL_ARGUMENT},
-          Case{"taken", puppet.skeleton, QEL_STATUS_ILLEGAL_ARGUMENT}, Case{"free", free, kOk}}) {
+    for (const auto& [what, skeleton, expected] :
+         std::vector<std::tuple<const char*, Group*, Result>>{{"none", nullptr, QEL_STATUS_NULL_POINTER},
+                                                              {"a world", world, kBad},
+                                                              {"has a parent", parented, kBad},
+                                                              {"taken", puppet.skeleton, kBad},
+                                                              {"free", free, kOk}}) {
         Result result = -1;
-        const Held mesh(qelSkinnedMesh_create(puppet.buffer, strips, nullptr, c.skeleton, 1, &result));
-        EXPECT_EQ(result, c.result) << c.what;
+        const Held mesh(qelSkinnedMesh_create(puppet.buffer, strips, nullptr, skeleton, 1, &result));
+        EXPECT_EQ(result, expected) << what;
     }
     EXPECT_EQ(free->parent, nullptr) << "after the mesh";
     EXPECT_EQ(free->refCount, 1);
 }
 
 TEST(SkinnedMesh, DuplicatesMoveOnTheirOwn) {
+    using Bytes = std::vector<int8_t>;
     Puppet puppet(makeBuffer<int8_t>({100, 0, 0, 1, 1, 1}));
-    qelSkinnedMesh_addTransform(puppet.mesh, puppet.bone(0), 1, 0, 1);
+    puppet.bind(puppet.bone(0));
     qelTransformable_setTranslation(puppet.bone(0), 100, 0, 0);
-    qelSkinnedMesh_skin(puppet.mesh, true);  // in the scale 2
-
+    const Bytes moved = puppet.skinned<int8_t>();  // in the scale 2
     const Held alone(static_cast<SkinnedMesh*>(qelObject3D_duplicate(puppet.mesh)));
     EXPECT_EQ(alone->skeleton, nullptr);
-    ASSERT_EQ(qelSkinnedMesh_skin(alone, true), kOk);
-    EXPECT_EQ(valuesOf<int8_t>(alone->skinnedBuffer->positions), valuesOf<int8_t>(puppet.positions()));
-
     const Held copy(static_cast<SkinnedMesh*>(qelObject3D_duplicateSubtree(puppet.mesh)));
     ASSERT_NE(copy->bones[0], puppet.bone(0));
-    ASSERT_EQ(qelSkinnedMesh_skin(copy, true), kOk);
-    EXPECT_EQ(valuesOf<int8_t>(copy->skinnedBuffer->positions), valuesOf<int8_t>(puppet.positions()));
-    EXPECT_EQ(copy->skinnedBuffer->positionScale, 2);
+    for (SkinnedMesh* mesh : {alone.get(), copy.get()}) {
+        ASSERT_EQ(qelSkinnedMesh_skin(mesh, true), kOk);
+        EXPECT_EQ(valuesOf<int8_t>(mesh->skinnedBuffer->positions), moved);
+        EXPECT_EQ(mesh->skinnedBuffer->positionScale, 2);
+    }
     qelTransformable_setTranslation(copy->bones[0], 0, 40, 0);
     ASSERT_EQ(qelSkinnedMesh_skin(copy, true), kOk);
-    ASSERT_EQ(qelSkinnedMesh_skin(puppet.mesh, true), kOk);
-    EXPECT_EQ(valuesOf<int8_t>(copy->skinnedBuffer->positions), (std::vector<int8_t>{50, 20, 0, 1, 1, 1}));
-    EXPECT_EQ(valuesOf<int8_t>(puppet.positions()), (std::vector<int8_t>{100, 0, 0, 1, 1, 1}));
+    EXPECT_EQ(valuesOf<int8_t>(copy->skinnedBuffer->positions), (Bytes{50, 20, 0, 1, 1, 1}));
+    EXPECT_EQ(puppet.skinned<int8_t>(), moved);
 }
 
 TEST(SkinnedMesh, GivesEverythingBackWhenMemoryRunsOut) {
     for (const FailMode mode : {FailMode::Once, FailMode::FromThenOn})
         sweepEngineAllocations(mode, [](CountingHeap& heap) {
+            const auto expectStatus = [&](Result result) {
+                EXPECT_TRUE(result == kOk || (result == QEL_STATUS_OUT_OF_MEMORY && heap.hasFailed())) << result;
+                EXPECT_TRUE(result == kOk || qelStatus_get() == result);
+            };
             Puppet puppet(makeBuffer<int8_t>({100, 0, 0}), 31);
             EXPECT_TRUE(puppet.mesh || heap.hasFailed());
             EXPECT_TRUE(puppet.mesh || puppet.skeleton.get() == nullptr || puppet.skeleton->parent == nullptr);
             if (!puppet.mesh) return;
             for (size_t i = 0; i < 31; ++i) {
                 const int32_t bones = puppet.mesh->boneCount;
-                const Result result = qelSkinnedMesh_addTransform(puppet.mesh, puppet.bone(i), 1, 0, 1);
+                const Result result = puppet.bind(puppet.bone(i));
                 EXPECT_EQ(puppet.mesh->boneCount, bones + (result == kOk));
-                EXPECT_TRUE(result == kOk || (result == QEL_STATUS_OUT_OF_MEMORY && heap.hasFailed()));
+                expectStatus(result);
             }
             const Held copy(qelObject3D_duplicateSubtree(puppet.mesh));
             EXPECT_TRUE(copy.get() || heap.hasFailed());
             qelTransformable_setTranslation(puppet.skeleton, 100, 0, 0);
             const bool failedBefore = heap.hasFailed();
             const Result result = qelSkinnedMesh_skin(puppet.mesh, true);
-            EXPECT_TRUE(result == kOk || (result == QEL_STATUS_OUT_OF_MEMORY && heap.hasFailed()));
+            expectStatus(result);
             if (result == kOk || failedBefore || !puppet.mesh->tablesValid) return;
             heap.failAfter(kNeverFail);  // the same call then succeeds
-            EXPECT_EQ(qelSkinnedMesh_skin(puppet.mesh, true), kOk);
-            EXPECT_EQ(valuesOf<int8_t>(puppet.positions()), (std::vector<int8_t>{100, 0, 0}));
+            EXPECT_EQ(puppet.skinned<int8_t>(), (std::vector<int8_t>{100, 0, 0}));
             heap.failAfter(0);
             (void)qelAlloc(kScratchTag, 1);  // goes on with the sweep
         });
