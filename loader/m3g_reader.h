@@ -36,7 +36,7 @@ uint32_t M3gReader_readCount(M3gReader* reader, uint32_t bytesPerElement);
 
 void M3gReader_deriveBytes(M3gReader* reader, uint64_t count);     // of memory
 void M3gReader_deriveTexture(M3gReader* reader, uint64_t texels);  // that an object does not share with others
-void M3gReader_deriveWork(M3gReader* reader, uint64_t count);      // vertices drawn and bytes morphed in a frame
+void M3gReader_deriveWork(M3gReader* reader, uint64_t count);      // vertices drawn, or whatever takes as long
 // The tracks of what several objects may share are sampled in a frame for each of them. Null has none.
 void M3gReader_deriveAnimation(M3gReader* reader, const Object3D* animated);
 void M3gReader_deriveAppearanceAnimation(M3gReader* reader, const Appearance* appearance);

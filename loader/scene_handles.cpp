@@ -73,10 +73,10 @@ static K8Texture* makeTexture(SceneHandles& handles, Texture2D* object) {
 }
 
 // The textures of one figure.
-constexpr uint32_t kMaxFigureTextures = 64;  // second maps included
+constexpr uint32_t kMaxMeshTextures = 64;  // second maps included
 
 struct FigureTextures {
-    std::array<K8Texture*, kMaxFigureTextures> first;  // of texture unit 0
+    std::array<K8Texture*, kMaxMeshTextures> first;  // of texture unit 0
     uint16_t firstCount;
     uint32_t count;
 };
@@ -87,7 +87,7 @@ static bool addTexturesOf(SceneHandles& handles, const Appearance* appearance, F
     if (!appearance || !appearance->textures[0]) return true;
     Texture2D* second = appearance->textures[1];
     textures.count += second ? 2 : 1;
-    if (textures.count > kMaxFigureTextures) return false;
+    if (textures.count > kMaxMeshTextures) return false;
     K8Texture* texture = makeTexture(handles, appearance->textures[0]);
     if (!texture) return false;
     textures.first[textures.firstCount++] = texture;
