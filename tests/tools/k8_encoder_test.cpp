@@ -81,6 +81,8 @@ TEST(K8Encoder, RefusesWhatAReaderWould) {
         {"no positions", add(K8PrimitiveRecord{.type = 3, .count = 1})},
         {"65536 values",
          add(K8PrimitiveRecord{.type = 3, .count = 1, .values = {{std::vector<int32_t>(65536), {}, {}, {}, {}}}})}};
+    for (const uint32_t params : {0x400, 0x800})
+        EXPECT_NO_THROW(encodeK8({.objects = {primitive(1, params), primitive(2, params)}}));
     for (const Case& c : cases) {
         K8Package package = everyRecord();
         ASSERT_NO_THROW(encodeK8(package));
