@@ -3,43 +3,33 @@
 #include <gtest/gtest.h>
 
 #include <array>
-#include <memory>
 #include <vector>
 
 #include "animation/blend_plan.h"
 #include "animation/figure_blend.h"
 #include "bench/plain_figure.h"
 #include "scene/appearance.h"
-#include "scene/texture2d.h"
-#include "scene/vertex_array.h"
+#include "tests/scene/held.h"
 #include "tests/support/figure_fixture.h"
 
 namespace {
 
 using namespace encode;
-struct Unref {
-    void operator()(Object3D* object) const { qelObject3D_unref(object); }
-};
-using FigurePtr = std::unique_ptr<FigureMesh, Unref>;
-using TablePtr = std::unique_ptr<ActTable, Unref>;
+using FigurePtr = Held<FigureMesh>;
+using TablePtr = Held<ActTable>;
 
 FigurePtr load(const MbFigure& description) {
-    FigurePtr figure(loadFigure(description));
+    FigureMesh* figure = loadFigure(description);
     EXPECT_NE(figure, nullptr);
-    return figure;
+    return FigurePtr(figure);
 }
 
 using Values = std::vector<int16_t>;
 
-Values positionsOf(const FigureMesh* figure) {
-    const auto* data = static_cast<const int16_t*>(figure->skinnedPositions->data);
-    return {data, data + figure->skinnedPositions->vertexCount * 3};
-}
+Values positionsOf(const FigureMesh* figure) { return valuesOf<int16_t>(figure->skinnedPositions); }
 
 std::vector<int8_t> normalsOf(const FigureMesh* figure) {
-    if (!figure->skinnedNormals) return {};
-    const auto* data = static_cast<const int8_t*>(figure->skinnedNormals->data);
-    return {data, data + figure->skinnedNormals->vertexCount * 3};
+    return figure->skinnedNormals ? valuesOf<int8_t>(figure->skinnedNormals) : std::vector<int8_t>();
 }
 
 void setLocal(FigureMesh* figure, uint32_t bone, const Atrans3i& local) {
@@ -58,43 +48,6 @@ MbFigure figureOfBones(const std::vector<int32_t>& parents) {
     }
     for (uint32_t v = 0; v < parents.size(); ++v) figure.polygons.push_back({.corners = {{v}, {v}, {v}}});
     return figure;
-}
-
-// --- Blending: the formula ---
-
-TEST(FigureBlend, TransformsPositionsAndNormals) {
-    struct Case {
-        const char* what;
-        Atrans3i local;
-        std::array<int16_t, 3> rest;
-        std::vector<int16_t> position;
-        std::array<int8_t, 3> restNormal;
-        std::vector<int8_t> normal;
-    };
-    for (const Case& c : {
-             Case{"2253 / 4096 is added: 0.45 becomes 1, 0.44 becomes 0, -0.55 becomes 0",
-                  {{1843, 0, 0, 0, 0, 1842, 0, 0, 0, 0, -2253, 0}},
-                  {1, 1, 1},
-                  {1, 0, 0},
-                  {1, 1, 1},
-                  {1, 0, 0}},
-             Case{"results keep their low 16 and 8 bits",
-                  {{0, 0, 0, 65536 + 7, 0, 32767, 0, 0, 0, 0, 32767, 0}},
-                  {0, 32767, -32768},
-                  {7, -16, 8},
-                  {0, 127, -128},
-                  {0, -8, 0}},
-         }) {
-        MbFigure description = figureOfBones({-1});
-        description.normalFormat = 1;
-        description.vertices[0].position = c.rest;
-        for (size_t i = 0; i < 3; ++i) description.vertices[0].normal[i] = float(c.restNormal[i]) / 64;
-        const FigurePtr figure = load(description);
-        setLocal(figure.get(), 0, c.local);
-        _Figure_blendVertices(figure.get());
-        EXPECT_EQ(positionsOf(figure.get()), c.position) << c.what;
-        EXPECT_EQ(normalsOf(figure.get()), c.normal) << c.what;
-    }
 }
 
 // --- Blending: kernels ---
@@ -172,9 +125,9 @@ TEST(FigureBlend, EveryKernelComposesLikeTheProductOfMatrices) {
 
 // --- Blending: the hierarchy ---
 
-std::vector<int16_t> xOf(const FigureMesh* figure) {
-    const std::vector<int16_t> positions = positionsOf(figure);
-    std::vector<int16_t> x;
+Values xOf(const FigureMesh* figure) {
+    const Values positions = positionsOf(figure);
+    Values x;
     for (size_t i = 0; i < positions.size(); i += 3) x.push_back(positions[i]);
     return x;
 }
@@ -247,26 +200,22 @@ TEST(FigurePose, MatchesThePlainLoop) {
 TEST(FigurePose, RemembersWhatWasPosedAndRefusesTheRest) {
     std::mt19937 random(32);
     const FigurePtr figure = load(randomFigure(random, {.vertexCount = 3, .boneCount = 2}));
+    const FigurePtr emptyFigure(qelFigureMesh_create());
     const TablePtr table(loadTable(randomTable(random, {.boneCount = 2, .actionCount = 3})));
+    const TablePtr emptyTable(qelActTable_create());
     D_Figure_applyAction(figure.get(), table.get(), 2, 5 << 16);
+    const Values posed = positionsOf(figure.get());
+    for (const int32_t action : {3, -1}) D_Figure_applyAction(figure.get(), table.get(), action, 0);
+    for (const ActTable* none : {emptyTable.get(), static_cast<ActTable*>(nullptr)})
+        D_Figure_applyAction(figure.get(), none, 0, 0);
+    D_Figure_applyAction(nullptr, table.get(), 0, 0);
+    D_Figure_applyAction(emptyFigure.get(), table.get(), 0, 0);
+    EXPECT_EQ(emptyFigure->posedAction, -1);
     EXPECT_EQ(figure->posedTable, table.get());
     EXPECT_EQ(figure->posedAction, 2);
     EXPECT_EQ(figure->posedFrame, 5 << 16);
     EXPECT_EQ(D_Figure_getPattern(figure.get()), ActTable__calcPattern(table.get(), 2, 5 << 16));
-
-    const std::vector<int16_t> posed = positionsOf(figure.get());
-    const TablePtr emptyTable(qelActTable_create());
-    D_Figure_applyAction(figure.get(), table.get(), 3, 0);
-    D_Figure_applyAction(figure.get(), table.get(), -1, 0);
-    D_Figure_applyAction(figure.get(), emptyTable.get(), 0, 0);
-    D_Figure_applyAction(figure.get(), nullptr, 0, 0);
-    D_Figure_applyAction(nullptr, table.get(), 0, 0);
-    EXPECT_EQ(figure->posedAction, 2);
     EXPECT_EQ(positionsOf(figure.get()), posed);
-
-    const FigurePtr emptyFigure(qelFigureMesh_create());
-    D_Figure_applyAction(emptyFigure.get(), table.get(), 0, 0);
-    EXPECT_EQ(emptyFigure->posedAction, -1);
 }
 
 // --- Patterns ---
@@ -293,18 +242,16 @@ TEST(FigurePattern, ShowsThePatternsOfTheMask) {
     const FigurePtr figure = load(figureOf({triangle(0), triangle(1), triangle(1, 0, {.twoSided = true}),
                                             triangle(31, 0, {}, Rgb{1, 2, 3}), triangle(32)}));
     EXPECT_EQ(D_Figure_getNumPatterns(figure.get()), 33);
-    struct Case {
-        uint32_t mask;
-        std::vector<bool> shown;
-    };
     std::fill_n(figure->slotFlags, 5, uint32_t(kSlotBlended));
-    for (const Case& c :
-         {Case{2, {true, true, true, false, false}}, Case{0, {true, false, false, false, false}},
-          Case{0x80000000, {true, false, false, true, false}}, Case{0x7FFFFFFC, {true, false, false, false, false}},
-          Case{0xFFFFFFFF, {true, true, true, true, false}}}) {
-        EXPECT_EQ(D_Figure_setPattern(figure.get(), c.mask), c.mask);
-        EXPECT_EQ(D_Figure_getPattern(figure.get()), c.mask);
-        EXPECT_EQ(shownOf(figure.get()), c.shown) << "mask " << c.mask;
+    const std::pair<uint32_t, std::vector<bool>> kCases[] = {{2, {true, true, true, false, false}},
+                                                             {0, {true, false, false, false, false}},
+                                                             {0x80000000, {true, false, false, true, false}},
+                                                             {0x7FFFFFFC, {true, false, false, false, false}},
+                                                             {0xFFFFFFFF, {true, true, true, true, false}}};
+    for (const auto& [mask, shown] : kCases) {
+        EXPECT_EQ(D_Figure_setPattern(figure.get(), mask), mask);
+        EXPECT_EQ(D_Figure_getPattern(figure.get()), mask);
+        EXPECT_EQ(shownOf(figure.get()), shown) << "mask " << mask;
     }
     constexpr uint32_t kTextured = kSlotBlended | kSlotTextured, kColored = kSlotBlended | kSlotColored;
     EXPECT_EQ(std::vector(figure->slotFlags, figure->slotFlags + 5),
@@ -326,50 +273,36 @@ TEST(FigurePattern, OnePatternIsAlwaysShown) {
 
 // --- Textures ---
 
-class FigureTextures : public testing::Test {
-protected:
+TEST(FigureTextures, ReachTheAppearancesOfTheirSlot) {
     // Two classes, two textures, colours: appearances 0 and 1 are of colours, then class by class texture 0 and 1.
-    FigureTextures()
-        : figure_(loadFigure(figureOf({triangle(0, 0), triangle(0, 1), triangle(0, 0, {.twoSided = true}),
-                                       triangle(0, 0, {}, Rgb{1, 2, 3})}))) {
-        const std::vector<uint8_t> pixels(32 * 16 * 3);
-        Result result;
-        Image2D* image = qelImage2D_createFromPixels(int32_t(ImageFormat::Rgb), 32, 16, pixels.data(), true, &result);
-        for (auto* texture : {&first_, &second_}) texture->reset(qelTexture2D_create(image, &result));
-        qelObject3D_unref(image);
-    }
-    std::vector<const Texture2D*> texturesOf(int32_t unit) const {
-        std::vector<const Texture2D*> textures;
-        for (uint32_t i = 0; i < figure_->appearanceCount; ++i)
-            textures.push_back(figure_->appearanceTable[i]->textures[unit]);
-        return textures;
-    }
-
-    FigurePtr figure_;
-    std::unique_ptr<Texture2D, Unref> first_, second_;
-};
-
-TEST_F(FigureTextures, ReachTheAppearancesOfTheirSlot) {
+    const FigurePtr owner = load(figureOf(
+        {triangle(0, 0), triangle(0, 1), triangle(0, 0, {.twoSided = true}), triangle(0, 0, {}, Rgb{1, 2, 3})}));
+    FigureMesh* figure = owner.get();
     using Textures = std::vector<const Texture2D*>;
-    const Texture2D *a = first_.get(), *b = second_.get();
+    const auto texturesOf = [figure](int32_t unit) {
+        Textures textures;
+        for (uint32_t i = 0; i < figure->appearanceCount; ++i)
+            textures.push_back(figure->appearanceTable[i]->textures[unit]);
+        return textures;
+    };
+    const Held a(makeTexture(makeImage(ImageFormat::Rgb, 32, 16))), b(makeTexture(makeImage(ImageFormat::Rgb, 32, 16)));
     for (const int32_t slot : {-1, 2, 15, 16, INT32_MAX}) {
-        D_Figure_setTexture(figure_.get(), slot, first_.get());
-        D_Figure_setSecondTexture(figure_.get(), slot, first_.get());
+        D_Figure_setTexture(figure, slot, a);
+        D_Figure_setSecondTexture(figure, slot, a);
     }
     EXPECT_EQ(a->refCount, 1) << "there are no such slots";
     EXPECT_EQ(a->scale[0], 1);
-    D_Figure_setTexture(figure_.get(), 1, first_.get());
-    EXPECT_EQ(texturesOf(0), (Textures{nullptr, nullptr, nullptr, a, nullptr, a}));
-    EXPECT_EQ(figure_->textureSlots[1], a);
+    D_Figure_setTexture(figure, 1, a);
+    EXPECT_EQ(figure->textureSlots[1], a.get());
     EXPECT_EQ(a->refCount, 3) << "ours and one of each appearance";
-    D_Figure_setTexture(figure_.get(), 0, second_.get());
+    D_Figure_setTexture(figure, 0, b);
     EXPECT_EQ(texturesOf(0), (Textures{nullptr, nullptr, b, a, b, a}));
-    D_Figure_setSecondTexture(figure_.get(), 1, second_.get());
+    D_Figure_setSecondTexture(figure, 1, b);
     EXPECT_EQ(texturesOf(1), (Textures{nullptr, nullptr, nullptr, b, nullptr, b}));
-    for (const Texture2D* texture : {a, b})
+    for (const Texture2D* texture : {a.get(), b.get()})
         EXPECT_EQ(std::to_array(texture->scale), (std::array{1.0f / 32, 1.0f / 32, 1.0f})) << "texels of the width";
-    D_Figure_setTexture(figure_.get(), 1, nullptr);
-    D_Figure_setSecondTexture(figure_.get(), 1, nullptr);
+    D_Figure_setTexture(figure, 1, nullptr);
+    D_Figure_setSecondTexture(figure, 1, nullptr);
     EXPECT_EQ(texturesOf(0), (Textures{nullptr, nullptr, b, nullptr, b, nullptr}));
     EXPECT_EQ(texturesOf(1), Textures(6));
     EXPECT_EQ(a->refCount, 1);

@@ -31,17 +31,6 @@ constexpr Animated kDone = {0, QEL_STATUS_OK};
 
 // --- Time ---
 
-// The translation's x after animating to the time, which is the sequence time itself: a ramp over the whole duration.
-static float sequenceTimeSeen(RepeatMode mode, int32_t duration, AnimationController* controller, int32_t worldTime) {
-    const auto end = float(duration);
-    const Held sequence(makeSequence({Linear, mode, duration, {{0, {0, 0, 0}}, {duration, {end, 0, 0}}}}));
-    const Held track(makeTrack(sequence, AnimationProperty::Translation, controller));
-    const Held group(qelGroup_create());
-    EXPECT_EQ(qelObject3D_addAnimationTrack(group, track), QEL_STATUS_OK);
-    EXPECT_EQ(animate(group, worldTime), kDone);
-    return group->translation[0];
-}
-
 TEST(Animate, MapsWorldTimeToSequenceTime) {
     constexpr int32_t kMin = INT32_MIN, kMax = INT32_MAX;
     struct Case {
@@ -50,30 +39,34 @@ TEST(Animate, MapsWorldTimeToSequenceTime) {
         int32_t duration;
         float sequenceTime, speed;
         int32_t reference, worldTime;
-        float expected;
+        float expected;  // sequence time
     };
-    for (const Case& c : {
-             Case{"from the reference", kConstant, 1000, 20, 1, 100, 300, 220},
-             Case{"fractions are rounded away from zero", kConstant, 1000, 0.25f, 0.25f, 0, 1, 1},
-             Case{"held at the ends", kConstant, 1000, 0, 1, kMin, kMax, 1000},
-             Case{"speed is not a number", kConstant, 1000, 5, NAN, 0, 100, 0},
-             Case{"loop, before the reference", kLoop, 1000, 0, 1, 100, 0, 900},
-             Case{"loop over 33 bits", kLoop, 1000, 0, 1, kMin, kMax, 4294967295 % 1000},
-             Case{"loop, twice as fast", kLoop, 1000, 0, 2, 0, 1700, 400},
-             Case{"loop, halves away from zero", kLoop, 1000, 0, 0.5f, 0, 1, 1},
-             Case{"loop, backwards before the reference", kLoop, 1000, 0, -1, 0, -200, 200},
-             Case{"loop, rounds of half a unit count as one", kLoop, 1000, 7, 2000, 0, 123, 7},
-             Case{"loop, faster: no round to leave out", kLoop, 1000, 0, 2001, 0, 3, 3},
-             Case{"loop, faster, beyond 32 bits", kLoop, 1000, 0, 4001, 0, 2000000001, 1},
-             Case{"loop, slow over 33 bits", kLoop, 5000000, 0, 0x1p-10f, kMin, kMax, 4194304},
-             Case{"loop, infinitely fast", kLoop, 1000, 0, INFINITY, 0, 1, 952},
-             Case{"loop, speed is not a number", kLoop, 1000, 5, NAN, 0, 100, 5},
-             Case{"loop, reference is not a number", kLoop, 1000, NAN, 1, 0, 100, 100},
-         }) {
+    for (const Case& c : {Case{"from the reference", kConstant, 1000, 20, 1, 100, 300, 220},
+                          Case{"fractions are rounded away from zero", kConstant, 1000, 0.25f, 0.25f, 0, 1, 1},
+                          Case{"held at the ends", kConstant, 1000, 0, 1, kMin, kMax, 1000},
+                          Case{"speed is not a number", kConstant, 1000, 5, NAN, 0, 100, 0},
+                          Case{"loop, before the reference", kLoop, 1000, 0, 1, 100, 0, 900},
+                          Case{"loop over 33 bits", kLoop, 1000, 0, 1, kMin, kMax, 4294967295 % 1000},
+                          Case{"loop, halves away from zero", kLoop, 1000, 0, 0.5f, 0, 1, 1},
+                          Case{"loop, backwards before the reference", kLoop, 1000, 0, -1, 0, -200, 200},
+                          Case{"loop, rounds of half a unit count as one", kLoop, 1000, 7, 2000, 0, 123, 7},
+                          Case{"loop, faster: no round to leave out", kLoop, 1000, 0, 2001, 0, 3, 3},
+                          Case{"loop, faster, beyond 32 bits", kLoop, 1000, 0, 4001, 0, 2000000001, 1},
+                          Case{"loop, slow over 33 bits", kLoop, 5000000, 0, 0x1p-10f, kMin, kMax, 4194304},
+                          Case{"loop, infinitely fast", kLoop, 1000, 0, INFINITY, 0, 1, 952},
+                          Case{"loop, speed is not a number", kLoop, 1000, 5, NAN, 0, 100, 5},
+                          Case{"loop, reference is not a number", kLoop, 1000, NAN, 1, 0, 100, 100}}) {
         const Held controller(qelAnimationController_create());
         qelAnimationController_setPosition(controller, c.sequenceTime, c.reference);
         controller->speed = c.speed;
-        EXPECT_EQ(sequenceTimeSeen(c.mode, c.duration, controller, c.worldTime), c.expected) << c.what;
+        // A ramp over the whole duration: the translation's x is the sequence time.
+        const auto end = float(c.duration);
+        const Held sequence(makeSequence({Linear, c.mode, c.duration, {{0, {0, 0, 0}}, {c.duration, {end, 0, 0}}}}));
+        const Held track(makeTrack(sequence, AnimationProperty::Translation, controller));
+        const Held group(qelGroup_create());
+        EXPECT_EQ(qelObject3D_addAnimationTrack(group, track), QEL_STATUS_OK);
+        EXPECT_EQ(animate(group, c.worldTime), kDone);
+        EXPECT_EQ(group->translation[0], c.expected) << c.what;
     }
 }
 
@@ -83,14 +76,11 @@ TEST(Animate, ActiveIntervalsDecideTheValidity) {
         const char* what;
         int32_t start, end, worldTime, validity;
     };
-    for (const Case& c : {
-             Case{"before", 100, 200, 50, 50},
-             Case{"at the end", 100, 200, 200, kValidForever},
-             Case{"empty interval", 0, 0, -500, 0},
-             Case{"empty interval at the far end", kMax, kMax, kMin, 0},
-             Case{"a wait beyond 31 bits", kMax - 1, kMax, kMin, kValidForever},
-             Case{"the longest wait that counts", 0, kMax, -kMax + 1, kMax - 1},
-         }) {
+    for (const Case& c :
+         {Case{"before", 100, 200, 50, 50}, Case{"at the end", 100, 200, 200, kValidForever},
+          Case{"empty interval", 0, 0, -500, 0}, Case{"empty interval at the far end", kMax, kMax, kMin, 0},
+          Case{"a wait beyond 31 bits", kMax - 1, kMax, kMin, kValidForever},
+          Case{"the longest wait that counts", 0, kMax, -kMax + 1, kMax - 1}}) {
         const Held background(qelBackground_create());
         ASSERT_EQ(addConstantTrack(background, AnimationProperty::Alpha, {1}), QEL_STATUS_OK);
         AnimationController* controller = background->animationTracks[0]->controller;
@@ -193,24 +183,19 @@ static MorphingMesh* makeMorphingMesh(int32_t targetCount) {
 }
 
 TEST(Animate, MorphWeightsFitTheTargets) {
-    struct Case {
-        const char* what;
-        int32_t targetCount;
-        std::vector<std::vector<float>> tracks;
-        std::vector<float> expected;
-    };
-    for (const Case& c :
-         {Case{"fewer: the rest is 0", 3, {{5}}, {5, 0, 0}},
-          Case{"summed", 3, {{1, 2}, {10, 20}, {100, 200}}, {111, 222, 0}},
-          Case{
-              "many targets", 40, {std::vector<float>(40, 1), std::vector<float>(40, 2)}, std::vector<float>(40, 3)}}) {
-        const Held mesh(makeMorphingMesh(c.targetCount));
-        std::fill_n(mesh->weights, c.targetCount, 77.0f);
-        for (const auto& values : c.tracks)
-            ASSERT_EQ(addConstantTrack(mesh, AnimationProperty::MorphWeights, values), QEL_STATUS_OK) << c.what;
-        EXPECT_EQ(animate(mesh, 0), kDone) << c.what;
-        EXPECT_EQ(std::vector(mesh->weights, mesh->weights + c.targetCount), c.expected) << c.what;
-        EXPECT_EQ(mesh->weightsChanged, 1) << c.what;
+    using Weights = std::vector<float>;
+    const std::pair<std::vector<Weights>, Weights> kCases[] = {{{{5}}, {5, 0, 0}},
+                                                               {{{1, 2}, {10, 20}, {100, 200}}, {111, 222, 0}},
+                                                               {{Weights(40, 1), Weights(40, 2)}, Weights(40, 3)}};
+    for (const auto& [tracks, expected] : kCases) {
+        const auto targetCount = int32_t(expected.size());
+        const Held mesh(makeMorphingMesh(targetCount));
+        std::fill_n(mesh->weights, targetCount, 77.0f);
+        for (const Weights& values : tracks)
+            ASSERT_EQ(addConstantTrack(mesh, AnimationProperty::MorphWeights, values), QEL_STATUS_OK);
+        EXPECT_EQ(animate(mesh, 0), kDone);
+        EXPECT_EQ(std::vector(mesh->weights, mesh->weights + targetCount), expected);
+        EXPECT_EQ(mesh->weightsChanged, 1);
     }
 }
 
@@ -258,30 +243,23 @@ TEST(Animate, ASubtreeStopsAtTheFirstFailure) {
 
 TEST(Animate, OnlyMorphWeightsNeedMemory) {
     CountingHeap heap;
-    {
-        const Held mesh(makeMorphingMesh(3));
-        mesh->weights[0] = 7;
-        addConstantTrack(mesh, AnimationProperty::Scale, {2});
-        addConstantTrack(mesh, AnimationProperty::Scale, {3});
-        addConstantTrack(mesh, AnimationProperty::Visibility, {0});
-        const int32_t blocks = heap.liveBlocks();
-        heap.failAfter(0, FailMode::FromThenOn);
-        EXPECT_EQ(animate(mesh, 0), kDone);
-        EXPECT_EQ(heap.calls(), 0);
+    const Held mesh(makeMorphingMesh(3));
+    mesh->weights[0] = 7;
+    for (const float scale : {2.0f, 3.0f}) addConstantTrack(mesh, AnimationProperty::Scale, {scale});
+    addConstantTrack(mesh, AnimationProperty::Visibility, {0});
+    heap.failAfter(0, FailMode::FromThenOn);
+    EXPECT_EQ(animate(mesh, 0), kDone);
+    EXPECT_EQ(heap.calls(), 0);
 
-        heap.failAfter(kNeverFail);
-        addConstantTrack(mesh, AnimationProperty::MorphWeights, {1, 1, 1});
-        addConstantTrack(mesh, AnimationProperty::MorphWeights, {1, 1, 1});
-        const int32_t blocksWithTracks = heap.liveBlocks();
-        EXPECT_GT(blocksWithTracks, blocks);
-        mesh->scale[0] = 1;
-        heap.failAfter(0);
-        EXPECT_EQ(animate(mesh, 0), (Animated{0, QEL_STATUS_OUT_OF_MEMORY}));
-        EXPECT_EQ(mesh->scale[0], 1) << "nothing is written";
-        EXPECT_EQ(mesh->weights[0], 7);
-        EXPECT_EQ(animate(mesh, 0), kDone);
-        EXPECT_EQ(mesh->weights[0], 2);
-        EXPECT_EQ(heap.liveBlocks(), blocksWithTracks);
-    }
-    EXPECT_EQ(heap.liveBlocks(), 0);
+    heap.failAfter(kNeverFail);
+    for (int32_t i = 0; i < 2; ++i) addConstantTrack(mesh, AnimationProperty::MorphWeights, {1, 1, 1});
+    const int32_t blocks = heap.liveBlocks();
+    mesh->scale[0] = 1;
+    heap.failAfter(0);
+    EXPECT_EQ(animate(mesh, 0), (Animated{0, QEL_STATUS_OUT_OF_MEMORY}));
+    EXPECT_EQ(mesh->scale[0], 1) << "nothing is written";
+    EXPECT_EQ(mesh->weights[0], 7);
+    EXPECT_EQ(animate(mesh, 0), kDone);
+    EXPECT_EQ(mesh->weights[0], 2);
+    EXPECT_EQ(heap.liveBlocks(), blocks);
 }

@@ -23,22 +23,21 @@ static int32_t sizeInHeader(const void* block) {
 
 TEST(DefaultAllocator, HandsOutZeroedBlocksBehindTheirSize) {
     K8Allocator* heap = defaultAllocator();
-    for (const int32_t size : {0, 1, 17, 4096, 1 << 20}) {
+    for (const int32_t size : {0, 1, 17, 4096, 1 << 20})
         for (const bool throughRealloc : {false, true}) {
+            SCOPED_TRACE(size);
             // The heap hands freed memory out again: dirty it first.
             void* dirty = heap->functions->alloc(heap, size);
             std::memset(dirty, 0xEE, size_t(size));
             heap->functions->free(heap, dirty);
-
             void* block =
                 throughRealloc ? heap->functions->realloc(heap, nullptr, size) : heap->functions->alloc(heap, size);
-            ASSERT_NE(block, nullptr) << size;
-            EXPECT_TRUE(isZero(block, size_t(size))) << size;
+            ASSERT_NE(block, nullptr);
+            EXPECT_TRUE(isZero(block, size_t(size)));
             EXPECT_EQ(sizeInHeader(block), size);
-            EXPECT_EQ(reinterpret_cast<uintptr_t>(block) % 16, 0u) << size;
+            EXPECT_EQ(reinterpret_cast<uintptr_t>(block) % 16, 0u);
             heap->functions->free(heap, block);
         }
-    }
 }
 
 TEST(DefaultAllocator, ReallocKeepsContentsAndRefusesNegativeSizes) {
@@ -60,6 +59,7 @@ TEST(DefaultAllocator, ReallocKeepsContentsAndRefusesNegativeSizes) {
 }
 
 TEST(EngineAllocation, EngineStatusFollowsEveryCall) {
+    constexpr uint32_t kWrapping = 0x20000001;  // times 8 is 8 in 32 bits
     struct Case {
         const char* what;
         void* (*allocate)();
@@ -72,15 +72,15 @@ TEST(EngineAllocation, EngineStatusFollowsEveryCall) {
           Case{"negative realloc", [] { return qelRealloc(nullptr, -1); }, QEL_STATUS_OUT_OF_MEMORY},
           Case{"empty array", [] { return qelAllocArray(0, 8); }, QEL_STATUS_OK},
           Case{"array of 2^31 bytes", [] { return qelAllocArray(1u << 28, 8); }, QEL_STATUS_OUT_OF_MEMORY},
-          Case{"array whose size wraps to 8", [] { return qelAllocArray(0x20000001u, 8); }, QEL_STATUS_OUT_OF_MEMORY},
-          Case{"grown beyond 31 bits", [] { return qelReallocArray(nullptr, 0x20000001u, 8); },
-               QEL_STATUS_OUT_OF_MEMORY}}) {
+          Case{"wrapping array", [] { return qelAllocArray(kWrapping, 8); }, QEL_STATUS_OUT_OF_MEMORY},
+          Case{"wrapping growth", [] { return qelReallocArray(nullptr, kWrapping, 8); }, QEL_STATUS_OUT_OF_MEMORY}}) {
+        SCOPED_TRACE(c.what);
         qelStatus_set(c.status == QEL_STATUS_OK ? QEL_STATUS_OUT_OF_MEMORY : QEL_STATUS_OK);
         void* block = c.allocate();
-        EXPECT_EQ(block == nullptr, c.status != QEL_STATUS_OK) << c.what;
-        EXPECT_EQ(qelStatus_get(), c.status) << c.what;
+        EXPECT_EQ(block == nullptr, c.status != QEL_STATUS_OK);
+        EXPECT_EQ(qelStatus_get(), c.status);
         qelFree(block);
-        EXPECT_EQ(qelStatus_get(), c.status) << c.what << ": free leaves the status alone";
+        EXPECT_EQ(qelStatus_get(), c.status) << "free leaves the status alone";
     }
 }
 
@@ -112,19 +112,18 @@ TEST(FailureMark, TellsExhaustionFromOtherFailures) {
         void (*act)();
         int32_t status;
     };
-    for (const Case& c : {
-             Case{"nothing ran out", [] {}, K8_ERR_FAILURE},
-             Case{"an allocation that succeeded", [] { qelFree(qelAlloc(kScratchTag, 8)); }, K8_ERR_FAILURE},
-             Case{"an allocation that failed", [] { qelAlloc(kScratchTag, -1); }, K8_ERR_OUT_OF_MEMORY},
-             Case{"failed, and a later one succeeded",
-                  [] {
-                      qelAlloc(kScratchTag, -1);
-                      qelFree(qelAlloc(kScratchTag, 8));
-                  },
-                  K8_ERR_OUT_OF_MEMORY},
-             Case{"texture memory", [] { qelStatus_set(QEL_STATUS_OUT_OF_MEMORY); }, K8_ERR_OUT_OF_MEMORY},
-             Case{"a host's allocator", [] { FailureMark_noteExhaustion(); }, K8_ERR_OUT_OF_MEMORY},
-         }) {
+    const auto fail = [] { qelAlloc(kScratchTag, -1); };
+    const auto succeed = [] { qelFree(qelAlloc(kScratchTag, 8)); };
+    const auto failThenSucceed = [] {
+        qelAlloc(kScratchTag, -1);
+        qelFree(qelAlloc(kScratchTag, 8));
+    };
+    for (const Case& c :
+         {Case{"nothing ran out", [] {}, K8_ERR_FAILURE}, Case{"an allocation that succeeded", succeed, K8_ERR_FAILURE},
+          Case{"an allocation that failed", fail, K8_ERR_OUT_OF_MEMORY},
+          Case{"failed, and a later one succeeded", failThenSucceed, K8_ERR_OUT_OF_MEMORY},
+          Case{"texture memory", [] { qelStatus_set(QEL_STATUS_OUT_OF_MEMORY); }, K8_ERR_OUT_OF_MEMORY},
+          Case{"a host's allocator", [] { FailureMark_noteExhaustion(); }, K8_ERR_OUT_OF_MEMORY}}) {
         qelStatus_set(QEL_STATUS_OK);
         K8ErrStorage_setErrorStatus(-1);
         const FailureMark mark = FailureMark_now();
@@ -132,9 +131,8 @@ TEST(FailureMark, TellsExhaustionFromOtherFailures) {
         K8ErrStorage_storeFailure(mark);
         EXPECT_EQ(K8ErrStorage_getErrorStatus(), c.status) << c.what;
     }
-    qelStatus_set(QEL_STATUS_OUT_OF_MEMORY);
+    qelStatus_set(QEL_STATUS_OUT_OF_MEMORY);  // from before the mark, it counts too
     K8ErrStorage_storeFailure(FailureMark_now());
-    EXPECT_EQ(K8ErrStorage_getErrorStatus(), K8_ERR_OUT_OF_MEMORY)
-        << "an engine status from before the mark counts too";
+    EXPECT_EQ(K8ErrStorage_getErrorStatus(), K8_ERR_OUT_OF_MEMORY);
     qelStatus_set(QEL_STATUS_OK);
 }

@@ -91,30 +91,24 @@ TEST(HandleCopy, HoldsItsOwnRecordsAndArraysAndSharesTheObjects) {
     EXPECT_EQ(tree.references(), (std::vector<int32_t>{2, 2, 2, 4, 2, 2, 2}));
     EXPECT_EQ(root->header.allocator, host.get());
     EXPECT_EQ(root->header.ownBlock, root);
-    EXPECT_EQ(root->info->frame, 99);
-    EXPECT_EQ(root->info->flag, 1);
-    EXPECT_EQ(root->info->childData, nullptr);
+    EXPECT_TRUE(root->info->frame == 99 && root->info->flag == 1 && root->info->childData == nullptr);
     ASSERT_NE(root->info->transform, &tree.transform);
     EXPECT_EQ(root->info->transform->elements[3], 2.5f);
     EXPECT_EQ(root->info->transform->ownBlock, root->info->transform);
 
     const auto* figure = reinterpret_cast<K8Figure*>(root->info->childHandles[0]);
     EXPECT_EQ(figure->header.object, &tree.figureObject);
-    EXPECT_EQ(figure->info->frame, 12);
-    EXPECT_EQ(figure->info->textureIndices, nullptr);
+    EXPECT_TRUE(figure->info->frame == 12 && figure->info->textureIndices == nullptr);
     EXPECT_EQ(figure->info->loadedAction->header.object, &tree.actionObject);
-    const K8Texture* first = figure->info->loadedTextures[0];
+    const K8Texture *first = figure->info->loadedTextures[0], *secondMap = first->info->secondMap;
     EXPECT_NE(first, &tree.first);
     EXPECT_EQ(first->info->textureMode, 1);
-    EXPECT_EQ(first->info->secondMap->header.object, &tree.textureObjects[2]);
-    EXPECT_EQ(first->info->secondMap->info, nullptr) << "a second map has no info of its own";
-    EXPECT_EQ(first->info->secondMap->keepsBlending, 1);
-    EXPECT_EQ(figure->info->loadedTextures[1]->keepsBlending, 1);
-
-    const auto* light = reinterpret_cast<K8Light*>(root->info->childHandles[1]);
-    EXPECT_EQ(light->info->direction[2], 6);
+    EXPECT_EQ(secondMap->header.object, &tree.textureObjects[2]);
+    EXPECT_EQ(secondMap->info, nullptr) << "a second map has no info of its own";
+    EXPECT_TRUE(secondMap->keepsBlending && figure->info->loadedTextures[1]->keepsBlending);
+    EXPECT_EQ(reinterpret_cast<K8Light*>(root->info->childHandles[1])->info->direction[2], 6);
     const auto* primitive = reinterpret_cast<K8Primitive*>(root->info->childHandles[3]);
-    EXPECT_NE(primitive->info->values[0], tree.positions);
+    tree.positions[2] = 31;
     EXPECT_EQ(primitive->info->values[0][2], 30);
     EXPECT_EQ(primitive->info->values[2], nullptr) << "a count of 0 has no array";
     const auto* inner = reinterpret_cast<K8Group*>(root->info->childHandles[4]);
@@ -122,8 +116,6 @@ TEST(HandleCopy, HoldsItsOwnRecordsAndArraysAndSharesTheObjects) {
     EXPECT_NE(inner->info->childHandles[0], root->info->childHandles[3]) << "named twice, copied twice";
     EXPECT_EQ(inner->info->childHandles[1], nullptr) << "a null child stays null";
 
-    tree.positions[2] = 31;
-    EXPECT_EQ(primitive->info->values[0][2], 30);
     K8Handle_releaseCopy(&root->header);
     EXPECT_EQ(tree.references(), std::vector<int32_t>(7, 1));
     EXPECT_EQ(host.liveBlocks(), poolBlocks);

@@ -4,7 +4,6 @@
 #include <numbers>
 
 #include "k8.h"
-#include "tests/frame/number_reference.h"
 
 namespace {
 

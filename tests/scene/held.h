@@ -9,6 +9,7 @@
 
 #include "scene/duplicate.h"
 #include "scene/group.h"
+#include "scene/texture2d.h"
 #include "scene/triangle_strip_array.h"
 #include "scene/vertex_array.h"
 #include "scene/vertex_buffer.h"
@@ -60,6 +61,17 @@ inline TriangleStripArray* makeTriangle() {
     Result result;
     int32_t length = 3;
     return qelTriangleStripArray_createImplicit(0, &length, 1, true, &result);
+}
+
+inline Image2D* makeImage(ImageFormat format = ImageFormat::Rgb, int32_t width = 2, int32_t height = 2) {
+    Result result;
+    return qelImage2D_createMutable(int32_t(format), width, height, &result);
+}
+
+inline Texture2D* makeTexture(Image2D* adopted = makeImage()) {
+    const Held image(adopted);
+    Result result;
+    return adopted ? qelTexture2D_create(adopted, &result) : nullptr;
 }
 
 template <typename T>

@@ -25,40 +25,31 @@ static Bytes bytesOf(const void* data, size_t count) {
     return {bytes, bytes + count};
 }
 
-static Words wordsOf(const void* data, size_t count) {
-    const auto* words = static_cast<const uint16_t*>(data);
-    return {words, words + count};
-}
-
 // --- Packing ---
 
 TEST(PixelPacking, MatchesTheBitLayoutsForEveryByteAndLength) {
     std::mt19937 random(1);
     Bytes given(4 * 1024 + 1);
     for (uint8_t& byte : given) byte = uint8_t(random());
-    for (uint32_t i = 0; i < 256; ++i)
-        given[4 * i + 1] = given[4 * i + 2] = given[4 * i + 3] = given[4 * i + 4] = uint8_t(i);
-    const uint8_t* p = given.data() + 1;  // aligned to nothing
-    for (const uint32_t n : {0u, 1u, 2u, 3u, 7u, 8u, 9u, 15u, 16u, 17u, 33u, 1000u, 1024u}) {
-        SCOPED_TRACE(n);
-        Words rgb(n + 1, 0xBEEF), bgr = rgb, packed4444 = rgb, packed5551 = rgb;
-        Words rgbExpected = rgb, bgrExpected = rgb, expected4444 = rgb, expected5551 = rgb;
-        qelImage2D_packRgb565(p, rgb.data(), n);
-        qelImage2D_packBgr565(p, bgr.data(), n);
-        qelImage2D_packRgba4444(p, packed4444.data(), n);
-        qelImage2D_packRgba5551(p, packed5551.data(), n);
-        for (uint32_t i = 0; i < n; ++i) {
-            const uint8_t *three = p + 3 * i, *four = p + 4 * i;
-            rgbExpected[i] = rgb565(three[0], three[1], three[2]);
-            bgrExpected[i] = rgb565(three[2], three[1], three[0]);
-            expected4444[i] = rgba4444(four[0], four[1], four[2], four[3]);
-            expected5551[i] = rgba5551(four[0], four[1], four[2], four[3]);
+    for (uint32_t i = 0; i < 256; ++i) std::fill_n(&given[4 * i + 1], 4, uint8_t(i));
+    struct Case {
+        const char* what;
+        void (*pack)(const uint8_t*, uint16_t*, uint32_t);
+        uint32_t bytes;
+        uint16_t (*packOne)(const uint8_t*);
+    };
+    for (const Case& c :
+         {Case{"rgb", qelImage2D_packRgb565, 3, [](const uint8_t* p) { return rgb565(p[0], p[1], p[2]); }},
+          Case{"bgr", qelImage2D_packBgr565, 3, [](const uint8_t* p) { return rgb565(p[2], p[1], p[0]); }},
+          Case{"4444", qelImage2D_packRgba4444, 4, [](const uint8_t* p) { return rgba4444(p[0], p[1], p[2], p[3]); }},
+          Case{"5551", qelImage2D_packRgba5551, 4, [](const uint8_t* p) { return rgba5551(p[0], p[1], p[2], p[3]); }}})
+        for (const uint32_t n : {0u, 1u, 2u, 3u, 7u, 8u, 9u, 15u, 16u, 17u, 33u, 1000u, 1024u}) {
+            const uint8_t* p = given.data() + 1;  // aligned to nothing
+            Words packed(n + 1, 0xBEEF), expected = packed;
+            c.pack(p, packed.data(), n);
+            for (uint32_t i = 0; i < n; ++i) expected[i] = c.packOne(p + c.bytes * i);
+            EXPECT_EQ(packed, expected) << c.what << ", " << n;
         }
-        EXPECT_EQ(rgb, rgbExpected);
-        EXPECT_EQ(bgr, bgrExpected);
-        EXPECT_EQ(packed4444, expected4444);
-        EXPECT_EQ(packed5551, expected5551);
-    }
 }
 
 // --- Stored forms ---
@@ -119,14 +110,17 @@ TEST(Image2D, StoresPalettesOf256EntriesBeforeTheIndices) {
 TEST(Image2D, ChecksPaletteLengths) {
     const Bytes indices(4), palette(2000);
     Result result;
-    const auto isTaken = [&](int32_t format, int32_t length) {
+    for (const auto& [format, length, isTaken] : {std::tuple(kRgb, 0, true),
+                                                  {kRgb, 3, true},
+                                                  {kRgb, 768, true},
+                                                  {kRgb, 2000, true},
+                                                  {kRgb, -3, false},
+                                                  {kRgb, 767, false},
+                                                  {kRgba, 6, false},
+                                                  {kLuminanceAlpha, 3, false}}) {
         const Held image(qelImage2D_createPalettized(format, 2, 2, indices.data(), palette.data(), length, &result));
-        return image.get() != nullptr;
-    };
-    for (const int32_t length : {0, 3, 768, 2000}) EXPECT_TRUE(isTaken(kRgb, length)) << length;
-    for (const int32_t length : {-3, 767}) EXPECT_FALSE(isTaken(kRgb, length)) << length;
-    EXPECT_FALSE(isTaken(kRgba, 6));
-    EXPECT_FALSE(isTaken(kLuminanceAlpha, 3));
+        EXPECT_EQ(image.get() != nullptr, isTaken) << format << ", " << length;
+    }
     EXPECT_EQ(qelImage2D_createPalettized(kRgb, 2, 2, nullptr, palette.data(), 3, &result), nullptr);
     EXPECT_EQ(qelImage2D_createPalettized(kRgb, 2, 2, indices.data(), nullptr, 0, &result), nullptr);
     EXPECT_EQ(result, QEL_STATUS_NULL_POINTER);
@@ -142,30 +136,27 @@ TEST(Image2D, KeepsFigureTexturesAs5551) {
     Words expected;
     for (size_t i = 0; i < 1024; i += 4)
         expected.push_back(rgba5551(palette[i], palette[i + 1], palette[i + 2], palette[i + 3]));
-    EXPECT_EQ(wordsOf(image->paletteBlock, 256), expected);
+    EXPECT_EQ(bytesOf(image->paletteBlock, 512), bytesOf(expected.data(), 512));
     EXPECT_EQ(image->format, ImageFormat::Rgba);
     EXPECT_EQ(image->levelRecord->palette5551, 1);
 }
 
 TEST(Image2D, RefusesWhatIsNoImage) {
     const Bytes some(16);
-    struct Case {
-        int32_t format, width, height;
-        Result result;
-    };
     constexpr Result kBad = QEL_STATUS_ILLEGAL_ARGUMENT, kMemory = QEL_STATUS_OUT_OF_MEMORY;
-    for (const Case& c : {Case{95, 1, 1, kBad}, Case{101, 1, 1, kBad}, Case{kRgb, -1, 1, kBad}, Case{kRgb, 1, -1, kBad},
-                          Case{kRgba, INT32_MAX, INT32_MAX, kMemory}, Case{kAlpha, 65536, 65536, kMemory},
-                          Case{kLuminanceAlpha, 32768, 65536, kMemory}, Case{kRgb, 0, 5, QEL_STATUS_OK}}) {
-        SCOPED_TRACE(testing::Message() << c.format << ": " << c.width << " x " << c.height);
+    using Row = std::array<int32_t, 4>;
+    for (const auto& [format, width, height, expected] :
+         {Row{95, 1, 1, kBad}, Row{101, 1, 1, kBad}, Row{kRgb, -1, 1, kBad}, Row{kRgb, 1, -1, kBad},
+          Row{kRgba, INT32_MAX, INT32_MAX, kMemory}, Row{kAlpha, 65536, 65536, kMemory},
+          Row{kLuminanceAlpha, 32768, 65536, kMemory}, Row{kRgb, 0, 5, QEL_STATUS_OK}}) {
+        SCOPED_TRACE(testing::Message() << format << ": " << width << " x " << height);
         Result result = -1;
-        const Held blank(qelImage2D_createMutable(c.format, c.width, c.height, &result));
-        EXPECT_EQ(result, c.result);
-        const Held image(qelImage2D_createFromPixels(c.format, c.width, c.height, some.data(), true, &result));
-        EXPECT_EQ(result, c.result);
-        const Held indexed(
-            qelImage2D_createPalettized(c.format, c.width, c.height, some.data(), some.data(), 0, &result));
-        EXPECT_EQ(result, c.result);
+        const Held blank(qelImage2D_createMutable(format, width, height, &result));
+        EXPECT_EQ(result, expected);
+        const Held image(qelImage2D_createFromPixels(format, width, height, some.data(), true, &result));
+        EXPECT_EQ(result, expected);
+        const Held indexed(qelImage2D_createPalettized(format, width, height, some.data(), some.data(), 0, &result));
+        EXPECT_EQ(result, expected);
     }
 }
 
@@ -214,22 +205,18 @@ TEST(Image2D, MutableImagesStartWhiteAndTurnTo16Bits) {
 }
 
 TEST(Image2D, SetsOnlyRectanglesInside) {
-    Result result;
-    const Held image(qelImage2D_createMutable(kAlpha, 4, 3, &result));
+    const Held image(makeImage(ImageFormat::Alpha, 4, 3));
     const Bytes pixels(12);
-    struct Case {
-        int32_t x, y, width, height;
-        bool isInside;
-    };
-    for (const Case& c :
-         {Case{0, 0, 4, 3, true}, Case{3, 2, 1, 1, true}, Case{1, 0, 4, 1, false}, Case{0, 1, 1, 3, false},
-          Case{-1, 0, 1, 1, false}, Case{0, -1, 1, 1, false}, Case{0, 0, 0, 1, false}, Case{0, 0, 1, 0, false},
-          Case{1, 0, INT32_MAX, 1, false}, Case{INT32_MAX, 0, 1, 1, false}}) {
-        SCOPED_TRACE(testing::Message() << c.x << ' ' << c.y << ' ' << c.width << ' ' << c.height);
+    using Row = std::array<int32_t, 5>;
+    for (const auto& [x, y, width, height, isInside] :
+         {Row{0, 0, 4, 3, true}, Row{3, 2, 1, 1, true}, Row{1, 0, 4, 1, false}, Row{0, 1, 1, 3, false},
+          Row{-1, 0, 1, 1, false}, Row{0, -1, 1, 1, false}, Row{0, 0, 0, 1, false}, Row{0, 0, 1, 0, false},
+          Row{1, 0, INT32_MAX, 1, false}, Row{INT32_MAX, 0, 1, 1, false}}) {
+        SCOPED_TRACE(testing::Message() << x << ' ' << y << ' ' << width << ' ' << height);
         const uint32_t version = image->version;
-        EXPECT_EQ(qelImage2D_set(image, c.x, c.y, c.width, c.height, pixels.data()),
-                  c.isInside ? QEL_STATUS_OK : QEL_STATUS_ILLEGAL_ARGUMENT);
-        EXPECT_EQ(image->version, version + c.isInside);
+        EXPECT_EQ(qelImage2D_set(image, x, y, width, height, pixels.data()),
+                  isInside ? QEL_STATUS_OK : QEL_STATUS_ILLEGAL_ARGUMENT);
+        EXPECT_EQ(image->version, version + uint32_t(isInside));
     }
     EXPECT_EQ(qelImage2D_set(image, 0, 0, 1, 1, nullptr), QEL_STATUS_NULL_POINTER);
 
@@ -245,7 +232,7 @@ TEST(Image2D, DuplicateOwnsPixelsAndTexture) {
     const Bytes indices = {1, 2, 3, 4}, palette(1024, 0x88);
     Result result;
     const Held indexed(qelImage2D_createPalettized5551(2, 2, indices.data(), palette.data(), &result));
-    const Held blank(qelImage2D_createMutable(kRgba, 2, 2, &result));
+    const Held blank(makeImage(ImageFormat::Rgba));
     for (const Image2D* image : {indexed.get(), blank.get()}) {
         const auto stored = [](const Image2D* i) {
             return i->paletteBlock ? bytesOf(i->paletteBlock, 512 + 4) : bytesOf(i->pixels, 16);

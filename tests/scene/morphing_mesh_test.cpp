@@ -71,24 +71,6 @@ TEST(MorphingMesh, AddsRoundedWeightedDifferences) {
     expectMorphs<uint8_t>(3, &VertexBuffer::colors);
 }
 
-TEST(MorphingMesh, RoundsHalvesAwayFromZeroAndSaturates) {
-    struct Case {
-        int8_t base, target;
-        float weight;
-        int8_t morphed;
-    };
-    for (const Case& c : {Case{10, 21, 0.5f, 16}, Case{10, -1, 0.5f, 4}, Case{100, 120, 2, -116},
-                          Case{0, 64, 0x1p25f, -1}, Case{0, -64, 0x1p25f, 0}}) {
-        SCOPED_TRACE(testing::Message() << int(c.base) << " to " << int(c.target) << " x " << c.weight);
-        const Held base(makeBuffer<int8_t>({c.base, 0, 0})), target(makeBuffer<int8_t>({c.target, 0, 0}));
-        Result result;
-        const Held mesh(makeMorphing(base, {target}, &result));
-        qelMorphingMesh_setWeights(mesh, &c.weight);
-        qelMorphingMesh_morph(mesh);
-        EXPECT_EQ(valuesOf<int8_t>(mesh->morphedBuffer->positions)[0], c.morphed);
-    }
-}
-
 TEST(MorphingMesh, CopiesWhatTheTargetsDoNotCarry) {
     const Held base(makeBuffer<int16_t>({10, 20, 30}, 0.5f, {1, 2, 3})), target(makeBuffer<int16_t>({20, 20, 20}));
     const Held coords(makeArray<int8_t>(2, {4, 5})), normals(makeArray<int8_t>(3, {0, 3, 0}));
@@ -189,13 +171,13 @@ TEST(MorphingMesh, DuplicateMorphsIntoItsOwnBuffer) {
     const Held mesh(makeMorphing(base, {target}, &result));
     const float half = 0.5f, one = 1;
     qelMorphingMesh_setWeights(mesh, &half);
-    qelMorphingMesh_morph(mesh);
     const Held copy(static_cast<MorphingMesh*>(qelMorphingMesh_duplicate(mesh)));
     EXPECT_EQ(copy->weights[0], 0.5f);
     qelMorphingMesh_setWeights(copy, &one);
-    qelMorphingMesh_morph(copy);
-    EXPECT_EQ(valuesOf<int8_t>(mesh->morphedBuffer->positions)[0], 5);
-    EXPECT_EQ(valuesOf<int8_t>(copy->morphedBuffer->positions)[0], 10);
+    for (MorphingMesh* each : {mesh.get(), copy.get()}) {
+        qelMorphingMesh_morph(each);
+        EXPECT_EQ(valuesOf<int8_t>(each->morphedBuffer->positions)[0], each == copy ? 10 : 5);
+    }
 }
 
 TEST(MorphingMesh, GivesEverythingBackWhenMemoryRunsOut) {

@@ -74,23 +74,29 @@ TEST(Object3D, AcceptsTracksThatSuitTheClass) {
 }
 
 TEST(Object3D, RefusesTracksThatClash) {
-    const auto agree = [](ClassId classId, int32_t property, int32_t components, int32_t other, int32_t ofOther) {
-        TrackOnStack first(property, components), second(other, ofOther);
-        Target target(classId);
-        EXPECT_EQ(qelObject3D_addAnimationTrack(&target, first), QEL_STATUS_OK);
-        const Result result = qelObject3D_addAnimationTrack(&target, second);
-        EXPECT_EQ(second.track.refCount, result == QEL_STATUS_OK ? 2 : 1);
-        EXPECT_EQ(qelObject3D_addAnimationTrack(&target, first), QEL_STATUS_ILLEGAL_ARGUMENT) << "the same track again";
-        return result == QEL_STATUS_OK;
+    struct Case {
+        const char* what;
+        ClassId classId;
+        int32_t property, components, otherProperty, otherComponents;
+        bool agree;
     };
-    EXPECT_TRUE(agree(ClassId::Material, 257, 3, 257, 3));
-    EXPECT_FALSE(agree(ClassId::Material, 257, 3, 257, 4)) << "another size";
-    EXPECT_TRUE(agree(ClassId::Material, 257, 3, 271, 1)) << "another property";
-    EXPECT_TRUE(agree(ClassId::Group, 25, 3, 25, 4)) << "directions are not summed";
-    EXPECT_FALSE(agree(ClassId::Group, 23, 16, 23, 12)) << "matrices must agree";
-    Target target(ClassId::Group);
-    EXPECT_EQ(qelObject3D_addAnimationTrack(&target, nullptr), QEL_STATUS_NULL_POINTER);
-    EXPECT_EQ(qelObject3D_removeAnimationTrack(&target, nullptr), QEL_STATUS_NULL_POINTER);
+    using enum ClassId;
+    for (const Case& c :
+         {Case{"alike", Material, 257, 3, 257, 3, true}, Case{"another size", Material, 257, 3, 257, 4, false},
+          Case{"another property", Material, 257, 3, 271, 1, true},
+          Case{"directions are not summed", Group, 25, 3, 25, 4, true},
+          Case{"matrices must agree", Group, 23, 16, 23, 12, false}}) {
+        SCOPED_TRACE(c.what);
+        TrackOnStack first(c.property, c.components), second(c.otherProperty, c.otherComponents);
+        Target target(c.classId);
+        EXPECT_EQ(qelObject3D_addAnimationTrack(&target, first), QEL_STATUS_OK);
+        EXPECT_EQ(qelObject3D_addAnimationTrack(&target, second),
+                  c.agree ? QEL_STATUS_OK : QEL_STATUS_ILLEGAL_ARGUMENT);
+        EXPECT_EQ(second.track.refCount, c.agree ? 2 : 1);
+        EXPECT_EQ(qelObject3D_addAnimationTrack(&target, first), QEL_STATUS_ILLEGAL_ARGUMENT) << "the same track again";
+        EXPECT_EQ(qelObject3D_addAnimationTrack(&target, nullptr), QEL_STATUS_NULL_POINTER);
+        EXPECT_EQ(qelObject3D_removeAnimationTrack(&target, nullptr), QEL_STATUS_NULL_POINTER);
+    }
 }
 
 TEST(Object3D, TrackListKeepsOrderAndReferences) {
@@ -153,26 +159,7 @@ TEST(Object3D, LongChainsDieWithoutDeepRecursion) {
     EXPECT_EQ(liveMarkers, 0);
 }
 
-TEST(Object3D, ExchangeSurvivesTheSameObject) {
-    Object3D* member = markerBefore(nullptr);
-    qelObject3D_exchange(member, member);
-    EXPECT_EQ(liveMarkers, 1);
-    EXPECT_EQ(member->refCount, 1);
-    qelObject3D_exchange(member, static_cast<Object3D*>(nullptr));
-    EXPECT_EQ(liveMarkers, 0);
-}
-
 // --- Duplication ---
-
-static UserParameter* makeParameters(const std::vector<std::string>& values) {
-    auto* parameters = qelAllocArrayOf<UserParameter>(uint32_t(values.size()));
-    for (size_t i = 0; i < values.size(); ++i) {
-        parameters[i] = {uint32_t(100 + i), uint32_t(values[i].size()),
-                         qelAllocArrayOf<uint8_t>(uint32_t(values[i].size()))};
-        std::ranges::copy(values[i], parameters[i].data);
-    }
-    return parameters;
-}
 
 TEST(Object3D, DuplicateHasAHeaderOfItsOwn) {
     CountingHeap heap;
@@ -181,7 +168,11 @@ TEST(Object3D, DuplicateHasAHeaderOfItsOwn) {
     source->userId = 42;
     source->stateChanged = 0;
     qelObject3D_addAnimationTrack(source, track);
-    qelObject3D_adoptUserParameters(source, makeParameters({"red", ""}), 2);
+    auto* parameters = qelAllocArrayOf<UserParameter>(2);
+    parameters[0] = {100, 3, qelAllocArrayOf<uint8_t>(3)};
+    std::ranges::copy(std::string("red"), parameters[0].data);
+    parameters[1] = {101, 0, qelAllocArrayOf<uint8_t>(0)};
+    qelObject3D_adoptUserParameters(source, parameters, 2);
 
     const int32_t blocks = heap.liveBlocks();
     constexpr int32_t kAllocations = 5;  // the object, its track list, the parameters and their data
@@ -200,10 +191,10 @@ TEST(Object3D, DuplicateHasAHeaderOfItsOwn) {
     EXPECT_EQ(copy->stateChanged, 1);
     EXPECT_EQ(tracksOf(copy), std::vector<AnimationTrack*>{track});
     ASSERT_EQ(qelObject3D_getUserParameterCount(copy), 2u);
-    const UserParameter* parameters = qelObject3D_getUserParameters(copy);
-    EXPECT_EQ(parameters[0].id, 100u);
-    EXPECT_EQ(std::string(parameters[0].data, parameters[0].data + parameters[0].length), "red");
-    EXPECT_EQ(parameters[1].length, 0u);
+    const UserParameter* copied = qelObject3D_getUserParameters(copy);
+    EXPECT_EQ(copied[0].id, 100u);
+    EXPECT_EQ(std::string(copied[0].data, copied[0].data + copied[0].length), "red");
+    EXPECT_EQ(copied[1].length, 0u);
     qelObject3D_unref(copy);
     EXPECT_EQ(track.track.refCount, 1);
 }

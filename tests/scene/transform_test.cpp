@@ -72,6 +72,8 @@ TEST(Transform, ProductsAccumulateInColumnOrderInSinglePrecision) {
 TEST(Transform, StatesAndChangedFlag) {
     using T = qelTransform;
     static const Matrix kMoved = {1, 0, 0, 5, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
+    static T known = identity(), knownNot = transformOf(kMoved);
+    qelTransform_isIdentity(&knownNot);
     const T one = identity(), unknown = transformOf(kIdentityElements), moved = transformOf(kMoved);
     struct Case {
         const char* what;
@@ -91,21 +93,8 @@ TEST(Transform, StatesAndChangedFlag) {
              Case{"translation by nothing", moved, [](T* t) { qelTransform_postTranslate(t, 0, 0, 0); }, {0, 0, 0}},
              Case{"rotation", one, [](T* t) { qelTransform_postRotate(t, 30, 1, 0, 0); }, {0, 0, 1}},
              Case{"no turn", moved, [](T* t) { _qelTransform_postRotateQuat(t, 0, 0, 0, 2); }, {0, 0, 0}},
-             Case{"identity times",
-                  one,
-                  [](T* t) {
-                      T right = transformOf(kMoved);
-                      qelTransform_isIdentity(&right);
-                      qelTransform_postMultiply(t, &right);
-                  },
-                  {1, 0, 1}},
-             Case{"times identity",
-                  moved,
-                  [](T* t) {
-                      T right = identity();
-                      qelTransform_postMultiply(t, &right);
-                  },
-                  {1, 0, 0}},
+             Case{"identity times", one, [](T* t) { qelTransform_postMultiply(t, &knownNot); }, {1, 0, 1}},
+             Case{"times identity", moved, [](T* t) { qelTransform_postMultiply(t, &known); }, {1, 0, 0}},
              Case{"transpose", moved, qelTransform_transpose, {1, 0, 1}},
              Case{"inverse of the identity", unknown, [](T* t) { qelTransform_invert(t); }, {2, 2, 0}},
              Case{"inverse into itself", unknown, [](T* t) { qelTransform_invert_copy(t, t); }, {0, 0, 1}},
@@ -118,15 +107,12 @@ TEST(Transform, StatesAndChangedFlag) {
 }
 
 TEST(Transform, RotatesAboutAxesAndQuaternionsOfAnyLength) {
-    struct Case {
-        float degrees, x, y, z;
-    };
-    for (const Case& c : {Case{90, 0, 0, 2}, Case{-33, 1, 2, 3}, Case{720.5f, -4, 0.1f, 0},
-                          Case{180, 1e-20f, 1e-20f, 0}, Case{12, 1e30f, 0, -1e30f}}) {
+    for (const auto& [degrees, x, y, z] : std::vector<std::array<float, 4>>{
+             {90, 0, 0, 2}, {-33, 1, 2, 3}, {720.5f, -4, 0.1f, 0}, {180, 1e-20f, 1e-20f, 0}, {12, 1e30f, 0, -1e30f}}) {
         qelTransform t = identity();
-        ASSERT_EQ(qelTransform_postRotate(&t, c.degrees, c.x, c.y, c.z), QEL_STATUS_OK);
+        ASSERT_EQ(qelTransform_postRotate(&t, degrees, x, y, z), QEL_STATUS_OK);
         // Single precision of pi / 180 is off by 8e-9, times the radians of two turns.
-        expectNear(t, rotation(c.degrees, {c.x, c.y, c.z}), 3e-7L);
+        expectNear(t, rotation(degrees, {x, y, z}), 3e-7L);
     }
     const long double half = 25 * std::acos(-1.0L) / 180, s = 7 * std::sin(half) / std::sqrt(14.0L);
     qelTransform t = identity();
@@ -192,6 +178,20 @@ TEST(Transform, SingularMatricesStayAsTheyAre) {
         EXPECT_EQ(elementsOf(out), kIdentityElements);
         EXPECT_EQ(out.changed, 0);
     }
+}
+
+TEST(Transform, RefusesNullArguments) {
+    qelTransform t = transformOf(kCounted), out = identity();
+    for (const int32_t result :
+         {qelTransform_set_fl(&t, nullptr), qelTransform_set_tr(&t, nullptr), qelTransform_get(&t, nullptr),
+          qelTransform_getColumnMajor(&t, nullptr), qelTransform_postMultiply(&t, nullptr),
+          qelTransform_postMultiply_copy(&t, nullptr, &out), qelTransform_postMultiply_copy(&t, &t, nullptr),
+          qelTransform_invert_copy(&t, nullptr), qelTransform_invertNonScaled_copy(&t, nullptr),
+          qelTransform_transformVectors(&t, nullptr, 1)})
+        EXPECT_EQ(result, QEL_STATUS_NULL_POINTER);
+    EXPECT_EQ(elementsOf(t), kCounted);
+    EXPECT_EQ(elementsOf(out), kIdentityElements);
+    EXPECT_EQ(t.changed + out.changed, 0);
 }
 
 // --- Vectors and other forms ---

@@ -9,19 +9,17 @@
 // --- VertexArray ---
 
 TEST(VertexArray, RefusesShapesOutsideItsLimits) {
-    Result result;
-    for (const auto& [vertices, components, size, accepted] : std::vector<std::array<int32_t, 4>>{{1, 2, 1, true},
-                                                                                                  {65535, 4, 2, true},
-                                                                                                  {0, 3, 2},
-                                                                                                  {-1, 3, 2},
-                                                                                                  {65536, 3, 2},
-                                                                                                  {10, 1, 2},
-                                                                                                  {10, 5, 2},
-                                                                                                  {10, 3, 4},
-                                                                                                  {10, 3, 0}}) {
-        const Held array(qelVertexArray_create(vertices, components, size, &result));
-        EXPECT_EQ(array.get() != nullptr, accepted) << vertices << ", " << components << ", " << size;
-        EXPECT_EQ(result, accepted ? QEL_STATUS_OK : QEL_STATUS_ILLEGAL_ARGUMENT);
+    struct Case {
+        int32_t vertices, components, size;
+        bool isAccepted;
+    };
+    for (const Case& c : {Case{1, 2, 1, true}, Case{65535, 4, 2, true}, Case{0, 3, 2, false}, Case{-1, 3, 2, false},
+                          Case{65536, 3, 2, false}, Case{10, 1, 2, false}, Case{10, 5, 2, false}, Case{10, 3, 4, false},
+                          Case{10, 3, 0, false}}) {
+        Result result;
+        const Held array(qelVertexArray_create(c.vertices, c.components, c.size, &result));
+        EXPECT_EQ(array.get() != nullptr, c.isAccepted) << c.vertices << ", " << c.components << ", " << c.size;
+        EXPECT_EQ(result, c.isAccepted ? QEL_STATUS_OK : QEL_STATUS_ILLEGAL_ARGUMENT);
     }
 }
 
@@ -29,28 +27,21 @@ TEST(VertexArray, ChecksRangesAndCopiesWholeVertices) {
     const Held array(makeArray<int16_t>(2, {0, 0, 1, 2, 3, 4, 5, 6}));
     int16_t words[8] = {7, -8, 9, -32768};
     int8_t bytes[8] = {};
-    struct Case {
-        const char* what;
-        int32_t first, count;
-        Result words, bytes;
-    };
     constexpr Result kOk = QEL_STATUS_OK, kState = QEL_STATUS_ILLEGAL_STATE, kArgument = QEL_STATUS_ILLEGAL_ARGUMENT,
                      kIndex = QEL_STATUS_INDEX_OUT_OF_RANGE;
-    for (const Case& c :
-         {Case{"some", 1, 2, kOk, kState}, Case{"none", 3, 0, kOk, kState}, Case{"one past", 1, 4, kIndex, kIndex},
-          Case{"from the end", 4, 0, kIndex, kIndex}, Case{"sum wraps", 1, INT32_MAX, kIndex, kIndex},
-          Case{"before the start", -1, 2, kIndex, kIndex}, Case{"negative count", 0, -1, kArgument, kArgument}}) {
-        SCOPED_TRACE(c.what);
-        EXPECT_EQ(qelVertexArray_set16(array, c.first, c.count, words), c.words);
-        EXPECT_EQ(qelVertexArray_get16(array, c.first, c.count, words), c.words);
-        EXPECT_EQ(qelVertexArray_set8(array, c.first, c.count, bytes), c.bytes);
-        EXPECT_EQ(qelVertexArray_get8(array, c.first, c.count, bytes), c.bytes);
+    using Row = std::array<int32_t, 4>;
+    for (const auto& [first, count, ofWords, ofBytes] :
+         {Row{1, 2, kOk, kState}, Row{3, 0, kOk, kState}, Row{1, 4, kIndex, kIndex}, Row{4, 0, kIndex, kIndex},
+          Row{1, INT32_MAX, kIndex, kIndex}, Row{-1, 2, kIndex, kIndex}, Row{0, -1, kArgument, kArgument}}) {
+        SCOPED_TRACE(testing::Message() << first << ", " << count);
+        EXPECT_EQ(qelVertexArray_set16(array, first, count, words), ofWords);
+        EXPECT_EQ(qelVertexArray_get16(array, first, count, words), ofWords);
+        EXPECT_EQ(qelVertexArray_set8(array, first, count, bytes), ofBytes);
+        EXPECT_EQ(qelVertexArray_get8(array, first, count, bytes), ofBytes);
     }
-    EXPECT_EQ(valuesOf<int16_t>(array), (std::vector<int16_t>{0, 0, 7, -8, 9, -32768, 5, 6}));
     EXPECT_EQ(qelVertexArray_get16(array, 9, 9, nullptr), QEL_STATUS_NULL_POINTER) << "before the range";
     qelVertexArray_get16(array, 3, 1, words);
     EXPECT_EQ(std::vector<int16_t>(words, words + 3), (std::vector<int16_t>{5, 6, 9}));
-
     array->cache = qelAllocArray(5, 1);
     const Held copy(static_cast<VertexArray*>(qelVertexArray_duplicate(array)));
     static_cast<int16_t*>(array->data)[0] = 99;
@@ -79,26 +70,22 @@ TEST(VertexArray, AdoptsABlockOnlyOnSuccess) {
 
 TEST(VertexBuffer, RefusesArraysOfTheWrongShape) {
     const Held buffer(qelVertexBuffer_create());
-    struct Case {
-        int32_t components;
-        bool isByte;
-        Result positions, normals, colors, texCoords;
-    };
     constexpr Result kOk = QEL_STATUS_OK, kBad = QEL_STATUS_ILLEGAL_ARGUMENT;
-    for (const Case& c : {Case{2, true, kBad, kBad, kBad, kOk}, Case{3, true, kOk, kOk, kOk, kOk},
-                          Case{4, true, kBad, kBad, kOk, kBad}, Case{3, false, kOk, kOk, kBad, kOk}}) {
-        SCOPED_TRACE(testing::Message() << c.components << (c.isByte ? " bytes" : " words"));
-        const Held array(c.isByte ? makeArray<int8_t>(c.components, std::vector<int8_t>(12))
-                                  : makeArray<int16_t>(c.components, std::vector<int16_t>(12)));
-        EXPECT_EQ(qelVertexBuffer_setPositions(buffer, array, 1, nullptr), c.positions);
-        EXPECT_EQ(qelVertexBuffer_setNormals(buffer, array), c.normals);
-        EXPECT_EQ(qelVertexBuffer_setNormalsAsIs(buffer, array), c.normals);
-        EXPECT_EQ(qelVertexBuffer_setColors(buffer, array), c.colors);
-        EXPECT_EQ(qelVertexBuffer_setTexCoords(buffer, 1, array, 1, nullptr), c.texCoords);
-        EXPECT_EQ(qelVertexBuffer_setTexCoords(buffer, 2, array, 1, nullptr), kBad);
-        EXPECT_EQ(qelVertexBuffer_setTexCoords(buffer, -1, array, 1, nullptr), kBad);
+    using Row = std::array<int32_t, 6>;
+    for (const auto& [components, isByte, positions, normals, colors, texCoords] :
+         {Row{2, true, kBad, kBad, kBad, kOk}, Row{3, true, kOk, kOk, kOk, kOk}, Row{4, true, kBad, kBad, kOk, kBad},
+          Row{3, false, kOk, kOk, kBad, kOk}}) {
+        SCOPED_TRACE(testing::Message() << components << (isByte ? " bytes" : " words"));
+        const Held array(isByte ? makeArray<int8_t>(components, std::vector<int8_t>(12))
+                                : makeArray<int16_t>(components, std::vector<int16_t>(12)));
+        EXPECT_EQ(qelVertexBuffer_setPositions(buffer, array, 1, nullptr), positions);
+        EXPECT_EQ(qelVertexBuffer_setNormals(buffer, array), normals);
+        EXPECT_EQ(qelVertexBuffer_setNormalsAsIs(buffer, array), normals);
+        EXPECT_EQ(qelVertexBuffer_setColors(buffer, array), colors);
+        EXPECT_EQ(qelVertexBuffer_setTexCoords(buffer, 1, array, 1, nullptr), texCoords);
+        for (const int32_t unit : {-1, 2})
+            EXPECT_EQ(qelVertexBuffer_setTexCoords(buffer, unit, array, 1, nullptr), kBad);
     }
-    EXPECT_EQ(qelVertexBuffer_setPositions(buffer, nullptr, 1, nullptr), kOk);
 }
 
 TEST(VertexBuffer, PositionsCountAsChangedByArrayAndScaleButNotByBias) {
@@ -150,7 +137,10 @@ static std::vector<T> normalised(const std::vector<T>& values) {
 }
 
 template <typename T>
-static void expectNormalised(const std::vector<T>& values) {
+static void expectNormalised() {
+    std::mt19937 random(1);
+    std::vector<T> values(3 * 65535);
+    for (T& value : values) value = T(random() >> (random() % (8 * sizeof(T))));
     const Held buffer(qelVertexBuffer_create());
     const Held array(makeArray<T>(3, values));
     ASSERT_EQ(qelVertexBuffer_setNormals(buffer, array), QEL_STATUS_OK);
@@ -159,8 +149,8 @@ static void expectNormalised(const std::vector<T>& values) {
 
 TEST(VertexBuffer, NormalisesNormalsInPlace) {
     const Held buffer(qelVertexBuffer_create());
-    const Held array(makeArray<int16_t>(3, {3, 4, 0, 0, 0, 0, -32768, -32768, -32768}));
-    const std::vector<int16_t> given = valuesOf<int16_t>(array);
+    const std::vector<int16_t> given = {3, 4, 0, 0, 0, 0, -32768, -32768, -32768};
+    const Held array(makeArray<int16_t>(3, given));
     qelVertexBuffer_setNormalsAsIs(buffer, array);
     EXPECT_EQ(valuesOf<int16_t>(array), given);
     qelVertexBuffer_setNormals(buffer, nullptr);
@@ -169,25 +159,11 @@ TEST(VertexBuffer, NormalisesNormalsInPlace) {
     buffer->normalsChanged = 0;
     qelVertexBuffer_setNormals(buffer, array);
     EXPECT_EQ(buffer->normalsChanged, 0) << "the same array";
-
-    std::vector<int8_t> bytes;
-    for (int32_t x = -128; x < 128; ++x)
-        for (int32_t y = -128; y < 128; ++y) {
-            const int8_t normal[] = {int8_t(x), int8_t(y), int8_t(x * 7 + y * 3)};
-            bytes.insert(bytes.end(), normal, normal + 3);
-            if (bytes.size() == 3 * 32768) expectNormalised(std::exchange(bytes, {}));
-        }
-    std::mt19937 random(1);
-    std::vector<int16_t> words(3 * 65535);
-    for (int16_t& word : words) word = int16_t(random() >> (random() & 15));
-    expectNormalised(words);
+    expectNormalised<int8_t>();
+    expectNormalised<int16_t>();
 }
 
 // --- TriangleStripArray ---
-
-static std::vector<uint16_t> indicesOf(const TriangleStripArray* array) {
-    return {array->indices, array->indices + array->indexCount};
-}
 
 TEST(TriangleStripArray, TurnsStripsIntoTrianglesOfOneWinding) {
     struct Case {
@@ -206,60 +182,54 @@ TEST(TriangleStripArray, TurnsStripsIntoTrianglesOfOneWinding) {
         const Held array(qelTriangleStripArray_createExplicit(
             c.lengths.data(), int32_t(c.lengths.size()), c.indices.data(), int32_t(c.indices.size()), true, &result));
         ASSERT_EQ(result, QEL_STATUS_OK);
-        EXPECT_EQ(indicesOf(array), c.triangles);
-        EXPECT_EQ(array->indexLimit, c.limit);
-        EXPECT_EQ(array->stripCount, 1);
-        EXPECT_EQ(array->stripLengths[0], array->indexCount);
-        EXPECT_EQ(qelTriangleStripArray_getTriangleCount(array), int32_t(c.triangles.size()) / 3);
         const Held copy(static_cast<TriangleStripArray*>(qelTriangleStripArray_duplicate(array)));
-        EXPECT_EQ(indicesOf(copy), c.triangles);
+        for (const TriangleStripArray* each : {array.get(), copy.get()}) {
+            EXPECT_EQ(std::vector(each->indices, each->indices + each->indexCount), c.triangles);
+            EXPECT_EQ(each->indexLimit, c.limit);
+            EXPECT_EQ(each->stripCount, 1);
+            EXPECT_EQ(each->stripLengths[0], each->indexCount);
+            EXPECT_EQ(qelTriangleStripArray_getTriangleCount(each), int32_t(c.triangles.size()) / 3);
+        }
         EXPECT_NE(copy->indices, array->indices);
     }
 }
 
 TEST(TriangleStripArray, RefusesWhatIsNoStrip) {
-    struct Case {
-        const char* what;
-        std::vector<int32_t> lengths, indices;
-        int32_t stripCount, indexCount;
-        Result result;
+    const auto refusalOf = [](int32_t stripCount, std::vector<int32_t> lengths, std::vector<int32_t> indices) {
+        Result result = QEL_STATUS_OK;
+        const auto indexCount = int32_t(indices.size());
+        indices.reserve(1);
+        const Held array(qelTriangleStripArray_createExplicit(lengths.data(), stripCount, indices.data(), indexCount,
+                                                              true, &result));
+        EXPECT_EQ(array.get(), nullptr);
+        return result;
     };
     constexpr Result kArgument = QEL_STATUS_ILLEGAL_ARGUMENT, kIndex = QEL_STATUS_INDEX_OUT_OF_RANGE;
-    for (Case& c : std::vector<Case>{
-             {"no strips", {3}, {0, 1, 2}, 0, 3, kArgument},
-             {"negative strip count", {3}, {0, 1, 2}, -1, 3, kArgument},
-             {"no indices", {3}, {0, 1, 2}, 1, 0, kArgument},
-             {"strip of two", {3, 2}, {0, 1, 2, 3, 4}, 2, 5, kArgument},
-             {"more strips than indices", {3, 3}, {0, 1, 2, 3, 4}, 2, 5, kArgument},
-             {"lengths whose sum wraps", {INT32_MAX, INT32_MAX, 5}, {0, 1, 2}, 3, 3, kArgument},
-             {"index too large", {3}, {0, 1, 65536}, 1, 3, kIndex},
-             {"negative index, not in a strip", {3}, {0, 1, 2, -1}, 1, 4, kIndex},
-         }) {
-        SCOPED_TRACE(c.what);
-        Result result = QEL_STATUS_OK;
-        EXPECT_EQ(qelTriangleStripArray_createExplicit(c.lengths.data(), c.stripCount, c.indices.data(), c.indexCount,
-                                                       true, &result),
-                  nullptr);
-        EXPECT_EQ(result, c.result);
-    }
+    for (const int32_t none : {0, -1}) EXPECT_EQ(refusalOf(none, {3}, {0, 1, 2}), kArgument) << "no strips";
+    EXPECT_EQ(refusalOf(1, {3}, {}), kArgument) << "no indices";
+    EXPECT_EQ(refusalOf(2, {3, 2}, {0, 1, 2, 3, 4}), kArgument) << "strip of two";
+    EXPECT_EQ(refusalOf(2, {3, 3}, {0, 1, 2, 3, 4}), kArgument) << "more strips than indices";
+    EXPECT_EQ(refusalOf(3, {INT32_MAX, INT32_MAX, 5}, {0, 1, 2}), kArgument) << "lengths whose sum wraps";
+    EXPECT_EQ(refusalOf(1, {3}, {0, 1, 65536}), kIndex);
+    EXPECT_EQ(refusalOf(1, {3}, {0, 1, 2, -1}), kIndex) << "not in a strip";
 }
 
 TEST(TriangleStripArray, ImplicitStripsStayWithin65535Vertices) {
     const auto limitOf = [](int32_t first, std::vector<int32_t> lengths) {
         Result result = QEL_STATUS_OK;
+        const auto count = int32_t(lengths.size());
         lengths.reserve(1);
-        const Held array(
-            qelTriangleStripArray_createImplicit(first, lengths.data(), int32_t(lengths.size()), true, &result));
+        const Held array(qelTriangleStripArray_createImplicit(first, lengths.data(), count, true, &result));
         return array.get() ? array->indexLimit : -result;
     };
+    constexpr Result kArgument = QEL_STATUS_ILLEGAL_ARGUMENT, kIndex = QEL_STATUS_INDEX_OUT_OF_RANGE;
     EXPECT_EQ(limitOf(10, {3, 5}), 18);
-    EXPECT_EQ(limitOf(0, {65535}), 65535);
     EXPECT_EQ(limitOf(65532, {3}), 65535);
-    EXPECT_EQ(limitOf(65533, {3}), -QEL_STATUS_INDEX_OUT_OF_RANGE);
-    EXPECT_EQ(limitOf(-1, {3}), -QEL_STATUS_INDEX_OUT_OF_RANGE);
-    EXPECT_EQ(limitOf(INT32_MAX, {INT32_MAX, INT32_MAX}), -QEL_STATUS_INDEX_OUT_OF_RANGE);
-    EXPECT_EQ(limitOf(0, {4, 2}), -QEL_STATUS_ILLEGAL_ARGUMENT);
-    EXPECT_EQ(limitOf(0, {}), -QEL_STATUS_ILLEGAL_ARGUMENT);
+    EXPECT_EQ(limitOf(65533, {3}), -kIndex);
+    EXPECT_EQ(limitOf(-1, {3}), -kIndex);
+    EXPECT_EQ(limitOf(INT32_MAX, {INT32_MAX, INT32_MAX}), -kIndex);
+    EXPECT_EQ(limitOf(0, {4, 2}), -kArgument);
+    EXPECT_EQ(limitOf(0, {}), -kArgument);
 }
 
 TEST(TriangleStripArray, AdoptsBlocksOnlyOnSuccess) {

@@ -103,42 +103,25 @@ static MtVectorKeys randomVectors(std::mt19937& random, const TableShape& shape,
     return keys;
 }
 
-static MtVectorKeys randomTranslations(std::mt19937& random, const TableShape& shape) {
-    return randomVectors(random, shape, -500, 500);
-}
-static MtVectorKeys randomScales(std::mt19937& random, const TableShape& shape) {
-    return randomVectors(random, shape, 2000, 6000);
-}
-static MtVectorKeys randomDirections(std::mt19937& random, const TableShape& shape) {
-    return randomVectors(random, shape, -4096, 4096);
-}
-static MtScalarKeys randomRolls(std::mt19937& random, const TableShape& shape) {
-    MtScalarKeys keys;
-    for (const uint16_t frame : randomFrames(random, shape)) keys.push_back({frame, randomInt16(random, 4096)});
-    return keys;
-}
-
 static MtTrack randomTrack(std::mt19937& random, const TableShape& shape) {
+    const auto translations = [&] { return randomVectors(random, shape, -500, 500); };
+    const auto scales = [&] { return randomVectors(random, shape, 2000, 6000); };
+    const auto directions = [&] { return randomVectors(random, shape, -4096, 4096); };
+    const auto offset = [&] { return randomInt16(random, 500); };
+    const auto roll = [&] { return randomInt16(random, 4096); };
+    const auto rolls = [&] {
+        MtScalarKeys keys;
+        for (const uint16_t frame : randomFrames(random, shape)) keys.push_back({frame, roll()});
+        return keys;
+    };
     switch (randomBetween(random, shape.hasKeysOnly ? 2 : 0, 6)) {
         case 0: return MtConstantMatrix{randomBone(random, 500)};
         case 1: return MtUnchanged{};
-        case 2:
-            return MtTranslateScaleDirectionRoll{.translation = randomTranslations(random, shape),
-                                                 .scale = randomScales(random, shape),
-                                                 .direction = randomDirections(random, shape),
-                                                 .roll = randomRolls(random, shape)};
-        case 3:
-            return MtDirectionFixedTranslateRoll{
-                .translation = {randomInt16(random, 500), randomInt16(random, 500), randomInt16(random, 500)},
-                .direction = randomDirections(random, shape),
-                .roll = randomInt16(random, 4096)};
-        case 4:
-            return MtDirectionRoll{.direction = randomDirections(random, shape), .roll = randomRolls(random, shape)};
-        case 5: return MtDirection{.direction = randomDirections(random, shape)};
-        default:
-            return MtTranslateDirectionRoll{.translation = randomTranslations(random, shape),
-                                            .direction = randomDirections(random, shape),
-                                            .roll = randomRolls(random, shape)};
+        case 2: return MtTranslateScaleDirectionRoll{translations(), scales(), directions(), rolls()};
+        case 3: return MtDirectionFixedTranslateRoll{{offset(), offset(), offset()}, directions(), roll()};
+        case 4: return MtDirectionRoll{directions(), rolls()};
+        case 5: return MtDirection{directions()};
+        default: return MtTranslateDirectionRoll{translations(), directions(), rolls()};
     }
 }
 

@@ -87,10 +87,6 @@ std::string brief(const GlLines& lines) {
     return all;
 }
 
-static constexpr GlRecorder::Matrix kIdentity = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
-
-GlRecorder::MatrixStack::MatrixStack() : top(kIdentity) {}
-
 GlRecorder::MatrixStack& GlRecorder::currentMatrix() {
     if (matrixMode == GL_PROJECTION) return projection;
     return matrixMode == GL_TEXTURE ? textureMatrix[activeUnit] : modelView;
@@ -153,65 +149,47 @@ const std::map<GLenum, const char*> kNames = {
 #undef NAME
 // clang-format on
 
-// Wrappers that choose how an argument is written. Small values have several names, so their function knows which to
-// use.
-struct Enum {
-    GLenum value;
-};
-struct Factor {
-    GLenum value;
-};
-struct Mode {
-    GLenum value;
-};
-struct Floats {
-    const GLfloat* values;
-    size_t count;
-};
-
-std::string numbered(const char* name, uint32_t n) { return name + std::to_string(n); }
-
-std::string text(Enum e) {
-    if (e.value >= GL_LIGHT0 && e.value <= GL_LIGHT7) return numbered("GL_LIGHT", e.value - GL_LIGHT0);
-    if (e.value >= GL_TEXTURE0 && e.value <= GL_TEXTURE31) return numbered("GL_TEXTURE", e.value - GL_TEXTURE0);
-    const auto found = kNames.find(e.value);
+// Small values have several names, so the functions know which kind they are given.
+std::string name(GLenum value) {
+    if (value >= GL_LIGHT0 && value <= GL_LIGHT7) return "GL_LIGHT" + std::to_string(value - GL_LIGHT0);
+    if (value >= GL_TEXTURE0 && value <= GL_TEXTURE31) return "GL_TEXTURE" + std::to_string(value - GL_TEXTURE0);
+    const auto found = kNames.find(value);
     if (found != kNames.end()) return found->second;
     char hex[16];
-    std::snprintf(hex, sizeof hex, "0x%04X", e.value);
+    std::snprintf(hex, sizeof hex, "0x%04X", value);
     return hex;
 }
-std::string text(Factor f) {
-    return f.value == GL_ZERO ? "GL_ZERO" : f.value == GL_ONE ? "GL_ONE" : text(Enum{f.value});
-}
-std::string text(Mode m) {
+std::string factor(GLenum value) { return value == GL_ZERO ? "GL_ZERO" : value == GL_ONE ? "GL_ONE" : name(value); }
+std::string primitives(GLenum mode) {
     static const char* const kModes[] = {"GL_POINTS",    "GL_LINES",          "GL_LINE_LOOP",   "GL_LINE_STRIP",
                                          "GL_TRIANGLES", "GL_TRIANGLE_STRIP", "GL_TRIANGLE_FAN"};
-    return kModes[m.value];
+    return kModes[mode];
 }
+
+std::string text(const std::string& words) { return words; }
+std::string text(GLint value) { return std::to_string(value); }
 std::string text(GLfloat value) {
     char digits[32];
     std::snprintf(digits, sizeof digits, "%g", double(value) + 0.0);  // + 0.0: no minus sign for zero
     return digits;
 }
-std::string text(GLint value) { return std::to_string(value); }
-std::string text(const char* literal) { return literal; }
-std::string text(Floats f) {
+std::string floats(const GLfloat* values, size_t count) {
     std::string all = "{";
-    for (size_t i = 0; i < f.count; ++i) all += (i ? ", " : "") + text(f.values[i]);
+    for (size_t i = 0; i < count; ++i) all += (i ? ", " : "") + text(values[i]);
     return all + "}";
 }
 
 template <typename... Arguments>
-std::string line(const char* name, Arguments... arguments) {
-    std::string all = std::string(name) + "(";
+std::string line(const char* call, Arguments... arguments) {
+    std::string all = std::string(call) + "(";
     [[maybe_unused]] const char* separator = "";
     ((all += separator + text(arguments), separator = ", "), ...);
     return all + ")";
 }
 
 template <typename... Arguments>
-void record(const char* name, Arguments... arguments) {
-    glRecorder.lines.push_back(line(name, arguments...));
+void record(const char* call, Arguments... arguments) {
+    glRecorder.lines.push_back(line(call, arguments...));
 }
 
 // --- Arrays ---
@@ -290,26 +268,26 @@ void recordUpload(std::string call, GLint level, const void* data, size_t byteCo
 
 void GL_APIENTRY glActiveTexture(GLenum texture) {
     glRecorder.activeUnit = texture - GL_TEXTURE0;
-    record("glActiveTexture", Enum{texture});
+    record("glActiveTexture", name(texture));
 }
-void GL_APIENTRY glAlphaFunc(GLenum func, GLfloat ref) { record("glAlphaFunc", Enum{func}, ref); }
+void GL_APIENTRY glAlphaFunc(GLenum func, GLfloat ref) { record("glAlphaFunc", name(func), ref); }
 void GL_APIENTRY glBindTexture(GLenum target, GLuint texture) {
     glRecorder.boundTextures[glRecorder.activeUnit] = texture;
-    record("glBindTexture", Enum{target}, GLint(texture));
+    record("glBindTexture", name(target), GLint(texture));
 }
 void GL_APIENTRY glBlendFunc(GLenum sfactor, GLenum dfactor) {
-    record("glBlendFunc", Factor{sfactor}, Factor{dfactor});
+    record("glBlendFunc", factor(sfactor), factor(dfactor));
 }
 void GL_APIENTRY glClear(GLbitfield mask) {
     std::string bits;
     if (mask & GL_COLOR_BUFFER_BIT) bits += "color";
     if (mask & GL_DEPTH_BUFFER_BIT) bits += bits.empty() ? "depth" : ", depth";
-    record("glClear", bits.c_str());
+    record("glClear", bits);
 }
 void GL_APIENTRY glClearColor(GLfloat r, GLfloat g, GLfloat b, GLfloat a) { record("glClearColor", r, g, b, a); }
 void GL_APIENTRY glClientActiveTexture(GLenum texture) {
     glRecorder.clientUnit = texture - GL_TEXTURE0;
-    record("glClientActiveTexture", Enum{texture});
+    record("glClientActiveTexture", name(texture));
 }
 void GL_APIENTRY glColor4f(GLfloat r, GLfloat g, GLfloat b, GLfloat a) { record("glColor4f", r, g, b, a); }
 void GL_APIENTRY glColorMask(GLboolean r, GLboolean g, GLboolean b, GLboolean a) {
@@ -317,51 +295,51 @@ void GL_APIENTRY glColorMask(GLboolean r, GLboolean g, GLboolean b, GLboolean a)
 }
 void GL_APIENTRY glColorPointer(GLint size, GLenum type, GLsizei stride, const void* pointer) {
     setPointer(&glRecorder.colors, size, type, pointer);
-    record("glColorPointer", size, Enum{type}, stride);
+    record("glColorPointer", size, name(type), stride);
 }
 void GL_APIENTRY glCompressedTexImage2D(GLenum target, GLint level, GLenum format, GLsizei width, GLsizei height,
                                         GLint border, GLsizei size, const void* data) {
-    recordUpload(line("glCompressedTexImage2D", Enum{target}, level, Enum{format}, width, height, border, size), level,
+    recordUpload(line("glCompressedTexImage2D", name(target), level, name(format), width, height, border, size), level,
                  data, size_t(size));
 }
-void GL_APIENTRY glCullFace(GLenum mode) { record("glCullFace", Enum{mode}); }
+void GL_APIENTRY glCullFace(GLenum mode) { record("glCullFace", name(mode)); }
 void GL_APIENTRY glDeleteTextures(GLsizei n, const GLuint* textures) {
     for (GLsizei i = 0; i < n; ++i) {
         std::erase(glRecorder.liveTextures, textures[i]);
         record("glDeleteTextures", GLint(textures[i]));
     }
 }
-void GL_APIENTRY glDepthFunc(GLenum func) { record("glDepthFunc", Enum{func}); }
+void GL_APIENTRY glDepthFunc(GLenum func) { record("glDepthFunc", name(func)); }
 void GL_APIENTRY glDepthMask(GLboolean flag) { record("glDepthMask", GLint(flag)); }
 void GL_APIENTRY glDepthRangef(GLfloat near, GLfloat far) { record("glDepthRangef", near, far); }
-void GL_APIENTRY glDisable(GLenum cap) { record("glDisable", Enum{cap}); }
+void GL_APIENTRY glDisable(GLenum cap) { record("glDisable", name(cap)); }
 void GL_APIENTRY glDisableClientState(GLenum array) {
     arrayOf(array)->enabled = false;
-    record("glDisableClientState", Enum{array});
+    record("glDisableClientState", name(array));
 }
 void GL_APIENTRY glDrawArrays(GLenum mode, GLint first, GLsizei count) {
     std::vector<uint32_t> vertices(size_t(std::max(count, 0)));
     std::iota(vertices.begin(), vertices.end(), uint32_t(first));
-    recordDraw(line("glDrawArrays", Mode{mode}, first, count), vertices);
+    recordDraw(line("glDrawArrays", primitives(mode), first, count), vertices);
 }
 void GL_APIENTRY glDrawElements(GLenum mode, GLsizei count, GLenum type, const void* indices) {
     const auto* words = static_cast<const uint16_t*>(indices);
-    recordDraw(line("glDrawElements", Mode{mode}, count, Enum{type}), {words, words + count});
+    recordDraw(line("glDrawElements", primitives(mode), count, name(type)), {words, words + count});
 }
-void GL_APIENTRY glEnable(GLenum cap) { record("glEnable", Enum{cap}); }
+void GL_APIENTRY glEnable(GLenum cap) { record("glEnable", name(cap)); }
 void GL_APIENTRY glEnableClientState(GLenum array) {
     arrayOf(array)->enabled = true;
-    record("glEnableClientState", Enum{array});
+    record("glEnableClientState", name(array));
 }
 void GL_APIENTRY glFinish() { record("glFinish"); }
 void GL_APIENTRY glFogf(GLenum pname, GLfloat param) {
     if (pname == GL_FOG_MODE)
-        record("glFogf", Enum{pname}, Enum{GLenum(param)});
+        record("glFogf", name(pname), name(GLenum(param)));
     else
-        record("glFogf", Enum{pname}, param);
+        record("glFogf", name(pname), param);
 }
-void GL_APIENTRY glFogfv(GLenum pname, const GLfloat* params) { record("glFogfv", Enum{pname}, Floats{params, 4}); }
-void GL_APIENTRY glFrontFace(GLenum mode) { record("glFrontFace", Enum{mode}); }
+void GL_APIENTRY glFogfv(GLenum pname, const GLfloat* params) { record("glFogfv", name(pname), floats(params, 4)); }
+void GL_APIENTRY glFrontFace(GLenum mode) { record("glFrontFace", name(mode)); }
 void GL_APIENTRY glGenTextures(GLsizei n, GLuint* textures) {
     for (GLsizei i = 0; i < n; ++i) {
         textures[i] = ++glRecorder.lastTexture;
@@ -375,40 +353,40 @@ GLenum GL_APIENTRY glGetError() {
 }
 void GL_APIENTRY glGetIntegerv(GLenum pname, GLint* data) {
     *data = pname == GL_PACK_ALIGNMENT ? glRecorder.packAlignment : glRecorder.unpackAlignment;
-    record("glGetIntegerv", Enum{pname});
+    record("glGetIntegerv", name(pname));
 }
-void GL_APIENTRY glHint(GLenum target, GLenum mode) { record("glHint", Enum{target}, Enum{mode}); }
-void GL_APIENTRY glLightModelf(GLenum pname, GLfloat param) { record("glLightModelf", Enum{pname}, param); }
+void GL_APIENTRY glHint(GLenum target, GLenum mode) { record("glHint", name(target), name(mode)); }
+void GL_APIENTRY glLightModelf(GLenum pname, GLfloat param) { record("glLightModelf", name(pname), param); }
 void GL_APIENTRY glLightModelfv(GLenum pname, const GLfloat* params) {
-    record("glLightModelfv", Enum{pname}, Floats{params, 4});
+    record("glLightModelfv", name(pname), floats(params, 4));
 }
 void GL_APIENTRY glLightf(GLenum light, GLenum pname, GLfloat param) {
-    record("glLightf", Enum{light}, Enum{pname}, param);
+    record("glLightf", name(light), name(pname), param);
 }
 void GL_APIENTRY glLightfv(GLenum light, GLenum pname, const GLfloat* params) {
-    record("glLightfv", Enum{light}, Enum{pname}, Floats{params, pname == GL_SPOT_DIRECTION ? 3u : 4u});
+    record("glLightfv", name(light), name(pname), floats(params, pname == GL_SPOT_DIRECTION ? 3u : 4u));
 }
 void GL_APIENTRY glLoadIdentity() {
-    glRecorder.currentMatrix().top = kIdentity;
+    glRecorder.currentMatrix().top = GlRecorder::MatrixStack().top;
     record("glLoadIdentity");
 }
 void GL_APIENTRY glLoadMatrixf(const GLfloat* m) {
     std::copy_n(m, 16, glRecorder.currentMatrix().top.begin());
-    record("glLoadMatrixf", Floats{m, 16});
+    record("glLoadMatrixf", floats(m, 16));
 }
 void GL_APIENTRY glMaterialf(GLenum face, GLenum pname, GLfloat param) {
-    record("glMaterialf", Enum{face}, Enum{pname}, param);
+    record("glMaterialf", name(face), name(pname), param);
 }
 void GL_APIENTRY glMaterialfv(GLenum face, GLenum pname, const GLfloat* params) {
-    record("glMaterialfv", Enum{face}, Enum{pname}, Floats{params, 4});
+    record("glMaterialfv", name(face), name(pname), floats(params, 4));
 }
 void GL_APIENTRY glMatrixMode(GLenum mode) {
     glRecorder.matrixMode = mode;
-    record("glMatrixMode", Enum{mode});
+    record("glMatrixMode", name(mode));
 }
 void GL_APIENTRY glNormalPointer(GLenum type, GLsizei stride, const void* pointer) {
     setPointer(&glRecorder.normals, 3, type, pointer);
-    record("glNormalPointer", Enum{type}, stride);
+    record("glNormalPointer", name(type), stride);
 }
 void GL_APIENTRY glOrthof(GLfloat l, GLfloat r, GLfloat b, GLfloat t, GLfloat n, GLfloat f) {
     multiply(glRecorder.currentMatrix().top, {2 / (r - l), 0, 0, 0, 0, 2 / (t - b), 0, 0, 0, 0, -2 / (f - n), 0,
@@ -437,7 +415,7 @@ void GL_APIENTRY glReadPixels(GLint x, GLint y, GLsizei width, GLsizei height, G
     const size_t stride = (rowBytes + alignment - 1) / alignment * alignment;
     for (size_t row = 0; row < size_t(height); ++row)
         std::memcpy(static_cast<uint8_t*>(pixels) + row * stride, &glRecorder.frame.at(row * rowBytes), rowBytes);
-    record("glReadPixels", x, y, width, height, Enum{format}, Enum{type});
+    record("glReadPixels", x, y, width, height, name(format), name(type));
 }
 void GL_APIENTRY glScalef(GLfloat x, GLfloat y, GLfloat z) {
     multiply(glRecorder.currentMatrix().top, {x, 0, 0, 0, 0, y, 0, 0, 0, 0, z, 0, 0, 0, 0, 1});
@@ -446,35 +424,35 @@ void GL_APIENTRY glScalef(GLfloat x, GLfloat y, GLfloat z) {
 void GL_APIENTRY glScissor(GLint x, GLint y, GLsizei width, GLsizei height) {
     record("glScissor", x, y, width, height);
 }
-void GL_APIENTRY glShadeModel(GLenum mode) { record("glShadeModel", Enum{mode}); }
+void GL_APIENTRY glShadeModel(GLenum mode) { record("glShadeModel", name(mode)); }
 void GL_APIENTRY glTexCoordPointer(GLint size, GLenum type, GLsizei stride, const void* pointer) {
     setPointer(&glRecorder.texCoords[glRecorder.clientUnit], size, type, pointer);
-    record("glTexCoordPointer", size, Enum{type}, stride);
+    record("glTexCoordPointer", size, name(type), stride);
 }
 void GL_APIENTRY glTexEnvf(GLenum target, GLenum pname, GLfloat param) {
-    record("glTexEnvf", Enum{target}, Enum{pname}, Enum{GLenum(param)});
+    record("glTexEnvf", name(target), name(pname), name(GLenum(param)));
 }
 void GL_APIENTRY glTexEnvfv(GLenum target, GLenum pname, const GLfloat* params) {
-    record("glTexEnvfv", Enum{target}, Enum{pname}, Floats{params, 4});
+    record("glTexEnvfv", name(target), name(pname), floats(params, 4));
 }
 void GL_APIENTRY glTexEnvx(GLenum target, GLenum pname, GLfixed param) {
-    record("glTexEnvx", Enum{target}, Enum{pname}, Enum{GLenum(param)});
+    record("glTexEnvx", name(target), name(pname), name(GLenum(param)));
 }
 void GL_APIENTRY glTexImage2D(GLenum target, GLint level, GLint internal, GLsizei width, GLsizei height, GLint border,
                               GLenum format, GLenum type, const void* pixels) {
     const auto rowBytes = size_t(width) * texelBytes(format, type), alignment = size_t(glRecorder.unpackAlignment);
     const size_t stride = (rowBytes + alignment - 1) / alignment * alignment;
     const size_t byteCount = height ? stride * size_t(height - 1) + rowBytes : 0;
-    recordUpload(line("glTexImage2D", Enum{target}, level, Enum{GLenum(internal)}, width, height, border, Enum{format},
-                      Enum{type}),
+    recordUpload(line("glTexImage2D", name(target), level, name(GLenum(internal)), width, height, border, name(format),
+                      name(type)),
                  level, pixels, byteCount);
 }
 void GL_APIENTRY glTexParameterf(GLenum target, GLenum pname, GLfloat param) {
-    record("glTexParameterf", Enum{target}, Enum{pname}, Enum{GLenum(param)});
+    record("glTexParameterf", name(target), name(pname), name(GLenum(param)));
 }
 void GL_APIENTRY glVertexPointer(GLint size, GLenum type, GLsizei stride, const void* pointer) {
     setPointer(&glRecorder.positions, size, type, pointer);
-    record("glVertexPointer", size, Enum{type}, stride);
+    record("glVertexPointer", size, name(type), stride);
 }
 void GL_APIENTRY glViewport(GLint x, GLint y, GLsizei width, GLsizei height) {
     record("glViewport", x, y, width, height);

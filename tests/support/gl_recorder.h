@@ -57,17 +57,15 @@ public:
     std::vector<uint32_t> liveTextures;  // generated and not deleted, in the order of generation
 
     // What the context answers.
-    std::vector<uint8_t>
-        frame;  // r, g, b, a from the bottom row up, without row padding; read whatever the size asked for
+    std::vector<uint8_t> frame;  // r, g, b, a from the bottom row up, without row padding, whatever size is asked for
     int32_t unpackAlignment = 4, packAlignment = 4;
     int32_t uploadsUntilOutOfMemory = -1;  // 0: the next one
 
     // For the functions of the context.
     using Matrix = std::array<float, 16>;  // by columns
     struct MatrixStack {
-        MatrixStack();
         std::vector<Matrix> saved;
-        Matrix top;
+        Matrix top = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
     };
     struct Array {
         bool enabled = false;
