@@ -66,6 +66,15 @@ static void readObjects(SceneReader& scene, ContentReader& in, size_t objectCoun
     }
 }
 
+static uint32_t adler32(std::span<const uint8_t> bytes) {
+    uint32_t low = 1, high = 0;
+    for (const uint8_t byte : bytes) {
+        low = (low + byte) % 65521;
+        high = (high + low) % 65521;
+    }
+    return high << 16 | low;
+}
+
 static void readSection(SceneReader& scene, std::span<const uint8_t> bytes, ContentReader& in, size_t objectCount) {
     constexpr uint32_t kFrontBytes = 9, kCheckSumBytes = 4;
     SceneSection section{.offset = in.offset()};
@@ -75,7 +84,9 @@ static void readSection(SceneReader& scene, std::span<const uint8_t> bytes, Cont
     in.expect(section.length >= kFrontBytes + kCheckSumBytes, "a section's length", section.length, "at least 13");
     in.skip("a section's uncompressed length", 4);
     const size_t begin = in.offset(), byteCount = section.length - kFrontBytes - kCheckSumBytes;
-    in.skip("a section", byteCount + kCheckSumBytes);
+    in.skip("a section", byteCount);
+    const uint32_t checksum = in.u32("a section's checksum");
+    section.isIntact = checksum == 0 || checksum == adler32(bytes.subspan(section.offset, kFrontBytes + byteCount));
     ContentReader objects(bytes.first(begin + byteCount), begin, "the section");
     scene.objectBytes += byteCount;
     const size_t before = scene.out.objects.size();

@@ -12,6 +12,7 @@ struct SceneSection {
     size_t offset = 0;
     uint32_t length = 0;       // with its frame of 13 bytes
     uint32_t objectCount = 0;  // of those that have numbers
+    bool isIntact = true;      // its checksum, which the library does not look at, matches; 0 counts as none
 };
 
 struct SceneHeader {

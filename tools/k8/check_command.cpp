@@ -1,5 +1,6 @@
 #include "tools/k8/check_command.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <stdexcept>
 
@@ -19,6 +20,18 @@ Loading loadWithLibrary(const std::vector<uint8_t>& bytes) {
     return K8ErrStorage_getErrorStatus() == K8_ERR_OUT_OF_MEMORY ? Loading::OutOfMemory : Loading::Refuses;
 }
 
+Verdict verdictOfLoaded(const std::string& path, const inspect::ContentSummary& summary) {
+    const std::string kind = inspect::kindOf(summary);
+    if (const auto* scene = std::get_if<inspect::SceneSummary>(&summary)) {
+        const auto damaged = std::ranges::find(scene->sections, false, &inspect::SceneSection::isIntact);
+        if (damaged != scene->sections.end())
+            return {false, path + ": loads as a " + kind + ", but the checksum of section " +
+                               std::to_string(damaged - scene->sections.begin()) + ", at offset " +
+                               std::to_string(damaged->offset) + ", does not match its bytes"};
+    }
+    return {true, path + ": good " + kind};
+}
+
 }  // namespace
 
 Verdict checkFile(const std::string& path) {
@@ -30,9 +43,10 @@ Verdict checkFile(const std::string& path) {
     }
     const Loading loading = loadWithLibrary(bytes);
     try {
-        const std::string kind = inspect::kindOf(inspect::inspectContent(bytes));
+        const inspect::ContentSummary summary = inspect::inspectContent(bytes);
+        const std::string kind = inspect::kindOf(summary);
         switch (loading) {
-            case Loading::Loads: return {true, path + ": good " + kind};
+            case Loading::Loads: return verdictOfLoaded(path, summary);
             case Loading::OutOfMemory: return {false, path + ": good " + kind + ", but memory ran out while it loaded"};
             case Loading::Refuses: break;
         }

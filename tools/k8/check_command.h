@@ -9,8 +9,8 @@ struct Verdict {
     std::string line;  // begins with the path
 };
 
-// Looks into a file and has the library load it. A file is good when both take it; where they disagree the
-// line says so.
+// Looks into a file and has the library load it. A file is good when both take it and its checksums match; where they
+// disagree the line says so.
 Verdict checkFile(const std::string& path);
 
 struct CheckOptions {

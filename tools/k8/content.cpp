@@ -168,6 +168,8 @@ double StageContent::actionLength(uint32_t action) const {
         mostActions = std::max(mostActions, K8ActionTable_getNumActions(table));
         longest = std::max(longest, K8ActionTable_getMaxFrame(table, int32_t(action)));
     }
+    if (mostActions == 0 && action > 0)
+        throw std::runtime_error("there is no action " + std::to_string(action) + ", nor any other");
     if (mostActions > 0 && action >= uint32_t(mostActions))
         throw std::runtime_error("there is no action " + std::to_string(action) + "; " +
                                  (figures.size() > 1 ? "the longest table" : "the table") + " has " +

@@ -31,8 +31,8 @@ struct StageContent {
     Extent extent;
 
     uint32_t patternCount() const;  // of the figure that has most
-    // Frames of the action in the table where it is longest; 0 without action tables. Throws std::runtime_error when
-    // there are tables and none has the action.
+    // Frames of the action in the table where it is longest; 0 for action 0 without action tables. Throws
+    // std::runtime_error when there is no such action.
     double actionLength(uint32_t action) const;
     void removeLights();  // from the tree
 };

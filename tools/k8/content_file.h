@@ -7,7 +7,7 @@
 
 #include "tools/inspect/content_reader.h"
 
-// Throws std::runtime_error with the path for what is no readable file, or larger than a load takes.
+// Throws std::runtime_error with the path for what cannot be read, is empty, or is too large for content.
 std::vector<uint8_t> readContentFile(const std::string& path);
 
 // "PATH: at offset N: what is wrong"

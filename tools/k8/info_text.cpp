@@ -240,7 +240,8 @@ std::string describeObjects(const PackageSummary& package) {
 }
 
 void describe(TextBlock& out, const PackageSummary& package) {
-    out.add("format", format("version 0; records shorter than %u bytes", package.objectSizeLimit));
+    out.add("format",
+            format("version 0; by its header, every object takes less than %u bytes", package.objectSizeLimit));
     if (package.trailerBytes) out.add("unused", counted(package.trailerBytes, "byte") + " at the end");
     out.add("groups", std::to_string(package.groups.size()));
     out.addTree(groupTree(package));

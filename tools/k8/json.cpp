@@ -170,8 +170,10 @@ Json describe(const SceneSummary& scene) {
                 {"world", scene.world},
                 {"objects", Json::array()}};
     for (const SceneSection& section : scene.sections)
-        out["sections"].push_back(
-            {{"offset", section.offset}, {"bytes", section.length}, {"objectCount", section.objectCount}});
+        out["sections"].push_back({{"offset", section.offset},
+                                   {"bytes", section.length},
+                                   {"objectCount", section.objectCount},
+                                   {"isIntact", section.isIntact}});
     for (uint32_t number = kFirstSceneNumber; number - kFirstSceneNumber < scene.objects.size(); ++number) {
         const SceneObject& object = scene.at(number);
         Json entry = {

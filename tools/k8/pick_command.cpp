@@ -1,7 +1,6 @@
 #include "tools/k8/pick_command.h"
 
 #include <algorithm>
-#include <cmath>
 #include <cstdio>
 
 #include "tools/k8/facts.h"
@@ -10,10 +9,8 @@
 
 static void checkRay(const Ray& ray) {
     const auto& n = ray.numbers;
-    if (!std::ranges::all_of(n, [](double value) { return std::isfinite(float(value)); }))
-        throw UsageProblem("a number of the ray is too large");
     if (float(n[3]) == 0 && float(n[4]) == 0 && float(n[5]) == 0)
-        throw UsageProblem("the direction of the ray is 0,0,0");
+        throw UsageProblem("the direction of --ray is 0,0,0, which is none");
 }
 
 // --- What was hit ---

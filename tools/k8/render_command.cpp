@@ -1,5 +1,6 @@
 #include "tools/k8/render_command.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <cstdio>
@@ -49,17 +50,21 @@ FrameRange framesFrom(const std::string& text, double length) {
     return range;
 }
 
-std::vector<Picture> drawFrames(Stage& stage, const RenderOptions& options, const FrameRange& range, Pose pose) {
+std::vector<Picture> drawFrames(Stage& stage, const RenderOptions& options, const FrameRange& range, const Pose& pose) {
     const int count = int(std::floor((range.last - range.first) / options.step + 1e-9)) + 1;
     if (count > 10000)
         throw UsageProblem("that would be " + std::to_string(count) +
                            " pictures; give a shorter range or a longer --step");
+    std::vector<Pose> poses(size_t(count), pose);
+    for (int i = 0; i < count; ++i) {
+        poses[size_t(i)].frame = range.first + i * options.step;
+        poses[size_t(i)].milliseconds = poses[size_t(i)].frame * 1000 / options.framesPerSecond;
+    }
     std::vector<Picture> pictures;
     Progress progress("drawing", count);
-    for (int i = 0; i < count; ++i) {
-        pose.frame = range.first + i * options.step;
-        pose.milliseconds = pose.frame * 1000 / options.framesPerSecond;
-        pictures.push_back(stage.draw(pose));
+    stage.showAllOf(poses);
+    for (const Pose& drawn : poses) {
+        pictures.push_back(stage.draw(drawn));
         progress.advance();
     }
     return pictures;
@@ -67,8 +72,23 @@ std::vector<Picture> drawFrames(Stage& stage, const RenderOptions& options, cons
 
 void report(const std::filesystem::path& path) { std::printf("%s\n", path.c_str()); }
 
-// A name that ends in .png or .webp is one file; any other is a folder for the frames, a contact sheet and the
-// animation.
+// A name that ends in .png or .webp is one file; one without an ending, or of a folder that is there, is a folder for
+// the frames, a contact sheet and the animation.
+void checkName(const std::filesystem::path& out) {
+    const auto ending = out.extension();
+    if (out.empty()) throw UsageProblem("the name of the output is empty");
+    if (out == "-") throw UsageProblem("pictures go to files or folders, not to the standard output");
+    if (ending == ".png" || ending == ".webp" || ending.empty() || std::filesystem::is_directory(out)) return;
+    throw UsageProblem("'" + out.string() + "' ends in " + ending.string() +
+                       "; expected .png, .webp, or a folder's name without an ending");
+}
+
+void makeFolder(const std::filesystem::path& folder) {
+    std::error_code error;
+    std::filesystem::create_directories(folder, error);
+    if (error) throw std::runtime_error(folder.string() + ": cannot be made: " + error.message());
+}
+
 void writePictures(const RenderOptions& options, const std::vector<Picture>& pictures, uint32_t background) {
     const std::filesystem::path out = options.out;
     if (out.extension() == ".png") {
@@ -80,7 +100,7 @@ void writePictures(const RenderOptions& options, const std::vector<Picture>& pic
         writeWebpAnimation(out, pictures, speed);
         return report(out);
     }
-    std::filesystem::create_directories(out);
+    makeFolder(out);
     {
         Progress progress("writing", int(pictures.size()));
         for (size_t i = 0; i < pictures.size(); ++i) {
@@ -101,15 +121,18 @@ void writePictures(const RenderOptions& options, const std::vector<Picture>& pic
 }  // namespace
 
 int runRender(const RenderOptions& options) {
+    checkName(options.out);
     StageOptions stageOptions = options.stage;
     parseSize(options.size, stageOptions);
     stageOptions.background = colorFrom(options.background);
     stageOptions.lighting.color = colorFrom(options.lightColor);
     stageOptions.lighting.isOn = !options.unlit;
+    if (std::ranges::all_of(stageOptions.lighting.direction, [](double n) { return std::lround(n * 4096) == 0; }))
+        throw UsageProblem("--light-direction is 0,0,0, which is none");
     StageContent content = loadStageContent(options.files);
-    const double length = content.scene ? content.sceneMilliseconds * options.framesPerSecond / 1000
-                                        : content.actionLength(options.action);
-    const FrameRange range = framesFrom(options.frames, length);
+    const double actionLength = content.actionLength(options.action);  // is there such an action?
+    const double sceneLength = content.sceneMilliseconds * options.framesPerSecond / 1000;
+    const FrameRange range = framesFrom(options.frames, content.scene ? sceneLength : actionLength);
     const Pose pose{.action = options.action, .patterns = patternMask(options.patterns, content.patternCount())};
     Stage stage(stageOptions, std::move(content));
     writePictures(options, drawFrames(stage, options, range, pose), stageOptions.background);

@@ -133,6 +133,13 @@ static std::string line(const char* name, const std::string& value) {
     return "  " + std::string(name) + std::string(10 - std::string_view(name).size(), ' ') + value + "\n";
 }
 
+static std::string damageText(const SceneSummary& scene) {
+    std::string out;
+    for (size_t s = 0; s < scene.sections.size(); ++s)
+        if (!scene.sections[s].isIntact) out += "; section " + std::to_string(s) + " does not match its checksum";
+    return out;
+}
+
 static std::string boxText(const SceneSummary& scene) {
     std::string out;
     for (const auto* corner : {&scene.least, &scene.greatest}) {
@@ -193,7 +200,7 @@ std::string sceneText(const SceneSummary& scene) {
     for (const std::string& name : scene.externalReferences)
         out += line("refers to", printable(name) + ", which is not read");
     if (scene.trailerBytes) out += line("unused", counted(scene.trailerBytes, "byte") + " at the end");
-    out += line("sections", std::to_string(scene.sections.size()));
+    out += line("sections", std::to_string(scene.sections.size()) + damageText(scene));
     out += line("box", boxText(scene) + ", as placed");
     std::vector<TreeLine> tree;
     for (const SceneTreeNode& node : treeOf(scene)) tree.push_back({node.depth, nodeText(scene, node.number)});

@@ -6,10 +6,17 @@
 #include <cmath>
 #include <numbers>
 #include <stdexcept>
+#include <utility>
 
 namespace {
 
-int32_t fixed(double value) { return int32_t(std::lround(value * 4096)); }
+constexpr double kLargest = 524287;  // of 20.12 fixed point
+
+int32_t fixed(double value) {
+    if (std::abs(value) > kLargest)
+        throw std::runtime_error("it takes a length or intensity of more than 524287, which the library does not have");
+    return int32_t(std::lround(value * 4096));
+}
 
 // Throws with what the library says about its last failure.
 [[noreturn]] void failWith(const char* what) {
@@ -30,11 +37,6 @@ void setTime(K8Group* scene, double milliseconds) {
     info.frame = int32_t(std::lround(milliseconds));  // a scene counts time in its own unit
     if (!K8Group_setTmpData(scene, &info)) failWith("the scene's time");
 }
-
-struct Sphere {
-    std::array<double, 3> center;
-    double radius;
-};
 
 // All of the box, about its middle if there is no other center. An eighth is added for what moves outwards.
 Sphere around(const Box& box, const std::optional<std::array<double, 3>>& center) {
@@ -58,6 +60,7 @@ Stage::Stage(const StageOptions& options, StageContent content) : options_(optio
                        options.height))
         failWith("binding to the surface");
     setUpLights();
+    bounds_ = around(content_.extent.box, options_.view.target);
     aim();
 }
 
@@ -93,11 +96,10 @@ void Stage::setUpLights() {
 
 void Stage::aim() {
     const View& view = options_.view;
-    const Sphere bounds = around(content_.extent.box, view.target);
     const double opening = view.openingDegrees * std::numbers::pi / 180;
     // The narrower side of the picture must hold the sphere.
     const double half = std::atan(std::tan(opening / 2) * std::min(1.0, double(options_.width) / options_.height));
-    const double distance = (view.distance > 0 ? view.distance : bounds.radius / std::sin(half)) / view.zoom;
+    const double distance = (view.distance > 0 ? view.distance : bounds_.radius / std::sin(half)) / view.zoom;
     const double yaw = view.yawDegrees * std::numbers::pi / 180, pitch = view.pitchDegrees * std::numbers::pi / 180;
     const std::array<double, 3> towards = {std::sin(yaw) * std::cos(pitch), std::sin(pitch),
                                            std::cos(yaw) * std::cos(pitch)};
@@ -105,7 +107,7 @@ void Stage::aim() {
                                            -std::cos(yaw) * std::sin(pitch)};
     int32_t position[3], look[3], up[3];
     for (size_t i = 0; i < 3; ++i) {
-        position[i] = fixed(bounds.center[i] + distance * towards[i]);
+        position[i] = fixed(bounds_.center[i] + distance * towards[i]);
         look[i] = fixed(-towards[i]);
         up[i] = fixed(upwards[i]);
     }
@@ -115,9 +117,41 @@ void Stage::aim() {
     params_.projection = K8_PROJECTION_PERSPECTIVE_ANGLE;
     params_.screenWidth = uint16_t(options_.width);
     params_.screenHeight = uint16_t(options_.height);
-    params_.nearDistance = fixed(std::max(distance - 3 * bounds.radius, distance / 50));
-    params_.farDistance = fixed(distance + 3 * bounds.radius);
+    params_.nearDistance = fixed(std::max(distance - 3 * bounds_.radius, distance / 50));
+    params_.farDistance = fixed(std::min(distance + 3 * bounds_.radius, kLargest));
     params_.verticalAngle = fixed(view.openingDegrees);
+}
+
+bool Stage::isCutOff(const Pose& pose) {
+    const Picture picture = draw(pose);
+    const uint32_t b = options_.background;
+    const std::array<uint8_t, 3> background = {uint8_t(b >> 16), uint8_t(b >> 8), uint8_t(b)};
+    const auto isShown = [&](int x, int y) {
+        return !std::equal(background.begin(), background.end(), &picture.rgba[size_t((y * picture.width + x) * 4)]);
+    };
+    for (int x = 0; x < picture.width; ++x)
+        if (isShown(x, 0) || isShown(x, picture.height - 1)) return true;
+    for (int y = 0; y < picture.height; ++y)
+        if (isShown(0, y) || isShown(picture.width - 1, y)) return true;
+    return false;
+}
+
+// The picture tells, since nothing else knows where animations take things. What reaches the edges from any distance,
+// as sprites sized in pixels can, does not move the camera.
+void Stage::showAllOf(const std::vector<Pose>& poses) {
+    constexpr double kStep = 1.125, kMost = 8;
+    if (options_.view.distance > 0) return;
+    const double zoom = std::exchange(options_.view.zoom, 1.0), restRadius = bounds_.radius;
+    aim();
+    const auto mayGoFurther = [&] { return bounds_.radius <= kMost * restRadius; };
+    for (const Pose& pose : poses)
+        while (mayGoFurther() && isCutOff(pose)) {
+            bounds_.radius *= kStep;
+            aim();
+        }
+    if (!mayGoFurther()) bounds_.radius = restRadius;
+    options_.view.zoom = zoom;
+    aim();
 }
 
 Picture Stage::draw(const Pose& pose) {

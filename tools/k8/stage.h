@@ -14,7 +14,7 @@ struct View {
     double yawDegrees = 28;                       // around the content, 0 in front of it, positive to its left
     double pitchDegrees = 14;                     // above it
     std::optional<std::array<double, 3>> target;  // the point it goes around, in units; unset: the content's middle
-    double distance = 0;                          // from there, in units; 0: as far as it takes to see all of it
+    double distance = 0;                          // from there, in units; 0: as far as it takes to see all at rest
     double openingDegrees = 32;
     double zoom = 1;
 };
@@ -43,6 +43,12 @@ struct Pose {
     std::optional<uint32_t> patterns;  // bit k shows pattern k + 1; unset: as the action says
 };
 
+// What the camera looks at.
+struct Sphere {
+    std::array<double, 3> center{};
+    double radius = 0;
+};
+
 class Stage {
 public:
     // Throws std::runtime_error where there is no OpenGL ES 1.1, or memory runs out.
@@ -51,18 +57,22 @@ public:
     Stage(const Stage&) = delete;
     Stage& operator=(const Stage&) = delete;
 
+    // Where the view leaves the distance open: goes further away until nothing in these poses is cut off.
+    void showAllOf(const std::vector<Pose>& poses);
     Picture draw(const Pose& pose);
     const StageContent& content() const { return content_; }  // as it was drawn last
 
 private:
     void setUpLights();
     void aim();
+    bool isCutOff(const Pose& pose);
 
     StageOptions options_;
     std::unique_ptr<GlSurface> surface_;
     StageContent content_;
     K8Render* render_ = nullptr;
     std::array<K8Light*, 2> lights_{};
+    Sphere bounds_{};
     K8Transform view_{};
     K8RenderParams params_{};
 };

@@ -3,7 +3,9 @@
 #include <webp/encode.h>
 #include <webp/mux.h>
 
+#include <cerrno>
 #include <cmath>
+#include <cstring>
 #include <fstream>
 #include <memory>
 #include <stdexcept>
@@ -44,9 +46,13 @@ void writeWebpAnimation(const std::string& path, const std::vector<Picture>& pic
     WebPDataInit(&data);
     const bool ok = WebPAnimEncoderAdd(encoder.get(), nullptr, timeOf(pictures.size()), nullptr) &&
                     WebPAnimEncoderAssemble(encoder.get(), &data);
-    std::ofstream out(path, std::ios::binary);
-    if (ok) out.write(reinterpret_cast<const char*>(data.bytes), std::streamsize(data.size));
-    out.close();
+    std::ofstream out;
+    if (ok) {
+        out.open(path, std::ios::binary);
+        out.write(reinterpret_cast<const char*>(data.bytes), std::streamsize(data.size));
+        out.close();
+    }
+    const std::string reason = ok ? std::strerror(errno) : WebPAnimEncoderGetError(encoder.get());
     WebPDataClear(&data);
-    if (!ok || !out) throw std::runtime_error(path + ": cannot be written");
+    if (!ok || !out) throw std::runtime_error(path + ": cannot be written: " + reason);
 }
