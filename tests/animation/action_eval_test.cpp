@@ -137,7 +137,7 @@ struct PosedBone {
     Atrans3i rest;
 };
 
-// What a kernel makes of up to a batch of bones is what TrackValues_apply makes of each; nothing beyond them is written.
+// A kernel makes of up to a batch of bones what TrackValues_apply makes of each, and writes nothing beyond them.
 void expectBatch(const PoseKernelChoice& kernel, std::span<const PosedBone> bones) {
     PoseBatch batch = {};
     std::array<Atrans3i, kPoseBatchSize> out;

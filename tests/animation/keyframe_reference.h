@@ -14,7 +14,7 @@ using Reals = std::vector<Real>;
 // --- Quaternions (x, y, z, w) ---
 
 inline Reals normalized(const Reals& q) {
-    const Real length = std::sqrt(q[0] * q[0] + q[1] * q[1] + q[2] * q[2] + q[3] * q[3]);
+    const Real length = std::hypot(std::hypot(q[0], q[1]), std::hypot(q[2], q[3]));
     if (length == 0) return {0, 0, 0, 1};
     return {q[0] / length, q[1] / length, q[2] / length, q[3] / length};
 }
@@ -70,8 +70,38 @@ inline Reals slerp(Real s, const Reals& a, Reals b, bool shortest) {
 
 class KeyframeReference {
 public:
-    explicit KeyframeReference(const SequencePlan& plan);
-    Reals sample(int64_t time) const;
+    explicit KeyframeReference(const SequencePlan& plan)
+        : interpolation_(plan.interpolation),
+          loops_(plan.repeatMode == RepeatMode::Loop),
+          duration_(Real(plan.duration)) {
+        const size_t last = size_t(plan.validLast.value_or(int32_t(plan.keys.size()) - 1));
+        for (size_t k = size_t(plan.validFirst);; k = (k + 1) % plan.keys.size()) {
+            Point point{Real(plan.keys[k].time), {plan.keys[k].values.begin(), plan.keys[k].values.end()}, {}, {}};
+            if (interpolation_ == Interpolation::Slerp || interpolation_ == Interpolation::Squad)
+                point.values = normalized(point.values);
+            points_.push_back(point);
+            if (k == last) break;
+        }
+        for (size_t i = 0; i < points_.size(); ++i) computeCurve(i);
+    }
+
+    Reals sample(int64_t time) const {
+        const Point &first = points_.front(), &last = points_.back();
+        Real t = Real(time);
+        if (loops_) {
+            t = t - std::floor(t / duration_) * duration_;
+            if (t == last.time) return last.values;
+            const Real behindLast = t < first.time ? t + duration_ - last.time : t - last.time;
+            const Real wrap = first.time + duration_ - last.time;
+            if (t < first.time || t > last.time)
+                return between(last, first, points_.size() == 1 ? 0 : behindLast / wrap);
+        }
+        if (t < first.time) return first.values;
+        if (t >= last.time) return last.values;
+        size_t i = 0;
+        while (points_[i + 1].time <= t) ++i;
+        return between(points_[i], points_[i + 1], (t - points_[i].time) / (points_[i + 1].time - points_[i].time));
+    }
 
 private:
     struct Point {
@@ -79,101 +109,54 @@ private:
         Reals values;
         Reals out, in;  // tangents or guiding quaternions
     };
-    struct Factors {
-        Real out, in;
-    };
-    void computeCurves();
-    Factors factorsAt(size_t i) const;
-    const Point& neighbour(size_t i, int step) const;
-    Reals between(const Point& a, const Point& b, Real s) const;
+
+    const Point& neighbour(size_t i, int step) const {
+        const size_t count = points_.size();
+        if (loops_) return points_[(i + count + size_t(step)) % count];
+        if ((i == 0 && step < 0) || (i == count - 1 && step > 0)) return points_[i];
+        return points_[i + size_t(step)];
+    }
+
+    void computeCurve(size_t i) {
+        Point& point = points_[i];
+        const Point &before = neighbour(i, -1), &behind = neighbour(i, 1);
+        const bool isFirst = i == 0, isLast = i == points_.size() - 1;
+        const Real timeBefore = point.time - before.time + (isFirst ? duration_ : 0);
+        const Real timeBehind = behind.time - point.time + (isLast ? duration_ : 0), both = timeBefore + timeBehind;
+        const bool isFlat = both == 0 || (!loops_ && (isFirst || isLast));
+        const Real out = isFlat ? 0 : 2 * timeBehind / both, in = isFlat ? 0 : 2 * timeBefore / both;
+        if (interpolation_ == Interpolation::Spline) {
+            const Reals base = weighted(0.5L, behind.values, -0.5L, before.values);
+            point.out = weighted(out, base, 0, base);
+            point.in = weighted(in, base, 0, base);
+        } else if (interpolation_ == Interpolation::Squad) {
+            const Reals logBefore = logarithm(quaternionProduct(conjugate(before.values), point.values));
+            const Reals logBehind = logarithm(quaternionProduct(conjugate(point.values), behind.values));
+            const Reals tangent = weighted(0.5L, logBefore, 0.5L, logBehind);
+            const Reals logOut = weighted(0.5L * out, tangent, -0.5L, logBehind);
+            const Reals logIn = weighted(0.5L, logBefore, -0.5L * in, tangent);
+            point.out = quaternionProduct(point.values, exponential(logOut));
+            point.in = quaternionProduct(point.values, exponential(logIn));
+        }
+    }
+
+    Reals between(const Point& a, const Point& b, Real s) const {
+        if (s == 0) return a.values;
+        switch (interpolation_) {
+            case Interpolation::Step: return a.values;
+            case Interpolation::Linear: return weighted(1 - s, a.values, s, b.values);
+            case Interpolation::Slerp: return slerp(s, a.values, b.values, true);
+            case Interpolation::Squad:
+                return slerp(2 * s * (1 - s), slerp(s, a.values, b.values, false), slerp(s, a.out, b.in, false), false);
+            case Interpolation::Spline: break;
+        }
+        const Reals ends = weighted(1 - s * s * (3 - 2 * s), a.values, s * s * (3 - 2 * s), b.values);
+        const Reals tangents = weighted(s * (1 - s) * (1 - s), a.out, -s * s * (1 - s), b.in);
+        return weighted(1, ends, 1, tangents);
+    }
 
     Interpolation interpolation_;
     bool loops_;
     Real duration_;
     std::vector<Point> points_;  // of the valid range, in its order
 };
-
-inline KeyframeReference::KeyframeReference(const SequencePlan& plan)
-    : interpolation_(plan.interpolation),
-      loops_(plan.repeatMode == RepeatMode::Loop),
-      duration_(Real(plan.duration)),
-      points_() {
-    const size_t last = size_t(plan.validLast.value_or(int32_t(plan.keys.size()) - 1));
-    for (size_t k = size_t(plan.validFirst);; k = (k + 1) % plan.keys.size()) {
-        Point point{Real(plan.keys[k].time), {plan.keys[k].values.begin(), plan.keys[k].values.end()}, {}, {}};
-        if (interpolation_ == Interpolation::Slerp || interpolation_ == Interpolation::Squad)
-            point.values = normalized(point.values);
-        points_.push_back(point);
-        if (k == last) break;
-    }
-    computeCurves();
-}
-
-inline const KeyframeReference::Point& KeyframeReference::neighbour(size_t i, int step) const {
-    const size_t count = points_.size();
-    if (loops_) return points_[(i + count + size_t(step)) % count];
-    if ((i == 0 && step < 0) || (i == count - 1 && step > 0)) return points_[i];
-    return points_[i + size_t(step)];
-}
-
-inline KeyframeReference::Factors KeyframeReference::factorsAt(size_t i) const {
-    const bool isFirst = i == 0, isLast = i == points_.size() - 1;
-    if (!loops_ && (isFirst || isLast)) return {0, 0};
-    const Real before = points_[i].time - neighbour(i, -1).time + (isFirst ? duration_ : 0);
-    const Real behind = neighbour(i, 1).time - points_[i].time + (isLast ? duration_ : 0);
-    if (before + behind == 0) return {0, 0};
-    return {2 * behind / (before + behind), 2 * before / (before + behind)};
-}
-
-inline void KeyframeReference::computeCurves() {
-    for (size_t i = 0; i < points_.size(); ++i) {
-        Point& point = points_[i];
-        const Reals &before = neighbour(i, -1).values, &behind = neighbour(i, 1).values;
-        const Factors factors = factorsAt(i);
-        if (interpolation_ == Interpolation::Spline) {
-            const Reals base = weighted(0.5L, behind, -0.5L, before);
-            point.out = weighted(factors.out, base, 0, base);
-            point.in = weighted(factors.in, base, 0, base);
-        } else if (interpolation_ == Interpolation::Squad) {
-            const Reals logBefore = logarithm(quaternionProduct(conjugate(before), point.values));
-            const Reals logBehind = logarithm(quaternionProduct(conjugate(point.values), behind));
-            const Reals tangent = weighted(0.5L, logBefore, 0.5L, logBehind);
-            point.out =
-                quaternionProduct(point.values, exponential(weighted(0.5L * factors.out, tangent, -0.5L, logBehind)));
-            point.in =
-                quaternionProduct(point.values, exponential(weighted(0.5L, logBefore, -0.5L * factors.in, tangent)));
-        }
-    }
-}
-
-inline Reals KeyframeReference::between(const Point& a, const Point& b, Real s) const {
-    if (s == 0) return a.values;
-    switch (interpolation_) {
-        case Interpolation::Step: return a.values;
-        case Interpolation::Linear: return weighted(1 - s, a.values, s, b.values);
-        case Interpolation::Slerp: return slerp(s, a.values, b.values, true);
-        case Interpolation::Squad:
-            return slerp(2 * s * (1 - s), slerp(s, a.values, b.values, false), slerp(s, a.out, b.in, false), false);
-        case Interpolation::Spline: break;
-    }
-    const Reals ends = weighted(1 - s * s * (3 - 2 * s), a.values, s * s * (3 - 2 * s), b.values);
-    const Reals tangents = weighted(s * (1 - s) * (1 - s), a.out, -s * s * (1 - s), b.in);
-    return weighted(1, ends, 1, tangents);
-}
-
-inline Reals KeyframeReference::sample(int64_t time) const {
-    const Point &first = points_.front(), &last = points_.back();
-    Real t = Real(time);
-    if (loops_) {
-        t = t - std::floor(t / duration_) * duration_;
-        if (t == last.time) return last.values;
-        const Real wrap = first.time + duration_ - last.time;
-        if (t < first.time) return between(last, first, points_.size() == 1 ? 0 : (t + duration_ - last.time) / wrap);
-        if (t > last.time) return between(last, first, points_.size() == 1 ? 0 : (t - last.time) / wrap);
-    }
-    if (t < first.time) return first.values;
-    if (t >= last.time) return last.values;
-    size_t i = 0;
-    while (points_[i + 1].time <= t) ++i;
-    return between(points_[i], points_[i + 1], (t - points_[i].time) / (points_[i + 1].time - points_[i].time));
-}
