@@ -118,8 +118,7 @@ static void deleteTexture(Image2D* image) {
     glDeleteTextures(1, &name);
 }
 
-static Result replaceTexture(Texture2D* texture, uint32_t limit) {
-    Image2D* image = texture->image;
+static void renewTexture(Image2D* image) {
     LevelRecord& record = *image->levelRecord;
     if (record.textureName != kNoTextureName) deleteTexture(image);
     GLuint name = 0;
@@ -128,9 +127,19 @@ static Result replaceTexture(Texture2D* texture, uint32_t limit) {
     record.uploaded = 1;
     record.sampling = 0;
     glBindTexture(GL_TEXTURE_2D, name);
+}
+
+static Result uploadImage(Texture2D* texture, uint32_t limit) {
+    Image2D* image = texture->image;
+    LevelRecord& record = *image->levelRecord;
+    // A texture that only lacks the smaller levels stays: the other unit of the same draw may have it bound.
+    if (record.textureName == kNoTextureName || qelImage2D_needsUpload(image))
+        renewTexture(image);
+    else
+        uncharge(image);
     if (!upload(texture, limit)) {
         uncharge(image);
-        // The texture that matched the version is gone, so the next draw has to try again.
+        // The contents that matched the version are gone, so the next draw has to try again.
         if (!qelImage2D_needsUpload(image)) image->versionUploaded = 0;
         return QEL_STATUS_OUT_OF_MEMORY;
     }
@@ -183,7 +192,7 @@ Result qelTextures_bind(Texture2D* texture, uint32_t limit) {
     const bool hasName = record.textureName != kNoTextureName;
     if (hasName) glBindTexture(GL_TEXTURE_2D, GLuint(record.textureName));
     if (!hasName || qelImage2D_needsUpload(image) || (hasLevels(texture) && !record.mipmapped)) {
-        const Result result = replaceTexture(texture, limit);
+        const Result result = uploadImage(texture, limit);
         if (result != QEL_STATUS_OK) return result;
     }
     sendSampling(texture);
