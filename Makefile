@@ -20,10 +20,10 @@ help:
 	@echo "make bench      run the benchmarks"
 	@echo "make fuzz       run each fuzzer for FUZZ_SECONDS (default 60)"
 	@echo "make sanitize   run all tests under the address and undefined-behaviour sanitizers"
-	@echo "make install    install the library, its header and package files under PREFIX (default /usr/local)"
+	@echo "make install    install the library, its header and the k8 program under PREFIX (default /usr/local)"
 	@echo "make clean      remove build/ and out/"
 	@echo
-	@echo "demo, test, bench, fuzz and sanitize first install the Debian packages that are missing."
+	@echo "All but help and clean first install the Debian packages that are missing."
 
 .PHONY: dependencies
 dependencies:
@@ -64,9 +64,10 @@ else
 	@cd build/sanitize && fuzz/fuzz_draw -max_total_time=$(FUZZ_SECONDS) fuzz/seeds/draw
 endif
 
-install:
-	@cmake -S . -B build/install -DCMAKE_BUILD_TYPE=Release -DK8_DEVELOPMENT=OFF -DCMAKE_INSTALL_PREFIX=$(or $(PREFIX),/usr/local)
-	@cmake --build build/install -j $(JOBS)
+install: dependencies
+	@cmake -S . -B build/install -DCMAKE_BUILD_TYPE=Release -DK8_DEVELOPMENT=OFF -DK8_TOOL=ON \
+	    -DCMAKE_INSTALL_PREFIX=$(or $(PREFIX),/usr/local)
+	@cmake --build build/install -j $(JOBS) --target k8 k8_static k8_tool
 	@cmake --install build/install
 
 clean:
