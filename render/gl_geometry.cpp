@@ -10,6 +10,7 @@
 
 // Attached to a colour array: its colours as four bytes with the alpha scaled.
 struct ColorCache {
+    uint64_t contents;  // of the array when the copy was made
     uint32_t alphaScale;
     uint8_t rgba[];
 };
@@ -22,6 +23,7 @@ static void fillColorCache(ColorCache* cache, const VertexArray* colors, uint32_
         std::copy(in, in + 3, out);
         out[3] = uint8_t(GLState_scaleAlpha(hasAlpha ? in[3] : 0xFF, alphaScale));
     }
+    cache->contents = colors->contents;
     cache->alphaScale = alphaScale;
 }
 
@@ -29,14 +31,13 @@ static void fillColorCache(ColorCache* cache, const VertexArray* colors, uint32_
 static const void* readyColors(VertexArray* colors, uint32_t alphaScale) {
     if (colors->componentCount == 4 && alphaScale == kFullAlpha) return colors->data;
     auto* cache = static_cast<ColorCache*>(colors->cache);
-    if (cache && !colors->modified && cache->alphaScale == alphaScale) return cache->rgba;
+    if (cache && cache->contents == colors->contents && cache->alphaScale == alphaScale) return cache->rgba;
     if (!cache) {
         cache = static_cast<ColorCache*>(qelAlloc(kScratchTag, int32_t(sizeof(ColorCache)) + colors->vertexCount * 4));
         if (!cache) return nullptr;
         colors->cache = cache;
     }
     fillColorCache(cache, colors, alphaScale);
-    colors->modified = 0;
     return cache->rgba;
 }
 

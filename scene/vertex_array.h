@@ -7,7 +7,7 @@ struct qelVertexArray : Object3D {
     int32_t componentCount;
     int32_t componentSize;  // bytes
     void* data;             // vertexCount x componentCount x componentSize bytes; owned
-    uint8_t modified;       // written since its consumer last looked
+    uint8_t modified;       // written since a skinned mesh last looked
     uint64_t contents;      // a number for what the data is: of no other array but a copy, and another after each write
     void* cache;            // a buffer that a consumer attached; freed with the array
     void* pickTree;         // what picking keeps of these positions: one engine block, freed when they change
