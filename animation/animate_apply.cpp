@@ -161,8 +161,8 @@ static void applyMatrix(Group* group, std::span<const float> values) {
 }
 
 // Turns the z axis onto the direction by the shortest way. The fourth value then turns about the new z axis. The angle
-// and the axis that the group also keeps its orientation as are left alone. A direction
-// counts as the old z axis when the squares of its x and y vanish in single precision.
+// and the axis that the group also keeps its orientation as are left alone. A direction lies on the old z axis when the
+// squares of its x and y vanish in single precision.
 static void applyDirection(Group* group, std::span<const float> values) {
     float direction[3] = {values[0], values[1], values[2]};
     _qel_normalize3(direction);

@@ -26,7 +26,8 @@
  *   reads. The status is sticky: success never clears it, so look at it only after a failure. "Fails" below means:
  *   stores K8_ERR_FAILURE and returns the failure value. Running out of memory stores K8_ERR_OUT_OF_MEMORY instead.
  *   The status does not tell why content is refused; the k8 program does: `k8 check FILE`.
- *   qel functions return a result code or write one through a `result` pointer, which may not be null.
+ *   qel functions return a result code or write one through a `result` pointer, which may not be null. Nor may the
+ *   object that they work on, unless its function says so.
  *
  * Ownership
  *   A create or load function hands its result to the host, who gives it back with the matching destroy. A handle
@@ -899,8 +900,8 @@ K8_API void _Figure_blendVertices(qelFigureMesh *figure);
 K8_API qelVertexArray *qelVertexArray_create(int32_t vertexCount, int32_t componentCount, int32_t componentSize,
                                              int32_t *result);
 
-/* Releases what the array owns and resets its header; the object itself stays allocated. For an array that lives in
- * a host's own object. */
+/* Makes it an array of no vertices with one reference, which qelObject3D_unref then frees, and releases what it owned.
+ * Only for an array that nobody else refers to: references of others would no longer be counted. */
 K8_API void qelVertexArray_finalize(qelVertexArray *array);
 
 /* The positions array, borrowed. scaleBias, if given, receives the scale and the three bias values: position = scale

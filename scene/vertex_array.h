@@ -20,8 +20,8 @@ Result qelVertexArray_set8(VertexArray* array, int32_t first, int32_t count, con
 Result qelVertexArray_set16(VertexArray* array, int32_t first, int32_t count, const int16_t* values);
 Result qelVertexArray_get8(const VertexArray* array, int32_t first, int32_t count, int8_t* values);
 Result qelVertexArray_get16(const VertexArray* array, int32_t first, int32_t count, int16_t* values);
-bool qelVertexArray_sameShape(const VertexArray* a,
-                              const VertexArray* b);  // count, components and size; two nulls are the same
+// Count, components and size; two nulls are the same.
+bool qelVertexArray_sameShape(const VertexArray* a, const VertexArray* b);
 // To be called after every write into the data of an array that may have been drawn.
 void qelVertexArray_touch(VertexArray* array);
 uint32_t qelVertexArray_byteCount(const VertexArray* array);
