@@ -35,17 +35,17 @@ inline uint32_t takeBits(BitReader& reader, uint32_t width) {
     return value;
 }
 
-// Widths come from files and go up to 255. No value has a use for more than 32 bits: the higher ones are skipped.
-// Behind the end of the stream all bits are 0.
+// Widths come from files and go up to 255. No value has a use for more than 32 bits: of the higher ones any that is set
+// shows as bit 31, which puts the value out of every range. Behind the end of the stream all bits are 0.
 inline uint32_t readBits(BitReader& reader, uint32_t width) {
     constexpr uint32_t kMaxBits = 32;
     const uint32_t used = width < kMaxBits ? width : kMaxBits;
     fetchBits(reader, used);
-    const uint32_t value = takeBits(reader, used);
+    uint32_t value = takeBits(reader, used);
     for (uint32_t left = width - used; left > 0;) {
         const uint32_t skipped = left < kMaxBits ? left : kMaxBits;
         fetchBits(reader, skipped);
-        takeBits(reader, skipped);
+        if (takeBits(reader, skipped) != 0) value |= 0x80000000u;
         left -= skipped;
     }
     return value;

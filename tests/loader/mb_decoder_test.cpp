@@ -230,7 +230,12 @@ TEST(MbDecoder, RefusesEveryBrokenField) {
         "colorTriangle[0].vertex[2]=5 colorQuad[0].vertex[3]=7 texturedTriangle[0].vertex[0]=5 "
         "texturedQuad[0].vertex[1]=6 colorTriangle[0].color=2 colorQuad[0].color=3 bone[0].parent=2 "
         "bone[0].parent=-2 bone[1].vertexCount=4 bone[0].vertexCount=0xFFFF normal[0].axis=6 normal[0].axis=7";
-    forEachChange(good, changes, [](const EncodedFile& file) { expectRefused(HeapCopy(file.bytes), decode); });
+    const auto refuses = [](const EncodedFile& file) { expectRefused(HeapCopy(file.bytes), decode); };
+    forEachChange(good, changes, refuses);
+    figure.widths = {.attribute = 40, .index = 50};
+    const EncodedFile wide = encodeMb(figure);
+    ASSERT_TRUE(decodes(wide.bytes));
+    forEachChange(wide, "texturedTriangle[0].attribute=0x8000000000 texturedQuad[0].vertex[1]=0x100000000", refuses);
 }
 
 // Files that would be good without the limit: the counts cost nothing else.
