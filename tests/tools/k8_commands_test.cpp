@@ -16,6 +16,7 @@
 #include "tools/k8/cross_command.h"
 #include "tools/k8/info.h"
 #include "tools/k8/picking.h"
+#include "tools/k8/stage.h"
 #include "tools/k8/text_tree.h"
 
 namespace {
@@ -182,7 +183,26 @@ TEST(Check, SaysWhatIsWrongAndWhere) {
                   ": object 0, a figure: a bone's parent is 1, expected -1 or less than 1");
 
     EXPECT_FALSE(checkFile("/nowhere").isGood);
-    EXPECT_EQ(checkFile("/nowhere").line, "/nowhere: cannot be read");
+    EXPECT_EQ(checkFile("/nowhere").line, "/nowhere: cannot be read: No such file or directory");
+    EXPECT_EQ(checkFile("/dev/null").line, "/dev/null: is empty");
+    EXPECT_EQ(checkFile("/dev/zero").line, "/dev/zero: is larger than 256 MiB");
+}
+
+TEST(Check, HoldsScenesToTheirChecksums) {
+    const struct {
+        const char* field;
+        uint64_t value;
+        bool isGood;
+    } cases[] = {{"object[9].color.r", 1, false}, {"section[0].checksum", 1, false}, {"section[0].checksum", 0, true}};
+    for (const auto& [field, value, isGood] : cases) {
+        EncodedFile scene = smallScene();
+        scene.set(field, value);
+        const TemporaryFile file(scene.bytes);
+        const Verdict verdict = checkFile(file.path());
+        EXPECT_EQ(verdict.isGood, isGood) << verdict.line;
+        EXPECT_THAT(verdict.line,
+                    HasSubstr(isGood ? ": good scene package" : "the checksum of section 0, at offset 10"));
+    }
 }
 
 // Rows of pixels that the library pads to squares, many times what they take in the file.
@@ -237,6 +257,32 @@ TEST(StageContent, CanBeAScene) {
     EXPECT_TRUE(content.extent.hasLights);
     EXPECT_THAT(content.extent.box.greatest, ElementsAre(10, 8, -10));
     EXPECT_THROW(loadStageContent({scene.path(), scene.path()}), std::runtime_error);
+}
+
+TEST(Stage, ShowsAllThatAnimationsTakeOutOfTheBox) {
+    try {
+        GlSurface::create(16, 16);
+    } catch (const std::runtime_error& error) {
+        GTEST_SKIP() << error.what();
+    }
+    const TemporaryFile scene(smallScene().bytes);
+    StageOptions options;
+    options.width = options.height = 64;
+    Stage stage(options, loadStageContent({scene.path()}));
+    Pose risen;
+    risen.milliseconds = 1999;
+    // How many pixels are not of the background, in the rows from top to bottom.
+    const auto shownIn = [&](size_t firstRow, size_t rowCount) {
+        const Picture picture = stage.draw(risen);
+        const auto row = picture.rgba.begin() + ptrdiff_t(firstRow * 64 * 4);
+        size_t shown = 0;
+        for (size_t i = 0; i < rowCount * 64; ++i) shown += row[ptrdiff_t(4 * i)] != options.background >> 16;
+        return shown;
+    };
+    EXPECT_EQ(shownIn(0, 8), 0u) << "out of sight";
+    stage.showAllOf({Pose(), risen});
+    EXPECT_EQ(shownIn(0, 1), 0u);
+    EXPECT_GT(shownIn(1, 8), 0u) << "no further than it takes";
 }
 
 struct Loaded {

@@ -94,12 +94,16 @@ void Stage::setUpLights() {
     if (!K8Light_setTmpData(lights_[0], &ambient) || !K8Light_setTmpData(lights_[1], &direct)) failWith("a light");
 }
 
+// From where the camera sees the sphere, with the narrower side of the picture.
+double Stage::distanceForAll() const {
+    const double opening = options_.view.openingDegrees * std::numbers::pi / 180;
+    const double half = std::atan(std::tan(opening / 2) * std::min(1.0, double(options_.width) / options_.height));
+    return bounds_.radius / std::sin(half);
+}
+
 void Stage::aim() {
     const View& view = options_.view;
-    const double opening = view.openingDegrees * std::numbers::pi / 180;
-    // The narrower side of the picture must hold the sphere.
-    const double half = std::atan(std::tan(opening / 2) * std::min(1.0, double(options_.width) / options_.height));
-    const double distance = (view.distance > 0 ? view.distance : bounds_.radius / std::sin(half)) / view.zoom;
+    const double distance = (view.distance > 0 ? view.distance : distanceForAll()) / view.zoom;
     const double yaw = view.yawDegrees * std::numbers::pi / 180, pitch = view.pitchDegrees * std::numbers::pi / 180;
     const std::array<double, 3> towards = {std::sin(yaw) * std::cos(pitch), std::sin(pitch),
                                            std::cos(yaw) * std::cos(pitch)};
@@ -122,36 +126,46 @@ void Stage::aim() {
     params_.verticalAngle = fixed(view.openingDegrees);
 }
 
-bool Stage::isCutOff(const Pose& pose) {
+// How far from the middle of the picture something is shown: 0 there, 1 at an edge.
+double Stage::reachOf(const Pose& pose) {
     const Picture picture = draw(pose);
     const uint32_t b = options_.background;
     const std::array<uint8_t, 3> background = {uint8_t(b >> 16), uint8_t(b >> 8), uint8_t(b)};
-    const auto isShown = [&](int x, int y) {
-        return !std::equal(background.begin(), background.end(), &picture.rgba[size_t((y * picture.width + x) * 4)]);
-    };
-    for (int x = 0; x < picture.width; ++x)
-        if (isShown(x, 0) || isShown(x, picture.height - 1)) return true;
+    const auto fromMiddle = [](int pixel, int count) { return std::abs(2 * pixel + 1 - count) / double(count); };
+    const uint8_t* pixel = picture.rgba.data();
+    double reach = 0;
     for (int y = 0; y < picture.height; ++y)
-        if (isShown(0, y) || isShown(picture.width - 1, y)) return true;
-    return false;
+        for (int x = 0; x < picture.width; ++x, pixel += 4)
+            if (!std::equal(background.begin(), background.end(), pixel))
+                reach = std::max({reach, fromMiddle(x, picture.width), fromMiddle(y, picture.height)});
+    return reach;
 }
 
-// The picture tells, since nothing else knows where animations take things. What reaches the edges from any distance,
-// as sprites sized in pixels can, does not move the camera.
+void Stage::setRadius(double radius) {
+    bounds_.radius = radius;
+    aim();
+}
+
+// Pictures tell, since nothing else knows where animations take things: first those from the greatest distance, where
+// all should be in sight, then those from where that suggests. What reaches the edges from any distance, as sprites
+// sized in pixels can, does not move the camera.
 void Stage::showAllOf(const std::vector<Pose>& poses) {
-    constexpr double kStep = 1.125, kMost = 8;
-    if (options_.view.distance > 0) return;
+    constexpr double kStep = 1.125;
+    const auto& [x, y, z] = bounds_.center;
+    const double room = kLargest - std::max({std::abs(x), std::abs(y), std::abs(z)});
+    const double most = std::min(8.0, room / distanceForAll());
+    if (options_.view.distance > 0 || most < 1) return;
     const double zoom = std::exchange(options_.view.zoom, 1.0), restRadius = bounds_.radius;
-    aim();
-    const auto mayGoFurther = [&] { return bounds_.radius <= kMost * restRadius; };
+    const double edge = 1 - 1.0 / std::min(options_.width, options_.height);  // the middle of an outermost pixel
+    setRadius(most * restRadius);
+    double reach = 0;
+    for (const Pose& pose : poses) reach = std::max(reach, reachOf(pose));
+    setRadius(restRadius * std::max(1.0, most * reach));
     for (const Pose& pose : poses)
-        while (mayGoFurther() && isCutOff(pose)) {
-            bounds_.radius *= kStep;
-            aim();
-        }
-    if (!mayGoFurther()) bounds_.radius = restRadius;
+        while (bounds_.radius < most * restRadius && reachOf(pose) >= edge)
+            setRadius(std::min(bounds_.radius * kStep, most * restRadius));
     options_.view.zoom = zoom;
-    aim();
+    setRadius(bounds_.radius < most * restRadius ? bounds_.radius : restRadius);
 }
 
 Picture Stage::draw(const Pose& pose) {

@@ -64,8 +64,10 @@ public:
 
 private:
     void setUpLights();
+    double distanceForAll() const;
     void aim();
-    bool isCutOff(const Pose& pose);
+    double reachOf(const Pose& pose);
+    void setRadius(double radius);
 
     StageOptions options_;
     std::unique_ptr<GlSurface> surface_;
