@@ -2,8 +2,13 @@
 #include "render/draw_tree.h"
 
 #include "frame/k8_transform.h"
+#include "scene/group.h"
 #include "scene/light.h"
+#include "scene/skinned_mesh.h"
+#include "scene/triangle_strip_array.h"
+#include "scene/vertex_buffer.h"
 #include "tests/render/figure_stage.h"
+#include "tests/render/scene_parts.h"
 
 namespace {
 
@@ -151,6 +156,42 @@ TEST_F(DrawTreeTest, ShallowLightsDisplaceDeepOnes) {
         EXPECT_EQ(lights, kept) << what;
         K8Render_clear3D(render);
     }
+}
+
+TEST_F(DrawTreeTest, ScenesLoseTheirLightsButNotThoseInSkeletons) {
+    const auto groupOf = [](const std::vector<Node*>& children) {
+        Held<Group> group(qelGroup_create());
+        for (Node* child : children) EXPECT_EQ(qelGroup_addChild(group, child), QEL_STATUS_OK);
+        return group;
+    };
+    const auto wrap = [&](Group* scene, const std::vector<K8Handle*>& children) {
+        K8Group* group = makeGroup(children);
+        group->header.classId = K8_CLASS_SCENE_GROUP;
+        qelObject3D_ref(group->header.object = scene);
+        return group;
+    };
+    std::vector<Held<Light>> lights;
+    for (int i = 0; i < 6; ++i) lights.emplace_back(qelLight_create());
+    const Held<Group> bone = groupOf({lights[0]}), skeleton = groupOf({bone}), inner = groupOf({lights[1], lights[2]}),
+                      foreign = groupOf({lights[5]});
+    int32_t length = 3;
+    Result result;
+    const Held<TriangleStripArray> strip(qelTriangleStripArray_createImplicit(0, &length, 1, true, &result));
+    TriangleStripArray* const strips[] = {strip};
+    const Held<VertexBuffer> vertices(qelVertexBuffer_create());
+    const Held<SkinnedMesh> skinned(qelSkinnedMesh_create(vertices, strips, nullptr, skeleton, 1, &result));
+    const Held<Group> outer = groupOf({lights[3], skinned, lights[4], inner});
+
+    // What a part of a scene lists need not be of that scene.
+    K8Group *part = wrap(inner, {&wrap(foreign, {})->header}), *whole = wrap(outer, {&part->header});
+    ASSERT_TRUE(queueTree(whole));
+    ASSERT_TRUE(queueTree(wrap(bone, {})));
+    for (size_t i = 0; i < lights.size(); ++i) EXPECT_EQ(lights[i]->parent, i == 0 ? bone.get() : nullptr) << i;
+    EXPECT_EQ(inner->childCount + foreign->childCount, 0);
+    ASSERT_EQ(outer->childCount, 2);
+    EXPECT_EQ(outer->children[0], skinned);
+    EXPECT_EQ(outer->children[1], inner);
+    EXPECT_EQ(inner->childSlot, 1);
 }
 
 // --- Fog ---
