@@ -23,14 +23,14 @@ Picture contactSheet(const std::vector<Picture>& pictures, int columns, uint32_t
     const int rows = (count + columns - 1) / columns;
     const Picture& first = pictures.front();
     Picture sheet{columns * (first.width + kGap) + kGap, rows * (first.height + kGap) + kGap, {}};
-    for (int i = 0; i < sheet.width * sheet.height; ++i)
+    for (size_t i = 0; i < size_t(sheet.width) * size_t(sheet.height); ++i)
         sheet.rgba.insert(sheet.rgba.end(),
                           {uint8_t(background >> 16), uint8_t(background >> 8), uint8_t(background), 255});
     for (int i = 0; i < count; ++i) {
         const int left = kGap + i % columns * (first.width + kGap);
         const int top = kGap + i / columns * (first.height + kGap);
         for (int y = 0; y < first.height; ++y)
-            std::memcpy(&sheet.rgba[size_t(((top + y) * sheet.width + left) * 4)],
+            std::memcpy(&sheet.rgba[(size_t(top + y) * size_t(sheet.width) + size_t(left)) * 4],
                         &pictures[size_t(i)].rgba[size_t(y * first.width * 4)], size_t(first.width * 4));
     }
     return sheet;

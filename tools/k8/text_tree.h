@@ -10,7 +10,7 @@ struct TreeLine {
     std::string text;
 };
 
-// One line of output for each, parents before their children. Content decides how deep a tree goes: beyond kMaxTreeDepth
-// lines say their depth instead of showing it.
+// One line of output for each, parents before their children. Content decides how deep a tree goes: beyond
+// kMaxTreeDepth lines say their depth instead of showing it.
 constexpr size_t kMaxTreeDepth = 40;
 std::string drawTree(const std::vector<TreeLine>& lines, const std::string& indentation);
