@@ -8,7 +8,6 @@
 // A group on the way down to where a walk is.
 struct TreeLevel {
     const K8GroupInfo* group;
-    const Object3D* scene;  // of a scene group, else null
     uint32_t nextChild;
     K8Transform* place;  // of the children; a pool record
     TreeLevel* above;
@@ -33,28 +32,22 @@ void K8DrawTree_setRecordSizes(std::array<uint32_t, kRecordKindCount + 1>& sizes
 static void removeLights(Object3D* scene) {
     if (!qelObject3D_isGroup(scene)) return;
     auto* root = static_cast<Node*>(scene);
-    for (const Node* node = root; node; node = node->parent)
-        if (node->classId == ClassId::SkinnedMesh) return;
     SubtreeWalk walk = {root, root, 0};
-    do {
+    while (qelSubtreeWalk_next(&walk)) {
         Node* node = walk.node;
         if (node->classId == ClassId::SkinnedMesh) walk.childIndex = 1;  // behind its skeleton
-        if (qelObject3D_isGroup(node)) qelGroup_removeChildrenOfClass(static_cast<Group*>(node), ClassId::Light);
-    } while (qelSubtreeWalk_next(&walk));
-}
-
-// Whether a group to be entered is of the scene that the innermost level is of, and has lost its lights with that.
-static bool isInScene(const Object3D* scene, const TreeLevel* level) {
-    return level && level->scene && qelObject3D_isNode(scene) &&
-           static_cast<const Node*>(scene)->parent == level->scene;
+        if (node->classId != ClassId::Light) continue;
+        walk.node = node->parent;
+        walk.childIndex = node->childSlot;  // where the next child moves up to
+        if (qelGroup_removeChild(static_cast<Group*>(walk.node), node) != QEL_STATUS_OK) ++walk.childIndex;
+    }
 }
 
 // --- The walk ---
 
 static bool enterGroup(TreeWalk* walk, const K8Group* group, const K8Transform& outside) {
     if (++walk->groupVisits > kMaxGroupVisits) return K8ErrStorage_fail();
-    Object3D* scene = group->header.classId == K8_CLASS_SCENE_GROUP ? group->header.object : nullptr;
-    if (!isInScene(scene, walk->level)) removeLights(scene);
+    if (group->header.classId == K8_CLASS_SCENE_GROUP) removeLights(group->header.object);
     const K8GroupInfo* info = group->info;
     if (!info || info->childHandleCount == 0) return true;
     if (!info->childHandles) return K8ErrStorage_fail();
@@ -67,7 +60,7 @@ static bool enterGroup(TreeWalk* walk, const K8Group* group, const K8Transform& 
     }
     *place = outside;
     K8Transform_multiply(place, info->transform);  // a null transform is the identity
-    *level = {info, scene, 0, place, walk->level};
+    *level = {info, 0, place, walk->level};
     walk->level = level;
     ++walk->depth;
     return true;

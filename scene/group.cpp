@@ -100,21 +100,6 @@ Result qelGroup_removeChild(Group* group, Node* child) {
     return QEL_STATUS_OK;
 }
 
-void qelGroup_removeChildrenOfClass(Group* group, ClassId classId) {
-    int32_t kept = 0;
-    for (Node* child : childrenOf(group)) {
-        if (child && child->classId == classId) {
-            child->parent = nullptr;
-            qelObject3D_unref(child);
-            continue;
-        }
-        if (child) child->childSlot = kept;
-        group->children[kept++] = child;
-    }
-    std::fill(group->children + kept, group->children + group->childCount, nullptr);
-    group->childCount = kept;
-}
-
 Node* qelGroup_getChild(const Group* group, int32_t index, Result* result) {
     const bool exists = index >= 0 && index < group->childCount;
     *result = exists ? QEL_STATUS_OK : QEL_STATUS_INDEX_OUT_OF_RANGE;

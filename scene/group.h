@@ -18,8 +18,6 @@ void qelGroup_finalise(Group* group);
 Result qelGroup_addChild(Group* group, Node* child);
 // A node that is no child is ignored. Below a SkinnedMesh nothing can be removed.
 Result qelGroup_removeChild(Group* group, Node* child);
-// Removes all children of a class in one pass; for groups outside of skeletons.
-void qelGroup_removeChildrenOfClass(Group* group, ClassId classId);
 Node* qelGroup_getChild(const Group* group, int32_t index, Result* result);
 int32_t qelGroup_getChildCount(const Group* group);
 
