@@ -159,6 +159,15 @@ TEST(Object3D, LongChainsDieWithoutDeepRecursion) {
     EXPECT_EQ(liveMarkers, 0);
 }
 
+TEST(Object3D, ExchangeSurvivesTheSameObject) {
+    Object3D* member = markerBefore(nullptr);
+    qelObject3D_exchange(member, member);
+    EXPECT_EQ(liveMarkers, 1);
+    EXPECT_EQ(member->refCount, 1);
+    qelObject3D_exchange(member, static_cast<Object3D*>(nullptr));
+    EXPECT_EQ(liveMarkers, 0);
+}
+
 // --- Duplication ---
 
 TEST(Object3D, DuplicateHasAHeaderOfItsOwn) {
