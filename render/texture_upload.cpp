@@ -1,5 +1,7 @@
 #include "render/texture_upload.h"
 
+#include <array>
+
 #include "frame/allocator.h"
 #include "frame/error_status.h"
 #include "loader/mipmaps.h"
@@ -83,13 +85,27 @@ static bool uploadPalettized(const Texture2D* texture, uint32_t limit) {
                                      image->levelRecord->pixels);
 }
 
-// A chain's palette holds each component at the top of its byte, which leaves opaque RGBA entries short of 255: they
-// would fail an alpha test that the base image passes.
-static void completeAlpha(MipmapChain* chain, const Image2D* image) {
-    if (image->format != ImageFormat::Rgba) return;
-    for (uint32_t i = 3; i < chain->paletteBytes; i += 4) {
-        uint8_t& alpha = chain->block[i];
-        alpha = image->levelRecord->palette5551 ? uint8_t(alpha ? 0xFF : 0) : uint8_t(alpha | alpha >> 4);
+// How many bits of a component a palette of the image's form keeps, by place in an entry; 8 for those as they were
+// given.
+static std::array<uint8_t, 4> componentBits(const Image2D* image) {
+    switch (image->format) {
+        case ImageFormat::Rgb: return {5, 6, 5};
+        case ImageFormat::Rgba:
+            return image->levelRecord->palette5551 ? std::array<uint8_t, 4>{5, 5, 5, 1}
+                                                   : std::array<uint8_t, 4>{4, 4, 4, 4};
+        default: return {8, 8, 8, 8};
+    }
+}
+
+// A chain's palette holds each component at the top of its byte, with zeros below: white and opaque would fall short of
+// 255, and so darken against the base image and fail its alpha test. The bits are repeated downwards; doing it again
+// changes nothing.
+static void fillComponents(MipmapChain* chain, const Image2D* image) {
+    const std::array<uint8_t, 4> bits = componentBits(image);
+    for (uint32_t i = 0; i < chain->paletteBytes; ++i) {
+        uint8_t& component = chain->block[i];
+        const uint32_t width = bits[i % chain->paletteComponents];
+        component = width == 1 ? uint8_t(component ? 0xFF : 0) : uint8_t(component | component >> width);
     }
 }
 
@@ -100,7 +116,7 @@ static bool uploadPalettizedLevels(Texture2D* texture) {
     uint32_t byteCount = chain->paletteBytes;
     for (uint32_t i = 0; i < chain->levelCount; ++i)
         byteCount += uint32_t(levelSide(image->width, i)) * uint32_t(levelSide(image->height, i));
-    completeAlpha(chain, image);
+    fillComponents(chain, image);
     const GLenum format = chain->paletteComponents == 3 ? GL_PALETTE8_RGB8_OES : GL_PALETTE8_RGBA8_OES;
     return GLPixels_uploadPalettized(1 - GLint(chain->levelCount), format, image->width, image->height, byteCount,
                                      chain->block);

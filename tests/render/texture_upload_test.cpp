@@ -111,21 +111,37 @@ TEST_F(UploadTest, LevelsFollowTheBaseDirectOrInOneCall) {
     }
 }
 
-TEST_F(UploadTest, OpaqueEntriesOfAChainStayOpaque) {
+// What palettes of 16 bits keep, in full bytes: no darker than the base image alone is drawn.
+TEST_F(UploadTest, EntriesOfAChainReachWhiteAndOpaque) {
     Result result;
     const std::vector<uint8_t> indices(16, 1);
-    std::vector<uint8_t> palette = {1, 2, 3, 0, 255, 255, 255, 255};
+    std::vector<uint8_t> palette = {1, 2, 3, 0, 255, 255, 255, 255, 0x80, 0x80, 0x80, 255};
     palette.resize(1024);
-    const Held<Image2D> images[] = {
-        Held<Image2D>(qelImage2D_createPalettized5551(4, 4, indices.data(), palette.data(), &result)),
-        Held<Image2D>(qelImage2D_createPalettized(100, 4, 4, indices.data(), palette.data(), 8, &result))};
-    for (const auto& image : images) {
+    const auto createOf = [&](int32_t format) {
+        return qelImage2D_createPalettized(format, 4, 4, indices.data(), palette.data(), int32_t(palette.size()),
+                                           &result);
+    };
+    const Held<Image2D> cutOut(qelImage2D_createPalettized5551(4, 4, indices.data(), palette.data(), &result));
+    const Held<Image2D> nibbles(createOf(100));
+    for (const auto& [image, grey] : {std::pair(cutOut.get(), 0x84), {nibbles.get(), 0x88}}) {
         const Held<Texture2D> texture = makeTexture(image);
         qelTexture2D_setFiltering(texture, kLinear, kNearest);
         bind(texture);
-        EXPECT_EQ(glRecorder.uploads.back().bytes.at(3), 0);
-        EXPECT_EQ(glRecorder.uploads.back().bytes.at(7), 255);
+        const std::vector<uint8_t>& bytes = glRecorder.uploads.back().bytes;
+        EXPECT_EQ(bytes.at(3), 0);
+        EXPECT_EQ(std::vector(bytes.begin() + 4, bytes.begin() + 8), std::vector<uint8_t>(4, 255));
+        EXPECT_EQ(bytes.at(8), grey);
+        EXPECT_EQ(bytes.at(11), 255);
     }
+    palette = {1, 2, 3, 255, 255, 255, 0x80, 0x80, 0x80};
+    palette.resize(768);
+    const Held<Image2D> opaque(createOf(99));
+    const Held<Texture2D> texture = makeTexture(opaque);
+    qelTexture2D_setFiltering(texture, kLinear, kNearest);
+    bind(texture);
+    const std::vector<uint8_t>& bytes = glRecorder.uploads.back().bytes;
+    EXPECT_EQ(std::vector(bytes.begin() + 3, bytes.begin() + 9),
+              (std::vector<uint8_t>{255, 255, 255, 0x84, 0x82, 0x84}));
 }
 
 TEST_F(UploadTest, LevelsAreAddedForTheFirstTextureThatWantsThem) {

@@ -81,8 +81,8 @@ std::string brief(const GlLines& lines) {
         for (size_t at; (at = all.find(left)) != std::string::npos;) all.erase(at, left.size());
     const std::string unturned = "{1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, ", end = ", 1})";
     for (size_t at = 0; (at = all.find(unturned, at)) != std::string::npos;) {
-        all.replace(at, unturned.size(), "at ");
-        all.replace(all.find(end, at), end.size(), ")");
+        all.erase(at, unturned.size()).insert(at, "at ");
+        all.erase(all.find(end, at), end.size() - 1);
     }
     return all;
 }
