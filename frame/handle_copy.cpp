@@ -4,6 +4,7 @@
 
 #include "frame/allocator.h"
 #include "frame/error_status.h"
+#include "frame/primitive_handle.h"
 
 // A handle still to be copied, and the pointer to some kind of handle that gets the address of its copy.
 struct CopyWork {
@@ -155,7 +156,7 @@ static bool copyPrimitive(TreeCopy& copy, const CopyWork& work) {
     for (int32_t*& values : info->values) values = nullptr;
     handle->info = info;
     if (!isOfClass(source->texture, K8_CLASS_TEXTURE)) return K8ErrStorage_fail();
-    for (int i = 0; i < 5; ++i) {
+    for (int i = 0; i < kPrimitiveArrayCount; ++i) {
         if (source->counts[i] && !source->values[i]) return K8ErrStorage_fail();
         if (!allocArray(copy, source->counts[i], &info->values[i])) return false;
         if (source->counts[i]) memcpy(info->values[i], source->values[i], source->counts[i] * sizeof(int32_t));

@@ -484,8 +484,9 @@ K8_API void K8Fog_setColor(K8Fog *handle, uint32_t color);                      
  *                               when normals are given. A texture modulates or replaces as its info says; without a
  *                               texture, texture coordinates change nothing
  *   points, lines               Always coloured, never lit
- *   sprites                     White or textured, never lit. A texture that sprites show is neither repeated nor
- *                               filtered from then on
+ *   sprites                     White or textured, never lit, seen from the front: of one negative side they are not.
+ *                               A texture that sprites show is neither repeated nor filtered from then on
+ * A texture of a loaded scene is better not shared with primitives: they give it a scale of their own for good.
  * Points, lines and sprites come after everything else of the flush, with a depth buffer of their own: nothing but
  * each other hides them. */
 
@@ -599,7 +600,8 @@ K8_API int32_t K8Primitive_getLength(uint32_t type, uint32_t params, int32_t kin
  * below: groups of class K8_CLASS_SCENE_GROUP without `transform`, lights placed as in the World, and meshes as figures
  * with a texture for every submesh that has one on unit 0, in order and at most 64 with their second maps. Other nodes
  * have none. Images without pixels are at most 2048 x 2048; these, mipmaps and deformed vertices take at most 16 MiB
- * and 16 times the size of the file together.
+ * and 16 times the size of the file together. Nor is any other content accepted that would take memory or time, now or
+ * in each frame, out of all proportion to its size.
  * size        bytes of data
  * data        borrowed; nothing refers to it afterwards
  * allocator   for the handle and its records
@@ -712,10 +714,10 @@ K8_API bool K8Render_render3D(K8Render *handle, const K8RenderParams *params, K8
                               const K8Transform *transform);
 
 /* Draws what is queued into the intersection of the bind rectangle and (x, y, w, h), and empties the list. Clears the
- * depth buffer and draws figures, triangles and quadrilaterals in queue order. Points, lines and sprites follow: for
- * each call that queued some, the depth buffer is cleared again, then the opaque ones are drawn, then the blended ones.
- * So they cover everything else, and can be hidden only by those of the same call. Colours are not cleared: the host
- * does that. An intersection without pixels draws nothing and succeeds.
+ * depth buffer and draws figures, scenes, triangles and quadrilaterals in queue order. Points, lines and sprites
+ * follow: for each call that queued some, the depth buffer is cleared again, then the opaque ones are drawn, then the
+ * blended ones. So they cover everything else, and can be hidden only by those of the same call. Colours are not
+ * cleared: the host does that. An intersection without pixels draws nothing and succeeds.
  * Fails with false for a null handle, w or h 0, an unbound context with a filled list, and when something cannot be
  * drawn; the list is empty afterwards in every case but a null handle.
  * The OpenGL ES state that the draws need is set anew by every flush and left as the last one needed it, client arrays

@@ -271,8 +271,8 @@ static bool makeSubmeshes(FigureMesh* figure, const FigureModelData* model) {
     if (sizes.submeshCount > kUnpaidSubmeshes + model->byteCount / kBytesPerSubmesh) return false;
     figure->patternCount = model->patternCount;
     figure->patternTable = qelAllocArrayOf<uint32_t>(model->patternCount + sizes.submeshCount);
-    figure->slotFlags = qelAllocArrayOf<uint32_t>(sizes.submeshCount);
-    return figure->patternTable && figure->slotFlags && qelMesh_allocSubmeshes(figure, int32_t(sizes.submeshCount)) &&
+    figure->slotFlags = figure->patternTable ? qelAllocArrayOf<uint32_t>(sizes.submeshCount) : nullptr;
+    return figure->slotFlags && qelMesh_allocSubmeshes(figure, int32_t(sizes.submeshCount)) &&
            addSubmeshes(figure, builder, sizes.maxStripCount);
 }
 

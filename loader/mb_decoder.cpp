@@ -397,17 +397,21 @@ static bool readTexturedBlock(MbDecoder& decoder, BitReader& reader) {
            readPolygonList(decoder, reader, block, model.quads + model.colorQuadCount, model.texturedQuadCount);
 }
 
+// Nothing is allocated behind a failure: the engine status has to keep it.
+template <typename T>
+static bool allocateOf(T** out, uint32_t count) {
+    return (*out = qelAllocArrayOf<T>(count));
+}
+
 static bool allocatePolygons(MbDecoder& decoder) {
     FigureModelData& model = *decoder.model;
     const uint32_t triangleCount = model.colorTriangleCount + model.texturedTriangleCount;
     const uint32_t quadCount = model.colorQuadCount + model.texturedQuadCount;
     if (triangleCount + quadCount > kUnpaidPolygons + model.byteCount / kBytesPerPolygon) return false;
-    model.triangles = qelAllocArrayOf<TriangleRecord>(triangleCount);
-    model.quads = qelAllocArrayOf<QuadRecord>(quadCount);
-    decoder.roots = qelAllocArrayOf<uint16_t>(model.vertexCount);
     decoder.expandedCapacity = model.vertexCount + model.vertexCount / 2;
-    decoder.expanded = qelAllocArrayOf<ExpandedVertex>(decoder.expandedCapacity);
-    if (!model.triangles || !model.quads || !decoder.roots || !decoder.expanded) return false;
+    if (!allocateOf(&model.triangles, triangleCount) || !allocateOf(&model.quads, quadCount) ||
+        !allocateOf(&decoder.roots, model.vertexCount) || !allocateOf(&decoder.expanded, decoder.expandedCapacity))
+        return false;
     std::fill_n(decoder.roots, model.vertexCount, kNoVertex);
     return true;
 }
@@ -425,12 +429,9 @@ static bool readPolygons(MbDecoder& decoder) {
 static bool makeVertexArrays(MbDecoder& decoder) {
     FigureModelData& model = *decoder.model;
     const uint32_t count = model.expandedCount;
-    model.positions = qelAllocArrayOf<int16_t>(count * 3);
-    if (decoder.fileNormals) model.normals = qelAllocArrayOf<int8_t>(count * 3);
-    if (model.colorCount) model.colors = qelAllocArrayOf<uint8_t>(count * 4);
-    if (model.textureCount) model.texCoords = qelAllocArrayOf<uint16_t>(count * 2);
-    if (!model.positions || (decoder.fileNormals && !model.normals) || (model.colorCount && !model.colors) ||
-        (model.textureCount && !model.texCoords))
+    if (!allocateOf(&model.positions, count * 3) || (decoder.fileNormals && !allocateOf(&model.normals, count * 3)) ||
+        (model.colorCount && !allocateOf(&model.colors, count * 4)) ||
+        (model.textureCount && !allocateOf(&model.texCoords, count * 2)))
         return false;
     for (uint32_t i = 0; i < count; ++i) {
         const ExpandedVertex& vertex = decoder.expanded[i];
@@ -453,8 +454,7 @@ static bool allocateBones(FigureModelData& model) {
     FigureBones& bones = model.bones;
     const size_t size = size_t(model.boneCount) * kSizePerBone + model.vertexCount * sizeof(VertexGroup);
     bones.bones = static_cast<BoneRecord*>(qelAllocArray(uint32_t(size), 1));  // 11 MB at most
-    bones.groupVertices = qelAllocArrayOf<uint16_t>(model.expandedCount);
-    if (!bones.bones || !bones.groupVertices) return false;
+    if (!bones.bones || !allocateOf(&bones.groupVertices, model.expandedCount)) return false;
     bones.boneCount = model.boneCount;
     bones.groupCount = model.vertexCount;
     bones.chain = reinterpret_cast<int32_t*>(bones.bones + model.boneCount);
