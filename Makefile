@@ -65,10 +65,8 @@ else
 endif
 
 install: dependencies
-	@cmake -S . -B build/install -DCMAKE_BUILD_TYPE=Release -DK8_DEVELOPMENT=OFF -DK8_TOOL=ON \
-	    -DCMAKE_INSTALL_PREFIX=$(or $(PREFIX),/usr/local)
-	@cmake --build build/install -j $(JOBS) --target k8 k8_static k8_tool
-	@cmake --install build/install
+	@$(call build,release,k8 k8_static k8_tool,-DCMAKE_INSTALL_PREFIX=$(or $(PREFIX),/usr/local))
+	@cmake --install build/release
 
 clean:
 	@rm -rf build out

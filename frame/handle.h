@@ -17,9 +17,10 @@ void K8Handle_destroy(K8Handle* handle, size_t size);
 // K8_ERR_OUT_OF_MEMORY stored, when it cannot be had.
 void* K8Handle_ensureInfo(const K8Handle* handle, void* present, size_t size);
 
-// Whether a handle is one of a family, and so has its members. Hosts cast what the loader makes of bytes that may hold
-// something else; families treat such a handle as they treat null. A zeroed handle passes: all its members are null.
+// Whether a handle is one of a family, and so has its members. Hosts cast what the loader makes of bytes that may
+// hold something else; families treat such a handle as they treat null. A zeroed handle passes, for all its members
+// are null; a render context, which has no class either, has an allocator.
 template <typename Family>
 bool K8Handle_isOf(const Family* handle, int16_t classId) {
-    return handle && (handle->header.classId == classId || handle->header.classId == 0);
+    return handle && (handle->header.classId == classId || (handle->header.classId == 0 && !handle->header.allocator));
 }

@@ -486,7 +486,8 @@ K8_API void K8Fog_setColor(K8Fog *handle, uint32_t color);                      
  *   points, lines               Always coloured, never lit
  *   sprites                     White or textured, never lit, seen from the front: of one negative side they are not.
  *                               A texture that sprites show is neither repeated nor filtered from then on
- * A texture of a loaded scene is better not shared with primitives: they give it a scale of their own for good.
+ * A texture of a loaded scene is better not shared with primitives or figure models: they give it a scale of their own
+ * for good.
  * Points, lines and sprites come after everything else of the flush, with a depth buffer of their own: nothing but
  * each other hides them. */
 
@@ -600,8 +601,8 @@ K8_API int32_t K8Primitive_getLength(uint32_t type, uint32_t params, int32_t kin
  * below: groups of class K8_CLASS_SCENE_GROUP without `transform`, lights placed as in the World, and meshes as figures
  * with a texture for every submesh that has one on unit 0, in order and at most 64 with their second maps. Other nodes
  * have none. Images without pixels are at most 2048 x 2048; these, mipmaps and deformed vertices take at most 16 MiB
- * and 16 times the size of the file together. Nor is any other content accepted that would take memory or time, now or
- * in each frame, out of all proportion to its size.
+ * and 16 times the size of the file together. Nor is any other content accepted that would take memory or time, at
+ * once or in each frame, out of all proportion to its size.
  * size        bytes of data
  * data        borrowed; nothing refers to it afterwards
  * allocator   for the handle and its records

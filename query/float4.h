@@ -41,16 +41,6 @@ inline Float4 Float4_loadBytes(const int8_t* values) {
 inline Float4 Float4_min(Float4 a, Float4 b) { return a < b ? a : b; }
 inline Float4 Float4_max(Float4 a, Float4 b) { return a > b ? a : b; }
 
-inline float Float4_least(Float4 v) {
-    const Float4 pairs = Float4_min(v, __builtin_shufflevector(v, v, 2, 3, 0, 1));
-    return Float4_min(pairs, __builtin_shufflevector(pairs, pairs, 1, 0, 3, 2))[0];
-}
-
-inline float Float4_largest(Float4 v) {
-    const Float4 pairs = Float4_max(v, __builtin_shufflevector(v, v, 2, 3, 0, 1));
-    return Float4_max(pairs, __builtin_shufflevector(pairs, pairs, 1, 0, 3, 2))[0];
-}
-
 // Bit k for lane k of a comparison.
 inline uint32_t laneBits(Int4 mask) {
 #ifdef __SSE2__

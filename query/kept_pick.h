@@ -20,6 +20,8 @@ struct KeptSubmesh {
     uint32_t firstTriangle;  // in walk order
 };
 
+static_assert(alignof(KeptSubmesh) <= alignof(KeptPick) && sizeof(RayTreeNode) % 4 == 0, "parts lie end to end");
+
 // Four triangles, with their numbers in walk order; a leaf that has fewer repeats one.
 struct KeptLeaf {
     uint32_t numbers[4];

@@ -6,6 +6,7 @@
 
 #include "frame/wrap.h"
 #include "query/box_tree.h"
+#include "query/float4.h"
 #include "query/triangle_crossing.h"
 
 struct Candidate {
@@ -72,8 +73,8 @@ static Candidates choose(const PlacedRecord& from, int32_t shift, const Collisio
 
 // --- Pairs ---
 
-// What it takes to prepare a triangle, and to find that two whose boxes overlap do not cross although every edge reaches
-// the other's plane.
+// What it takes to prepare a triangle, and to find that two whose boxes overlap do not cross although every edge
+// reaches the other's plane.
 constexpr uint64_t kStepsPerTriangle = 2, kStepsPerCrossing = 3;
 constexpr uint32_t kBoxTestsPerStep = 32;
 
@@ -122,7 +123,6 @@ static Box16 halved(const CollisionBox& box) {
     return out;
 }
 
-using Short8 = int16_t __attribute__((vector_size(16)));
 using Long2 = int64_t __attribute__((vector_size(16)));
 
 // Four of a box's six numbers, in the lower half.

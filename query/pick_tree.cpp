@@ -275,11 +275,11 @@ static bool tryWild(Search* search, uint32_t wildCount) {
 static void takeHits(Search* search) {
     const std::span hits(search->hits.data(), search->hitCount);
     std::ranges::sort(hits, {}, &Hit::number);
-    const auto doubled = std::ranges::unique(hits, {}, &Hit::number);  // of leaves that repeat a triangle
-    for (const auto& [number, triangle] : std::span(hits.begin(), doubled.begin())) {
+    for (size_t i = 0; i < hits.size(); ++i) {
+        if (i > 0 && hits[i].number == hits[i - 1].number) continue;  // of a leaf that repeats a triangle
         Vector3<float> hitPoint;
-        PickTriangle_isHit(search->pick, PickCulling::None, triangle, &hitPoint);
-        if (!Pick_takeHit(search->pick, triangle, hitPoint)) return;
+        PickTriangle_isHit(search->pick, PickCulling::None, hits[i].triangle, &hitPoint);
+        if (!Pick_takeHit(search->pick, hits[i].triangle, hitPoint)) return;
     }
 }
 

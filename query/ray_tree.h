@@ -4,8 +4,6 @@
 // on the last level leaf 4 i + c. That keeps no pointers, so a tree can be moved.
 #pragma once
 
-#include <cstddef>
-
 #include "query/box16.h"
 #include "query/float4.h"
 

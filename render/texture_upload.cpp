@@ -93,8 +93,11 @@ static std::array<uint8_t, 4> componentBits(const Image2D* image) {
         case ImageFormat::Rgba:
             return image->levelRecord->palette5551 ? std::array<uint8_t, 4>{5, 5, 5, 1}
                                                    : std::array<uint8_t, 4>{4, 4, 4, 4};
-        default: return {8, 8, 8, 8};
+        case ImageFormat::Alpha:
+        case ImageFormat::Luminance:
+        case ImageFormat::LuminanceAlpha: break;
     }
+    return {8, 8, 8, 8};
 }
 
 // A chain's palette holds each component at the top of its byte, with zeros below: white and opaque would fall short of
@@ -155,7 +158,7 @@ static Result uploadImage(Texture2D* texture, uint32_t limit) {
         uncharge(image);
     if (!upload(texture, limit)) {
         uncharge(image);
-        // The contents that matched the version are gone, so the next draw has to try again.
+        // The contents that matched the version are gone or uncharged, so the next draw has to try again.
         if (!qelImage2D_needsUpload(image)) image->versionUploaded = 0;
         return QEL_STATUS_OUT_OF_MEMORY;
     }

@@ -355,11 +355,11 @@ TEST(MbRoundtrip, NormalsBecomeTheNearestThatThePackedFormCanSay) {
     }
     const std::vector<Normal> normals = throughPackedForm(between);
     for (size_t i = 0; i < between.size(); ++i) {
-        const auto [x, y, z] = between[i];
-        const auto distance = [&](const Normal& n) { return std::hypot(n[0] - x, n[1] - y, n[2] - z); };
+        const auto& p = between[i];
+        const auto distance = [&p](const Normal& n) { return std::hypot(n[0] - p[0], n[1] - p[1], n[2] - p[2]); };
         double nearest = 1000;
         for (const Normal& normal : all) nearest = std::min(nearest, distance(normal));
-        EXPECT_LE(distance(normals[i]), nearest + 1e-4) << x << " " << y << " " << z;  // floats in between
+        EXPECT_LE(distance(normals[i]), nearest + 1e-4) << testing::PrintToString(p);  // floats in between
     }
 }
 

@@ -97,7 +97,8 @@ TEST_F(DrawListTest, LightsStandAndShineWhereTheyAreTold) {
         // A cosine to 1/4096 leaves an angle near 0 and 180 degrees, and its axis, that much less exact.
         const double flat = std::hypot(d[0], d[1]), length = std::hypot(flat, d[2]);
         const double tolerance = flat == 0 ? 1e-5 : std::min(0.05, 0.001 * length / flat) + 0.001;
-        const double toward[] = {length ? d[0] / length : 0, length ? d[1] / length : 0, length ? d[2] / length : -1};
+        const double toward[] = {length > 0 ? d[0] / length : 0, length > 0 ? d[1] / length : 0,
+                                 length > 0 ? d[2] / length : -1};
         for (const int variant : {0, 1, 2, 3}) {
             SCOPED_TRACE(testing::Message() << d[0] << " " << d[1] << " " << d[2] << ", variant " << variant);
             content.params.viewingTransform = variant & 1 ? view : nullptr;
@@ -203,9 +204,9 @@ TEST_F(DrawListTest, PatternsComeFromTheActionOrFromTheInfo) {
           {"the action's", true, 0, 0b10, {Body, Badge, Glass, Patch}},
           {"bit 31 over the action", true, 0x80000000, 0b10, {Body, Badge, Flag}},
           {"an action that does not exist", true, 9, 0b01, {Body, Badge, Flag}}}) {
-        content.set([&](K8FigureInfo& info) {
-            info.action = action;
-            info.loadedAction = hasAction ? content.actions : nullptr;
+        content.set([&, chosen = action, acts = hasAction](K8FigureInfo& info) {
+            info.action = chosen;
+            info.loadedAction = acts ? content.actions : nullptr;
         });
         ASSERT_TRUE(K8Figure_setPattern(content.figure, hostPattern));
         Parts drawnParts;
@@ -271,9 +272,9 @@ TEST_F(DrawListTest, TransparencyFadesWhatBlends) {
                                                         {fixed(1), K8_BLEND_ADDITIVE, 2.0f, "0.00784314"},
                                                         {fixed(-7), K8_BLEND_ALPHA, 0.0f, "0"},
                                                         {fixed(50), K8_BLEND_NONE, 255.0f, "1"}}) {
-        content.set([&](K8FigureInfo& info) {
-            info.transparency = percent;
-            info.blendMode = int16_t(mode);
+        content.set([opacity = percent, blendMode = mode](K8FigureInfo& info) {
+            info.transparency = opacity;
+            info.blendMode = int16_t(blendMode);
         });
         const std::vector<DrawnPart> drawn = queueAndFlush();
         EXPECT_EQ(firstOf(drawn, Body).last("Materialfv(DIFFUSE"),

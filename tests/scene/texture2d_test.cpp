@@ -152,9 +152,10 @@ constexpr std::array<std::array<int32_t, 2>, 8> kSizes = {
 
 TEST(Mipmaps, AverageEveryComponentOfDirectFormats) {
     using enum ImageFormat;
-    for (const auto& [format, bits] : std::vector<std::pair<ImageFormat, Fields>>{
+    for (const auto& [format, widths] : std::vector<std::pair<ImageFormat, Fields>>{
              {Alpha, {8}}, {Luminance, {8}}, {LuminanceAlpha, {8, 8}}, {Rgb, {5, 6, 5}}, {Rgba, {4, 4, 4, 4}}})
         for (const auto [width, height] : kSizes) {
+            const Fields& bits = widths;
             SCOPED_TRACE(testing::Message() << int32_t(format) << ": " << width << " x " << height);
             const Bytes base = randomBytes(size_t(width * height) * bytesOf(bits));
             const Held texture(makeTexture(makeStored(format, width, height, base)));
