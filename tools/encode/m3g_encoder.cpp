@@ -2,6 +2,7 @@
 
 #include <stdexcept>
 
+#include "tools/adler32.h"
 #include "tools/encode/m3g_objects.h"
 
 namespace encode {
@@ -10,15 +11,6 @@ static constexpr size_t kObjectOverhead = 5;    // type and length
 static constexpr size_t kSectionOverhead = 13;  // compression, two lengths and the checksum
 static constexpr size_t kMaxPackageObjects = 1024;
 static constexpr uint32_t kObjectSizeLimit = 0x80000;
-
-static uint32_t adler32(std::span<const uint8_t> bytes) {
-    uint32_t low = 1, high = 0;
-    for (const uint8_t byte : bytes) {
-        low = (low + byte) % 65521;
-        high = (high + low) % 65521;
-    }
-    return high << 16 | low;
-}
 
 static void check(bool condition, const char* text) {
     if (!condition) throw std::invalid_argument(std::string("m3g: ") + text);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "tools/adler32.h"
 #include "tools/inspect/scene_reader.h"
 #include "tools/inspect/scene_transform.h"
 
@@ -64,15 +65,6 @@ static void readObjects(SceneReader& scene, ContentReader& in, size_t objectCoun
         readObject(scene, in, type, std::move(begun), objectCount);
         remaining -= taken;
     }
-}
-
-static uint32_t adler32(std::span<const uint8_t> bytes) {
-    uint32_t low = 1, high = 0;
-    for (const uint8_t byte : bytes) {
-        low = (low + byte) % 65521;
-        high = (high + low) % 65521;
-    }
-    return high << 16 | low;
 }
 
 static void readSection(SceneReader& scene, std::span<const uint8_t> bytes, ContentReader& in, size_t objectCount) {
